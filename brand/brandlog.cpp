@@ -1,0 +1,3 @@
+#include "brand/brandlog.h"
+
+Q_LOGGING_CATEGORY(lcBrand, "tarnwell.brand")

@@ -1,0 +1,81 @@
+#include "cli/commands.h"
+
+#include <array>
+
+namespace Cli {
+namespace {
+
+constexpr std::array kCommands = {
+    Command{"brand-dump", "FILE", "Branding", brandDump},
+
+    Command{"profiles", "", "Profiles", nullptr},
+    Command{"profile-add",
+            "--name N --sex male|female --born DATE --height H [--weight W] [--activity 0-3] "
+            "[--units metric|imperial] [--energy calories|kilojoules]",
+            "Profiles", nullptr},
+    Command{"profile-set",
+            "[--units ...] [--energy ...] [--web-user U] [--web-password P] [--auto-publish yes|no] "
+            "[--ask-before-publish yes|no] [--budget-mode 0|1] [--exercise-target MINUTES] "
+            "[--snack-mode 0|1|2]",
+            "Profiles", nullptr},
+
+    Command{"checkin", "DATE [--weight W] [--chest C] [--waist W] [--hip H] [--thigh T] [--steps N] [--note TEXT]",
+            "Daily records", nullptr},
+    Command{"checkin-remove", "DATE", "Daily records", nullptr},
+    Command{"water", "DATE CUPS", "Daily records", nullptr},
+    Command{"target",
+            "DATE [--calories N] [--carb G] [--fat G] [--protein G] [--fiber G] [--satfat G] "
+            "[--cholesterol MG] [--sodium MG] [--sugar G] [--calcium MG]",
+            "Daily records", nullptr},
+
+    Command{"search", "[--exercises] [--limit N] WORDS...", "Foods and exercises", nullptr},
+    Command{"food", "ID", "Foods and exercises", nullptr},
+    Command{"exercise", "ID", "Foods and exercises", nullptr},
+    Command{"food-add",
+            "--name N --serving S --calories X [--carb G] [--fat G] [--protein G] [--fiber G] [--satfat G] "
+            "[--cholesterol MG] [--sodium MG] [--sugar G] [--calcium MG] [--category ID] [--shared]",
+            "Foods and exercises", nullptr},
+    Command{"exercise-add", "--name N --met M [--category ID] [--shared]", "Foods and exercises", nullptr},
+    Command{"food-remove", "ID", "Foods and exercises", nullptr},
+    Command{"exercise-remove", "ID", "Foods and exercises", nullptr},
+    Command{"favorite", "add|remove food|exercise ID | list food|exercise", "Foods and exercises", nullptr},
+
+    Command{"log-food", "DATE MEAL FOOD_ID [--serving ID|NAME] [--qty Q]", "Diary", nullptr},
+    Command{"log-exercise", "DATE EXERCISE_ID MINUTES", "Diary", nullptr},
+    Command{"remove", "food|exercise ENTRY_ID", "Diary", nullptr},
+    Command{"day", "[DATE]", "Diary", nullptr},
+    Command{"meal-save", "NAME DATE MEAL", "Diary", nullptr},
+    Command{"meal-list", "", "Diary", nullptr},
+    Command{"meal-add", "NAME|ID DATE MEAL", "Diary", nullptr},
+    Command{"meal-remove", "NAME|ID", "Diary", nullptr},
+
+    Command{"summary", "[DATE]", "Reports and export", nullptr},
+    Command{"export", "(--file F | --folder DIR | both) [--from DATE --to DATE] [--skip-empty]",
+            "Reports and export", nullptr},
+
+    Command{"publish", "", "Web", nullptr},
+    Command{"mealplan", "", "Web", nullptr},
+    Command{"update-db", "[--check]", "Web", nullptr},
+    Command{"metrics", "", "Web", nullptr},
+
+    Command{"backup", "FILE.tar", "Maintenance", nullptr},
+    Command{"restore", "FILE.tar", "Maintenance", nullptr},
+};
+
+} // namespace
+
+std::span<const Command> commands()
+{
+    return kCommands;
+}
+
+const Command *findCommand(const QString &name)
+{
+    for (const Command &command : kCommands) {
+        if (name == QLatin1String(command.name))
+            return &command;
+    }
+    return nullptr;
+}
+
+} // namespace Cli

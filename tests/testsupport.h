@@ -1,0 +1,86 @@
+#pragma once
+
+// Helpers shared by the test suites: assertion and fatal handlers that throw instead of ending
+// the process, and private HOME/XDG folders so that no test touches a real user's data.
+
+#include "common/lmassert.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <optional>
+
+// Thrown by the test handlers in place of an assertion failure or fatal exit.
+struct LmAbort
+{
+    enum Kind { Assertion, Fatal } kind;
+    QString text; // the assertion's expression or the fatal message
+};
+
+// Installs throwing handlers for its lifetime.
+class ThrowingHandlers
+{
+public:
+    ThrowingHandlers();
+    ~ThrowingHandlers();
+
+private:
+    Lm::AssertHandler _previousAssert;
+    Lm::FatalHandler _previousFatal;
+};
+
+// Points HOME, XDG_DATA_HOME and XDG_CONFIG_HOME at folders inside one temporary folder for its
+// lifetime, and restores the old values after.
+class TemporaryHome
+{
+public:
+    TemporaryHome();
+    ~TemporaryHome();
+
+    bool isValid() const { return _dir.isValid(); }
+    QString path() const { return _dir.path(); }
+    QString dataHome() const { return _dir.path() + QStringLiteral("/data"); }
+    QString configHome() const { return _dir.path() + QStringLiteral("/config"); }
+
+private:
+    QTemporaryDir _dir;
+    std::optional<QByteArray> _home, _dataHome, _configHome;
+};
+
+// Runs the statement and checks that it ends in the given fatal message.
+#define LM_VERIFY_FATAL(statement, message)                                                          \
+    do {                                                                                             \
+        ThrowingHandlers lmHandlers_;                                                                \
+        try {                                                                                        \
+            statement;                                                                               \
+            QFAIL("no fatal message from: " #statement);                                            \
+        } catch (const LmAbort &abort_) {                                                            \
+            QCOMPARE(abort_.kind, LmAbort::Fatal);                                                   \
+            QCOMPARE(abort_.text, QString(message));                                                 \
+        }                                                                                            \
+    } while (false)
+
+// Runs the statement and checks that it fails the assertion with the given expression text.
+#define LM_VERIFY_ASSERT(statement, expression)                                                      \
+    do {                                                                                             \
+        ThrowingHandlers lmHandlers_;                                                                \
+        try {                                                                                        \
+            statement;                                                                               \
+            QFAIL("no assertion failed in: " #statement);                                           \
+        } catch (const LmAbort &abort_) {                                                            \
+            QCOMPARE(abort_.kind, LmAbort::Assertion);                                               \
+            QCOMPARE(abort_.text, QString(expression));                                              \
+        }                                                                                            \
+    } while (false)
+
+// Folder of the test reference files, and of the built executables and resource files.
+inline QString testDataDir()
+{
+    return QStringLiteral(TARNWELL_TEST_DATA_DIR);
+}
+inline QString binDir()
+{
+    return QStringLiteral(TARNWELL_BIN_DIR);
+}
