@@ -3,6 +3,7 @@
 // Shared pieces of the command-line tool: its exit statuses, the error that carries one, the
 // global options and the parser of a command's own arguments.
 
+#include <QDate>
 #include <QHash>
 #include <QSet>
 #include <QString>
@@ -75,6 +76,13 @@ private:
     QHash<QString, QString> _values;
     QSet<QString> _flags;
 };
+
+// Argument values. Each throws a usage error naming the option (or argument) on bad input.
+QDate parseDate(const QString &text, const QString &what = QStringLiteral("DATE")); // YYYY-MM-DD, today, yesterday
+int parseMeal(const QString &text);                                                 // name or 1..6
+double parseNumber(const QString &text, const QString &what, double min, double max);
+int parseInteger(const QString &text, const QString &what, int min, int max);
+bool parseYesNo(const QString &text, const QString &what);
 
 // Output helpers: standard output in UTF-8, one line at a time.
 void printLine(const QString &line);
