@@ -49,6 +49,15 @@ private:
     std::optional<QByteArray> _home, _dataHome, _configHome;
 };
 
+inline QString lmText(const QString &text)
+{
+    return text;
+}
+inline QString lmText(const char *text)
+{
+    return QString::fromUtf8(text);
+}
+
 // Runs the statement and checks that it ends in the given fatal message.
 #define LM_VERIFY_FATAL(statement, message)                                                          \
     do {                                                                                             \
@@ -58,7 +67,7 @@ private:
             QFAIL("no fatal message from: " #statement);                                            \
         } catch (const LmAbort &abort_) {                                                            \
             QCOMPARE(abort_.kind, LmAbort::Fatal);                                                   \
-            QCOMPARE(abort_.text, QString(message));                                                 \
+            QCOMPARE(abort_.text, lmText(message));                                                 \
         }                                                                                            \
     } while (false)
 
@@ -71,7 +80,7 @@ private:
             QFAIL("no assertion failed in: " #statement);                                           \
         } catch (const LmAbort &abort_) {                                                            \
             QCOMPARE(abort_.kind, LmAbort::Assertion);                                               \
-            QCOMPARE(abort_.text, QString(expression));                                              \
+            QCOMPARE(abort_.text, lmText(expression));                                              \
         }                                                                                            \
     } while (false)
 

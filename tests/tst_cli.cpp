@@ -150,8 +150,7 @@ void TestCli::brandDumpJson()
     const QJsonObject document = QJsonDocument::fromJson(result.out.toUtf8(), &error).object();
     QCOMPARE(error.error, QJsonParseError::NoError);
     QCOMPARE(document.value(QLatin1String("bool")).toObject().value(QLatin1String("feature.family")).toBool(), true);
-    QCOMPARE(document.value(QLatin1String("int")).toObject().value(QLatin1String("default_energy_units")).toInt(-1),
-             0);
+    QCOMPARE(document.value(QLatin1String("int")).toObject().value(QLatin1String("default_energy_units")).toInt(-1), 1);
     QCOMPARE(document.value(QLatin1String("string")).toObject().value(QLatin1String("brand_id")).toString(),
              QStringLiteral("Tarnwell"));
 }
