@@ -79,10 +79,12 @@ bool BrandEngine::load(const QString &archivePath)
 
 void BrandEngine::loadDocument(TarFileReader &archive, const QString &memberName)
 {
+    // A document that does not parse in full counts as not a brand file: half of one must
+    // not load.
     QDomDocument document;
-    document.setContent(archive.read(memberName));
+    const bool parsed = bool(document.setContent(archive.read(memberName)));
     const QDomElement root = document.documentElement();
-    if (root.tagName() != QLatin1String("brand")) {
+    if (!parsed || root.tagName() != QLatin1String("brand")) {
         qCWarning(lcBrand, "BrandEngine: Skipping what looks not to be a branding xml file: %s",
                   qUtf8Printable(memberName));
         return;
