@@ -1,0 +1,3 @@
+#include "db/dblog.h"
+
+Q_LOGGING_CATEGORY(lcDb, "tarnwell.db")

@@ -1,0 +1,131 @@
+#pragma once
+
+// The one gateway to the user's database "userdata.db": it owns the connection "LmSqlDb_User",
+// counts nested transactions and hands out prepared queries. Stores never open connections of
+// their own.
+//
+// One instance per process, made by startUp() and destroyed by shutDown(). Misuse (no instance,
+// nesting a transaction, committing none) fails an assertion; a transaction that SQLite refuses
+// ends the program with a fatal message. Schema operations throw LmException.
+//
+// The free functions at the end are the file operations of the database's life: locating or
+// creating the file, restoring a masked header and copying it for a backup. They report through
+// their result and an error text and never throw.
+
+#include <QString>
+
+#include <memory>
+#include <string>
+
+class QSqlDatabase;
+class QSqlQuery;
+
+// A single-owner handle around a heap query on the "LmSqlDb_User" connection. Copying moves the
+// ownership to the copy; the source keeps the pointer but no longer owns it. An owning handle
+// destroys its query, which it may only do while the database object exists.
+class LmSqlQueryPtr
+{
+public:
+    explicit LmSqlQueryPtr(QSqlQuery *query = nullptr);
+    LmSqlQueryPtr(LmSqlQueryPtr &other);
+    LmSqlQueryPtr(LmSqlQueryPtr &&other) noexcept;
+    LmSqlQueryPtr &operator=(LmSqlQueryPtr &other);
+    LmSqlQueryPtr &operator=(LmSqlQueryPtr &&other) noexcept;
+    ~LmSqlQueryPtr();
+
+    QSqlQuery *get() const { return _query; }
+    QSqlQuery *operator->() const;
+    QSqlQuery &operator*() const;
+    bool owns() const { return _owns; }
+    bool isNull() const { return _query == nullptr; }
+
+private:
+    friend class LmSqlDb;
+    void take(LmSqlQueryPtr &other);
+    void destroy();
+
+    bool _owns = false;
+    QSqlQuery *_query = nullptr;
+};
+
+class LmSqlDb
+{
+public:
+    static constexpr const char *kConnectionName = "LmSqlDb_User";
+    static constexpr const char *kFileName = "userdata.db";
+
+    // The instance; asserts that there is one.
+    static LmSqlDb *instance();
+    static bool exists();
+
+    // Locates or creates the database, backs it up and upgrades it to the current schema, and
+    // installs the sync triggers when asked. False with a text for the user in error.
+    static bool startUp(std::string &error, bool installTriggers);
+    // Destroys the instance if there is one. Every query handle must be gone by then.
+    static void shutDown();
+
+    // Opens the user database folder's "userdata.db". On failure error holds the driver's text,
+    // openFailed is set and the connection is gone again.
+    LmSqlDb(std::string &error, bool &openFailed);
+    ~LmSqlDb();
+    LmSqlDb(const LmSqlDb &) = delete;
+    LmSqlDb &operator=(const LmSqlDb &) = delete;
+
+    // Only the outermost level issues SQL. Beginning a nested transaction is a programming error
+    // that is reported but counted; an inner rollback undoes nothing by itself.
+    void beginTransaction();
+    void commitTransaction();
+    void rollbackTransaction();
+    int nestedTransactionLevel() const { return _nestedTransactionLevel; }
+
+    // The same on instance(), for callers that do not hold the object.
+    static void begin() { instance()->beginTransaction(); }
+    static void commit() { instance()->commitTransaction(); }
+    static void rollback() { instance()->rollbackTransaction(); }
+
+    // A new query on the connection, prepared with sql. A bad statement shows when executed.
+    LmSqlQueryPtr prepare(const QString &sql) const;
+    // Destroys the handle's query (when the handle owns it) and nulls it; asserts the instance.
+    static void releaseQuery(LmSqlQueryPtr &handle);
+
+    // The connection; null after a failed open.
+    QSqlDatabase *database() const { return _db.get(); }
+
+    // The "schema_version" of userdata_meta; 0 when there is none or it cannot be read.
+    int schemaVersion() const;
+    // Writes the version and the program version that made the change. Throws LmException.
+    void setSchemaVersion(int version);
+    // Adds a column in front of the table's columns, keeping its rows and indexes. A column
+    // whose name already appears in the table's definitions counts as present. Throws
+    // LmException.
+    void addColumn(const QString &table, const QString &column, const QString &type);
+
+    // "user_id, date" with prefix "new" gives "new.user_id, new.date": the prefix and a point
+    // before every space-separated word, spaces kept.
+    static QString qualifyColumns(const QString &list, const QString &prefix);
+
+private:
+    friend class LmSqlQueryPtr;
+    static void destroyQuery(QSqlQuery *query);
+
+    static LmSqlDb *_instance;
+
+    std::unique_ptr<QSqlDatabase> _db;
+    int _nestedTransactionLevel = 0;
+};
+
+// Makes sure the user database folder holds a usable database called name: an existing non-empty
+// file, a copy from an older data location of the brand, or a copy of the template in the
+// resource folder.
+bool locateOrCreateDatabase(const QString &name, QString &error);
+
+// Replaces the 48-byte masking header of a delivered database by the SQLite 2.1 header. True when
+// there was nothing to do or the header was written.
+bool restoreDatabaseHeader(const QString &path);
+
+// Whole-file copy of at most 15 MiB, with the checks a database copy needs.
+bool copyFile(const QString &source, const QString &dest, QString &error);
+
+// Streaming copy in blocks of 1024 bytes into dest without truncating it; dest is removed when a
+// read or write fails.
+bool copyFileBlockwise(const QString &source, const QString &dest);
