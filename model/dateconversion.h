@@ -1,0 +1,21 @@
+#pragma once
+
+// Day strings: every dated row and entry is keyed by the 8-character text "yyyyMMdd". Web
+// documents use "yyyy-MM-dd" instead.
+
+#include <QDate>
+#include <QString>
+
+namespace DateConversion {
+
+// The day must be exactly 8 characters (asserted); anything that is not a real day gives an
+// invalid date.
+QDate toQDate(const QString &day);
+// "yyyyMMdd"; empty for an invalid date.
+QString fromQDate(const QDate &date);
+// "yyyy-MM-dd" from a day string, character by character.
+QString toWebDate(const QString &day);
+// "Monday, March 15 2007": English whatever the locale.
+QString longDayName(const QDate &date);
+
+} // namespace DateConversion

@@ -1,0 +1,195 @@
+#include "model/dbtypes.h"
+
+#include "common/lmassert.h"
+
+#include <algorithm>
+
+namespace {
+
+const FoodInfoSource *g_foodInfo = nullptr;
+
+} // namespace
+
+QString mealName(int meal, int snackMode)
+{
+    switch (meal) {
+    case BREAKFAST:
+        return QStringLiteral("Breakfast");
+    case LUNCH:
+        return QStringLiteral("Lunch");
+    case DINNER:
+        return QStringLiteral("Dinner");
+    case EXERCISE:
+        return QStringLiteral("Exercise");
+    case SNACK_1:
+        return snackMode == 1 ? QStringLiteral("Morning snack") : QStringLiteral("Snacks #1");
+    case SNACK_2:
+        return snackMode == 1 ? QStringLiteral("Afternoon snack") : QStringLiteral("Snacks #2");
+    case SNACK_3:
+        if (snackMode == 1)
+            return QStringLiteral("Evening snack");
+        return snackMode == 2 ? QStringLiteral("Snacks #3") : QStringLiteral("Snacks");
+    default:
+        return QString();
+    }
+}
+
+void FoodInfoSource::setInstance(const FoodInfoSource *source)
+{
+    g_foodInfo = source;
+}
+
+const FoodInfoSource *FoodInfoSource::instance()
+{
+    return g_foodInfo;
+}
+
+QList<FoodServing> genericServings(char measureKind)
+{
+    if (measureKind == 'V')
+        return {{QStringLiteral("mL"), -3, 1.0f}, {QStringLiteral("fl.oz"), -4, 29.574f}};
+    return {{QStringLiteral("g"), -1, 1.0f}, {QStringLiteral("oz"), -2, 28.35f}};
+}
+
+FoodDiaryItem::FoodDiaryItem(bool unknownNutrients)
+{
+    _nutrients.fill(unknownNutrients ? kUnknownNutrient : 0.0f);
+}
+
+float FoodDiaryItem::getNutrient(int type) const
+{
+    return type >= 0 && type < kNutrientCount ? _nutrients[size_t(type)] : 0.0f;
+}
+
+void FoodDiaryItem::setNutrient(int type, float value)
+{
+    if (type >= 0 && type < kNutrientCount)
+        _nutrients[size_t(type)] = value;
+}
+
+void FoodDiaryItem::setDate(const QString &newDate)
+{
+    LM_ASSERT(newDate.length() == 8);
+    date = newDate;
+}
+
+void FoodDiaryItem::changeFood(int refId)
+{
+    size = 1.0f;
+    ref_id = refId;
+    _loaded = false;
+    if (!loadFoodInfo(false))
+        LM_ASSERT(!"changeFood: loadFoodInfo failed!");
+}
+
+void FoodDiaryItem::setServing(int servingId)
+{
+    if (!loadFoodInfo(true) || !updateFoodInfo(servingId, size))
+        LM_ASSERT(!"FDI::setServing - uFI failed!");
+}
+
+void FoodDiaryItem::setSize(float newSize)
+{
+    if (!loadFoodInfo(true) || !updateFoodInfo(serving_id, newSize))
+        LM_ASSERT(!"FDI::setSize - uFI failed!");
+}
+
+QList<FoodServing> FoodDiaryItem::getServings()
+{
+    loadFoodInfo(true);
+    return _servings;
+}
+
+void FoodDiaryItem::scale(float factor)
+{
+    for (float &value : _nutrients) {
+        if (isKnown(value))
+            value *= factor;
+    }
+}
+
+void FoodDiaryItem::add(const FoodDiaryItem &other)
+{
+    for (int i = 0; i < kNutrientCount; ++i) {
+        if (isKnown(_nutrients[size_t(i)]) && isKnown(other._nutrients[size_t(i)]))
+            _nutrients[size_t(i)] += other._nutrients[size_t(i)];
+    }
+}
+
+bool FoodDiaryItem::loadFoodInfo(bool check)
+{
+    if (_loaded)
+        return true;
+    LM_ASSERT(ref_id >= 0);
+    const FoodInfoSource *source = FoodInfoSource::instance();
+    LM_ASSERT(source);
+
+    QString name;
+    if (!source->foodName(ref_id, &name) || (check && name != food_name))
+        return false;
+    FoodReference reference;
+    if (!source->foodReference(ref_id, &reference))
+        return false;
+    QList<FoodServing> servings = source->foodServings(ref_id);
+    if (reference.baseQuantity > 0.0f)
+        servings += genericServings(reference.measureKind);
+
+    if (check) {
+        const auto it = std::find_if(servings.cbegin(), servings.cend(),
+                                     [this](const FoodServing &s) { return s.id == serving_id; });
+        if (it == servings.cend() || it->name != serv_name)
+            return false;
+    } else {
+        if (servings.isEmpty())
+            return false;
+        serving_id = servings.constFirst().id;
+    }
+
+    // Only a complete load marks the entry loaded, so a failed check leaves it as it was.
+    _loaded = true;
+    food_name = name;
+    _reference = reference;
+    _servings = servings;
+    if (!updateFoodInfo(serving_id, size))
+        LM_ASSERT(!"loadFoodInfo: updateFoodInfo failed!");
+    return true;
+}
+
+bool FoodDiaryItem::updateFoodInfo(int servingId, float newSize)
+{
+    const auto it = std::find_if(_servings.cbegin(), _servings.cend(),
+                                 [servingId](const FoodServing &s) { return s.id == servingId; });
+    if (it == _servings.cend())
+        return false;
+    serving_id = servingId;
+    size = newSize;
+    _nutrients = _reference.nutrients;
+    if (_reference.baseQuantity > 0.0f)
+        scale(it->quantity / _reference.baseQuantity * newSize);
+    serv_name = it->name;
+    return true;
+}
+
+float DiaryDay::total(int grp, int nutType) const
+{
+    LM_ASSERT(!(grp == EXERCISE && nutType != ENERGY));
+    float burned = 0.0f;
+    if (nutType == ENERGY && (grp == ALL_MEALS || grp == EXERCISE)) {
+        for (const ExerciseDiaryItem &exercise : exercises) {
+            const float energy = exercise.energy();
+            if (energy > 0.0f)
+                burned += energy;
+        }
+    }
+    if (grp == EXERCISE)
+        return burned;
+    float eaten = 0.0f;
+    for (const FoodDiaryItem &food : foods) {
+        if (grp != ALL_MEALS && food.meal != grp)
+            continue;
+        const float value = food.getNutrient(nutType);
+        if (value > 0.0f)
+            eaten += value;
+    }
+    return eaten - burned;
+}
