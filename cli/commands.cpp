@@ -8,25 +8,25 @@ namespace {
 constexpr std::array kCommands = {
     Command{"brand-dump", "FILE", "Branding", brandDump},
 
-    Command{"profiles", "", "Profiles", nullptr},
+    Command{"profiles", "", "Profiles", profiles},
     Command{"profile-add",
             "--name N --sex male|female --born DATE --height H [--weight W] [--activity 0-3] "
             "[--units metric|imperial] [--energy calories|kilojoules]",
-            "Profiles", nullptr},
+            "Profiles", profileAdd},
     Command{"profile-set",
             "[--units ...] [--energy ...] [--web-user U] [--web-password P] [--auto-publish yes|no] "
             "[--ask-before-publish yes|no] [--budget-mode 0|1] [--exercise-target MINUTES] "
             "[--snack-mode 0|1|2]",
-            "Profiles", nullptr},
+            "Profiles", profileSet},
 
     Command{"checkin", "DATE [--weight W] [--chest C] [--waist W] [--hip H] [--thigh T] [--steps N] [--note TEXT]",
-            "Daily records", nullptr},
-    Command{"checkin-remove", "DATE", "Daily records", nullptr},
-    Command{"water", "DATE CUPS", "Daily records", nullptr},
+            "Daily records", checkin},
+    Command{"checkin-remove", "DATE", "Daily records", checkinRemove},
+    Command{"water", "DATE CUPS", "Daily records", water},
     Command{"target",
             "DATE [--calories N] [--carb G] [--fat G] [--protein G] [--fiber G] [--satfat G] "
             "[--cholesterol MG] [--sodium MG] [--sugar G] [--calcium MG]",
-            "Daily records", nullptr},
+            "Daily records", target},
 
     Command{"search", "[--exercises] [--limit N] WORDS...", "Foods and exercises", nullptr},
     Command{"food", "ID", "Foods and exercises", nullptr},

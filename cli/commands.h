@@ -21,5 +21,12 @@ const Command *findCommand(const QString &name);
 
 // Commands, grouped by source file.
 int brandDump(Context &context, const QStringList &args);
+int profiles(Context &context, const QStringList &args);
+int profileAdd(Context &context, const QStringList &args);
+int profileSet(Context &context, const QStringList &args);
+int checkin(Context &context, const QStringList &args);
+int checkinRemove(Context &context, const QStringList &args);
+int water(Context &context, const QStringList &args);
+int target(Context &context, const QStringList &args);
 
 } // namespace Cli

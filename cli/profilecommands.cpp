@@ -1,0 +1,281 @@
+// Profiles and daily records: profiles, profile-add, profile-set, checkin, checkin-remove, water,
+// target.
+
+#include "cli/commands.h"
+#include "cli/session.h"
+
+#include "brand/brandengine.h"
+#include "db/lmsqldb.h"
+#include "db/userdb.h"
+#include "model/dateconversion.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace Cli {
+namespace {
+
+// Runs the changes in one transaction: all of them land or none.
+template<typename Change>
+void inTransaction(Change change)
+{
+    LmSqlDb::begin();
+    try {
+        change();
+    } catch (...) {
+        LmSqlDb::rollback();
+        throw;
+    }
+    LmSqlDb::commit();
+}
+
+QString today()
+{
+    return DateConversion::fromQDate(QDate::currentDate());
+}
+
+int brandInt(const char *id, int fallback)
+{
+    const BrandEngine &brand = BrandEngine::instance();
+    return brand.idExists(QLatin1String(id)) ? brand.getInt(QLatin1String(id)) : fallback;
+}
+
+} // namespace
+
+int profiles(Context &context, const QStringList &args)
+{
+    Arguments(args, {}).expectPositionals(0, 0, QStringLiteral("profiles"));
+    const Session session(context);
+    const QList<UserProfile> users = UserDB::getUsers();
+    if (context.options.json) {
+        QJsonArray list;
+        for (const UserProfile &user : users)
+            list.append(QJsonObject{{QStringLiteral("id"), user.user_id}, {QStringLiteral("name"), user.name}});
+        printJson(QJsonDocument(list).toJson(QJsonDocument::Indented));
+    } else {
+        for (const UserProfile &user : users)
+            printLine(QString::number(user.user_id) + QLatin1Char('\t') + escapeField(user.name));
+    }
+    return Success;
+}
+
+int profileAdd(Context &context, const QStringList &args)
+{
+    const Arguments a(args, {QStringLiteral("--name"), QStringLiteral("--sex"), QStringLiteral("--born"),
+                             QStringLiteral("--height"), QStringLiteral("--weight"), QStringLiteral("--activity"),
+                             QStringLiteral("--units"), QStringLiteral("--energy")});
+    a.expectPositionals(0, 0, QStringLiteral("profile-add --name N --sex male|female --born DATE --height H ..."));
+    for (const char *required : {"--name", "--sex", "--born", "--height"}) {
+        if (!a.has(QLatin1String(required)))
+            usageError(QStringLiteral("profile-add needs %1").arg(QLatin1String(required)));
+    }
+    const QString name = a.value(QStringLiteral("--name")).trimmed();
+    if (name.isEmpty() || name.size() > 100)
+        usageError(QStringLiteral("--name: give a name of 1 to 100 characters"));
+    const QString sex = a.value(QStringLiteral("--sex"));
+    if (sex != QLatin1String("male") && sex != QLatin1String("female"))
+        usageError(QStringLiteral("--sex: '%1' is not male or female").arg(sex));
+    const QDate born = parseDate(a.value(QStringLiteral("--born")), QStringLiteral("--born"));
+    if (born > QDate::currentDate() || born.year() < 1900)
+        usageError(QStringLiteral("--born: %1 is not a plausible birth date").arg(a.value(QStringLiteral("--born"))));
+
+    const Session session(context);
+    UserSettings settings;
+    settings.measurement_units = brandInt("default_measurement_units", 0);
+    settings.energy_units = brandInt("default_energy_units", 1);
+    if (a.has(QStringLiteral("--units"))) {
+        const QString units = a.value(QStringLiteral("--units"));
+        if (units != QLatin1String("metric") && units != QLatin1String("imperial"))
+            usageError(QStringLiteral("--units: '%1' is not metric or imperial").arg(units));
+        settings.measurement_units = units == QLatin1String("imperial") ? 1 : 0;
+    }
+    if (a.has(QStringLiteral("--energy"))) {
+        const QString energy = a.value(QStringLiteral("--energy"));
+        if (energy != QLatin1String("calories") && energy != QLatin1String("kilojoules"))
+            usageError(QStringLiteral("--energy: '%1' is not calories or kilojoules").arg(energy));
+        settings.energy_units = energy == QLatin1String("calories") ? 1 : 0; // as profiles store it
+    }
+    const DisplayUnits units{settings.measurement_units == 1, settings.energy_units == 0};
+    const double height = units.lengthToStorage(
+        parseNumber(a.value(QStringLiteral("--height")), QStringLiteral("--height"), units.lengthToDisplay(50),
+                    units.lengthToDisplay(272)));
+    double weight = -1;
+    if (a.has(QStringLiteral("--weight"))) {
+        weight = units.weightToStorage(parseNumber(a.value(QStringLiteral("--weight")), QStringLiteral("--weight"),
+                                                   units.weightToDisplay(20), units.weightToDisplay(500)));
+    }
+    const int activity = a.has(QStringLiteral("--activity"))
+                             ? parseInteger(a.value(QStringLiteral("--activity")), QStringLiteral("--activity"), 0, 3)
+                             : 1;
+
+    const BrandEngine &brand = BrandEngine::instance();
+    const bool family = brand.idExists(QStringLiteral("feature.family")) && brand.getBool(QStringLiteral("feature.family"));
+    if (!family && UserDB::numUsers() >= 1)
+        usageError(QStringLiteral("this edition keeps a single profile, and it exists already"));
+    for (const UserProfile &user : UserDB::getUsers()) {
+        if (user.name == name)
+            usageError(QStringLiteral("a profile named '%1' exists already").arg(name));
+    }
+
+    int userId = -1;
+    inTransaction([&] {
+        UserProfile profile;
+        profile.name = name;
+        profile.created = today();
+        profile.dob = DateConversion::fromQDate(born);
+        profile.sex = sex == QLatin1String("female") ? 1 : 0;
+        userId = UserDB::createUser(profile, settings, height, today());
+        UserDB::setMisc(userId, today(), 0, activity, -1, QString());
+        UserDB::setHeight(userId, today(), height);
+        if (weight > 0) {
+            CheckIn checkIn;
+            checkIn.date = today();
+            checkIn.weight = weight;
+            UserDB::setCheckIn(userId, checkIn);
+        }
+    });
+    printLine(QString::number(userId));
+    return Success;
+}
+
+int profileSet(Context &context, const QStringList &args)
+{
+    const Arguments a(args, {QStringLiteral("--units"), QStringLiteral("--energy"), QStringLiteral("--web-user"),
+                             QStringLiteral("--web-password"), QStringLiteral("--auto-publish"),
+                             QStringLiteral("--ask-before-publish"), QStringLiteral("--budget-mode"),
+                             QStringLiteral("--exercise-target"), QStringLiteral("--snack-mode")});
+    a.expectPositionals(0, 0, QStringLiteral("profile-set [OPTIONS]"));
+    for (const char *later : {"--budget-mode", "--exercise-target", "--snack-mode"}) {
+        if (a.has(QLatin1String(later)))
+            usageError(QStringLiteral("%1: not available yet").arg(QLatin1String(later)));
+    }
+    const Session session(context);
+    const int userId = session.userId();
+    UserSettings settings = UserDB::getSettings(userId);
+    if (a.has(QStringLiteral("--units"))) {
+        const QString units = a.value(QStringLiteral("--units"));
+        if (units != QLatin1String("metric") && units != QLatin1String("imperial"))
+            usageError(QStringLiteral("--units: '%1' is not metric or imperial").arg(units));
+        settings.measurement_units = units == QLatin1String("imperial") ? 1 : 0;
+    }
+    if (a.has(QStringLiteral("--energy"))) {
+        const QString energy = a.value(QStringLiteral("--energy"));
+        if (energy != QLatin1String("calories") && energy != QLatin1String("kilojoules"))
+            usageError(QStringLiteral("--energy: '%1' is not calories or kilojoules").arg(energy));
+        settings.energy_units = energy == QLatin1String("calories") ? 1 : 0;
+    }
+    if (a.has(QStringLiteral("--web-user")))
+        settings.web_username = a.value(QStringLiteral("--web-user"));
+    if (a.has(QStringLiteral("--web-password")))
+        settings.web_password = a.value(QStringLiteral("--web-password"));
+    if (a.has(QStringLiteral("--auto-publish")))
+        settings.auto_publish = parseYesNo(a.value(QStringLiteral("--auto-publish")), QStringLiteral("--auto-publish"));
+    if (a.has(QStringLiteral("--ask-before-publish"))) {
+        settings.ask_before_publish =
+            parseYesNo(a.value(QStringLiteral("--ask-before-publish")), QStringLiteral("--ask-before-publish"));
+    }
+    inTransaction([&] { UserDB::setSettings(userId, settings); });
+    return Success;
+}
+
+int checkin(Context &context, const QStringList &args)
+{
+    const QStringList measures = {QStringLiteral("--weight"), QStringLiteral("--chest"), QStringLiteral("--waist"),
+                                  QStringLiteral("--hip"), QStringLiteral("--thigh")};
+    const Arguments a(args, measures + QStringList{QStringLiteral("--steps"), QStringLiteral("--note")});
+    a.expectPositionals(1, 1, QStringLiteral("checkin DATE [--weight W] [--chest C] [--waist W] [--hip H] "
+                                             "[--thigh T] [--steps N] [--note TEXT]"));
+    const QString day = dayArgument(a.positionals().constFirst());
+    const Session session(context);
+    const int userId = session.userId();
+    const DisplayUnits units = DisplayUnits::of(userId);
+
+    CheckIn checkIn = UserDB::getCheckIn(userId, day).value_or(CheckIn{});
+    checkIn.date = day;
+    bool any = false;
+    for (const QString &option : measures) {
+        if (!a.has(option))
+            continue;
+        any = true;
+        const bool isWeight = option == QLatin1String("--weight");
+        const double shown = parseNumber(a.value(option), option, 0,
+                                         isWeight ? units.weightToDisplay(500) : units.lengthToDisplay(300));
+        const double stored = isWeight ? units.weightToStorage(shown) : units.lengthToStorage(shown);
+        double &field = isWeight                                ? checkIn.weight
+                        : option == QLatin1String("--chest")    ? checkIn.chest
+                        : option == QLatin1String("--waist")    ? checkIn.waist
+                        : option == QLatin1String("--hip")      ? checkIn.hip
+                                                                : checkIn.thigh;
+        field = shown == 0 ? -1 : stored; // 0 clears a measurement
+    }
+    if (a.has(QStringLiteral("--steps"))) {
+        any = true;
+        checkIn.steps = parseInteger(a.value(QStringLiteral("--steps")), QStringLiteral("--steps"), 0, 1000000);
+    }
+    if (a.has(QStringLiteral("--note"))) {
+        any = true;
+        checkIn.note = a.value(QStringLiteral("--note"));
+    }
+    if (!any)
+        usageError(QStringLiteral("checkin needs at least one measurement or a note"));
+    inTransaction([&] { UserDB::setCheckIn(userId, checkIn); });
+    return Success;
+}
+
+int checkinRemove(Context &context, const QStringList &args)
+{
+    const Arguments a(args, {});
+    a.expectPositionals(1, 1, QStringLiteral("checkin-remove DATE"));
+    const QString day = dayArgument(a.positionals().constFirst());
+    const Session session(context);
+    const int userId = session.userId();
+    if (!UserDB::getCheckIn(userId, day))
+        failure(QStringLiteral("no check-in on %1").arg(a.positionals().constFirst()));
+    inTransaction([&] { UserDB::removeCheckIn(userId, day); });
+    return Success;
+}
+
+int water(Context &context, const QStringList &args)
+{
+    const Arguments a(args, {});
+    a.expectPositionals(2, 2, QStringLiteral("water DATE CUPS"));
+    const QString day = dayArgument(a.positionals().at(0));
+    const int cups = parseInteger(a.positionals().at(1), QStringLiteral("CUPS"), 0, 100);
+    const Session session(context);
+    const int userId = session.userId();
+    inTransaction([&] { UserDB::setWater(userId, day, cups); });
+    return Success;
+}
+
+int target(Context &context, const QStringList &args)
+{
+    // Options in nutrient-type order.
+    const QStringList options = {QStringLiteral("--calories"), QStringLiteral("--carb"),   QStringLiteral("--fat"),
+                                 QStringLiteral("--protein"),  QStringLiteral("--fiber"),  QStringLiteral("--satfat"),
+                                 QStringLiteral("--cholesterol"), QStringLiteral("--sodium"), QStringLiteral("--sugar"),
+                                 QStringLiteral("--calcium")};
+    const Arguments a(args, options);
+    a.expectPositionals(1, 1, QStringLiteral("target DATE [--calories N] [--carb G] ..."));
+    const QString day = dayArgument(a.positionals().constFirst());
+    const Session session(context);
+    const int userId = session.userId();
+    const DisplayUnits units = DisplayUnits::of(userId);
+
+    Targets targets = UserDB::getTargets(userId, day); // unchanged values stay in force
+    bool any = false;
+    for (int i = 0; i < options.size(); ++i) {
+        if (!a.has(options.at(i)))
+            continue;
+        any = true;
+        const double max = i == 0 ? units.energyToDisplay(20000) : 100000;
+        const double value = parseNumber(a.value(options.at(i)), options.at(i), 0, max);
+        targets.values[size_t(i)] = i == 0 ? units.energyToStorage(value) : value;
+    }
+    if (!any)
+        usageError(QStringLiteral("target needs at least one value"));
+    inTransaction([&] { UserDB::setTargets(userId, day, targets); });
+    return Success;
+}
+
+} // namespace Cli
