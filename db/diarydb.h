@@ -1,0 +1,57 @@
+#pragma once
+
+// Food and exercise entries of the user database, for one table family: the diary ("diary":
+// food_diary, exer_diary; deletions are soft so that they can reach every synchronised device)
+// or the meal plan ("mealplan": food_mealplan, exer_mealplan; deletions are real).
+//
+// getDay() returns deleted entries too (status 2); callers that show a day skip them. Range
+// queries and sums leave them out.
+
+#include "model/dbtypes.h"
+
+#include <QDate>
+#include <QMap>
+#include <QSet>
+#include <QString>
+
+#include <array>
+
+// Per-day sums of a range: the ten nutrients (model order) and the energy burned.
+struct DailyTotal
+{
+    std::array<double, kNutrientCount> nutrients{};
+    double burned = 0.0;
+};
+
+class DiaryDB
+{
+public:
+    explicit DiaryDB(const QString &suffix = QStringLiteral("diary"), bool keepDeleted = true);
+
+    void addFoodEntry(FoodDiaryItem &fdi) const;
+    FoodDiaryItem getFoodEntry(int food_id) const;
+    void updateFoodEntry(int food_id, const FoodDiaryItem &fdi) const;
+    void removeFoodEntry(int food_id) const;
+
+    ExerciseDiaryItem getExerciseEntry(int ex_id) const;
+    void addExerciseEntry(ExerciseDiaryItem &item) const;
+    void updateExerciseEntry(const ExerciseDiaryItem &item) const;
+    void removeExerciseEntry(int ex_id) const;
+
+    DiaryDay getDay(int user_id, const QString &day) const;
+    QSet<QString> getDatesWithEntries(int user_id, const QDate &from, const QDate &to, bool includeDeleted) const;
+    QSet<QString> getAllDatesWithEntries(int user_id, bool includeDeleted) const;
+    QSet<QString> getUnpublishedDates(int user_id) const;
+    // Sums per day of the range; mealFilter 0 all meals, -2 all snacks, a meal code, or
+    // EXERCISE (energy burned only). Burned energy is filled for 0 and EXERCISE.
+    QMap<QString, DailyTotal> getDailyTotals(int user_id, const QString &startDate, const QString &endDate,
+                                             int mealFilter) const;
+    // After a successful publish to the "website" device.
+    void markPublished(int user_id) const;
+
+    const QString &suffix() const { return _suffix; }
+
+private:
+    QString _suffix;
+    bool _keepDeleted;
+};
