@@ -9,6 +9,8 @@
 #include <QSqlError>
 #include <QSqlQuery>
 
+#include <cmath>
+
 const QString UserDB::kNoNote = QStringLiteral("<__NO_NOTE__>");
 
 namespace {
@@ -457,7 +459,9 @@ QString UserDB::weightTrend(int user_id, const QString &day)
     }
     if (weights.size() < 2)
         return QStringLiteral("nochange");
-    const double d = weights.at(0) - weights.at(1);
+    // Weights are stored as decimal numbers: compare the difference as the user typed it, so that
+    // a change of exactly 5 g is one.
+    const double d = std::round((weights.at(0) - weights.at(1)) * 1e6) / 1e6;
     constexpr double kBig = 0.2857142857142857; // two kilograms a week, per day
     if (d > -0.005 && d < 0.005)
         return QStringLiteral("nochange");

@@ -1,0 +1,85 @@
+#pragma once
+
+// A private home with a tiny brand and the built template database in a resource folder, for the
+// suites that use the user database. start() runs the real start-up (copy, upgrade, triggers).
+
+#include "app/lmsettings.h"
+#include "brand/brandengine.h"
+#include "brand/tarfilewriter.h"
+#include "db/lmsqldb.h"
+#include "testsupport.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <memory>
+#include <string>
+
+class DbFixture
+{
+public:
+    // Makes the home, loads a brand (brand_id "testbrand", the family feature as asked) and puts
+    // the template into the resource folder. False when any step fails.
+    bool prepare(bool family = true)
+    {
+        LmSettings::resetForTesting();
+        _home = std::make_unique<TemporaryHome>();
+        const QString xmlPath = path(QStringLiteral("brand.xml"));
+        QFile xml(xmlPath);
+        if (!_home->isValid() || !xml.open(QIODevice::WriteOnly))
+            return false;
+        xml.write(QByteArray("<brand><string id=\"brand_id\" value=\"testbrand\"/>"
+                             "<bool id=\"datastore_compat\" value=\"false\"/>"
+                             "<bool id=\"feature.family\" value=\"")
+                  + (family ? "true" : "false") + "\"/></brand>");
+        xml.close();
+        QFile archive(path(QStringLiteral("brand.dat")));
+        if (!archive.open(QIODevice::WriteOnly))
+            return false;
+        {
+            TarFileWriter writer(archive);
+            if (!writer.addFile(xmlPath, QStringLiteral("brand.xml")))
+                return false;
+        }
+        archive.close();
+        if (!BrandEngine::instance().load(archive.fileName()) || !QDir().mkpath(path(QStringLiteral("resources"))))
+            return false;
+        if (!QFile::copy(binDir() + QStringLiteral("/userdata.db"), path(QStringLiteral("resources/userdata.db"))))
+            return false; // build the target userdata_db first
+        LmSettings::setResourcePath(path(QStringLiteral("resources/")));
+        return true;
+    }
+
+    // prepare() and the database start-up with the sync triggers.
+    bool start(bool family = true)
+    {
+        std::string error;
+        if (!prepare(family) || !LmSqlDb::startUp(error, true)) {
+            qWarning("start-up failed: %s", error.c_str());
+            return false;
+        }
+        return true;
+    }
+
+    // Shuts the database down and starts it again in the same home.
+    bool restart()
+    {
+        LmSqlDb::shutDown();
+        std::string error;
+        return LmSqlDb::startUp(error, true);
+    }
+
+    void stop()
+    {
+        LmSqlDb::shutDown();
+        BrandEngine::release();
+        LmSettings::resetForTesting();
+        _home.reset();
+    }
+
+    QString path(const QString &name) const { return _home->path() + QLatin1Char('/') + name; }
+    QString databasePath() const { return LmSettings::userDatabasePath() + QStringLiteral("userdata.db"); }
+
+private:
+    std::unique_ptr<TemporaryHome> _home;
+};
