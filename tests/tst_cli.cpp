@@ -4,7 +4,11 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QDir>
 #include <QProcess>
+#include <QRegularExpression>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 
 class TestCli : public QObject
 {
@@ -44,6 +48,10 @@ private slots:
     void brandDumpListsDefaultBrand();
     void brandDumpJson();
     void brandDumpShowsLoaderWarnings();
+    void profilesAndDailyRecords();
+    void invalidInputChangesNothing_data();
+    void invalidInputChangesNothing();
+    void failedStartUp();
 };
 
 void TestCli::exitStatuses_data()
@@ -105,7 +113,8 @@ void TestCli::helpListsEveryCommand()
         QStringLiteral("publish"),    QStringLiteral("update-db"), QStringLiteral("backup"),
     };
     for (const QString &command : commands)
-        QVERIFY2(result.out.contains(QLatin1String("\n  ") + command + QLatin1Char(' ')), qPrintable(command));
+        QVERIFY2(result.out.contains(QRegularExpression(QStringLiteral("\n  ") + command + QStringLiteral("[ \n]"))),
+                 qPrintable(command));
 }
 
 void TestCli::brandDumpListsDefaultBrand()
@@ -175,6 +184,135 @@ void TestCli::brandDumpShowsLoaderWarnings()
     QCOMPARE(result.status, 0);
     QCOMPARE(result.out, QStringLiteral("string\tbrand_id\tTest\n"));
     QCOMPARE(result.err, QStringLiteral("BrandEngine: Unknown tag 'colour' in brand.xml\n"));
+}
+
+void TestCli::profilesAndDailyRecords()
+{
+    QCOMPARE(run({QStringLiteral("profiles")}).out, QString());
+    const Result ann = run({QStringLiteral("profile-add"), QStringLiteral("--name"), QStringLiteral("Ann"),
+                            QStringLiteral("--sex"), QStringLiteral("female"), QStringLiteral("--born"),
+                            QStringLiteral("1985-04-02"), QStringLiteral("--height"), QStringLiteral("168"),
+                            QStringLiteral("--weight"), QStringLiteral("61.5")});
+    QCOMPARE(ann.err, QString());
+    QCOMPARE(ann.out, QStringLiteral("1\n"));
+    const Result bob = run({QStringLiteral("profile-add"), QStringLiteral("--name=Bob"), QStringLiteral("--sex=male"),
+                            QStringLiteral("--born=1983-01-20"), QStringLiteral("--height=70"),
+                            QStringLiteral("--units=imperial"), QStringLiteral("--weight=180")});
+    QCOMPARE(bob.out, QStringLiteral("2\n"));
+    QCOMPARE(run({QStringLiteral("profiles")}).out, QStringLiteral("1\tAnn\n2\tBob\n"));
+
+    const QStringList commands[] = {
+        {QStringLiteral("--profile"), QStringLiteral("Bob"), QStringLiteral("checkin"), QStringLiteral("2026-03-10"),
+         QStringLiteral("--waist"), QStringLiteral("34"), QStringLiteral("--note"), QStringLiteral("felt good")},
+        {QStringLiteral("water"), QStringLiteral("2026-03-10"), QStringLiteral("6")},
+        {QStringLiteral("target"), QStringLiteral("2026-03-01"), QStringLiteral("--calories"), QStringLiteral("1900"),
+         QStringLiteral("--fat"), QStringLiteral("60")},
+        {QStringLiteral("--profile"), QStringLiteral("2"), QStringLiteral("profile-set"), QStringLiteral("--energy"),
+         QStringLiteral("kilojoules"), QStringLiteral("--web-user"), QStringLiteral("bob")},
+        {QStringLiteral("checkin"), QStringLiteral("2026-03-11"), QStringLiteral("--weight"), QStringLiteral("61")},
+        {QStringLiteral("checkin-remove"), QStringLiteral("2026-03-11")},
+    };
+    for (const QStringList &command : commands) {
+        const Result result = run(command);
+        QVERIFY2(result.status == 0 && result.err.isEmpty(), qPrintable(command.join(u' ') + result.err));
+    }
+
+    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("check"));
+    db.setDatabaseName(_home.dataHome() + QStringLiteral("/tarnwell.org/Ambervale/Tarnwell/userdata.db"));
+    QVERIFY(db.open());
+    const auto rows = [&db](const QString &sql) {
+        QStringList values;
+        QSqlQuery query(sql, db);
+        while (query.next())
+            values.append(query.value(0).toString());
+        return values;
+    };
+    // Bob's 34 in is stored in centimetres; Ann's check-in of the 11th is gone.
+    QCOMPARE(rows(QStringLiteral("SELECT user_id || ' ' || waist || ' ' || note FROM user_checkins WHERE date = '20260310'")),
+             QStringList{QStringLiteral("2 86.36 felt good")});
+    QVERIFY(rows(QStringLiteral("SELECT date FROM user_checkins WHERE date = '20260311'")).isEmpty());
+    QCOMPARE(rows(QStringLiteral("SELECT cups FROM water_diary WHERE user_id = 1")), QStringList{QStringLiteral("6")});
+    QCOMPARE(rows(QStringLiteral("SELECT target_calories || ' ' || target_fat FROM user_target")),
+             QStringList{QStringLiteral("1900 60")});
+    QCOMPARE(rows(QStringLiteral("SELECT energy_units || web_username FROM user_users WHERE user_id = 2")),
+             QStringList{QStringLiteral("0bob")});
+    db.close();
+    db = QSqlDatabase();
+    QSqlDatabase::removeDatabase(QStringLiteral("check"));
+}
+
+void TestCli::invalidInputChangesNothing_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("err");
+    QTest::newRow("bad date") << QStringList{QStringLiteral("water"), QStringLiteral("2026-02-30"), QStringLiteral("3")}
+                              << QStringLiteral("DATE: '2026-02-30' is not a date (YYYY-MM-DD, today or yesterday)");
+    QTest::newRow("cups out of range")
+        << QStringList{QStringLiteral("water"), QStringLiteral("today"), QStringLiteral("-1")}
+        << QStringLiteral("CUPS: -1 is out of range (0 to 100)");
+    QTest::newRow("not a number")
+        << QStringList{QStringLiteral("target"), QStringLiteral("today"), QStringLiteral("--fat"), QStringLiteral("1,5")}
+        << QStringLiteral("--fat: '1,5' is not a number");
+    QTest::newRow("unknown profile")
+        << QStringList{QStringLiteral("--profile"), QStringLiteral("Zed"), QStringLiteral("water"),
+                       QStringLiteral("today"), QStringLiteral("2")}
+        << QStringLiteral("no profile 'Zed'");
+    QTest::newRow("empty check-in") << QStringList{QStringLiteral("checkin"), QStringLiteral("today")}
+                                    << QStringLiteral("checkin needs at least one measurement or a note");
+    QTest::newRow("bad sex")
+        << QStringList{QStringLiteral("profile-add"), QStringLiteral("--name"), QStringLiteral("X"),
+                       QStringLiteral("--sex"), QStringLiteral("other"), QStringLiteral("--born"),
+                       QStringLiteral("2000-01-01"), QStringLiteral("--height"), QStringLiteral("170")}
+        << QStringLiteral("--sex: 'other' is not male or female");
+    QTest::newRow("duplicate name")
+        << QStringList{QStringLiteral("profile-add"), QStringLiteral("--name"), QStringLiteral("Ann"),
+                       QStringLiteral("--sex"), QStringLiteral("female"), QStringLiteral("--born"),
+                       QStringLiteral("2000-01-01"), QStringLiteral("--height"), QStringLiteral("170")}
+        << QStringLiteral("a profile named 'Ann' exists already");
+    QTest::newRow("height out of range")
+        << QStringList{QStringLiteral("profile-add"), QStringLiteral("--name"), QStringLiteral("Tiny"),
+                       QStringLiteral("--sex"), QStringLiteral("female"), QStringLiteral("--born"),
+                       QStringLiteral("2000-01-01"), QStringLiteral("--height"), QStringLiteral("20")}
+        << QStringLiteral("--height: 20 is out of range (50 to 272)");
+}
+
+void TestCli::invalidInputChangesNothing()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, err);
+    const QString database = _home.dataHome() + QStringLiteral("/tarnwell.org/Ambervale/Tarnwell/userdata.db");
+    if (!QFile::exists(database)) {
+        run({QStringLiteral("profile-add"), QStringLiteral("--name"), QStringLiteral("Ann"), QStringLiteral("--sex"),
+             QStringLiteral("female"), QStringLiteral("--born"), QStringLiteral("1985-04-02"),
+             QStringLiteral("--height"), QStringLiteral("168")});
+    }
+    QFile file(database);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray before = file.readAll();
+    file.close();
+
+    const Result result = run(arguments);
+    QCOMPARE(result.status, 2);
+    QCOMPARE(result.err, QStringLiteral("tarnwell-cli: ") + err + QLatin1Char('\n'));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QVERIFY(file.readAll() == before);
+}
+
+void TestCli::failedStartUp()
+{
+    // A database that is not one: the start-up's own text, status 1.
+    TemporaryHome home;
+    const QString folder = home.dataHome() + QStringLiteral("/tarnwell.org/Ambervale/Tarnwell");
+    QVERIFY(QDir().mkpath(folder));
+    QFile junk(folder + QStringLiteral("/userdata.db"));
+    QVERIFY(junk.open(QIODevice::WriteOnly));
+    junk.write(QByteArray(4096, 'x'));
+    junk.close();
+    QProcess process;
+    process.start(binDir() + QStringLiteral("/tarnwell-cli"), {QStringLiteral("profiles")});
+    QVERIFY(process.waitForFinished(60000));
+    QCOMPARE(process.exitCode(), 1);
+    QVERIFY(process.readAllStandardError().startsWith("tarnwell-cli: "));
 }
 
 QTEST_GUILESS_MAIN(TestCli)
