@@ -189,6 +189,8 @@ void LmSqlDb::rollbackTransaction()
 LmSqlQueryPtr LmSqlDb::prepare(const QString &sql) const
 {
     auto *query = new QSqlQuery(_db ? *_db : QSqlDatabase());
+    // Every caller steps through its rows once; the driver then keeps no copy of them.
+    query->setForwardOnly(true);
     query->prepare(sql);
     return LmSqlQueryPtr(query);
 }
