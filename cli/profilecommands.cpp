@@ -41,6 +41,23 @@ int brandInt(const char *id, int fallback)
     return brand.idExists(QLatin1String(id)) ? brand.getInt(QLatin1String(id)) : fallback;
 }
 
+// --units metric|imperial and --energy calories|kilojoules.
+void applyUnitOptions(const Arguments &a, UserSettings &settings)
+{
+    if (a.has(QStringLiteral("--units"))) {
+        const QString units = a.value(QStringLiteral("--units"));
+        if (units != QLatin1String("metric") && units != QLatin1String("imperial"))
+            usageError(QStringLiteral("--units: '%1' is not metric or imperial").arg(units));
+        settings.measurement_units = units == QLatin1String("imperial") ? 1 : 0;
+    }
+    if (a.has(QStringLiteral("--energy"))) {
+        const QString energy = a.value(QStringLiteral("--energy"));
+        if (energy != QLatin1String("calories") && energy != QLatin1String("kilojoules"))
+            usageError(QStringLiteral("--energy: '%1' is not calories or kilojoules").arg(energy));
+        settings.energy_units = energy == QLatin1String("calories") ? 1 : 0; // as profiles store it
+    }
+}
+
 } // namespace
 
 int profiles(Context &context, const QStringList &args)
@@ -84,18 +101,7 @@ int profileAdd(Context &context, const QStringList &args)
     UserSettings settings;
     settings.measurement_units = brandInt("default_measurement_units", 0);
     settings.energy_units = brandInt("default_energy_units", 1);
-    if (a.has(QStringLiteral("--units"))) {
-        const QString units = a.value(QStringLiteral("--units"));
-        if (units != QLatin1String("metric") && units != QLatin1String("imperial"))
-            usageError(QStringLiteral("--units: '%1' is not metric or imperial").arg(units));
-        settings.measurement_units = units == QLatin1String("imperial") ? 1 : 0;
-    }
-    if (a.has(QStringLiteral("--energy"))) {
-        const QString energy = a.value(QStringLiteral("--energy"));
-        if (energy != QLatin1String("calories") && energy != QLatin1String("kilojoules"))
-            usageError(QStringLiteral("--energy: '%1' is not calories or kilojoules").arg(energy));
-        settings.energy_units = energy == QLatin1String("calories") ? 1 : 0; // as profiles store it
-    }
+    applyUnitOptions(a, settings);
     const DisplayUnits units{settings.measurement_units == 1, settings.energy_units == 0};
     const double height = units.lengthToStorage(
         parseNumber(a.value(QStringLiteral("--height")), QStringLiteral("--height"), units.lengthToDisplay(50),
@@ -153,18 +159,7 @@ int profileSet(Context &context, const QStringList &args)
     const Session session(context);
     const int userId = session.userId();
     UserSettings settings = UserDB::getSettings(userId);
-    if (a.has(QStringLiteral("--units"))) {
-        const QString units = a.value(QStringLiteral("--units"));
-        if (units != QLatin1String("metric") && units != QLatin1String("imperial"))
-            usageError(QStringLiteral("--units: '%1' is not metric or imperial").arg(units));
-        settings.measurement_units = units == QLatin1String("imperial") ? 1 : 0;
-    }
-    if (a.has(QStringLiteral("--energy"))) {
-        const QString energy = a.value(QStringLiteral("--energy"));
-        if (energy != QLatin1String("calories") && energy != QLatin1String("kilojoules"))
-            usageError(QStringLiteral("--energy: '%1' is not calories or kilojoules").arg(energy));
-        settings.energy_units = energy == QLatin1String("calories") ? 1 : 0;
-    }
+    applyUnitOptions(a, settings);
     if (a.has(QStringLiteral("--web-user")))
         settings.web_username = a.value(QStringLiteral("--web-user"));
     if (a.has(QStringLiteral("--web-password")))

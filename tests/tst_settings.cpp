@@ -205,54 +205,12 @@ void TestSettings::resourceFolder()
 void TestSettings::tableDefaults()
 {
     QVERIFY(loadBrand(_brandDir, false));
-    struct Expected
-    {
-        LmSettings::Id id;
-        const char *key;
-        LmSettings::Type type;
-        const char *value;
-    };
-    const Expected table[] = {
-        {LmSettings::ReportsSelectedReport, "/reports/selectedReport", LmSettings::Integer, "0"},
-        {LmSettings::ReportsWeightPeriod, "/reports/weight/period", LmSettings::Integer, "0"},
-        {LmSettings::ReportsNutrientPeriod, "/reports/nutrient/period", LmSettings::Integer, "0"},
-        {LmSettings::ReportsNutrientEnergyNet, "/reports/nutrient/energyNet", LmSettings::Boolean, "0"},
-        {LmSettings::ReportsNutrientEnergyBurned, "/reports/nutrient/energyBurned", LmSettings::Boolean, "0"},
-        {LmSettings::ReportsNutrientEnergyIntake, "/reports/nutrient/energyIntake", LmSettings::Boolean, "0"},
-        {LmSettings::ReportsNutrientFat, "/reports/nutrient/fat", LmSettings::Boolean, "1"},
-        {LmSettings::ReportsNutrientSaturatedFat, "/reports/nutrient/saturatedfat", LmSettings::Boolean, "0"},
-        {LmSettings::ReportsNutrientCholesterol, "/reports/nutrient/cholesterol", LmSettings::Boolean, "0"},
-        {LmSettings::ReportsNutrientProtein, "/reports/nutrient/protein", LmSettings::Boolean, "1"},
-        {LmSettings::ReportsNutrientSodium, "/reports/nutrient/sodium", LmSettings::Boolean, "0"},
-        {LmSettings::ReportsNutrientFiber, "/reports/nutrient/fiber", LmSettings::Boolean, "1"},
-        {LmSettings::ReportsNutrientCarb, "/reports/nutrient/carb", LmSettings::Boolean, "1"},
-        {LmSettings::ReportsNutrientSugar, "/reports/nutrient/sugar", LmSettings::Boolean, "0"},
-        {LmSettings::ReportsNutrientCalcium, "/reports/nutrient/calcium", LmSettings::Boolean, "0"},
-        {LmSettings::ProxySettings, "proxySettings", LmSettings::Text, ""},
-        {LmSettings::StaticDbLastUpdate, "/staticdb/lastUpdate", LmSettings::Text, ""},
-        {LmSettings::StaticDbUpdateInterval, "/staticdb/updateInterval", LmSettings::Integer, "28"},
-        {LmSettings::BrowserAdvancedSearch, "/browser/advancedSearch", LmSettings::Boolean, "0"},
-        {LmSettings::PalmCondDoNotSyncDevices, "/palmcond/doNotSyncDevices", LmSettings::Text, "0"},
-        {LmSettings::DataBackupPath, "dataBackupPath", LmSettings::Text, ""},
-    };
-    for (const Expected &e : table) {
-        const LmSettings::Definition *definition = LmSettings::definition(e.id);
-        QVERIFY(definition);
-        QCOMPARE(QLatin1String(definition->key), QLatin1String(e.key));
-        QCOMPARE(definition->type, e.type);
-        const QString value = QLatin1String(e.value);
-        switch (e.type) {
-        case LmSettings::Integer:
-            QCOMPARE(LmSettings::readInt(e.id), value.toInt());
-            break;
-        case LmSettings::Boolean:
-            QCOMPARE(LmSettings::readBool(e.id), value == QLatin1String("1"));
-            break;
-        case LmSettings::Text:
-            QCOMPARE(LmSettings::readString(e.id), value);
-            break;
-        }
-    }
+    QCOMPARE(LmSettings::readInt(LmSettings::StaticDbUpdateInterval), 28);
+    QCOMPARE(LmSettings::readBool(LmSettings::ReportsNutrientFiber), true);
+    QCOMPARE(LmSettings::readBool(LmSettings::ReportsNutrientSugar), false);
+    QCOMPARE(LmSettings::readString(LmSettings::PalmCondDoNotSyncDevices), QStringLiteral("0"));
+    QCOMPARE(LmSettings::readString(LmSettings::ProxySettings), QString());
+    QCOMPARE(QLatin1String(LmSettings::definition(LmSettings::DataBackupPath)->key), QLatin1String("dataBackupPath"));
     QVERIFY(!LmSettings::definition(LmSettings::Id(1)));
     LM_VERIFY_ASSERT(LmSettings::readBool(LmSettings::ProxySettings), "definition->type == type");
 }
