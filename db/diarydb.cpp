@@ -215,17 +215,20 @@ void DiaryDB::removeExerciseEntry(int ex_id) const
 DiaryDay DiaryDB::getDay(int user_id, const QString &day) const
 {
     DiaryDay result;
-    LmSqlQueryPtr foods = prepare(QStringLiteral("SELECT food_id, user_id, meal, date, status, ref_id, serving_id, "
-                                                 "size, food_name, serv_name, calories, fat, protein, carb, fiber, "
-                                                 "saturated_fat, cholesterol, sodium , sugar, calcium FROM food_")
-                                  + _suffix + QStringLiteral(" WHERE user_id = ? AND date = ?"));
+    // A day is read whenever the diary view changes: its two statements stay prepared.
+    LmSqlQueryPtr foods = LmSqlDb::instance()->cachedQuery(
+        QStringLiteral("SELECT food_id, user_id, meal, date, status, ref_id, serving_id, size, food_name, "
+                       "serv_name, calories, fat, protein, carb, fiber, saturated_fat, cholesterol, sodium , sugar, "
+                       "calcium FROM food_")
+        + _suffix + QStringLiteral(" WHERE user_id = ? AND date = ?"));
     bool ret = run(foods, {user_id, day});
     LM_ASSERT(ret);
     while (foods->next())
         result.foods.append(readFood(*foods));
 
-    LmSqlQueryPtr exercises = prepare(QStringLiteral("SELECT  ex_id, duration, rate, name, status FROM exer_") + _suffix
-                                      + QStringLiteral(" WHERE date = ? AND user_id = ?"));
+    LmSqlQueryPtr exercises = LmSqlDb::instance()->cachedQuery(
+        QStringLiteral("SELECT  ex_id, duration, rate, name, status FROM exer_") + _suffix
+        + QStringLiteral(" WHERE date = ? AND user_id = ?"));
     ret = run(exercises, {day, user_id});
     LM_ASSERT(ret);
     while (exercises->next()) {

@@ -130,6 +130,8 @@ LmSqlDb::LmSqlDb(std::string &error, bool &openFailed)
 
 LmSqlDb::~LmSqlDb()
 {
+    qDeleteAll(_cachedQueries);
+    _cachedQueries.clear();
     if (_db) {
         _db->close();
         _db.reset();
@@ -193,6 +195,20 @@ LmSqlQueryPtr LmSqlDb::prepare(const QString &sql) const
     query->setForwardOnly(true);
     query->prepare(sql);
     return LmSqlQueryPtr(query);
+}
+
+LmSqlQueryPtr LmSqlDb::cachedQuery(const QString &sql)
+{
+    QSqlQuery *&query = _cachedQueries[sql];
+    if (!query) {
+        query = new QSqlQuery(_db ? *_db : QSqlDatabase());
+        query->setForwardOnly(true);
+        query->prepare(sql);
+    }
+    query->finish();
+    LmSqlQueryPtr handle(query);
+    handle._owns = false;
+    return handle;
 }
 
 void LmSqlDb::releaseQuery(LmSqlQueryPtr &handle)

@@ -12,6 +12,7 @@
 // creating the file, restoring a masked header and copying it for a backup. They report through
 // their result and an error text and never throw.
 
+#include <QHash>
 #include <QString>
 
 #include <memory>
@@ -85,6 +86,11 @@ public:
 
     // A new query on the connection, prepared with sql. A bad statement shows when executed.
     LmSqlQueryPtr prepare(const QString &sql) const;
+    // A query prepared once and kept for the life of the database, for the statements of the hot
+    // paths (a day of the diary). The handle does not own it; its bound values and results are
+    // reset by the next exec().
+    LmSqlQueryPtr cachedQuery(const QString &sql);
+
     // Destroys the handle's query (when the handle owns it) and nulls it; asserts the instance.
     static void releaseQuery(LmSqlQueryPtr &handle);
 
@@ -111,6 +117,7 @@ private:
     static LmSqlDb *_instance;
 
     std::unique_ptr<QSqlDatabase> _db;
+    QHash<QString, QSqlQuery *> _cachedQueries;
     int _nestedTransactionLevel = 0;
 };
 

@@ -30,28 +30,35 @@ void TestDefaultBrand::everyQueriedIdExists_data()
             QTest::newRow(id) << int(type);
     };
     add(BrandEngine::ValueType::Bool,
-        {"update_enabled", "publish_enabled", "publish_on_quit_forced", "mealplans_enabled", "metrics_enabled",
-         "feature.family", "install.other_brand", "dietplan.brindlemoss.enabled", "conduit_enabled",
-         "datastore_compat", "steps_measurement_enabled", "chest_measurement_enabled", "waist_measurement_enabled",
-         "hip_measurement_enabled", "thigh_measurement_enabled"});
+        {"update_enabled", "publish_enabled", "publish_on_quit_forced", "mealplans_enabled",
+         "metrics_enabled", "feature.family", "install.other_brand", "dietplan.brindlemoss.enabled",
+         "conduit_enabled", "datastore_compat", "steps_measurement_enabled", "chest_measurement_enabled",
+         "waist_measurement_enabled", "hip_measurement_enabled", "thigh_measurement_enabled"});
     add(BrandEngine::ValueType::Int,
         {"default_energy_units", "default_measurement_units", "datastore.old_path.count", "www_count"});
     add(BrandEngine::ValueType::String,
         {"app_name", "app_name_short", "brand_id", "creatorid", "web_address", "web_name", "update_rss_url",
          "publish_auth_url", "mealplan_auth_url", "metrics_auth_url", "spelling_fiber", "spelling_favorite",
          "spelling_customize", "spelling_personalized", "spelling_twoweeks"});
+    // splash, report and profile pictures
     add(BrandEngine::ValueType::Image,
-        {"splash", "checkin_icon", "diary_icon", "reports_icon", "garphics.tobrin.signature",
-         "graphics.image.profile.logo", "graphics.icon.addbutton", "graphics.icon.backarrow",
-         "graphics.icon.frontarrow", "graphics.icon.checkin.delete", "graphics.icon.checkin.edit",
-         "graphics.icon.checkin.today", "graphics.icon.copy", "graphics.icon.cross", "graphics.icon.diary.delete",
-         "graphics.icon.diary.edit", "graphics.icon.exercise", "graphics.icon.food", "graphics.icon.help",
-         "graphics.icon.mealplan", "graphics.icon.print", "graphics.icon.publish", "graphics.icon.search_small",
-         "graphics.icon.searchclear_small", "graphics.icon.tick", "graphics.icon.updatedb",
-         "graphics.icon.web.back", "graphics.icon.web.forward", "graphics.icon.web.home",
-         "graphics.icon.breakdown", "graphics.icon.nutrient", "graphics.icon.pedometer", "graphics.icon.summary",
-         "graphics.icon.weight", "graphics_tick_no_no", "graphics_tick_no_yes", "graphics_tick_yes_no",
-         "graphics_tick_yes_yes"});
+        {"splash", "graphics.icon.breakdown", "graphics.icon.nutrient", "graphics.icon.pedometer",
+         "graphics.icon.summary", "graphics.icon.weight", "graphics.image.profile.logo"});
+    // section pictures, the signature and the green ticks
+    add(BrandEngine::ValueType::Image,
+        {"checkin_icon", "diary_icon", "reports_icon", "garphics.tobrin.signature", "graphics_tick_no_no",
+         "graphics_tick_no_yes", "graphics_tick_yes_no", "graphics_tick_yes_yes"});
+    // tool buttons
+    add(BrandEngine::ValueType::Image,
+        {"graphics.icon.addbutton", "graphics.icon.backarrow", "graphics.icon.frontarrow",
+         "graphics.icon.checkin.delete", "graphics.icon.checkin.edit", "graphics.icon.checkin.today",
+         "graphics.icon.copy", "graphics.icon.cross", "graphics.icon.diary.delete"});
+    add(BrandEngine::ValueType::Image,
+        {"graphics.icon.diary.edit", "graphics.icon.exercise", "graphics.icon.food", "graphics.icon.help",
+         "graphics.icon.mealplan", "graphics.icon.print", "graphics.icon.publish",
+         "graphics.icon.search_small", "graphics.icon.searchclear_small", "graphics.icon.tick",
+         "graphics.icon.updatedb", "graphics.icon.web.back", "graphics.icon.web.forward",
+         "graphics.icon.web.home"});
 }
 
 void TestDefaultBrand::everyQueriedIdExists()
