@@ -102,14 +102,15 @@ int profileAdd(Context &context, const QStringList &args)
     settings.measurement_units = brandInt("default_measurement_units", 0);
     settings.energy_units = brandInt("default_energy_units", 1);
     applyUnitOptions(a, settings);
-    const DisplayUnits units{settings.measurement_units == 1, settings.energy_units == 0};
-    const double height = units.lengthToStorage(
-        parseNumber(a.value(QStringLiteral("--height")), QStringLiteral("--height"), units.lengthToDisplay(50),
-                    units.lengthToDisplay(272)));
+    const DisplayUnits units(settings);
+    const double height = units.length().fromDisplayValue(
+        parseNumber(a.value(QStringLiteral("--height")), QStringLiteral("--height"), units.length().toDisplay(50),
+                    units.length().toDisplay(272)));
     double weight = -1;
     if (a.has(QStringLiteral("--weight"))) {
-        weight = units.weightToStorage(parseNumber(a.value(QStringLiteral("--weight")), QStringLiteral("--weight"),
-                                                   units.weightToDisplay(20), units.weightToDisplay(500)));
+        weight = units.weight().fromDisplayValue(parseNumber(a.value(QStringLiteral("--weight")),
+                                                             QStringLiteral("--weight"), units.weight().toDisplay(20),
+                                                             units.weight().toDisplay(500)));
     }
     const int activity = a.has(QStringLiteral("--activity"))
                              ? parseInteger(a.value(QStringLiteral("--activity")), QStringLiteral("--activity"), 0, 3)
@@ -194,9 +195,9 @@ int checkin(Context &context, const QStringList &args)
             continue;
         any = true;
         const bool isWeight = option == QLatin1String("--weight");
-        const double shown = parseNumber(a.value(option), option, 0,
-                                         isWeight ? units.weightToDisplay(500) : units.lengthToDisplay(300));
-        const double stored = isWeight ? units.weightToStorage(shown) : units.lengthToStorage(shown);
+        const UnitDescriptor &unit = isWeight ? units.weight() : units.length();
+        const double shown = parseNumber(a.value(option), option, 0, unit.toDisplay(isWeight ? 500 : 300));
+        const double stored = unit.fromDisplayValue(shown);
         double &field = isWeight                                ? checkIn.weight
                         : option == QLatin1String("--chest")    ? checkIn.chest
                         : option == QLatin1String("--waist")    ? checkIn.waist
@@ -263,9 +264,9 @@ int target(Context &context, const QStringList &args)
         if (!a.has(options.at(i)))
             continue;
         any = true;
-        const double max = i == 0 ? units.energyToDisplay(20000) : 100000;
+        const double max = i == 0 ? units.energy().toDisplay(20000) : 100000;
         const double value = parseNumber(a.value(options.at(i)), options.at(i), 0, max);
-        targets.values[size_t(i)] = i == 0 ? units.energyToStorage(value) : value;
+        targets.values[size_t(i)] = i == 0 ? units.energy().fromDisplayValue(value) : value;
     }
     if (!any)
         usageError(QStringLiteral("target needs at least one value"));

@@ -46,41 +46,16 @@ int Session::userId() const
     usageError(QStringLiteral("no profile '%1'").arg(_profile));
 }
 
+DisplayUnits::DisplayUnits(const UserSettings &settings)
+    : _weight(makeWeightUnit(settings.measurement_units == 1 ? 1 : 0))
+    , _length(makeMeasurementUnit(settings.measurement_units == 1 ? 1 : 0))
+    , _energy(makeEnergyUnit(settings.energy_units == 0 ? 1 : 0)) // stored 0 means kilojoules
+{
+}
+
 DisplayUnits DisplayUnits::of(int userId)
 {
-    const UserSettings settings = UserDB::getSettings(userId);
-    return {settings.measurement_units == 1, settings.energy_units == 0};
-}
-
-// The program's conversion factors (4.18 kJ per calorie is the product's own).
-double DisplayUnits::weightToStorage(double value) const
-{
-    return imperial ? value * 0.4535924 : value;
-}
-
-double DisplayUnits::weightToDisplay(double kg) const
-{
-    return imperial ? kg * 2.2046224760379585 : kg;
-}
-
-double DisplayUnits::lengthToStorage(double value) const
-{
-    return imperial ? value * 2.54 : value;
-}
-
-double DisplayUnits::lengthToDisplay(double cm) const
-{
-    return imperial ? cm * 0.39370078740157477 : cm;
-}
-
-double DisplayUnits::energyToStorage(double value) const
-{
-    return kilojoules ? value * 0.23923444976076558 : value;
-}
-
-double DisplayUnits::energyToDisplay(double calories) const
-{
-    return kilojoules ? calories * 4.18 : calories;
+    return DisplayUnits(UserDB::getSettings(userId));
 }
 
 QString dayArgument(const QString &text, const QString &what)

@@ -5,6 +5,10 @@
 // triggers) and shut down cleanly when the session ends.
 
 #include "cli/cli.h"
+#include "db/userdb.h"
+#include "model/unitdescriptor.h"
+
+#include <memory>
 
 namespace Cli {
 
@@ -28,21 +32,18 @@ private:
 };
 
 // Display units of a profile, for the numbers the tool reads and prints.
-struct DisplayUnits
+class DisplayUnits
 {
-    bool imperial = false;   // lb and in instead of kg and cm
-    bool kilojoules = false; // kJ instead of calories
-
+public:
+    explicit DisplayUnits(const UserSettings &settings);
     static DisplayUnits of(int userId);
-    double weightToStorage(double value) const;
-    double weightToDisplay(double kg) const;
-    double lengthToStorage(double value) const;
-    double lengthToDisplay(double cm) const;
-    double energyToStorage(double value) const;
-    double energyToDisplay(double calories) const;
-    QString weightUnit() const { return imperial ? QStringLiteral("lb") : QStringLiteral("kg"); }
-    QString lengthUnit() const { return imperial ? QStringLiteral("in") : QStringLiteral("cm"); }
-    QString energyUnit() const { return kilojoules ? QStringLiteral("kj") : QStringLiteral("cals"); }
+
+    const UnitDescriptor &weight() const { return *_weight; }
+    const UnitDescriptor &length() const { return *_length; }
+    const UnitDescriptor &energy() const { return *_energy; }
+
+private:
+    std::shared_ptr<UnitDescriptor> _weight, _length, _energy;
 };
 
 // "yyyyMMdd" of a date argument.

@@ -1,0 +1,143 @@
+// Display units: conversion factors and their drift, formatting, preferences, the height split.
+
+#include "model/dbtypes.h"
+#include "model/unitdescriptor.h"
+#include "testsupport.h"
+
+#include <QValidator>
+
+class TestUnits : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void cleanup() { UnitRegistry::instance().applyPreferences(0, 1); }
+
+    void formatting_data();
+    void formatting();
+    void conversions_data();
+    void conversions();
+    void preferences();
+    void heightSplit_data();
+    void heightSplit();
+    void misuse();
+};
+
+void TestUnits::formatting_data()
+{
+    QTest::addColumn<int>("unit");
+    QTest::addColumn<double>("stored");
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<QString>("withUnit");
+    QTest::addColumn<QString>("longForm");
+
+    QTest::newRow("energy") << int(UNIT_ENERGY) << 1234.4 << "1234" << "1234 cals" << "1234 cals";
+    QTest::newRow("energy zero") << int(UNIT_ENERGY) << 0.0 << "0" << "0 cals" << "0 cals";
+    QTest::newRow("fat has no long form") << int(UNIT_FAT) << 0.0 << "0.0" << "0.0 g" << "";
+    QTest::newRow("unknown") << int(UNIT_CARB) << -1.0 << "-" << "-" << "-";
+    QTest::newRow("fibre spelled by the brand") << int(UNIT_FIBER) << 2.45 << "2.5" << "2.5 g" << "2.5g of fibre";
+    QTest::newRow("iron percent") << int(UNIT_IRON) << 12.0 << "12.0" << "12.0 %" << "12.0% of iron";
+    QTest::newRow("potassium says sodium") << int(UNIT_POTASSIUM) << 3.0 << "3.0" << "3.0 mg" << "3.0mg of sodium";
+    QTest::newRow("steps") << int(UNIT_STEPS) << 10234.0 << "10234" << "10234" << "10234 steps";
+}
+
+void TestUnits::formatting()
+{
+    QFETCH(int, unit);
+    QFETCH(double, stored);
+    UnitRegistry::instance().setFiberSpelling(QStringLiteral("fibre"));
+    const UnitDescriptor *descriptor = UnitRegistry::instance().getUnit(unit);
+    QTEST(descriptor->formatValue(stored), "value");
+    QTEST(descriptor->formatValueWithUnit(stored), "withUnit");
+    QTEST(descriptor->formatValueLong(stored), "longForm");
+}
+
+void TestUnits::conversions_data()
+{
+    QTest::addColumn<int>("unit");
+    QTest::addColumn<int>("system");
+    QTest::addColumn<double>("stored");
+    QTest::addColumn<double>("shown");
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<double>("parsed");
+
+    QTest::newRow("calories") << int(UNIT_ENERGY) << 0 << 1000.0 << 1000.0 << "250" << 250.0;
+    QTest::newRow("kilojoules: 4.18, not 4.184") << int(UNIT_ENERGY) << 1 << 1000.0 << 4180.0 << "418" << 100.0;
+    QTest::newRow("pounds drift in the 8th digit") << int(UNIT_WEIGHT) << 1 << 45.35924 << 99.999994 << "100"
+                                                   << 45.35924;
+    QTest::newRow("inches") << int(UNIT_MEASUREMENT) << 1 << 254.0 << 100.0 << "10" << 25.4;
+    QTest::newRow("centimetres") << int(UNIT_MEASUREMENT) << 0 << 170.0 << 170.0 << "170.5" << 170.5;
+}
+
+void TestUnits::conversions()
+{
+    QFETCH(int, unit);
+    QFETCH(int, system);
+    QFETCH(double, stored);
+    QFETCH(double, shown);
+    QFETCH(QString, typed);
+    QFETCH(double, parsed);
+    std::unique_ptr<UnitDescriptor> descriptor = unit == UNIT_ENERGY   ? makeEnergyUnit(system)
+                                                 : unit == UNIT_WEIGHT ? makeWeightUnit(system)
+                                                                       : makeMeasurementUnit(system);
+    QVERIFY(qAbs(descriptor->toDisplay(stored) - shown) < 1e-5);
+    QVERIFY(qAbs(descriptor->fromDisplay(typed) - parsed) < 1e-4);
+    if (unit == UNIT_WEIGHT)
+        QCOMPARE(descriptor->formatValueWithUnit(stored), QStringLiteral("100.0 lb"));
+    std::unique_ptr<QValidator> validator(descriptor->createValidator(nullptr));
+    QVERIFY(validator);
+    QCOMPARE(kgToLb(1.0), 2.2046224760379585);
+    QCOMPARE(lbToKg(1.0), 0.4535924);
+}
+
+void TestUnits::preferences()
+{
+    UnitRegistry &registry = UnitRegistry::instance();
+    registry.applyPreferences(1, 0); // imperial, kilojoules (stored 0)
+    QCOMPARE(registry.getUnit(UNIT_ENERGY)->getUnitText(), QStringLiteral("kj"));
+    QCOMPARE(registry.getUnit(UNIT_WEIGHT)->getUnitText(), QStringLiteral("lb"));
+    QCOMPARE(registry.getUnit(UNIT_MEASUREMENT)->getUnitText(), QStringLiteral("in"));
+    QCOMPARE(registry.getUnitForNutrient(ENERGY)->formatValueWithUnit(1000), QStringLiteral("4180 kj"));
+
+    QTest::ignoreMessage(QtWarningMsg, "Invalid measurement type");
+    QTest::ignoreMessage(QtWarningMsg, "Invalid energy type");
+    registry.applyPreferences(7, 7); // both kept
+    QCOMPARE(registry.getUnit(UNIT_WEIGHT)->getUnitText(), QStringLiteral("lb"));
+    QCOMPARE(registry.getUnit(UNIT_ENERGY)->getUnitText(), QStringLiteral("kj"));
+
+    registry.applyPreferences(0, 1);
+    QCOMPARE(registry.getUnit(UNIT_ENERGY)->getName(), QStringLiteral("Calories"));
+    // Nutrient 3 is protein (unit 4), nutrient 4 fibre (unit 3).
+    QCOMPARE(registry.getUnitForNutrient(PROTEIN), registry.getUnit(UNIT_PROTEIN));
+    QCOMPARE(registry.getUnitForNutrient(FIBER), registry.getUnit(UNIT_FIBER));
+}
+
+void TestUnits::heightSplit_data()
+{
+    QTest::addColumn<double>("cm");
+    QTest::addColumn<int>("feet");
+    QTest::addColumn<int>("inches");
+    QTest::newRow("6 ft shows as 5 ft 12 in") << 182.88 << 5 << 12;
+    QTest::newRow("30 cm rounds to 12 in") << 30.0 << 0 << 12;
+    QTest::newRow("plain") << 170.0 << 5 << 7;
+    QTest::newRow("rounds up") << 165.0 << 5 << 5;
+}
+
+void TestUnits::heightSplit()
+{
+    QFETCH(double, cm);
+    const FeetInches split = splitHeight(cm);
+    QTEST(split.feet, "feet");
+    QTEST(split.inches, "inches");
+    QCOMPARE(joinHeight(5, 7), 170); // 67 in = 170.18 cm, whole centimetres
+}
+
+void TestUnits::misuse()
+{
+    LM_VERIFY_ASSERT(UnitRegistry::instance().getUnit(15), "p != _units.end()");
+    LM_VERIFY_ASSERT(UnitRegistry::instance().setUnit(15, nullptr), "it != _units.end()");
+    LM_VERIFY_ASSERT(UnitRegistry::instance().getUnitForNutrient(10), "it != _unitsEnum.end()");
+}
+
+QTEST_MAIN(TestUnits)
+#include "tst_units.moc"
