@@ -43,7 +43,7 @@ constexpr std::array kCommands = {
     Command{"log-food", "DATE MEAL FOOD_ID [--serving ID|NAME] [--qty Q]", "Diary", nullptr},
     Command{"log-exercise", "DATE EXERCISE_ID MINUTES", "Diary", nullptr},
     Command{"remove", "food|exercise ENTRY_ID", "Diary", nullptr},
-    Command{"day", "[DATE]", "Diary", nullptr},
+    Command{"day", "[DATE]", "Diary", day},
     Command{"meal-save", "NAME DATE MEAL", "Diary", nullptr},
     Command{"meal-list", "", "Diary", nullptr},
     Command{"meal-add", "NAME|ID DATE MEAL", "Diary", nullptr},

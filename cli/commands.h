@@ -28,5 +28,6 @@ int checkin(Context &context, const QStringList &args);
 int checkinRemove(Context &context, const QStringList &args);
 int water(Context &context, const QStringList &args);
 int target(Context &context, const QStringList &args);
+int day(Context &context, const QStringList &args);
 
 } // namespace Cli

@@ -4,6 +4,7 @@
 #include "cli/commands.h"
 #include "cli/session.h"
 
+#include "app/profilepreferences.h"
 #include "brand/brandengine.h"
 #include "db/lmsqldb.h"
 #include "db/userdb.h"
@@ -153,13 +154,18 @@ int profileSet(Context &context, const QStringList &args)
                              QStringLiteral("--ask-before-publish"), QStringLiteral("--budget-mode"),
                              QStringLiteral("--exercise-target"), QStringLiteral("--snack-mode")});
     a.expectPositionals(0, 0, QStringLiteral("profile-set [OPTIONS]"));
-    for (const char *later : {"--budget-mode", "--exercise-target", "--snack-mode"}) {
-        if (a.has(QLatin1String(later)))
-            usageError(QStringLiteral("%1: not available yet").arg(QLatin1String(later)));
-    }
     const Session session(context);
     const int userId = session.userId();
     UserSettings settings = UserDB::getSettings(userId);
+    ProfilePreferences preferences = ProfilePreferences::load(userId);
+    if (a.has(QStringLiteral("--budget-mode")))
+        preferences.budgetMode = parseInteger(a.value(QStringLiteral("--budget-mode")), QStringLiteral("--budget-mode"), 0, 1);
+    if (a.has(QStringLiteral("--exercise-target"))) {
+        preferences.exerciseTarget =
+            parseInteger(a.value(QStringLiteral("--exercise-target")), QStringLiteral("--exercise-target"), 0, 1440);
+    }
+    if (a.has(QStringLiteral("--snack-mode")))
+        preferences.snackMode = parseInteger(a.value(QStringLiteral("--snack-mode")), QStringLiteral("--snack-mode"), 0, 2);
     applyUnitOptions(a, settings);
     if (a.has(QStringLiteral("--web-user")))
         settings.web_username = a.value(QStringLiteral("--web-user"));
@@ -172,6 +178,7 @@ int profileSet(Context &context, const QStringList &args)
             parseYesNo(a.value(QStringLiteral("--ask-before-publish")), QStringLiteral("--ask-before-publish"));
     }
     inTransaction([&] { UserDB::setSettings(userId, settings); });
+    preferences.save(userId);
     return Success;
 }
 

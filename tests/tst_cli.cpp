@@ -236,9 +236,32 @@ void TestCli::profilesAndDailyRecords()
              QStringList{QStringLiteral("1900 60")});
     QCOMPARE(rows(QStringLiteral("SELECT energy_units || web_username FROM user_users WHERE user_id = 2")),
              QStringList{QStringLiteral("0bob")});
+
+    // A day as the desktop shows it: deleted entries hidden, totals net of exercise, the ticks.
+    QSqlQuery insert(db);
+    QVERIFY(insert.exec(QStringLiteral(
+        "INSERT INTO food_diary (user_id, date, meal, status, ref_id, food_name, serving_id, serv_name, size, "
+        "calories, fat) VALUES (1, '20260310', 1, 1, 9003, 'Apples, raw', 2, '1 medium', 1, 95, 0.3), "
+        "(1, '20260310', 3, 1, 7, 'Soup', 1, '1 bowl', 2, 1700, 20), (1, '20260310', 2, 2, 7, 'Gone', 1, 'x', 1, 500, 1)")));
+    QVERIFY(insert.exec(QStringLiteral("INSERT INTO exer_diary (user_id, date, duration, rate, name, status) "
+                                       "VALUES (1, '20260310', 30, 5, 'Walking', 1)")));
     db.close();
     db = QSqlDatabase();
     QSqlDatabase::removeDatabase(QStringLiteral("check"));
+
+    const Result day = run({QStringLiteral("day"), QStringLiteral("2026-03-10")});
+    QCOMPARE(day.status, 0);
+    const QStringList lines = day.out.split(QLatin1Char('\n'));
+    QCOMPARE(lines.at(0), QStringLiteral("Tuesday, March 10 2026"));
+    QCOMPARE(lines.at(1), QStringLiteral("Breakfast"));
+    QVERIFY(lines.at(2).startsWith(QStringLiteral("  1\tApples, raw\t1 x 1 medium\t95 cals\t-\t0.3 g\t")));
+    QVERIFY(!day.out.contains(QLatin1String("Gone")));
+    QVERIFY(lines.contains(QStringLiteral("Net\t1645 cals")));
+    QVERIFY(lines.contains(QStringLiteral("Water\t6 glasses")));
+    QVERIFY(lines.contains(QStringLiteral("Green ticks\tCongratulations! You've earnt a green tick for doing at least "
+                                          "30 minutes of exercise.\\n\\nIf you eat between 155 and 255 more calories "
+                                          "today, you'll be close  enough to your target to earn a green tick for "
+                                          "calories.")));
 }
 
 void TestCli::invalidInputChangesNothing_data()

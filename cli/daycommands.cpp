@@ -1,0 +1,226 @@
+// day: one day of the diary as the desktop shows it.
+
+#include "cli/commands.h"
+#include "cli/session.h"
+
+#include "app/profilepreferences.h"
+#include "brand/brandengine.h"
+#include "db/diarydb.h"
+#include "db/userdb.h"
+#include "model/dateconversion.h"
+#include "model/greenticks.h"
+#include "model/unitdescriptor.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLocale>
+
+#include <cmath>
+
+namespace Cli {
+namespace {
+
+const char *const kNutrientKeys[kNutrientCount] = {"calories", "carb",        "fat",    "protein", "fiber",
+                                                   "satfat",   "cholesterol", "sodium", "sugar",   "calcium"};
+
+// Meals in the order the profile's snack mode shows them; mode 0 gathers every snack in one group.
+QList<QList<int>> mealGroups(int snackMode)
+{
+    if (snackMode == 1)
+        return {{1}, {2}, {3}, {4}, {5}, {6}};
+    if (snackMode == 0)
+        return {{1}, {3}, {5}, {2, 4, 6}};
+    return {{1}, {3}, {5}, {2}, {4}, {6}};
+}
+
+QString nutrientsText(const std::array<float, kNutrientCount> &values)
+{
+    const UnitRegistry &units = UnitRegistry::instance();
+    QStringList parts;
+    for (int type = 0; type < kNutrientCount; ++type)
+        parts.append(units.getUnitForNutrient(type)->formatValueWithUnit(values[size_t(type)]));
+    return parts.join(QLatin1Char('\t'));
+}
+
+QJsonObject nutrientsJson(const std::array<float, kNutrientCount> &values)
+{
+    QJsonObject object;
+    for (int type = 0; type < kNutrientCount; ++type) {
+        const float value = values[size_t(type)];
+        // Values are single precision: three decimals say all they hold.
+        object.insert(QLatin1String(kNutrientKeys[type]),
+                      isKnown(value) ? QJsonValue(std::round(double(value) * 1000.0) / 1000.0) : QJsonValue());
+    }
+    return object;
+}
+
+std::array<float, kNutrientCount> sum(const QList<FoodDiaryItem> &foods)
+{
+    std::array<float, kNutrientCount> total{};
+    for (const FoodDiaryItem &food : foods) {
+        for (int type = 0; type < kNutrientCount; ++type) {
+            const float value = food.getNutrient(type);
+            if (value > 0)
+                total[size_t(type)] += value;
+        }
+    }
+    return total;
+}
+
+} // namespace
+
+int day(Context &context, const QStringList &args)
+{
+    const Arguments a(args, {});
+    a.expectPositionals(0, 1, QStringLiteral("day [DATE]"));
+    const QDate date = a.positionals().isEmpty() ? QDate::currentDate() : parseDate(a.positionals().constFirst());
+    const QString dayString = DateConversion::fromQDate(date);
+
+    const Session session(context);
+    const int userId = session.userId();
+    const UserSettings settings = UserDB::getSettings(userId);
+    const ProfilePreferences preferences = ProfilePreferences::load(userId);
+    UnitRegistry &units = UnitRegistry::instance();
+    units.applyPreferences(settings.measurement_units, settings.energy_units);
+    const BrandEngine &brand = BrandEngine::instance();
+    if (brand.idExists(QStringLiteral("spelling_fiber")))
+        units.setFiberSpelling(brand.getString(QStringLiteral("spelling_fiber")));
+
+    // Deleted entries stay in the table until every device has them; they are not shown.
+    DiaryDay diary = DiaryDB().getDay(userId, dayString);
+    diary.foods.removeIf([](const FoodDiaryItem &f) { return f.status == STATUS_DELETED; });
+    diary.exercises.removeIf([](const ExerciseDiaryItem &e) { return e.status == STATUS_DELETED; });
+
+    const Targets targets = UserDB::getTargets(userId, dayString);
+    const int water = UserDB::getWater(userId, dayString);
+    const std::optional<CheckIn> checkIn = UserDB::getLatestCheckIn(userId, dayString);
+    float minutes = 0;
+    for (const ExerciseDiaryItem &exercise : diary.exercises)
+        minutes += exercise.duration;
+    const float net = diary.total(ALL_MEALS, ENERGY);
+    const float burned = diary.total(EXERCISE, ENERGY);
+    std::optional<GreenTicks> ticks;
+    if (targets.values[ENERGY] > 0) {
+        ticks = computeGreenTicks({net, float(targets.values[ENERGY]), minutes, float(preferences.exerciseTarget),
+                                   preferences.budgetMode},
+                                  *units.getUnit(UNIT_ENERGY));
+    }
+    std::array<float, kNutrientCount> targetValues;
+    for (int type = 0; type < kNutrientCount; ++type)
+        targetValues[size_t(type)] = float(targets.values[size_t(type)]);
+
+    if (context.options.json) {
+        QJsonObject document{{QStringLiteral("date"), date.toString(Qt::ISODate)}};
+        QJsonArray meals;
+        for (const QList<int> &group : mealGroups(preferences.snackMode)) {
+            QList<FoodDiaryItem> foods;
+            QJsonArray entries;
+            for (const FoodDiaryItem &food : diary.foods) {
+                if (!group.contains(food.meal))
+                    continue;
+                foods.append(food);
+                entries.append(QJsonObject{{QStringLiteral("id"), food.food_id},
+                                           {QStringLiteral("food"), food.ref_id},
+                                           {QStringLiteral("name"), food.food_name},
+                                           {QStringLiteral("quantity"), double(food.size)},
+                                           {QStringLiteral("serving"), food.serv_name},
+                                           {QStringLiteral("meal"), food.meal},
+                                           {QStringLiteral("nutrients"), nutrientsJson(food.nutrients())}});
+            }
+            meals.append(QJsonObject{{QStringLiteral("name"), mealName(group.constLast(), preferences.snackMode)},
+                                     {QStringLiteral("entries"), entries},
+                                     {QStringLiteral("totals"), nutrientsJson(sum(foods))}});
+        }
+        QJsonArray exercises;
+        for (const ExerciseDiaryItem &exercise : diary.exercises) {
+            exercises.append(QJsonObject{{QStringLiteral("id"), exercise.ex_id},
+                                         {QStringLiteral("name"), exercise.name},
+                                         {QStringLiteral("minutes"), double(exercise.duration)},
+                                         {QStringLiteral("calories"), double(exercise.energy())}});
+        }
+        document.insert(QStringLiteral("meals"), meals);
+        document.insert(QStringLiteral("exercise"), exercises);
+        document.insert(QStringLiteral("totals"), nutrientsJson(sum(diary.foods)));
+        document.insert(QStringLiteral("burned"), double(burned));
+        document.insert(QStringLiteral("net"), double(net));
+        document.insert(QStringLiteral("targets"), nutrientsJson(targetValues));
+        document.insert(QStringLiteral("water"), water);
+        if (checkIn) {
+            QJsonObject c{{QStringLiteral("date"), DateConversion::toWebDate(checkIn->date)}};
+            const QPair<const char *, double> measures[] = {{"weight", checkIn->weight}, {"chest", checkIn->chest},
+                                                            {"waist", checkIn->waist},   {"hip", checkIn->hip},
+                                                            {"thigh", checkIn->thigh},   {"steps", checkIn->steps}};
+            for (const auto &[name, value] : measures) {
+                if (value >= 0)
+                    c.insert(QLatin1String(name), value);
+            }
+            if (!checkIn->note.isEmpty())
+                c.insert(QStringLiteral("note"), checkIn->note);
+            document.insert(QStringLiteral("checkin"), c);
+        }
+        if (ticks) {
+            document.insert(QStringLiteral("greenTicks"), QJsonObject{{QStringLiteral("food"), ticks->foodTick},
+                                                                      {QStringLiteral("exercise"), ticks->exerciseTick},
+                                                                      {QStringLiteral("text"), ticks->tooltip}});
+        }
+        printJson(QJsonDocument(document).toJson(QJsonDocument::Indented));
+        return Success;
+    }
+
+    const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
+    printLine(DateConversion::longDayName(date));
+    for (const QList<int> &group : mealGroups(preferences.snackMode)) {
+        QList<FoodDiaryItem> foods;
+        for (const FoodDiaryItem &food : diary.foods) {
+            if (group.contains(food.meal))
+                foods.append(food);
+        }
+        if (foods.isEmpty())
+            continue;
+        printLine(mealName(group.constLast(), preferences.snackMode));
+        for (const FoodDiaryItem &food : foods) {
+            printLine(QStringLiteral("  %1\t%2\t%3 x %4\t").arg(food.food_id).arg(escapeField(food.food_name))
+                          .arg(QLocale::c().toString(double(food.size), 'g', 6), escapeField(food.serv_name))
+                      + nutrientsText(food.nutrients()));
+        }
+        printLine(QStringLiteral("  Total\t") + nutrientsText(sum(foods)));
+    }
+    if (!diary.exercises.isEmpty()) {
+        printLine(mealName(EXERCISE, preferences.snackMode));
+        for (const ExerciseDiaryItem &exercise : diary.exercises) {
+            printLine(QStringLiteral("  %1\t%2\t%3 min\t%4")
+                          .arg(exercise.ex_id)
+                          .arg(escapeField(exercise.name), QLocale::c().toString(double(exercise.duration), 'g', 6),
+                               energy.formatValueWithUnit(exercise.energy())));
+        }
+    }
+    printLine(QStringLiteral("Day total\t") + nutrientsText(sum(diary.foods)));
+    printLine(QStringLiteral("Burned\t") + energy.formatValueWithUnit(burned));
+    printLine(QStringLiteral("Net\t") + energy.formatValueWithUnit(net));
+    printLine(QStringLiteral("Targets\t") + nutrientsText(targetValues));
+    printLine(QStringLiteral("Water\t%1 glasses").arg(water));
+    if (checkIn) {
+        QStringList parts = {DateConversion::toWebDate(checkIn->date)};
+        const UnitDescriptor &weight = *units.getUnit(UNIT_WEIGHT);
+        const UnitDescriptor &length = *units.getUnit(UNIT_MEASUREMENT);
+        if (checkIn->weight >= 0)
+            parts.append(QStringLiteral("weight ") + weight.formatValueWithUnit(checkIn->weight));
+        const QPair<const char *, double> lengths[] = {
+            {"chest", checkIn->chest}, {"waist", checkIn->waist}, {"hip", checkIn->hip}, {"thigh", checkIn->thigh}};
+        for (const auto &[name, value] : lengths) {
+            if (value >= 0)
+                parts.append(QLatin1String(name) + QLatin1Char(' ') + length.formatValueWithUnit(value));
+        }
+        if (checkIn->steps >= 0)
+            parts.append(units.getUnit(UNIT_STEPS)->formatValueLong(checkIn->steps));
+        if (!checkIn->note.isEmpty())
+            parts.append(QStringLiteral("note: ") + escapeField(checkIn->note));
+        printLine(QStringLiteral("Check-in\t") + parts.join(QStringLiteral(", ")));
+    }
+    if (ticks)
+        printLine(QStringLiteral("Green ticks\t") + escapeField(ticks->tooltip));
+    return Success;
+}
+
+} // namespace Cli
