@@ -258,10 +258,11 @@ void TestCli::profilesAndDailyRecords()
     QVERIFY(!day.out.contains(QLatin1String("Gone")));
     QVERIFY(lines.contains(QStringLiteral("Net\t1645 cals")));
     QVERIFY(lines.contains(QStringLiteral("Water\t6 glasses")));
-    QVERIFY(lines.contains(QStringLiteral("Green ticks\tCongratulations! You've earnt a green tick for doing at least "
-                                          "30 minutes of exercise.\\n\\nIf you eat between 155 and 255 more calories "
+    QVERIFY2(lines.contains(QStringLiteral("Green ticks\tCongratulations! You've earnt a green tick for doing at least "
+                                          "30 minutes of exercise.\\n\\nIf you eat between 155 and 355 more calories "
                                           "today, you'll be close  enough to your target to earn a green tick for "
-                                          "calories.")));
+                                          "calories.")),
+             qPrintable(day.out));
 }
 
 void TestCli::invalidInputChangesNothing_data()
