@@ -93,13 +93,14 @@ void BrandEngine::loadDocument(TarFileReader &archive, const QString &memberName
         if (!node.isElement())
             continue;
         const QDomElement element = node.toElement();
-        if (element.hasAttribute(QStringLiteral("platform"))
-            && !platformMatches(element.attribute(QStringLiteral("platform"))))
+        if (element.hasAttribute(QStringLiteral("platform")) &&
+            !platformMatches(element.attribute(QStringLiteral("platform"))))
             continue;
         if (element.hasAttribute(QStringLiteral("product"))) {
             const QString product = element.attribute(QStringLiteral("product"));
             if (!productMatches(product, QLatin1String(Lm::kProductKeyword))) {
-                qCWarning(lcBrand, "BrandEngine: Skipping element as it is not flagged for this product but '%s'",
+                qCWarning(lcBrand,
+                          "BrandEngine: Skipping element as it is not flagged for this product but '%s'",
                           qUtf8Printable(product));
                 continue;
             }
@@ -127,14 +128,16 @@ void BrandEngine::handleElement(TarFileReader &archive, const QDomElement &eleme
         const QString fileRef = element.attribute(QStringLiteral("fileref"));
         if (!id.isEmpty() && !fileRef.isEmpty()) {
             if (archive.list(fileRef, Qt::CaseSensitive).isEmpty()) {
-                qCWarning(lcBrand, "BrandEngine: can't find image file '%s' in archive", qUtf8Printable(fileRef));
+                qCWarning(lcBrand, "BrandEngine: can't find image file '%s' in archive",
+                          qUtf8Printable(fileRef));
             }
             _images.insert(id, ImageRef{&archive, fileRef});
         }
     } else if (tag == QLatin1String("include")) {
         // Accepted for older brand files; nothing to do.
     } else {
-        qCWarning(lcBrand, "BrandEngine: Unknown tag '%s' in %s", qUtf8Printable(tag), qUtf8Printable(memberName));
+        qCWarning(lcBrand, "BrandEngine: Unknown tag '%s' in %s", qUtf8Printable(tag),
+                  qUtf8Printable(memberName));
     }
 }
 
@@ -240,14 +243,14 @@ QString BrandEngine::expandBrandVariables(const QString &text) const
 QString BrandEngine::expandUrlVariables(QString &url, const BrandUrlValues &values) const
 {
     const QString userName = values.userName;
-    const QString pwHash = values.password.isEmpty()
-                               ? QString()
-                               : QString::fromLatin1(
-                                     QCryptographicHash::hash(values.password.toUtf8(), QCryptographicHash::Md5)
-                                         .toHex());
+    const QString pwHash =
+        values.password.isEmpty()
+            ? QString()
+            : QString::fromLatin1(
+                  QCryptographicHash::hash(values.password.toUtf8(), QCryptographicHash::Md5).toHex());
 
-    if ((url.contains(QLatin1String("${USERNAME}")) || url.contains(QLatin1String("${PWHASH}")))
-        && (userName.isEmpty() || pwHash.isEmpty())) {
+    if ((url.contains(QLatin1String("${USERNAME}")) || url.contains(QLatin1String("${PWHASH}"))) &&
+        (userName.isEmpty() || pwHash.isEmpty())) {
         return expandBrandVariables(kMembershipText);
     }
 

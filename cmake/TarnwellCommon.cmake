@@ -10,6 +10,12 @@ target_compile_definitions(tarnwell_common_cfg INTERFACE
     QT_DISABLE_DEPRECATED_UP_TO=0x060400
     TARNWELL_VERSION="${PROJECT_VERSION}")
 
+# Fuzz builds instrument our libraries too, so that libFuzzer sees coverage of the code under test.
+if(TARNWELL_FUZZ)
+    target_compile_options(tarnwell_common_cfg INTERFACE -fsanitize=fuzzer-no-link,address,undefined)
+    target_link_options(tarnwell_common_cfg INTERFACE -fsanitize=address,undefined)
+endif()
+
 if(TARNWELL_SANITIZE)
     target_compile_options(tarnwell_common_cfg INTERFACE
         -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
