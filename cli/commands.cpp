@@ -51,7 +51,7 @@ constexpr std::array kCommands = {
 
     Command{"summary", "[DATE]", "Reports and export", nullptr},
     Command{"export", "(--file F | --folder DIR | both) [--from DATE --to DATE] [--skip-empty]",
-            "Reports and export", nullptr},
+            "Reports and export", exportCommand},
 
     Command{"publish", "", "Web", nullptr},
     Command{"mealplan", "", "Web", nullptr},

@@ -29,5 +29,6 @@ int checkinRemove(Context &context, const QStringList &args);
 int water(Context &context, const QStringList &args);
 int target(Context &context, const QStringList &args);
 int day(Context &context, const QStringList &args);
+int exportCommand(Context &context, const QStringList &args);
 
 } // namespace Cli

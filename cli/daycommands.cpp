@@ -10,12 +10,15 @@
 #include "model/dateconversion.h"
 #include "model/greenticks.h"
 #include "model/unitdescriptor.h"
+#include "reports/csvexportdiary.h"
 
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocale>
 
+#include <algorithm>
 #include <cmath>
 
 namespace Cli {
@@ -220,6 +223,52 @@ int day(Context &context, const QStringList &args)
     }
     if (ticks)
         printLine(QStringLiteral("Green ticks\t") + escapeField(ticks->tooltip));
+    return Success;
+}
+
+} // namespace Cli
+
+namespace Cli {
+
+int exportCommand(Context &context, const QStringList &args)
+{
+    const Arguments a(args, {QStringLiteral("--file"), QStringLiteral("--folder"), QStringLiteral("--from"),
+                             QStringLiteral("--to")},
+                      {QStringLiteral("--skip-empty")});
+    a.expectPositionals(0, 0,
+                        QStringLiteral("export (--file F | --folder DIR | both) [--from DATE --to DATE] [--skip-empty]"));
+    const QString file = a.value(QStringLiteral("--file"));
+    const QString folder = a.value(QStringLiteral("--folder"));
+    if (file.isEmpty() && folder.isEmpty())
+        usageError(QStringLiteral("export needs --file, --folder or both"));
+    if (a.has(QStringLiteral("--from")) != a.has(QStringLiteral("--to")))
+        usageError(QStringLiteral("give both --from and --to, or neither for the whole diary"));
+    if (!folder.isEmpty() && !QFileInfo(folder).isDir())
+        usageError(QStringLiteral("--folder: %1 is not a folder").arg(folder));
+
+    QDate first;
+    QDate last;
+    if (a.has(QStringLiteral("--from"))) {
+        first = parseDate(a.value(QStringLiteral("--from")), QStringLiteral("--from"));
+        last = parseDate(a.value(QStringLiteral("--to")), QStringLiteral("--to"));
+        if (first > last)
+            usageError(QStringLiteral("--from is after --to"));
+    }
+
+    const Session session(context);
+    const int userId = session.userId();
+    if (!first.isValid()) {
+        // The whole diary: from the first to the last day that holds an item.
+        const QSet<QString> days = DiaryDB().getAllDatesWithEntries(userId, false);
+        if (days.isEmpty())
+            failure(QStringLiteral("There is nothing in the diary to export!"));
+        const auto [low, high] = std::minmax_element(days.cbegin(), days.cend());
+        first = DateConversion::toQDate(*low);
+        last = DateConversion::toQDate(*high);
+    }
+    const QString error = exportDiary(userId, file, folder, first, last, a.has(QStringLiteral("--skip-empty")));
+    if (!error.isEmpty())
+        failure(error);
     return Success;
 }
 

@@ -263,6 +263,21 @@ void TestCli::profilesAndDailyRecords()
                                           "today, you'll be close  enough to your target to earn a green tick for "
                                           "calories.")),
              qPrintable(day.out));
+
+    // The whole diary, from its first to its last day with an item.
+    const QString csv = _home.path() + QStringLiteral("/diary.csv");
+    const Result exported = run({QStringLiteral("export"), QStringLiteral("--file"), csv});
+    QCOMPARE(exported.err, QString());
+    QFile file(csv);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QList<QByteArray> csvLines = file.readAll().split('\n');
+    QCOMPARE(csvLines.size(), 5); // header, two foods, the exercise, the final line feed
+    QCOMPARE(csvLines.at(3), QByteArray("\"2026-03-10\",\"\",\"Exercise\",\"\",\"Walking\",\"30.00\",\"minutes\",\"-150.00\","));
+    QCOMPARE(run({QStringLiteral("export"), QStringLiteral("--file"), csv, QStringLiteral("--from"),
+                  QStringLiteral("2026-04-01"), QStringLiteral("--to"), QStringLiteral("2026-04-02"),
+                  QStringLiteral("--skip-empty")})
+                 .err,
+             QStringLiteral("tarnwell-cli: No days in the selected range have any recorded items\n"));
 }
 
 void TestCli::invalidInputChangesNothing_data()
