@@ -49,7 +49,7 @@ constexpr std::array kCommands = {
     Command{"meal-add", "NAME|ID DATE MEAL", "Diary", nullptr},
     Command{"meal-remove", "NAME|ID", "Diary", nullptr},
 
-    Command{"summary", "[DATE]", "Reports and export", nullptr},
+    Command{"summary", "[DATE]", "Reports and export", summary},
     Command{"export", "(--file F | --folder DIR | both) [--from DATE --to DATE] [--skip-empty]",
             "Reports and export", exportCommand},
 

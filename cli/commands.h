@@ -30,5 +30,6 @@ int water(Context &context, const QStringList &args);
 int target(Context &context, const QStringList &args);
 int day(Context &context, const QStringList &args);
 int exportCommand(Context &context, const QStringList &args);
+int summary(Context &context, const QStringList &args);
 
 } // namespace Cli

@@ -8,7 +8,9 @@
 #include "db/diarydb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
+#include "model/energy.h"
 #include "model/greenticks.h"
+#include "model/summaryreport.h"
 #include "model/unitdescriptor.h"
 #include "reports/csvexportdiary.h"
 
@@ -269,6 +271,65 @@ int exportCommand(Context &context, const QStringList &args)
     const QString error = exportDiary(userId, file, folder, first, last, a.has(QStringLiteral("--skip-empty")));
     if (!error.isEmpty())
         failure(error);
+    return Success;
+}
+
+} // namespace Cli
+
+namespace Cli {
+
+int summary(Context &context, const QStringList &args)
+{
+    const Arguments a(args, {});
+    a.expectPositionals(0, 1, QStringLiteral("summary [DATE]"));
+    const QDate date = a.positionals().isEmpty() ? QDate::currentDate() : parseDate(a.positionals().constFirst());
+    const QString dayString = DateConversion::fromQDate(date);
+
+    const Session session(context);
+    const int userId = session.userId();
+    const UserSettings settings = UserDB::getSettings(userId);
+    UnitRegistry &units = UnitRegistry::instance();
+    units.applyPreferences(settings.measurement_units, settings.energy_units);
+
+    SummaryInputs in;
+    in.day = date;
+    in.height = UserDB::getHeight(userId);
+    if (const std::optional<CheckIn> checkIn = UserDB::getLatestCheckIn(userId, dayString)) {
+        in.weight = checkIn->weight;
+        in.chest = checkIn->chest;
+        in.waist = checkIn->waist;
+        in.hip = checkIn->hip;
+        in.thigh = checkIn->thigh;
+    }
+    const QMap<QString, DailyTotal> totals = DiaryDB().getDailyTotals(userId, dayString, dayString, ALL_MEALS);
+    if (!totals.isEmpty()) {
+        in.eaten = totals.first().nutrients[ENERGY];
+        in.burned = totals.first().burned;
+    }
+    in.target = UserDB::getTargets(userId, dayString).values[ENERGY];
+
+    UserProfile profile;
+    for (const UserProfile &user : UserDB::getUsers()) {
+        if (user.user_id == userId)
+            profile = user;
+    }
+    const bool canForecast = in.weight > 0 && in.height > 0 && profile.dob.size() == 8
+                             && ageInYears(profile.dob, dayString) > 0;
+    if (canForecast) {
+        in.requirement = energyRequirement({float(in.weight), dayString,
+                                            UserDB::getLatestMiscInt(userId, QStringLiteral("activity"), dayString, 1),
+                                            profile.sex, float(in.height), profile.dob});
+    } else {
+        in.weight = in.weight > 0 && in.height > 0 ? in.weight : -1; // no BMI or forecast without both
+    }
+    const QString html =
+        summaryReport(in, *units.getUnit(UNIT_ENERGY), *units.getUnit(UNIT_WEIGHT), *units.getUnit(UNIT_MEASUREMENT));
+    if (context.options.json)
+        printJson(QJsonDocument(QJsonObject{{QStringLiteral("date"), date.toString(Qt::ISODate)},
+                                            {QStringLiteral("html"), html}})
+                      .toJson(QJsonDocument::Indented));
+    else
+        printLine(html);
     return Success;
 }
 

@@ -264,6 +264,9 @@ void TestCli::profilesAndDailyRecords()
                                           "calories.")),
              qPrintable(day.out));
 
+    QVERIFY(run({QStringLiteral("summary"), QStringLiteral("2026-03-10")})
+                .out.contains(QLatin1String("You've recorded <b>1645 cals</b> on this day (subtracting <b>150 cals</b>")));
+
     // The whole diary, from its first to its last day with an item.
     const QString csv = _home.path() + QStringLiteral("/diary.csv");
     const Result exported = run({QStringLiteral("export"), QStringLiteral("--file"), csv});
