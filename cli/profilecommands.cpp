@@ -9,6 +9,7 @@
 #include "db/lmsqldb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
+#include "model/energy.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -141,6 +142,18 @@ int profileAdd(Context &context, const QStringList &args)
             checkIn.date = today();
             checkIn.weight = weight;
             UserDB::setCheckIn(userId, checkIn);
+            // The first targets come from the built-in diet plan.
+            const int age = ageInYears(profile.dob, today());
+            if (age > 0) {
+                const float requirement =
+                    energyRequirement({float(weight), today(), activity, profile.sex, float(height), profile.dob});
+                Targets targets;
+                const auto planned = DietPlan::targets(requirement, MAINTAIN_WEIGHT, profile.sex, age);
+                for (int type = 0; type < kNutrientCount; ++type)
+                    targets.values[size_t(type)] = planned[size_t(type)];
+                UserDB::setTargets(userId, today(), targets);
+                UserDB::setMisc(userId, today(), MAINTAIN_WEIGHT, activity, -1, QLatin1String(DietPlan::kName));
+            }
         }
     });
     printLine(QString::number(userId));
