@@ -232,7 +232,7 @@ void TestCli::profilesAndDailyRecords()
              QStringList{QStringLiteral("2 86.36 felt good")});
     QVERIFY(rows(QStringLiteral("SELECT date FROM user_checkins WHERE date = '20260311'")).isEmpty());
     QCOMPARE(rows(QStringLiteral("SELECT cups FROM water_diary WHERE user_id = 1")), QStringList{QStringLiteral("6")});
-    QCOMPARE(rows(QStringLiteral("SELECT target_calories || ' ' || target_fat FROM user_target")),
+    QCOMPARE(rows(QStringLiteral("SELECT target_calories || ' ' || target_fat FROM user_target WHERE date = '20260301'")),
              QStringList{QStringLiteral("1900 60")});
     QCOMPARE(rows(QStringLiteral("SELECT energy_units || web_username FROM user_users WHERE user_id = 2")),
              QStringList{QStringLiteral("0bob")});
