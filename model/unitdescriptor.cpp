@@ -48,76 +48,39 @@ public:
     }
 };
 
-class UnitEnergy : public UnitDescriptor
+// Energy, weight and lengths: unit system 0 shows the stored value, system 1 scales it.
+struct TwoSystemSpec
 {
-public:
-    explicit UnitEnergy(int unitSystem)
-        : UnitDescriptor(unitSystem == 1 ? QStringLiteral("Kilojoules") : QStringLiteral("Calories"),
-                         QStringLiteral("%.0f"), unitSystem == 1 ? QStringLiteral("%.0f kj") : QStringLiteral("%.0f cals"),
-                         unitSystem == 1 ? QStringLiteral("%.0f kj") : QStringLiteral("%.0f cals"),
-                         unitSystem == 1 ? QStringLiteral("kj") : QStringLiteral("cals"), unitSystem)
-    {
-    }
-    double toDisplay(double stored) const override
-    {
-        if (_unitSystem == 0)
-            return stored;
-        if (_unitSystem == 1)
-            return stored * kKilojoulesPerCalorie;
-        qCWarning(lcModel, "Invalid type");
-        return 0.0;
-    }
-    double fromDisplayValue(double value) const override
-    {
-        if (_unitSystem == 0)
-            return value;
-        if (_unitSystem == 1)
-            return value * kCaloriesPerKilojoule;
-        qCWarning(lcModel, "invalid type");
-        return 0.0;
-    }
-    QValidator *createValidator(QObject *parent) const override { return doubleValidator(parent, 0.0, 1e9, 0); }
+    const char *name[2];
+    const char *format;
+    const char *withUnit[2];
+    const char *unitText[2];
+    double toDisplayFactor;
+    double fromDisplayFactor;
+    const char *fromDisplayWarning;
+    enum { Decimal, Integer } validator;
+    double bottom;
+    int decimals;
 };
 
-class UnitWeight : public UnitDescriptor
-{
-public:
-    explicit UnitWeight(int unitSystem)
-        : UnitDescriptor(QStringLiteral("Weight"), QStringLiteral("%.1f"),
-                         unitSystem == 1 ? QStringLiteral("%.1f lb") : QStringLiteral("%.1f kg"),
-                         unitSystem == 1 ? QStringLiteral("%.1f lb") : QStringLiteral("%.1f kg"),
-                         unitSystem == 1 ? QStringLiteral("lb") : QStringLiteral("kg"), unitSystem)
-    {
-    }
-    double toDisplay(double stored) const override
-    {
-        if (_unitSystem == 0)
-            return stored;
-        if (_unitSystem == 1)
-            return stored * kPoundsPerKilogram;
-        qCWarning(lcModel, "Invalid type");
-        return 0.0;
-    }
-    double fromDisplayValue(double value) const override
-    {
-        if (_unitSystem == 0)
-            return value;
-        if (_unitSystem == 1)
-            return value * kKilogramsPerPound;
-        qCWarning(lcModel, "Invalid unit");
-        return 0.0;
-    }
-    QValidator *createValidator(QObject *parent) const override { return doubleValidator(parent, 1.0, 1e6, 1); }
-};
+const TwoSystemSpec kEnergySpec = {{"Calories", "Kilojoules"}, "%.0f", {"%.0f cals", "%.0f kj"}, {"cals", "kj"},
+                                   kKilojoulesPerCalorie, kCaloriesPerKilojoule, "invalid type",
+                                   TwoSystemSpec::Decimal, 0.0, 0};
+const TwoSystemSpec kWeightSpec = {{"Weight", "Weight"}, "%.1f", {"%.1f kg", "%.1f lb"}, {"kg", "lb"},
+                                   kPoundsPerKilogram, kKilogramsPerPound, "Invalid unit",
+                                   TwoSystemSpec::Decimal, 1.0, 1};
+const TwoSystemSpec kMeasurementSpec = {{"Height", "Height"}, "%.2f", {"%.2f cm", "%.2f in"}, {"cm", "in"},
+                                        kInchesPerCentimetre, kCentimetresPerInch, "Invalid unit",
+                                        TwoSystemSpec::Integer, 1.0, 0};
 
-class UnitMeasurement : public UnitDescriptor
+class TwoSystemUnit : public UnitDescriptor
 {
 public:
-    explicit UnitMeasurement(int unitSystem)
-        : UnitDescriptor(QStringLiteral("Height"), QStringLiteral("%.2f"),
-                         unitSystem == 1 ? QStringLiteral("%.2f in") : QStringLiteral("%.2f cm"),
-                         unitSystem == 1 ? QStringLiteral("%.2f in") : QStringLiteral("%.2f cm"),
-                         unitSystem == 1 ? QStringLiteral("in") : QStringLiteral("cm"), unitSystem)
+    TwoSystemUnit(const TwoSystemSpec &spec, int unitSystem)
+        : UnitDescriptor(QLatin1String(spec.name[unitSystem == 1]), QLatin1String(spec.format),
+                         QLatin1String(spec.withUnit[unitSystem == 1]), QLatin1String(spec.withUnit[unitSystem == 1]),
+                         QLatin1String(spec.unitText[unitSystem == 1]), unitSystem)
+        , _spec(spec)
     {
     }
     double toDisplay(double stored) const override
@@ -125,7 +88,7 @@ public:
         if (_unitSystem == 0)
             return stored;
         if (_unitSystem == 1)
-            return stored * kInchesPerCentimetre;
+            return stored * _spec.toDisplayFactor;
         qCWarning(lcModel, "Invalid type");
         return 0.0;
     }
@@ -134,14 +97,19 @@ public:
         if (_unitSystem == 0)
             return value;
         if (_unitSystem == 1)
-            return value * kCentimetresPerInch;
-        qCWarning(lcModel, "Invalid unit");
+            return value * _spec.fromDisplayFactor;
+        qCWarning(lcModel, "%s", _spec.fromDisplayWarning);
         return 0.0;
     }
     QValidator *createValidator(QObject *parent) const override
     {
-        return new QIntValidator(1, 1000000, parent);
+        if (_spec.validator == TwoSystemSpec::Integer)
+            return new QIntValidator(int(_spec.bottom), 1000000, parent);
+        return doubleValidator(parent, _spec.bottom, 1e9, _spec.decimals);
     }
+
+private:
+    const TwoSystemSpec &_spec;
 };
 
 class UnitSteps : public UnitDescriptor
@@ -204,17 +172,17 @@ QString UnitDescriptor::formatValueLong(double stored) const
 
 std::unique_ptr<UnitDescriptor> makeEnergyUnit(int unitSystem)
 {
-    return std::make_unique<UnitEnergy>(unitSystem);
+    return std::make_unique<TwoSystemUnit>(kEnergySpec, unitSystem);
 }
 
 std::unique_ptr<UnitDescriptor> makeWeightUnit(int unitSystem)
 {
-    return std::make_unique<UnitWeight>(unitSystem);
+    return std::make_unique<TwoSystemUnit>(kWeightSpec, unitSystem);
 }
 
 std::unique_ptr<UnitDescriptor> makeMeasurementUnit(int unitSystem)
 {
-    return std::make_unique<UnitMeasurement>(unitSystem);
+    return std::make_unique<TwoSystemUnit>(kMeasurementSpec, unitSystem);
 }
 
 UnitRegistry &UnitRegistry::instance()
