@@ -5,7 +5,7 @@
 #include "db/lmexception.h"
 #include "db/lmsqldb.h"
 #include "db/schema.h"
-#include "testsupport.h"
+#include "dbfixture.h"
 
 #include <QDir>
 #include <QFile>
@@ -36,12 +36,6 @@ public:
     bool askQuestion(const QString &, const QString &, bool defaultYes) override { return defaultYes; }
     QList<Message> messages;
 };
-
-bool writeFile(const QString &path, const QByteArray &data)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
-}
 
 QByteArray readFile(const QString &path)
 {
@@ -116,13 +110,13 @@ private slots:
     void setSchemaVersionNeedsItsRow();
 
 private:
-    QString folder(const QString &name) const { return _home->path() + u'/' + name; }
+    QString folder(const QString &name) const { return _db.path(name); }
     QString templatePath() const { return folder(u"resources/userdata.db"_s); }
     QString databasePath() const { return LmSettings::userDatabasePath() + u"userdata.db"_s; }
     QStringList backups() const;
     bool startCurrent();
 
-    std::unique_ptr<TemporaryHome> _home;
+    DbFixture _db;
     RecordingPresenter _presenter;
     Steps _steps;
 };
@@ -134,26 +128,7 @@ void TestSchema::initTestCase()
 
 void TestSchema::init()
 {
-    LmSettings::resetForTesting();
-    _home = std::make_unique<TemporaryHome>();
-    QVERIFY(_home->isValid());
-
-    const QString xmlPath = folder(u"brand.xml"_s);
-    QVERIFY(writeFile(xmlPath, "<brand><string id=\"brand_id\" value=\"testbrand\"/>"
-                               "<bool id=\"datastore_compat\" value=\"false\"/></brand>"));
-    QFile archive(folder(u"brand.dat"_s));
-    QVERIFY(archive.open(QIODevice::WriteOnly));
-    {
-        TarFileWriter writer(archive);
-        QVERIFY(writer.addFile(xmlPath, u"brand.xml"_s));
-    }
-    archive.close();
-    QVERIFY(BrandEngine::instance().load(archive.fileName()));
-
-    QDir().mkpath(folder(u"resources"_s));
-    QVERIFY2(QFile::copy(binDir() + u"/userdata.db"_s, templatePath()), "build the target userdata_db");
-    LmSettings::setResourcePath(folder(u"resources/"_s));
-
+    QVERIFY(_db.prepare(false));
     _presenter.messages.clear();
     Lm::setMessagePresenter(&_presenter);
     _steps.clear();
@@ -163,11 +138,8 @@ void TestSchema::init()
 void TestSchema::cleanup()
 {
     LmSchema::setStepObserver(nullptr);
-    LmSqlDb::shutDown();
     Lm::setMessagePresenter(nullptr);
-    LmSettings::resetForTesting();
-    BrandEngine::release();
-    _home.reset();
+    _db.stop();
 }
 
 QStringList TestSchema::backups() const

@@ -1,9 +1,5 @@
-#include "app/lmsettings.h"
-#include "brand/brandengine.h"
-#include "brand/tarfilewriter.h"
-#include "db/lmsqldb.h"
 #include "db/synctriggers.h"
-#include "testsupport.h"
+#include "dbfixture.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -15,12 +11,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-bool writeFile(const QString &path, const QByteArray &data)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
-}
 
 bool run(const QString &sql)
 {
@@ -71,41 +61,17 @@ private slots:
     void deviceId();
 
 private:
-    QString folder(const QString &name) const { return _home->path() + u'/' + name; }
-
-    std::unique_ptr<TemporaryHome> _home;
+    DbFixture _db;
 };
 
 void TestSyncTriggers::init()
 {
-    LmSettings::resetForTesting();
-    _home = std::make_unique<TemporaryHome>();
-    QVERIFY(_home->isValid());
-
-    const QString xmlPath = folder(u"brand.xml"_s);
-    QVERIFY(writeFile(xmlPath, "<brand><string id=\"brand_id\" value=\"testbrand\"/>"
-                               "<bool id=\"datastore_compat\" value=\"false\"/></brand>"));
-    QFile archive(folder(u"brand.dat"_s));
-    QVERIFY(archive.open(QIODevice::WriteOnly));
-    {
-        TarFileWriter writer(archive);
-        QVERIFY(writer.addFile(xmlPath, u"brand.xml"_s));
-    }
-    archive.close();
-    QVERIFY(BrandEngine::instance().load(archive.fileName()));
-
-    QDir().mkpath(folder(u"resources"_s));
-    QVERIFY2(QFile::copy(binDir() + u"/userdata.db"_s, folder(u"resources/userdata.db"_s)),
-             "build the target userdata_db");
-    LmSettings::setResourcePath(folder(u"resources/"_s));
+    QVERIFY(_db.prepare(false));
 }
 
 void TestSyncTriggers::cleanup()
 {
-    LmSqlDb::shutDown();
-    LmSettings::resetForTesting();
-    BrandEngine::release();
-    _home.reset();
+    _db.stop();
 }
 
 void TestSyncTriggers::triggersOfTheTemplate()
