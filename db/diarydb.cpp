@@ -6,22 +6,9 @@
 #include "db/synctriggers.h"
 #include "model/dateconversion.h"
 
-#include <QSqlError>
 #include <QSqlQuery>
 
 namespace {
-
-bool run(LmSqlQueryPtr &query, const QVariantList &values = {})
-{
-    for (qsizetype i = 0; i < values.size(); ++i)
-        query->bindValue(int(i), values.at(i));
-    if (!query->exec()) {
-        qCWarning(lcDb, "DiaryDB: %s failed: %s", qUtf8Printable(query->lastQuery()),
-                  qUtf8Printable(query->lastError().text()));
-        return false;
-    }
-    return true;
-}
 
 LmSqlQueryPtr prepare(const QString &sql)
 {
@@ -72,7 +59,7 @@ QVariantList nutrientValues(const FoodDiaryItem &fdi)
 
 void collectDates(LmSqlQueryPtr &query, const QVariantList &values, QSet<QString> &dates)
 {
-    if (!run(query, values))
+    if (!execBound(query, values))
         return;
     while (query->next())
         dates.insert(query->value(0).toString());
@@ -100,10 +87,10 @@ void DiaryDB::addFoodEntry(FoodDiaryItem &fdi) const
                            fdi.serving_id, fdi.serv_name,
                            double(fdi.size)};
     values += nutrientValues(fdi);
-    if (!run(insert, values))
+    if (!execBound(insert, values))
         return;
     LmSqlQueryPtr maxId = prepare(QStringLiteral("SELECT MAX(food_id) FROM food_") + _suffix);
-    if (run(maxId) && maxId->next())
+    if (execBound(maxId) && maxId->next())
         fdi.food_id = maxId->value(0).toInt();
     fdi.status = STATUS_LIVE;
 }
@@ -114,7 +101,7 @@ FoodDiaryItem DiaryDB::getFoodEntry(int food_id) const
                                                  "size, food_name, serv_name, calories, fat, protein, carb, fiber,  "
                                                  "saturated_fat, cholesterol, sodium , sugar, calcium  FROM food_")
                                   + _suffix + QStringLiteral(" WHERE food_id = ?"));
-    if (run(query, {food_id}) && query->next())
+    if (execBound(query, {food_id}) && query->next())
         return readFood(*query);
     qCWarning(lcDb, "DiaryDB::getFoodEntry didn't return a proper result - couldn't find record");
     return FoodDiaryItem();
@@ -135,19 +122,19 @@ void DiaryDB::updateFoodEntry(int food_id, const FoodDiaryItem &fdi) const
                            double(fdi.size)};
     values += nutrientValues(fdi);
     values.append(food_id);
-    run(query, values);
+    execBound(query, values);
 }
 
 void DiaryDB::removeFoodEntry(int food_id) const
 {
     if (_keepDeleted) {
         LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE food_") + _suffix + QStringLiteral(" SET status = ? WHERE food_id = ?"));
-        run(query, {STATUS_DELETED, food_id});
+        execBound(query, {STATUS_DELETED, food_id});
         LmSqlQueryPtr sync = prepare(QStringLiteral("UPDATE food_diary_sync SET state = ? WHERE food_id = ?"));
-        run(sync, {2, food_id});
+        execBound(sync, {2, food_id});
     } else {
         LmSqlQueryPtr query = prepare(QStringLiteral("DELETE FROM food_") + _suffix + QStringLiteral(" WHERE food_id = ?"));
-        run(query, {food_id});
+        execBound(query, {food_id});
     }
 }
 
@@ -156,7 +143,7 @@ ExerciseDiaryItem DiaryDB::getExerciseEntry(int ex_id) const
     ExerciseDiaryItem item;
     LmSqlQueryPtr query = prepare(QStringLiteral("SELECT user_id, date, duration, rate, name, status FROM exer_") + _suffix
                                   + QStringLiteral(" WHERE ex_id = ?"));
-    if (run(query, {ex_id}) && query->next()) {
+    if (execBound(query, {ex_id}) && query->next()) {
         item.ex_id = ex_id;
         item.user_id = query->value(0).toInt();
         item.date = query->value(1).toString();
@@ -181,13 +168,13 @@ void DiaryDB::addExerciseEntry(ExerciseDiaryItem &item) const
     if (hasId)
         values.append(item.ex_id);
     values << item.user_id << item.date << double(item.duration) << double(item.rate) << item.name << STATUS_LIVE;
-    if (!run(insert, values))
+    if (!execBound(insert, values))
         return;
     item.status = STATUS_LIVE;
     if (hasId)
         return;
     LmSqlQueryPtr maxId = prepare(QStringLiteral("SELECT MAX(ex_id) FROM exer_") + _suffix);
-    if (run(maxId) && maxId->next())
+    if (execBound(maxId) && maxId->next())
         item.ex_id = maxId->value(0).toInt();
 }
 
@@ -196,19 +183,19 @@ void DiaryDB::updateExerciseEntry(const ExerciseDiaryItem &item) const
     LmSqlQueryPtr query =
         prepare(QStringLiteral("UPDATE exer_") + _suffix
                 + QStringLiteral(" SET user_id = ?, date = ?, duration = ?, rate = ?, name = ?, status = ? WHERE ex_id = ?"));
-    run(query, {item.user_id, item.date, double(item.duration), double(item.rate), item.name, item.status, item.ex_id});
+    execBound(query, {item.user_id, item.date, double(item.duration), double(item.rate), item.name, item.status, item.ex_id});
 }
 
 void DiaryDB::removeExerciseEntry(int ex_id) const
 {
     if (_keepDeleted) {
         LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE exer_") + _suffix + QStringLiteral(" SET status = ? WHERE ex_id = ?"));
-        run(query, {STATUS_DELETED, ex_id});
+        execBound(query, {STATUS_DELETED, ex_id});
         LmSqlQueryPtr sync = prepare(QStringLiteral("UPDATE exer_diary_sync SET state = ? WHERE ex_id = ?"));
-        run(sync, {2, ex_id});
+        execBound(sync, {2, ex_id});
     } else {
         LmSqlQueryPtr query = prepare(QStringLiteral("DELETE FROM exer_") + _suffix + QStringLiteral(" WHERE ex_id = ?"));
-        run(query, {ex_id});
+        execBound(query, {ex_id});
     }
 }
 
@@ -221,7 +208,7 @@ DiaryDay DiaryDB::getDay(int user_id, const QString &day) const
                        "serv_name, calories, fat, protein, carb, fiber, saturated_fat, cholesterol, sodium , sugar, "
                        "calcium FROM food_")
         + _suffix + QStringLiteral(" WHERE user_id = ? AND date = ?"));
-    bool ret = run(foods, {user_id, day});
+    bool ret = execBound(foods, {user_id, day});
     LM_ASSERT(ret);
     while (foods->next())
         result.foods.append(readFood(*foods));
@@ -229,7 +216,7 @@ DiaryDay DiaryDB::getDay(int user_id, const QString &day) const
     LmSqlQueryPtr exercises = LmSqlDb::instance()->cachedQuery(
         QStringLiteral("SELECT  ex_id, duration, rate, name, status FROM exer_") + _suffix
         + QStringLiteral(" WHERE date = ? AND user_id = ?"));
-    ret = run(exercises, {day, user_id});
+    ret = execBound(exercises, {day, user_id});
     LM_ASSERT(ret);
     while (exercises->next()) {
         ExerciseDiaryItem item;
@@ -322,7 +309,7 @@ QMap<QString, DailyTotal> DiaryDB::getDailyTotals(int user_id, const QString &st
         // The sums come in this order, not the table's.
         constexpr int order[kNutrientCount] = {ENERGY, FAT, FIBER, PROTEIN, CARB,
                                                SATURATED_FAT, CHOLESTEROL, SODIUM, SUGAR, CALCIUM};
-        if (run(query, values)) {
+        if (execBound(query, values)) {
             while (query->next()) {
                 DailyTotal &total = totals[query->value(0).toString()];
                 for (int i = 0; i < kNutrientCount; ++i)
@@ -333,7 +320,7 @@ QMap<QString, DailyTotal> DiaryDB::getDailyTotals(int user_id, const QString &st
     if (mealFilter == ALL_MEALS || mealFilter == EXERCISE) {
         LmSqlQueryPtr query = prepare(QStringLiteral("SELECT date, SUM(rate*duration) FROM exer_") + _suffix
                                       + QStringLiteral(" WHERE user_id = ? AND status <> ? AND date >= ? AND date <= ? GROUP BY date"));
-        if (run(query, {user_id, STATUS_DELETED, startDate, endDate})) {
+        if (execBound(query, {user_id, STATUS_DELETED, startDate, endDate})) {
             while (query->next())
                 totals[query->value(0).toString()].burned = query->value(1).toDouble();
         }
@@ -348,17 +335,17 @@ void DiaryDB::markPublished(int user_id) const
     LmSqlQueryPtr foods = prepare(QStringLiteral("DELETE FROM food_") + _suffix
                                   + QStringLiteral("_sync WHERE device = ? AND state = ? AND food_id IN (SELECT food_id "
                                                    "FROM food_diary WHERE user_id = ?)"));
-    run(foods, {website, 2, user_id});
+    execBound(foods, {website, 2, user_id});
     LmSqlQueryPtr exercises = prepare(QStringLiteral("DELETE FROM exer_") + _suffix
                                       + QStringLiteral("_sync WHERE device = ? AND state = ? AND ex_id IN (SELECT ex_id "
                                                        "FROM exer_diary WHERE user_id = ?)"));
-    run(exercises, {website, 2, user_id});
+    execBound(exercises, {website, 2, user_id});
     LmSqlQueryPtr foodState = prepare(QStringLiteral("UPDATE food_") + _suffix
                                       + QStringLiteral("_sync SET state = ? WHERE device = ? AND food_id IN (SELECT "
                                                        "food_id FROM food_diary WHERE user_id = ?)"));
-    run(foodState, {0, website, user_id});
+    execBound(foodState, {0, website, user_id});
     LmSqlQueryPtr exerciseState = prepare(QStringLiteral("UPDATE exer_") + _suffix
                                           + QStringLiteral("_sync SET state = ? WHERE device = ? AND ex_id IN (SELECT "
                                                            "ex_id FROM exer_diary WHERE user_id = ?)"));
-    run(exerciseState, {0, website, user_id});
+    execBound(exerciseState, {0, website, user_id});
 }

@@ -197,6 +197,16 @@ LmSqlQueryPtr LmSqlDb::prepare(const QString &sql) const
     return LmSqlQueryPtr(query);
 }
 
+bool execBound(LmSqlQueryPtr &query, const QVariantList &values)
+{
+    for (qsizetype i = 0; i < values.size(); ++i)
+        query->bindValue(int(i), values.at(i));
+    if (query->exec())
+        return true;
+    qCWarning(lcDb, "%s failed: %s", qUtf8Printable(query->lastQuery()), qUtf8Printable(query->lastError().text()));
+    return false;
+}
+
 LmSqlQueryPtr LmSqlDb::cachedQuery(const QString &sql)
 {
     QSqlQuery *&query = _cachedQueries[sql];

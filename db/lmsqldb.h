@@ -14,6 +14,7 @@
 
 #include <QHash>
 #include <QString>
+#include <QVariantList>
 
 #include <memory>
 #include <string>
@@ -120,6 +121,10 @@ private:
     QHash<QString, QSqlQuery *> _cachedQueries;
     int _nestedTransactionLevel = 0;
 };
+
+// Binds the values to the statement's placeholders in order and runs it. A failure is logged
+// with the statement and SQLite's text, and reported as false.
+bool execBound(LmSqlQueryPtr &query, const QVariantList &values = {});
 
 // Makes sure the user database folder holds a usable database called name: an existing non-empty
 // file, a copy from an older data location of the brand, or a copy of the template in the

@@ -4,22 +4,9 @@
 #include "db/dblog.h"
 #include "db/lmsqldb.h"
 
-#include <QSqlError>
 #include <QSqlQuery>
 
 namespace {
-
-bool run(LmSqlQueryPtr &query, const QVariantList &values = {})
-{
-    for (qsizetype i = 0; i < values.size(); ++i)
-        query->bindValue(int(i), values.at(i));
-    if (!query->exec()) {
-        qCWarning(lcDb, "SavedMealDB: %s failed: %s", qUtf8Printable(query->lastQuery()),
-                  qUtf8Printable(query->lastError().text()));
-        return false;
-    }
-    return true;
-}
 
 LmSqlQueryPtr prepare(const QString &sql)
 {
@@ -43,7 +30,7 @@ QList<QPair<int, QString>> SavedMealDB::getCategories(int parent)
     QList<QPair<int, QString>> categories;
     LmSqlQueryPtr query = prepare(
         QStringLiteral("SELECT (user_id + 2), 'My Saved Meals' FROM user_users  WHERE ? = 0 ORDER BY user_id"));
-    if (run(query, {parent})) {
+    if (execBound(query, {parent})) {
         while (query->next())
             categories.append({query->value(0).toInt(), query->value(1).toString()});
     }
@@ -58,7 +45,7 @@ QList<QPair<int, QString>> SavedMealDB::getMeals(int category)
         QStringLiteral("SELECT group_id, name FROM group_diary  WHERE date IS NULL  AND (  (user_id = ? - 2)  OR  "
                        "(user_id IS NULL and ? = 1)  ) AND status <> %1 AND name <> \"\" ORDER BY UPPER(name)")
             .arg(STATUS_DELETED));
-    if (run(query, {category, category})) {
+    if (execBound(query, {category, category})) {
         while (query->next())
             meals.append({query->value(0).toInt(), query->value(1).toString()});
     }
@@ -71,10 +58,10 @@ int SavedMealDB::createMeal(SavedMeal &meal)
     LM_ASSERT(meal_id < 0);
     LmSqlQueryPtr group =
         prepare(QStringLiteral("INSERT INTO group_diary(group_id, user_id, name, status) VALUES (?, ?, ?, ?)"));
-    if (!run(group, {QVariant(), userValue(meal.user_id), meal.name, STATUS_LIVE}))
+    if (!execBound(group, {QVariant(), userValue(meal.user_id), meal.name, STATUS_LIVE}))
         return -1;
     LmSqlQueryPtr maxId = prepare(QStringLiteral("SELECT MAX(group_id) FROM group_diary"));
-    if (!run(maxId) || !maxId->next())
+    if (!execBound(maxId) || !maxId->next())
         return -1;
     meal.meal_id = maxId->value(0).toInt();
 
@@ -87,7 +74,7 @@ int SavedMealDB::createMeal(SavedMeal &meal)
         for (int type : {ENERGY, CARB, FAT, FIBER, PROTEIN, SATURATED_FAT, CHOLESTEROL, SODIUM, SUGAR, CALCIUM})
             values.append(nutrientValue(item.getNutrient(type)));
         values << STATUS_LIVE << userValue(meal.user_id);
-        run(food, values);
+        execBound(food, values);
     }
     return meal.meal_id;
 }
@@ -95,22 +82,22 @@ int SavedMealDB::createMeal(SavedMeal &meal)
 void SavedMealDB::renameMeal(int group_id, const QString &name)
 {
     LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE group_diary SET name = ? WHERE group_id = ?"));
-    run(query, {name, group_id});
+    execBound(query, {name, group_id});
 }
 
 void SavedMealDB::moveMeal(int group_id, int user_id)
 {
     LmSqlQueryPtr group = prepare(QStringLiteral("UPDATE group_diary SET user_id = ? WHERE group_id = ?"));
-    run(group, {userValue(user_id), group_id});
+    execBound(group, {userValue(user_id), group_id});
     LmSqlQueryPtr foods = prepare(QStringLiteral("UPDATE food_diary SET user_id = ? WHERE group_id = ?"));
-    run(foods, {userValue(user_id), group_id});
+    execBound(foods, {userValue(user_id), group_id});
 }
 
 void SavedMealDB::deleteMeal(int group_id)
 {
     LmSqlQueryPtr foods = prepare(QStringLiteral("SELECT food_id FROM food_diary WHERE group_id = ?"));
     QList<int> ids;
-    if (run(foods, {group_id})) {
+    if (execBound(foods, {group_id})) {
         while (foods->next())
             ids.append(foods->value(0).toInt());
     }
@@ -118,9 +105,9 @@ void SavedMealDB::deleteMeal(int group_id)
     for (int id : ids)
         diary.removeFoodEntry(id);
     LmSqlQueryPtr group = prepare(QStringLiteral("UPDATE group_diary SET status = ? WHERE group_id = ?"));
-    run(group, {STATUS_DELETED, group_id});
+    execBound(group, {STATUS_DELETED, group_id});
     LmSqlQueryPtr sync = prepare(QStringLiteral("UPDATE group_diary_sync SET state = ? WHERE group_id = ?"));
-    run(sync, {2, group_id});
+    execBound(sync, {2, group_id});
 }
 
 QList<FoodDiaryItem> SavedMealDB::getMealFoods(int group_id)
@@ -129,7 +116,7 @@ QList<FoodDiaryItem> SavedMealDB::getMealFoods(int group_id)
     LmSqlQueryPtr query = prepare(QStringLiteral(
         "SELECT ref_id, food_name, serving_id, serv_name, size, calories, carb, fat, fiber, protein, saturated_fat, "
         "cholesterol, sodium, sugar, calcium  FROM food_diary WHERE group_id = ? AND date IS NULL"));
-    if (!run(query, {group_id}))
+    if (!execBound(query, {group_id}))
         return foods;
     while (query->next()) {
         FoodDiaryItem item(true);

@@ -6,7 +6,6 @@
 #include "db/lmexception.h"
 #include "db/lmsqldb.h"
 
-#include <QSqlError>
 #include <QSqlQuery>
 
 #include <cmath>
@@ -18,19 +17,6 @@ namespace {
 LmSqlQueryPtr prepare(const QString &sql)
 {
     return LmSqlDb::instance()->prepare(sql);
-}
-
-// Binds the values in order and runs the statement; a failure is logged and reported.
-bool run(LmSqlQueryPtr &query, const QVariantList &values = {})
-{
-    for (qsizetype i = 0; i < values.size(); ++i)
-        query->bindValue(int(i), values.at(i));
-    if (!query->exec()) {
-        qCWarning(lcDb, "UserDB: %s failed: %s", qUtf8Printable(query->lastQuery()),
-                  qUtf8Printable(query->lastError().text()));
-        return false;
-    }
-    return true;
 }
 
 double number(const QVariant &value)
@@ -78,7 +64,7 @@ QList<int> UserDB::getUserIds()
 {
     QList<int> ids;
     LmSqlQueryPtr query = prepare(QStringLiteral("SELECT user_id FROM user_users ORDER BY user_id ASC"));
-    if (run(query)) {
+    if (execBound(query)) {
         while (query->next())
             ids.append(query->value(0).toInt());
     }
@@ -90,7 +76,7 @@ QList<UserProfile> UserDB::getUsers()
     QList<UserProfile> users;
     LmSqlQueryPtr query = prepare(QStringLiteral(
         "SELECT DISTINCT user_id, name, password, created, dob, sex, auto_publish, ask_before_publish  FROM user_users"));
-    if (run(query)) {
+    if (execBound(query)) {
         while (query->next()) {
             UserProfile p;
             p.user_id = query->value(0).toInt();
@@ -112,7 +98,7 @@ QList<UserProfile> UserDB::getUsers()
 int UserDB::numUsers()
 {
     LmSqlQueryPtr query = prepare(QStringLiteral("SELECT COUNT(user_id) FROM user_users"));
-    return run(query) && query->next() ? query->value(0).toInt() : 0;
+    return execBound(query) && query->next() ? query->value(0).toInt() : 0;
 }
 
 int UserDB::createUser(const UserProfile &profile, const UserSettings &settings, double height, const QString &day)
@@ -142,16 +128,16 @@ int UserDB::createUser(const UserProfile &profile, const UserSettings &settings,
                            settings.summaryOptions};
     for (int size : settings.target_sizes)
         values.append(size);
-    if (!run(insert, values))
+    if (!execBound(insert, values))
         throw LmException("Cannot create the profile");
 
     LmSqlQueryPtr maxId = prepare(QStringLiteral("SELECT MAX(user_id) FROM user_users"));
-    if (!run(maxId) || !maxId->next())
+    if (!execBound(maxId) || !maxId->next())
         throw LmException("Cannot create the profile");
     const int user_id = maxId->value(0).toInt();
 
     LmSqlQueryPtr misc = prepare(QStringLiteral("INSERT INTO user_misc(user_id, date, height) VALUES (?, ?, ?)"));
-    run(misc, {user_id, day, nullable(height)});
+    execBound(misc, {user_id, day, nullable(height)});
     UserSettings rest = settings; // auto publish and the flags that the insert does not carry
     setSettings(user_id, rest);
     return user_id;
@@ -162,7 +148,7 @@ void UserDB::updateUser(const UserProfile &p)
     checkUser(p.user_id);
     LmSqlQueryPtr query = prepare(
         QStringLiteral("UPDATE user_users SET name = ?, password = ?, created = ?, dob = ?, sex = ? WHERE user_id = ?"));
-    run(query, {p.name, p.password, p.created, p.dob, p.sex, p.user_id});
+    execBound(query, {p.name, p.password, p.created, p.dob, p.sex, p.user_id});
 }
 
 void UserDB::deleteUser(int user_id)
@@ -175,7 +161,7 @@ void UserDB::deleteUser(int user_id)
     for (const char *table : tables) {
         LmSqlQueryPtr query =
             prepare(QStringLiteral("DELETE FROM ") + QLatin1String(table) + QStringLiteral(" WHERE user_id = ?"));
-        if (!run(query, {user_id}))
+        if (!execBound(query, {user_id}))
             throw LmException(QStringLiteral("Cannot delete") + QLatin1String(table) + QStringLiteral(" entries"));
     }
 }
@@ -189,7 +175,7 @@ UserSettings UserDB::getSettings(int user_id)
         "energy_target_size, fat_target_size, fiber_target_size, carb_target_size, protein_target_size, "
         "sat_fat_target_size, cholesterol_target_size, sugar_target_size, calcium_target_size, sodium_target_size, "
         "diaryAdvancedMode, summaryOptions, hideNutrientAndFluid  FROM user_users WHERE user_id = ?"));
-    if (run(query, {user_id}) && query->next()) {
+    if (execBound(query, {user_id}) && query->next()) {
         s.measurement_units = query->value(0).toInt();
         s.energy_units = query->value(1).toInt();
         s.web_username = query->value(2).toString();
@@ -219,21 +205,21 @@ void UserDB::setSettings(int user_id, const UserSettings &s)
     for (int size : s.target_sizes)
         values.append(size);
     values << s.diaryAdvancedMode << s.summaryOptions << int(s.hideNutrientAndFluid) << user_id;
-    run(query, values);
+    execBound(query, values);
 }
 
 int UserDB::tipOfTheDay(int user_id)
 {
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(QStringLiteral("SELECT tipOfTheDay FROM user_users WHERE user_id = ?"));
-    return run(query, {user_id}) && query->next() ? query->value(0).toInt() : 0;
+    return execBound(query, {user_id}) && query->next() ? query->value(0).toInt() : 0;
 }
 
 void UserDB::setTipOfTheDay(int user_id, int tip)
 {
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE user_users SET tipOfTheDay = ? WHERE user_id = ?"));
-    run(query, {tip, user_id});
+    execBound(query, {tip, user_id});
 }
 
 void UserDB::setNutrientFluidHidden(int user_id, bool hidden)
@@ -241,14 +227,14 @@ void UserDB::setNutrientFluidHidden(int user_id, bool hidden)
     checkUser(user_id);
     qCDebug(lcDb, "In UserDB::setNutrientFluidHidden");
     LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE user_users SET hideNutrientAndFluid = ? WHERE user_id = ?"));
-    run(query, {int(hidden), user_id});
+    execBound(query, {int(hidden), user_id});
 }
 
 void UserDB::setBackupDataPath(int user_id, const QString &path)
 {
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE user_users SET backup_data_path = ? WHERE user_id = ?"));
-    run(query, {path, user_id});
+    execBound(query, {path, user_id});
 }
 
 QString UserDB::diaryViewColumnSettings(int user_id)
@@ -256,7 +242,7 @@ QString UserDB::diaryViewColumnSettings(int user_id)
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(QStringLiteral("SELECT diaryViewColumnSettings FROM user_users WHERE user_id = ?"));
     QString value;
-    if (run(query, {user_id}) && query->next())
+    if (execBound(query, {user_id}) && query->next())
         value = query->value(0).toString();
     return value.isEmpty() ? QStringLiteral("0:2:") : value;
 }
@@ -266,7 +252,7 @@ void UserDB::setDiaryViewColumnSettings(int user_id, const QString &settings)
     checkUser(user_id);
     LmSqlQueryPtr query =
         prepare(QStringLiteral("UPDATE user_users SET diaryViewColumnSettings = ? WHERE user_id = ?"));
-    run(query, {settings, user_id});
+    execBound(query, {settings, user_id});
 }
 
 void UserDB::setUserColumn(int user_id, const QString &column, const QVariant &value)
@@ -274,14 +260,14 @@ void UserDB::setUserColumn(int user_id, const QString &column, const QVariant &v
     checkUser(user_id);
     LmSqlQueryPtr query =
         prepare(QStringLiteral("UPDATE user_users SET %1 = ? WHERE user_id = ?").arg(column));
-    run(query, {value, user_id});
+    execBound(query, {value, user_id});
 }
 
 void UserDB::setPublishDefaults(bool autoPublish, bool askBeforePublish)
 {
     LmSqlQueryPtr query = prepare(QStringLiteral(
         "UPDATE user_users SET auto_publish = ?, ask_before_publish = ? WHERE web_username <> '' AND web_password <> ''"));
-    run(query, {int(autoPublish), int(askBeforePublish)});
+    execBound(query, {int(autoPublish), int(askBeforePublish)});
 }
 
 void UserDB::ensureRow(const QString &table, int user_id, const QString &day)
@@ -289,11 +275,11 @@ void UserDB::ensureRow(const QString &table, int user_id, const QString &day)
     checkUser(user_id);
     LmSqlQueryPtr count =
         prepare(QStringLiteral("SELECT COUNT(*) FROM ") + table + QStringLiteral(" WHERE user_id = ? AND date = ?"));
-    if (run(count, {user_id, day}) && count->next() && count->value(0).toInt() >= 1)
+    if (execBound(count, {user_id, day}) && count->next() && count->value(0).toInt() >= 1)
         return;
     LmSqlQueryPtr insert =
         prepare(QStringLiteral("INSERT INTO ") + table + QStringLiteral("( user_id, date ) VALUES ( ?, ?)"));
-    run(insert, {user_id, day});
+    execBound(insert, {user_id, day});
 }
 
 std::optional<QPair<double, QString>> UserDB::getLatest(const QString &table, const QString &field, int user_id,
@@ -308,7 +294,7 @@ std::optional<QPair<double, QString>> UserDB::getLatest(const QString &table, co
                                   + table + QStringLiteral(" WHERE ") + field + QStringLiteral(" IS NOT NULL ")
                                   + QStringLiteral(" AND date <= ? AND ") + field + QStringLiteral(" <> ? ")
                                   + QStringLiteral(" AND user_id = ?)"));
-    if (run(query, {user_id, day, invalidValue, user_id}) && query->next() && !query->value(0).isNull())
+    if (execBound(query, {user_id, day, invalidValue, user_id}) && query->next() && !query->value(0).isNull())
         return QPair<double, QString>(query->value(0).toDouble(), query->value(1).toString());
     return std::nullopt;
 }
@@ -324,7 +310,7 @@ Targets UserDB::getTargets(int user_id, const QString &day)
                 + QLatin1String(kTargetColumns[0])
                 + QStringLiteral(" IS NOT NULL AND user_id = ? AND date <= ? ") + QStringLiteral("ORDER BY date DESC LIMIT 1"));
     Targets targets;
-    if (run(query, {user_id, day}) && query->next()) {
+    if (execBound(query, {user_id, day}) && query->next()) {
         targets.date = query->value(0).toString();
         for (int i = 0; i < 10; ++i)
             targets.values[size_t(i)] = number(query->value(1 + i));
@@ -344,7 +330,7 @@ void UserDB::setTargets(int user_id, const QString &day, const Targets &targets)
     for (double value : targets.values)
         values.append(nullable(value));
     values << user_id << day;
-    run(query, values);
+    execBound(query, values);
 }
 
 double UserDB::getHeight(int user_id)
@@ -352,14 +338,14 @@ double UserDB::getHeight(int user_id)
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(
         QStringLiteral("SELECT height FROM user_misc WHERE user_id = ? AND height NOT NULL ORDER BY date DESC"));
-    return run(query, {user_id}) && query->next() ? query->value(0).toDouble() : -1.0;
+    return execBound(query, {user_id}) && query->next() ? query->value(0).toDouble() : -1.0;
 }
 
 void UserDB::setHeight(int user_id, const QString &day, double height)
 {
     ensureRow(QStringLiteral("user_misc"), user_id, day);
     LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE user_misc SET height = ? WHERE user_id = ? AND date = ?"));
-    run(query, {height, user_id, day});
+    execBound(query, {height, user_id, day});
 }
 
 void UserDB::setMisc(int user_id, const QString &day, int goal, int activity, double customRmr,
@@ -368,7 +354,7 @@ void UserDB::setMisc(int user_id, const QString &day, int goal, int activity, do
     ensureRow(QStringLiteral("user_misc"), user_id, day);
     LmSqlQueryPtr query = prepare(QStringLiteral(
         "UPDATE user_misc SET date = ?,goal = ?,activity = ?,custom_rmr = ?,diet_plan = ? WHERE user_id = ? AND date = ?"));
-    run(query, {day, goal, activity, nullable(customRmr), nullableText(dietPlan), user_id, day});
+    execBound(query, {day, goal, activity, nullable(customRmr), nullableText(dietPlan), user_id, day});
 }
 
 std::optional<QPair<double, QString>> UserDB::getMisc(int user_id, const QString &day)
@@ -376,7 +362,7 @@ std::optional<QPair<double, QString>> UserDB::getMisc(int user_id, const QString
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(QStringLiteral(
         "SELECT custom_rmr, diet_plan FROM user_misc WHERE date = ? AND user_id = ? ORDER BY date DESC LIMIT 1"));
-    if (run(query, {day, user_id}) && query->next())
+    if (execBound(query, {day, user_id}) && query->next())
         return QPair<double, QString>(number(query->value(0)), query->value(1).toString());
     return std::nullopt;
 }
@@ -401,7 +387,7 @@ std::optional<CheckIn> UserDB::getLatestCheckIn(int user_id, const QString &day)
     LmSqlQueryPtr query = prepare(QStringLiteral(
         "SELECT weight, chest, hip, thigh, waist, steps, note, date FROM user_checkins WHERE user_id = ? AND date <= "
         "? ORDER BY date DESC"));
-    if (run(query, {user_id, day}) && query->next())
+    if (execBound(query, {user_id, day}) && query->next())
         return readCheckIn(*query);
     return std::nullopt;
 }
@@ -413,7 +399,7 @@ QList<CheckIn> UserDB::getCheckIns(int user_id)
     LmSqlQueryPtr query = prepare(QStringLiteral(
         "SELECT weight, chest, hip, thigh, waist, steps, note, date FROM user_checkins WHERE user_id = ? AND date <= "
         "? ORDER BY date DESC"));
-    if (run(query, {user_id, QStringLiteral("99991231")})) {
+    if (execBound(query, {user_id, QStringLiteral("99991231")})) {
         while (query->next())
             checkIns.append(readCheckIn(*query));
     }
@@ -427,7 +413,7 @@ void UserDB::setCheckIn(int user_id, const CheckIn &c)
         "UPDATE user_checkins SET weight = ?, chest = ?, hip = ?, thigh = ?, waist = ?, steps = ?, note = ? WHERE "
         "user_id = ? AND date = ?"));
     const QVariant note = c.note.isEmpty() || c.note == kNoNote ? QVariant() : QVariant(c.note);
-    run(query, {nullable(c.weight), nullable(c.chest), nullable(c.hip), nullable(c.thigh), nullable(c.waist),
+    execBound(query, {nullable(c.weight), nullable(c.chest), nullable(c.hip), nullable(c.thigh), nullable(c.waist),
                 nullable(c.steps), note, user_id, c.date});
 }
 
@@ -435,7 +421,7 @@ void UserDB::removeCheckIn(int user_id, const QString &day)
 {
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(QStringLiteral("DELETE from user_checkins WHERE user_id = ? AND date = ?"));
-    run(query, {user_id, day});
+    execBound(query, {user_id, day});
 }
 
 bool UserDB::hasOtherWeight(int user_id, const QString &day)
@@ -443,7 +429,7 @@ bool UserDB::hasOtherWeight(int user_id, const QString &day)
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(
         QStringLiteral("SELECT COUNT(?) FROM user_checkins WHERE user_id = ? AND date <> ? AND weight IS NOT NULL"));
-    return run(query, {QStringLiteral("weight"), user_id, day}) && query->next() && query->value(0).toInt() > 0;
+    return execBound(query, {QStringLiteral("weight"), user_id, day}) && query->next() && query->value(0).toInt() > 0;
 }
 
 QString UserDB::weightTrend(int user_id, const QString &day)
@@ -453,7 +439,7 @@ QString UserDB::weightTrend(int user_id, const QString &day)
         "SELECT weight, date FROM user_checkins WHERE user_id = ? AND date <= ? AND WEIGHT NOT NULL ORDER BY date "
         "DESC LIMIT 2"));
     QList<double> weights;
-    if (run(query, {user_id, day})) {
+    if (execBound(query, {user_id, day})) {
         while (query->next())
             weights.append(query->value(0).toDouble());
     }
@@ -479,14 +465,14 @@ int UserDB::getWater(int user_id, const QString &day)
     checkUser(user_id);
     LmSqlQueryPtr query =
         prepare(QStringLiteral("SELECT cups FROM water_diary WHERE user_id = ? AND date = ? AND cups IS NOT NULL"));
-    return run(query, {user_id, day}) && query->next() ? query->value(0).toInt() : 0;
+    return execBound(query, {user_id, day}) && query->next() ? query->value(0).toInt() : 0;
 }
 
 void UserDB::setWater(int user_id, const QString &day, int cups)
 {
     ensureRow(QStringLiteral("water_diary"), user_id, day);
     LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE water_diary SET cups = ? WHERE user_id = ? AND date = ?"));
-    run(query, {cups, user_id, day});
+    execBound(query, {cups, user_id, day});
 }
 
 int UserDB::startCount(int user_id, const QString &day)
@@ -494,20 +480,20 @@ int UserDB::startCount(int user_id, const QString &day)
     checkUser(user_id);
     LmSqlQueryPtr query =
         prepare(QStringLiteral("SELECT count FROM metrics_startStats where user_id = ? AND date == ?"));
-    return run(query, {user_id, day}) && query->next() ? query->value(0).toInt() : 0;
+    return execBound(query, {user_id, day}) && query->next() ? query->value(0).toInt() : 0;
 }
 
 void UserDB::countStart(int user_id)
 {
     checkUser(user_id);
     LmSqlQueryPtr today = prepare(QStringLiteral("SELECT strftime('%Y%m%d', 'now')"));
-    if (!run(today) || !today->next())
+    if (!execBound(today) || !today->next())
         return;
     const int count = startCount(user_id, today->value(0).toString());
     // Built by concatenation: strftime's pattern must never pass through a printf-style formatter.
     LmSqlQueryPtr query = prepare(QStringLiteral("INSERT OR REPLACE INTO metrics_startStats (user_id, date, count) "
                                                  "VALUES ( ?, strftime('%Y%m%d', 'now'), ?)"));
-    run(query, {user_id, count + 1});
+    execBound(query, {user_id, count + 1});
 }
 
 bool UserDB::tipShown(int user_id, int tip)
@@ -515,19 +501,19 @@ bool UserDB::tipShown(int user_id, int tip)
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(
         QStringLiteral("SELECT COUNT(user_id) FROM user_firsttime_tips WHERE user_id = ? AND tip_index = ?"));
-    return run(query, {user_id, tip}) && query->next() && query->value(0).toInt() > 0;
+    return execBound(query, {user_id, tip}) && query->next() && query->value(0).toInt() > 0;
 }
 
 void UserDB::setTipShown(int user_id, int tip)
 {
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(QStringLiteral("INSERT OR REPLACE INTO user_firsttime_tips VALUES ( ?, ? );"));
-    run(query, {user_id, tip});
+    execBound(query, {user_id, tip});
 }
 
 void UserDB::resetTips(int user_id)
 {
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(QStringLiteral("DELETE FROM user_firsttime_tips WHERE user_id = ?;"));
-    run(query, {user_id});
+    execBound(query, {user_id});
 }
