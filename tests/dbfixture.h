@@ -24,14 +24,26 @@ public:
     {
         LmSettings::resetForTesting();
         _home = std::make_unique<TemporaryHome>();
+        if (!_home->isValid() || !loadBrand(family) || !QDir().mkpath(path(QStringLiteral("resources"))))
+            return false;
+        if (!QFile::copy(binDir() + QStringLiteral("/userdata.db"), path(QStringLiteral("resources/userdata.db"))))
+            return false; // build the target userdata_db first
+        LmSettings::setResourcePath(path(QStringLiteral("resources/")));
+        return true;
+    }
+
+    // (Re)loads the test brand, with more elements when asked.
+    bool loadBrand(bool family, const QByteArray &extraXml = QByteArray())
+    {
+        BrandEngine::release();
         const QString xmlPath = path(QStringLiteral("brand.xml"));
         QFile xml(xmlPath);
-        if (!_home->isValid() || !xml.open(QIODevice::WriteOnly))
+        if (!xml.open(QIODevice::WriteOnly))
             return false;
         xml.write(QByteArray("<brand><string id=\"brand_id\" value=\"testbrand\"/>"
                              "<bool id=\"datastore_compat\" value=\"false\"/>"
                              "<bool id=\"feature.family\" value=\"")
-                  + (family ? "true" : "false") + "\"/></brand>");
+                  + (family ? "true" : "false") + "\"/>" + extraXml + "</brand>");
         xml.close();
         QFile archive(path(QStringLiteral("brand.dat")));
         if (!archive.open(QIODevice::WriteOnly))
@@ -42,12 +54,7 @@ public:
                 return false;
         }
         archive.close();
-        if (!BrandEngine::instance().load(archive.fileName()) || !QDir().mkpath(path(QStringLiteral("resources"))))
-            return false;
-        if (!QFile::copy(binDir() + QStringLiteral("/userdata.db"), path(QStringLiteral("resources/userdata.db"))))
-            return false; // build the target userdata_db first
-        LmSettings::setResourcePath(path(QStringLiteral("resources/")));
-        return true;
+        return BrandEngine::instance().load(archive.fileName());
     }
 
     // prepare() and the database start-up with the sync triggers.
@@ -77,6 +84,7 @@ public:
         _home.reset();
     }
 
+    QString home() const { return _home->path(); }
     QString path(const QString &name) const { return _home->path() + QLatin1Char('/') + name; }
     QString databasePath() const { return LmSettings::userDatabasePath() + QStringLiteral("userdata.db"); }
 

@@ -3,7 +3,7 @@
 #include "brand/tarfilewriter.h"
 #include "common/lmmessage.h"
 #include "db/lmsqldb.h"
-#include "testsupport.h"
+#include "dbfixture.h"
 
 #include <QDir>
 #include <QFile>
@@ -100,20 +100,13 @@ private:
     int observedRows();
     QString folder(const QString &name) const;
 
-    std::unique_ptr<TemporaryHome> _home;
+    DbFixture _db;
     RecordingPresenter _presenter;
 };
 
 void TestLmSqlDb::init()
 {
-    LmSettings::resetForTesting();
-    _home = std::make_unique<TemporaryHome>();
-    QVERIFY(_home->isValid());
-    loadBrand();
-    QDir().mkpath(folder(u"resources"_s));
-    QVERIFY2(QFile::copy(binDir() + u"/userdata.db"_s, folder(u"resources/userdata.db"_s)),
-             "build the target userdata_db");
-    LmSettings::setResourcePath(folder(u"resources"_s) + u'/');
+    QVERIFY(_db.prepare(false));
     _presenter.messages.clear();
     Lm::setMessagePresenter(&_presenter);
 }
@@ -121,34 +114,18 @@ void TestLmSqlDb::init()
 void TestLmSqlDb::cleanup()
 {
     QSqlDatabase::removeDatabase(u"observer"_s);
-    LmSqlDb::shutDown();
     Lm::setMessagePresenter(nullptr);
-    LmSettings::resetForTesting();
-    BrandEngine::release();
-    _home.reset();
+    _db.stop();
 }
 
 QString TestLmSqlDb::folder(const QString &name) const
 {
-    return _home->path() + u'/' + name;
+    return _db.path(name);
 }
 
 void TestLmSqlDb::loadBrand(const QString &extraXml)
 {
-    BrandEngine::release();
-    const QString xmlPath = folder(u"brand.xml"_s);
-    const QString xml = u"<brand><string id=\"brand_id\" value=\"testbrand\"/>"
-                        "<bool id=\"datastore_compat\" value=\"false\"/>"_s +
-                        extraXml + u"</brand>"_s;
-    QVERIFY(writeFile(xmlPath, xml.toUtf8()));
-    QFile archive(folder(u"brand.dat"_s));
-    QVERIFY(archive.open(QIODevice::WriteOnly));
-    {
-        TarFileWriter writer(archive);
-        QVERIFY(writer.addFile(xmlPath, u"brand.xml"_s));
-    }
-    archive.close();
-    QVERIFY(BrandEngine::instance().load(archive.fileName()));
+    QVERIFY(_db.loadBrand(false, extraXml.toUtf8()));
 }
 
 // The template copied into place and opened, with a scratch table.
@@ -442,7 +419,7 @@ void TestLmSqlDb::copyFile()
     if (!dest.startsWith(u'/'))
         dest = folder(dest);
     if (dest.endsWith(u"writeonly"_s)) {
-        if (!permissionsApply(_home->path()))
+        if (!permissionsApply(_db.home()))
             QSKIP("file permissions do not apply to this user");
         QVERIFY(writeFile(dest, "old"));
         QFile::setPermissions(dest, QFile::WriteOwner);
@@ -562,7 +539,7 @@ void TestLmSqlDb::locateOrCreateDatabase()
     }
     const QString target = LmSettings::userDatabasePath() + u"userdata.db"_s;
     if (setup.contains(u"unreadable") || setup == u"unusable") {
-        if (!permissionsApply(_home->path()))
+        if (!permissionsApply(_db.home()))
             QSKIP("file permissions do not apply to this user");
     }
 
