@@ -1,0 +1,124 @@
+#pragma once
+
+// The reference database: trees of records (chunk 1 foods, chunk 2 exercises) in one read-only,
+// memory-mapped file. IndexedDB keeps a 16-byte entry and a flag byte per record and answers
+// browse, lookup and word search; StaticDB binds it to one chunk of the shared mapping of
+// "static.db" in the content folder.
+//
+// Unlike the format's first readers we do not trust the file once its header passes: it arrives
+// over the network. Every directory entry, record, name, child run and payload offset is checked
+// against the file at open, and a file that fails is refused as corrupt.
+
+#include <QByteArray>
+#include <QHash>
+#include <QString>
+
+#include <vector>
+
+class MemMappedFile;
+
+// Flag bits of a record in memory.
+enum StaticDbFlag : quint8 {
+    FLAG_SHOWN = 0x01,
+    FLAG_EXPANDED = 0x02,
+    FLAG_FILTERS = 0x3C,
+    FLAG_NOT_SEARCHED = 0x40,
+    FLAG_CATEGORY = 0x80,
+};
+
+struct IndexEntry
+{
+    quint32 id = 0;
+    const char *name = nullptr; // in the mapping; nameLength characters, then a zero byte
+    quint32 nameLength = 0;
+    quint32 value = 0;          // category: first child index; leaf: the record's 32-bit value
+    quint16 categories = 0;     // category: child categories
+    quint16 items = 0;          // category: child items
+    const uchar *payload = nullptr; // leaf: in the mapping
+    qint64 payloadAvailable = 0;    // bytes from the payload to the end of the file
+
+    QByteArray nameBytes() const { return QByteArray::fromRawData(name, qsizetype(nameLength)); }
+    QString nameText() const { return QString::fromLatin1(name, qsizetype(nameLength)); }
+};
+
+// Yields the entries of a run whose flags have every bit of on and none of off.
+class BrowsableDBIterator
+{
+public:
+    BrowsableDBIterator(const IndexEntry *entries, const quint8 *flags, int count, quint8 flagsRequiredOn,
+                        quint8 flagsRequiredOff);
+    const IndexEntry *next(); // nullptr at the end
+    quint8 flagsOf(const IndexEntry *entry) const { return _flags[entry - _entries]; }
+
+private:
+    const IndexEntry *_entries;
+    const quint8 *_flags;
+    int _remaining;
+    int _position = 0;
+    quint8 _on;
+    quint8 _off;
+};
+
+class BrowsableDB
+{
+public:
+    virtual ~BrowsableDB() = default;
+    virtual BrowsableDBIterator *children(quint32 categoryId, quint8 on, quint8 off) const = 0;
+    virtual BrowsableDBIterator *all(quint8 on, quint8 off) const = 0;
+    virtual bool search(const QString &query, bool suppress, quint8 requiredFlags) = 0;
+    virtual void reset() = 0;
+    virtual quint32 rootId() const = 0;
+    virtual bool hasChildren(quint32 categoryId, quint8 on, quint8 off) const = 0;
+
+    // Shown records that are not categories.
+    BrowsableDBIterator *items(quint32 categoryId) const { return children(categoryId, FLAG_SHOWN, FLAG_CATEGORY); }
+};
+
+class IndexedDB : public BrowsableDB
+{
+public:
+    BrowsableDBIterator *children(quint32 categoryId, quint8 on, quint8 off) const override;
+    BrowsableDBIterator *all(quint8 on, quint8 off) const override;
+    bool search(const QString &query, bool suppress, quint8 requiredFlags) override;
+    void reset() override;
+    quint32 rootId() const override { return 0; }
+    bool hasChildren(quint32 categoryId, quint8 on, quint8 off) const override;
+
+    // Categories and items are separate id spaces.
+    const IndexEntry *lookup(quint32 id, bool isCategory) const;
+    quint8 flags(const IndexEntry *entry) const { return _flags[size_t(entry - _entries.data())]; }
+    int recordCount() const { return int(_entries.size()); }
+
+    // Indexes one chunk of a mapped file; false (and nothing indexed) for a file that does not
+    // hold the chunk in full. missingChunk tells a well-formed file without that chunk.
+    bool index(const uchar *base, qint64 size, quint32 chunkId, bool *missingChunk);
+
+private:
+    class Matcher;
+    bool walk(quint32 first, quint32 count, quint32 inherited, quint32 inclusion, quint8 required,
+              const std::vector<Matcher> &matchers);
+    void setSubtree(quint32 index, quint8 set, quint8 clear);
+
+    std::vector<IndexEntry> _entries;
+    std::vector<quint8> _flags;
+    QHash<quint32, quint32> _categories; // id -> index
+};
+
+class StaticDB : public IndexedDB
+{
+public:
+    // Opens (or shares) the mapping of static.db and indexes the chunk. Without failed, a failure
+    // is fatal; with it, *failed tells.
+    explicit StaticDB(quint32 chunkId, bool *failed = nullptr);
+    ~StaticDB() override;
+
+    QString creationDate() const { return _created; } // "yyyy-MM-dd"
+    QString errorString() const { return _error; }
+
+    static QString fileName(); // content folder + "static.db"
+
+private:
+    QString _created;
+    QString _error;
+    bool _usesMapping = false;
+};

@@ -1,0 +1,3 @@
+#include "staticdb/staticdblog.h"
+
+Q_LOGGING_CATEGORY(lcStaticDb, "tarnwell.staticdb")
