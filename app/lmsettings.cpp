@@ -12,7 +12,6 @@
 #include <QStandardPaths>
 
 #include <memory>
-#include <optional>
 
 namespace {
 
@@ -89,6 +88,20 @@ QString storedKey(const QString &key)
     return key.startsWith(QLatin1Char('/')) ? key.mid(1) : key;
 }
 
+// A hand-edited INI value with an unquoted comma reads back as a list; take it as the text it was.
+QString storedText(const QVariant &value)
+{
+    if (value.typeId() == QMetaType::QStringList)
+        return value.toStringList().join(QLatin1Char(','));
+    return value.toString();
+}
+
+// The old settings layer named the organisation by the domain without its last dot-separated part.
+QString organisationOf(const QString &domain)
+{
+    return domain.left(domain.lastIndexOf(QLatin1Char('.')));
+}
+
 const LmSettings::Definition &checkedDefinition(LmSettings::Id id, LmSettings::Type type)
 {
     const LmSettings::Definition *definition = LmSettings::definition(id);
@@ -151,8 +164,9 @@ QString LmSettings::appDataPath()
         Lm::fatal(QStringLiteral("Could not locate Application Data directory (2)"));
 
     const QString path = QDir(QFile::decodeName(value)).absolutePath();
+    const bool created = QDir().mkpath(path);
     const QFileInfo info(path);
-    if (!QDir().mkpath(path) || !info.isDir() || !info.isReadable() || !info.isWritable())
+    if (!created || !info.isDir() || !info.isReadable() || !info.isWritable())
         Lm::fatal(QStringLiteral("Could not locate Application Data directory (3)"));
     cached = withSeparator(path);
     return cached;
@@ -163,11 +177,11 @@ QString LmSettings::dataPath()
     QString &cached = state().dataPath;
     if (cached.isEmpty()) {
         if (compatLayout()) {
-            cached = appDataPath() + brandId() + QLatin1Char('/') + QLatin1String(Lm::kVendorFolder)
-                     + QStringLiteral("/VersionTwo/Default/");
+            cached = appDataPath() + brandId() + QLatin1Char('/') + QLatin1String(Lm::kVendorFolder) +
+                     QStringLiteral("/VersionTwo/Default/");
         } else {
-            cached = appDataPath() + QLatin1String(Lm::kVendorDomain) + QLatin1Char('/')
-                     + QLatin1String(Lm::kVendorFolder) + QLatin1Char('/') + brandId() + QLatin1Char('/');
+            cached = appDataPath() + QLatin1String(Lm::kVendorDomain) + QLatin1Char('/') +
+                     QLatin1String(Lm::kVendorFolder) + QLatin1Char('/') + brandId() + QLatin1Char('/');
         }
         ensureFolder(cached);
     }
@@ -179,8 +193,8 @@ QString LmSettings::versionOneDataPath()
     QString &cached = state().versionOneDataPath;
     if (cached.isEmpty()) {
         const QString base = compatLayout() ? brandId() : QLatin1String(Lm::kVendorDomain);
-        cached = appDataPath() + base + QLatin1Char('/') + QLatin1String(Lm::kVendorFolder)
-                 + QStringLiteral("/VersionOne/Default/");
+        cached = appDataPath() + base + QLatin1Char('/') + QLatin1String(Lm::kVendorFolder) +
+                 QStringLiteral("/VersionOne/Default/");
         ensureFolder(cached);
     }
     return cached;
@@ -190,7 +204,7 @@ QString LmSettings::userDatabasePath()
 {
     QString &cached = state().userDatabasePath;
     if (cached.isEmpty()) {
-        const QString configured = readValue(QStringLiteral("/admin/userdbpath")).toString();
+        const QString configured = storedText(readValue(QStringLiteral("/admin/userdbpath")));
         const QString folder = configured.isEmpty() ? dataPath() : configured;
         cached = withSeparator(QDir(folder).absolutePath());
     }
@@ -203,8 +217,8 @@ QString LmSettings::backupPath()
     if (cached.isEmpty()) {
         QString path = readString(DataBackupPath);
         if (path.trimmed().isEmpty()) {
-            path = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) + QLatin1Char('/') + brandId()
-                   + QStringLiteral(" Backups/");
+            path = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) + QLatin1Char('/') +
+                   brandId() + QStringLiteral(" Backups/");
             write(DataBackupPath, path);
         }
         cached = path;
@@ -215,7 +229,8 @@ QString LmSettings::backupPath()
 QString LmSettings::readString(Id id)
 {
     const Definition &definition = checkedDefinition(id, Text);
-    return settings().value(storedKey(QLatin1String(definition.key)), QLatin1String(definition.defaultValue)).toString();
+    const QVariant value = settings().value(storedKey(QLatin1String(definition.key)));
+    return value.isValid() ? storedText(value) : QLatin1String(definition.defaultValue);
 }
 
 int LmSettings::readInt(Id id)
@@ -223,7 +238,7 @@ int LmSettings::readInt(Id id)
     const Definition &definition = checkedDefinition(id, Integer);
     const QVariant value = settings().value(storedKey(QLatin1String(definition.key)));
     bool ok = false;
-    const int result = value.toString().toInt(&ok);
+    const int result = storedText(value).trimmed().toInt(&ok);
     return ok ? result : QByteArray(definition.defaultValue).toInt();
 }
 
@@ -233,7 +248,7 @@ bool LmSettings::readBool(Id id)
     const QVariant value = settings().value(storedKey(QLatin1String(definition.key)));
     if (!value.isValid())
         return qstrcmp(definition.defaultValue, "1") == 0;
-    const QString text = value.toString().trimmed().toLower();
+    const QString text = storedText(value).trimmed().toLower();
     return text == QLatin1String("1") || text == QLatin1String("true");
 }
 
@@ -299,23 +314,20 @@ QSettings &LmSettings::settings()
 {
     std::unique_ptr<QSettings> &settings = state().settings;
     if (!settings) {
-        // The old settings layer dropped the last dot-separated part of the domain; the compat
-        // domain carries a dummy suffix so that exactly the brand id is left.
+        // The compat domain carries a dummy suffix so that exactly the brand id is left of it.
         QString organisation;
         QString application;
         if (compatLayout()) {
-            organisation = brandId();
+            organisation = organisationOf(brandId() + QStringLiteral(".last_dot_and_after_is_chopped_off"));
             application = QLatin1String(Lm::kProductName);
         } else {
-            const QString domain = QLatin1String(Lm::kVendorDomain);
-            organisation = domain.left(domain.lastIndexOf(QLatin1Char('.')));
+            organisation = organisationOf(QLatin1String(Lm::kVendorDomain));
             application = QLatin1String(Lm::kVendorFolder) + QLatin1Char('/') + brandId();
         }
-        QString configHome = qEnvironmentVariable("XDG_CONFIG_HOME");
-        if (configHome.isEmpty())
-            configHome = QDir::homePath() + QStringLiteral("/.config");
-        const QString file = configHome + QLatin1Char('/') + organisation + QLatin1Char('/') + application
-                             + QStringLiteral(".ini");
+        // An explicit file, so that a changed XDG_CONFIG_HOME is honoured by the next object.
+        const QString file = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+                             QLatin1Char('/') + organisation + QLatin1Char('/') + application +
+                             QStringLiteral(".ini");
         settings = std::make_unique<QSettings>(file, QSettings::IniFormat);
     }
     return *settings;

@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 #include <QStandardPaths>
 
@@ -14,15 +15,16 @@
 
 namespace {
 
-// Loads a brand that defines just what the folders need.
+// Loads a brand that defines just what the folders need; its id differs from the product name so
+// that the paths show which of the two they use.
 bool loadBrand(const QTemporaryDir &dir, bool compat)
 {
     const QString xmlPath = dir.filePath(QStringLiteral("brand.xml"));
     QFile xml(xmlPath);
     if (!xml.open(QIODevice::WriteOnly))
         return false;
-    xml.write(QByteArray("<brand><string id=\"brand_id\" value=\"Tarnwell\"/><bool id=\"datastore_compat\" value=\"")
-              + (compat ? "true" : "false") + "\"/></brand>");
+    xml.write(QByteArray("<brand><string id=\"brand_id\" value=\"Fernleaf\"/>") +
+              "<bool id=\"datastore_compat\" value=\"" + (compat ? "true" : "false") + "\"/></brand>");
     xml.close();
     const QString archivePath = dir.filePath(QStringLiteral("brand.dat"));
     QFile archive(archivePath);
@@ -71,6 +73,7 @@ private slots:
     void typedRoundTrips();
     void settingsFile_data();
     void settingsFile();
+    void handEditedFile();
 };
 
 void TestSettings::folders_data()
@@ -79,10 +82,10 @@ void TestSettings::folders_data()
     QTest::addColumn<QString>("data");
     QTest::addColumn<QString>("versionOne");
 
-    QTest::newRow("vendor layout") << false << QStringLiteral("tarnwell.org/Ambervale/Tarnwell/")
+    QTest::newRow("vendor layout") << false << QStringLiteral("tarnwell.org/Ambervale/Fernleaf/")
                                    << QStringLiteral("tarnwell.org/Ambervale/VersionOne/Default/");
-    QTest::newRow("compatible layout") << true << QStringLiteral("Tarnwell/Ambervale/VersionTwo/Default/")
-                                       << QStringLiteral("Tarnwell/Ambervale/VersionOne/Default/");
+    QTest::newRow("compatible layout") << true << QStringLiteral("Fernleaf/Ambervale/VersionTwo/Default/")
+                                       << QStringLiteral("Fernleaf/Ambervale/VersionOne/Default/");
 }
 
 void TestSettings::folders()
@@ -108,10 +111,10 @@ void TestSettings::folders()
 void TestSettings::appDataErrors_data()
 {
     QTest::addColumn<QString>("setting"); // what XDG_DATA_HOME and HOME hold
-    QTest::addColumn<QString>("message");  // empty: accepted
+    QTest::addColumn<QString>("message"); // empty: accepted
 
-    QTest::newRow("neither variable") << QStringLiteral("unset")
-                                      << QStringLiteral("Could not locate Application Data directory (1)");
+    QTest::newRow("neither variable")
+        << QStringLiteral("unset") << QStringLiteral("Could not locate Application Data directory (1)");
     QTest::newRow("empty value") << QStringLiteral("empty")
                                  << QStringLiteral("Could not locate Application Data directory (2)");
     QTest::newRow("1001 bytes") << QStringLiteral("long:1001")
@@ -179,7 +182,7 @@ void TestSettings::backupFolder()
 
     // Blank after trimming: the default, written back.
     LmSettings::write(LmSettings::DataBackupPath, QStringLiteral("   "));
-    const QString expected = documents + QStringLiteral("/Tarnwell Backups/");
+    const QString expected = documents + QStringLiteral("/Fernleaf Backups/");
     QCOMPARE(LmSettings::backupPath(), expected);
     QCOMPARE(LmSettings::readString(LmSettings::DataBackupPath), expected);
 
@@ -210,7 +213,8 @@ void TestSettings::tableDefaults()
     QCOMPARE(LmSettings::readBool(LmSettings::ReportsNutrientSugar), false);
     QCOMPARE(LmSettings::readString(LmSettings::PalmCondDoNotSyncDevices), QStringLiteral("0"));
     QCOMPARE(LmSettings::readString(LmSettings::ProxySettings), QString());
-    QCOMPARE(QLatin1String(LmSettings::definition(LmSettings::DataBackupPath)->key), QLatin1String("dataBackupPath"));
+    QCOMPARE(QLatin1String(LmSettings::definition(LmSettings::DataBackupPath)->key),
+             QLatin1String("dataBackupPath"));
     QVERIFY(!LmSettings::definition(LmSettings::Id(1)));
     LM_VERIFY_ASSERT(LmSettings::readBool(LmSettings::ProxySettings), "definition->type == type");
 }
@@ -245,8 +249,8 @@ void TestSettings::settingsFile_data()
 {
     QTest::addColumn<bool>("compat");
     QTest::addColumn<QString>("file");
-    QTest::newRow("vendor layout") << false << QStringLiteral("tarnwell/Ambervale/Tarnwell.ini");
-    QTest::newRow("compatible layout") << true << QStringLiteral("Tarnwell/Tarnwell.ini");
+    QTest::newRow("vendor layout") << false << QStringLiteral("tarnwell/Ambervale/Fernleaf.ini");
+    QTest::newRow("compatible layout") << true << QStringLiteral("Fernleaf/Tarnwell.ini");
 }
 
 void TestSettings::settingsFile()
@@ -263,6 +267,24 @@ void TestSettings::settingsFile()
     QFile raw(path);
     QVERIFY(raw.open(QIODevice::ReadOnly));
     QVERIFY(raw.readAll().contains("[staticdb]\nlastUpdate=20261123\n"));
+}
+
+void TestSettings::handEditedFile()
+{
+    QVERIFY(loadBrand(_brandDir, false));
+    QFile file(LmSettings::settingsFileName());
+    QVERIFY(QDir().mkpath(QFileInfo(file).path()));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("[General]\nproxySettings=http=a:1,https=b:2\n"
+               "[staticdb]\nupdateInterval=often\n"
+               "[reports]\nnutrient\\sugar=1\nselectedReport= 3\n");
+    file.close();
+    LmSettings::resetForTesting();
+
+    QCOMPARE(LmSettings::readString(LmSettings::ProxySettings), QStringLiteral("http=a:1,https=b:2"));
+    QCOMPARE(LmSettings::readInt(LmSettings::StaticDbUpdateInterval), 28);
+    QCOMPARE(LmSettings::readBool(LmSettings::ReportsNutrientSugar), true);
+    QCOMPARE(LmSettings::readInt(LmSettings::ReportsSelectedReport), 3);
 }
 
 QTEST_GUILESS_MAIN(TestSettings)
