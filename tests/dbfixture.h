@@ -6,11 +6,14 @@
 #include "app/lmsettings.h"
 #include "brand/brandengine.h"
 #include "brand/tarfilewriter.h"
+#include "common/lmmessage.h"
 #include "db/lmsqldb.h"
 #include "testsupport.h"
 
 #include <QDir>
 #include <QFile>
+#include <QSqlQuery>
+#include <QStringList>
 
 #include <memory>
 #include <string>
@@ -26,7 +29,8 @@ public:
         _home = std::make_unique<TemporaryHome>();
         if (!_home->isValid() || !loadBrand(family) || !QDir().mkpath(path(QStringLiteral("resources"))))
             return false;
-        if (!QFile::copy(binDir() + QStringLiteral("/userdata.db"), path(QStringLiteral("resources/userdata.db"))))
+        if (!QFile::copy(binDir() + QStringLiteral("/userdata.db"),
+                         path(QStringLiteral("resources/userdata.db"))))
             return false; // build the target userdata_db first
         LmSettings::setResourcePath(path(QStringLiteral("resources/")));
         return true;
@@ -91,3 +95,50 @@ public:
 private:
     std::unique_ptr<TemporaryHome> _home;
 };
+
+// Probes shared by the database suites.
+namespace DbTest {
+
+// The first column of every row of a statement on the open database, as text ("NULL" for null).
+inline QStringList column(const QString &sql)
+{
+    QStringList values;
+    LmSqlQueryPtr query = LmSqlDb::instance()->prepare(sql);
+    if (query->exec()) {
+        while (query->next())
+            values.append(query->value(0).isNull() ? QStringLiteral("NULL") : query->value(0).toString());
+    }
+    return values;
+}
+
+inline QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+inline bool writeFile(const QString &path, const QByteArray &data)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
+}
+
+// Records the message boxes raised while it exists, as "caption: text".
+class RecordedBoxes : public Lm::MessagePresenter
+{
+public:
+    RecordedBoxes() { _previous = Lm::setMessagePresenter(this); }
+    ~RecordedBoxes() override { Lm::setMessagePresenter(_previous); }
+    void showMessage(Lm::MessageKind, const QString &caption, const QString &text) override
+    {
+        boxes.append(caption + QStringLiteral(": ") + text);
+    }
+    bool askQuestion(const QString &, const QString &, bool defaultYes) override { return defaultYes; }
+
+    QStringList boxes;
+
+private:
+    Lm::MessagePresenter *_previous = nullptr;
+};
+
+} // namespace DbTest
