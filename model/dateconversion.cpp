@@ -11,8 +11,9 @@ QDate toQDate(const QString &day)
     const bool lengthOk = day.size() == 8;
     if (!lengthOk)
         Lm::assertFailed("strlen(date) == 8", __FILE__, __LINE__);
+    // A day string is ASCII digits only; nothing else reaches the date parser.
     for (const QChar c : day) {
-        if (!c.isDigit() || c.unicode() > '9')
+        if (c < u'0' || c > u'9')
             return QDate();
     }
     return QDate::fromString(toWebDate(day), Qt::ISODate);
@@ -20,7 +21,10 @@ QDate toQDate(const QString &day)
 
 QString fromQDate(const QDate &date)
 {
-    return date.isValid() ? QLocale::c().toString(date, QStringLiteral("yyyyMMdd")) : QString();
+    // Years before 1 or after 9999 have no 8-character form.
+    if (!date.isValid() || date.year() < 1 || date.year() > 9999)
+        return QString();
+    return QLocale::c().toString(date, QStringLiteral("yyyyMMdd"));
 }
 
 QString toWebDate(const QString &day)

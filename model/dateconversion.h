@@ -11,7 +11,7 @@ namespace DateConversion {
 // The day must be exactly 8 characters (asserted); anything that is not a real day gives an
 // invalid date.
 QDate toQDate(const QString &day);
-// "yyyyMMdd"; empty for an invalid date.
+// "yyyyMMdd"; empty for an invalid date or one outside the years 1 to 9999.
 QString fromQDate(const QDate &date);
 // "yyyy-MM-dd" from a day string, character by character.
 QString toWebDate(const QString &day);

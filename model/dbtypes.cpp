@@ -8,6 +8,11 @@ namespace {
 
 const FoodInfoSource *g_foodInfo = nullptr;
 
+bool isSnack(int meal)
+{
+    return meal == SNACK_1 || meal == SNACK_2 || meal == SNACK_3;
+}
+
 } // namespace
 
 QString mealName(int meal, int snackMode)
@@ -46,9 +51,11 @@ const FoodInfoSource *FoodInfoSource::instance()
 
 QList<FoodServing> genericServings(char measureKind)
 {
+    if (measureKind == 'M')
+        return {{QStringLiteral("g"), -1, 1.0f}, {QStringLiteral("oz"), -2, 28.35f}};
     if (measureKind == 'V')
         return {{QStringLiteral("mL"), -3, 1.0f}, {QStringLiteral("fl.oz"), -4, 29.574f}};
-    return {{QStringLiteral("g"), -1, 1.0f}, {QStringLiteral("oz"), -2, 28.35f}};
+    return {}; // 'S': measured in its own servings only
 }
 
 FoodDiaryItem::FoodDiaryItem(bool unknownNutrients)
@@ -185,7 +192,7 @@ float DiaryDay::total(int grp, int nutType) const
         return burned;
     float eaten = 0.0f;
     for (const FoodDiaryItem &food : foods) {
-        if (grp != ALL_MEALS && food.meal != grp)
+        if (grp != ALL_MEALS && food.meal != grp && !(grp == ALL_SNACKS && isSnack(food.meal)))
             continue;
         const float value = food.getNutrient(nutType);
         if (value > 0.0f)

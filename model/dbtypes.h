@@ -61,7 +61,8 @@ struct FoodServing
     float quantity = 0.0f; // grams or millilitres per serving
 };
 
-// A food's reference values: per baseQuantity of the food, in nutrient-type order.
+// A food's reference values: per baseQuantity of the food, in nutrient-type order. Any value that
+// is not isKnown() counts as unknown, -1 and the reference file's -999 alike.
 struct FoodReference
 {
     float baseQuantity = 0.0f;
@@ -84,7 +85,8 @@ public:
     static const FoodInfoSource *instance();
 };
 
-// The servings every food with a base quantity offers besides its own.
+// The servings every food with a base quantity offers besides its own: grams and ounces for 'M',
+// millilitres and fluid ounces for 'V', none for any other kind.
 QList<FoodServing> genericServings(char measureKind);
 
 class FoodDiaryItem
@@ -155,7 +157,7 @@ struct DiaryDay
     QList<FoodDiaryItem> foods;
     QList<ExerciseDiaryItem> exercises;
 
-    // Total of a nutrient for a meal code, 0 for all meals or EXERCISE for the energy burned.
-    // Energy over all meals is net of exercise.
+    // Total of a nutrient for a meal code, ALL_MEALS, ALL_SNACKS (meals 2, 4 and 6) or EXERCISE for
+    // the energy burned. Energy over all meals is net of exercise.
     float total(int group, int type) const;
 };

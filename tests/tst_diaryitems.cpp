@@ -94,6 +94,8 @@ void TestDiaryItems::dayStrings()
         QCOMPARE(DateConversion::fromQDate(date), day);
     LM_VERIFY_ASSERT(DateConversion::toQDate(day.left(7)), "strlen(date) == 8");
     QCOMPARE(DateConversion::longDayName(QDate(2007, 3, 15)), QStringLiteral("Thursday, March 15 2007"));
+    QCOMPARE(DateConversion::fromQDate(QDate(10000, 1, 1)), QString()); // no 8-character form
+    QVERIFY(genericServings('S').isEmpty());
 }
 
 void TestDiaryItems::mealNames_data()
@@ -213,6 +215,7 @@ void TestDiaryItems::dayTotals_data()
     QTest::newRow("one meal ignores exercise") << 2 << int(ENERGY) << 300.0f;
     QTest::newRow("fat skips unknown") << 0 << int(FAT) << 30.0f;
     QTest::newRow("empty meal") << 5 << int(ENERGY) << 0.0f;
+    QTest::newRow("all snacks, no exercise") << int(ALL_SNACKS) << int(ENERGY) << 300.0f;
 }
 
 void TestDiaryItems::dayTotals()
