@@ -53,6 +53,11 @@ CheckIn readCheckIn(const QSqlQuery &query)
     return c;
 }
 
+// Check-ins of a profile on or before a day, the most recent first.
+const QString kCheckInsUpTo = QStringLiteral(
+    "SELECT weight, chest, hip, thigh, waist, steps, note, date FROM user_checkins WHERE user_id = ? AND date <= ? "
+    "ORDER BY date DESC");
+
 const char *const kTargetColumns[] = {"target_calories", "target_carb",        "target_fat",
                                       "target_protein",  "target_fiber",       "target_saturated_fat",
                                       "target_cholesterol", "target_sodium",   "target_sugar",
@@ -384,9 +389,7 @@ std::optional<CheckIn> UserDB::getCheckIn(int user_id, const QString &day)
 std::optional<CheckIn> UserDB::getLatestCheckIn(int user_id, const QString &day)
 {
     checkUser(user_id);
-    LmSqlQueryPtr query = prepare(QStringLiteral(
-        "SELECT weight, chest, hip, thigh, waist, steps, note, date FROM user_checkins WHERE user_id = ? AND date <= "
-        "? ORDER BY date DESC"));
+    LmSqlQueryPtr query = prepare(kCheckInsUpTo);
     if (execBound(query, {user_id, day}) && query->next())
         return readCheckIn(*query);
     return std::nullopt;
@@ -396,9 +399,7 @@ QList<CheckIn> UserDB::getCheckIns(int user_id)
 {
     checkUser(user_id);
     QList<CheckIn> checkIns;
-    LmSqlQueryPtr query = prepare(QStringLiteral(
-        "SELECT weight, chest, hip, thigh, waist, steps, note, date FROM user_checkins WHERE user_id = ? AND date <= "
-        "? ORDER BY date DESC"));
+    LmSqlQueryPtr query = prepare(kCheckInsUpTo);
     if (execBound(query, {user_id, QStringLiteral("99991231")})) {
         while (query->next())
             checkIns.append(readCheckIn(*query));
