@@ -35,10 +35,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         std::unique_ptr<BrowsableDBIterator> it(db.all(0, 0));
         size_t bytes = 0;
         while (const IndexEntry *e = it->next()) {
-            for (quint32 i = 0; i < e->nameLength; ++i)
-                bytes += uchar(e->name[i]);
-            if (e->payload && e->payloadAvailable > 0)
-                bytes += e->payload[0] + e->payload[e->payloadAvailable - 1];
+            const char *name = db.namePointer(e);
+            for (quint32 i = 0; i < db.nameLength(e); ++i)
+                bytes += uchar(name[i]);
+            const QByteArrayView payload = db.payload(e);
+            if (!payload.isEmpty())
+                bytes += uchar(payload.front()) + uchar(payload.back());
             std::unique_ptr<BrowsableDBIterator> children(db.children(e->id, 0, 0));
         }
         db.search(QStringLiteral("apple raw -pie"), false, 0);

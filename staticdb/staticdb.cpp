@@ -122,6 +122,12 @@ bool IndexedDB::index(const uchar *base, qint64 size, quint32 chunkId, bool *mis
     _entries.clear();
     _flags.clear();
     _categories.clear();
+    _ownedNames.clear();
+    _base = base;
+    _size = 0;
+    // Offsets in the index are 32-bit.
+    if (size > qint64(0xFFFFFFFF))
+        return false;
 
     qint64 chunk = -1;
     for (qint64 entry = kHeaderSize;; entry += 8) {
@@ -146,51 +152,81 @@ bool IndexedDB::index(const uchar *base, qint64 size, quint32 chunkId, bool *mis
     if (count < 1 || table + qint64(count) * 16 > size || names > size || payloads > size)
         return false;
 
-    _entries.resize(count);
-    _flags.resize(count);
+    std::vector<IndexEntry> entries(count);
+    std::vector<quint8> flagBytes(count);
     // Every record may belong to one child run only, and runs lie after their category: the tree
     // then has no cycles and no shared subtrees, so walking it always ends.
     std::vector<bool> claimed(count, false);
+    QHash<quint32, quint32> categories;
     for (quint32 i = 0; i < count; ++i) {
         const uchar *record = base + table + qint64(i) * 16;
         const quint8 flags = record[0];
-        IndexEntry &e = _entries[i];
+        IndexEntry &e = entries[i];
         e.id = read32(record) & 0xFFFFFF;
         const qint64 nameOffset = names + read32(record + 4);
         if (nameOffset >= size)
             return false;
-        e.name = reinterpret_cast<const char *>(base + nameOffset);
+        e.nameOffset = quint32(nameOffset);
         e.value = read32(record + 8);
         const bool endRecord = i + 1 == count;
         if ((flags & FLAG_CATEGORY) && !endRecord) {
-            e.categories = qFromBigEndian<quint16>(record + 12);
-            e.items = qFromBigEndian<quint16>(record + 14);
-            const quint64 end = quint64(e.value) + e.categories + e.items;
-            if (end > count - 1 || (e.categories + e.items > 0 && e.value <= i))
+            e.extra = read32(record + 12);
+            const quint64 end = quint64(e.value) + e.childCount();
+            if (end > count - 1 || (e.childCount() > 0 && e.value <= i))
                 return false;
             for (quint64 child = e.value; child < end; ++child) {
                 if (claimed[child])
                     return false;
                 claimed[child] = true;
             }
-            _categories.insert(e.id, i);
+            categories.insert(e.id, i);
         } else if (!endRecord) {
             const qint64 payload = payloads + read32(record + 12);
             if (payload >= size)
                 return false;
-            e.payload = base + payload;
-            e.payloadAvailable = size - payload;
+            e.extra = quint32(payload);
         }
-        _flags[i] = quint8(flags | FLAG_SHOWN | FLAG_EXPANDED);
+        flagBytes[i] = quint8(flags | FLAG_SHOWN | FLAG_EXPANDED);
     }
     // Names lie in record order: a length is the distance to the next name less its terminator.
     for (quint32 i = 0; i + 1 < count; ++i) {
-        const qint64 length = _entries[i + 1].name - _entries[i].name - 1;
-        if (length < 0 || _entries[i].name[length] != '\0')
+        if (entries[i + 1].nameOffset <= entries[i].nameOffset
+            || base[entries[i + 1].nameOffset - 1] != '\0')
             return false;
-        _entries[i].nameLength = quint32(length);
     }
+    _size = quint64(size);
+    _entries = std::move(entries);
+    _flags = std::move(flagBytes);
+    _categories = std::move(categories);
     return true;
+}
+
+void IndexedDB::adopt(QByteArray names, std::vector<IndexEntry> entries, std::vector<quint8> flags)
+{
+    LM_ASSERT(!entries.empty() && entries.size() == flags.size());
+    _ownedNames = std::move(names);
+    _base = reinterpret_cast<const uchar *>(_ownedNames.constData());
+    _size = quint64(_ownedNames.size());
+    _entries = std::move(entries);
+    _flags = std::move(flags);
+    _categories.clear();
+    for (size_t i = 0; i + 1 < _entries.size(); ++i) {
+        _flags[i] |= FLAG_SHOWN | FLAG_EXPANDED;
+        if (_flags[i] & FLAG_CATEGORY)
+            _categories.insert(_entries[i].id, quint32(i));
+    }
+}
+
+QByteArray IndexedDB::nameBytes(const IndexEntry *entry) const
+{
+    return QByteArray(namePointer(entry), qsizetype(nameLength(entry)));
+}
+
+QByteArrayView IndexedDB::payload(const IndexEntry *entry) const
+{
+    if (isCategory(entry) || entry->extra == 0 || entry->extra >= _size)
+        return {};
+    return QByteArrayView(_base + entry->extra, qsizetype(_size - entry->extra));
 }
 
 const IndexEntry *IndexedDB::lookup(quint32 id, bool isCategory) const
@@ -211,8 +247,8 @@ BrowsableDBIterator *IndexedDB::children(quint32 categoryId, quint8 on, quint8 o
     const IndexEntry *category = lookup(categoryId, true);
     if (!category)
         return nullptr;
-    return new BrowsableDBIterator(&_entries[category->value], &_flags[category->value],
-                                   category->categories + category->items, on, off);
+    return new BrowsableDBIterator(&_entries[category->value], &_flags[category->value], int(category->childCount()),
+                                   on, off);
 }
 
 BrowsableDBIterator *IndexedDB::all(quint8 on, quint8 off) const
@@ -231,7 +267,7 @@ void IndexedDB::reset()
     for (quint8 &flag : _flags)
         flag = quint8((flag & ~FLAG_EXPANDED) | FLAG_SHOWN);
     for (size_t i = 0; i + 1 < _entries.size(); ++i) {
-        if (_entries[i + 1].name < _entries[i].name)
+        if (_entries[i + 1].nameOffset < _entries[i].nameOffset)
             qCDebug(lcStaticDb, "names are not in order!");
     }
 }
@@ -239,7 +275,7 @@ void IndexedDB::reset()
 void IndexedDB::setSubtree(quint32 index, quint8 set, quint8 clear)
 {
     const IndexEntry &e = _entries[index];
-    for (quint32 i = e.value; i < e.value + e.categories + e.items; ++i) {
+    for (quint32 i = e.value; i < e.value + e.childCount(); ++i) {
         _flags[i] = quint8((_flags[i] & ~clear) | set);
         if (_flags[i] & FLAG_CATEGORY)
             setSubtree(i, set, clear);
@@ -262,7 +298,7 @@ bool IndexedDB::walk(quint32 first, quint32 count, quint32 inherited, quint32 in
         quint32 mask = inherited;
         if (!(flag & FLAG_NOT_SEARCHED)) {
             for (size_t m = 0; m < matchers.size(); ++m) {
-                if (matchers[m].occursIn(_entries[i].name, _entries[i].nameLength))
+                if (matchers[m].occursIn(namePointer(&_entries[i]), nameLength(&_entries[i])))
                     mask |= 1u << m;
             }
         }
@@ -274,8 +310,7 @@ bool IndexedDB::walk(quint32 first, quint32 count, quint32 inherited, quint32 in
             continue;
         }
         flag &= quint8(~(FLAG_SHOWN | FLAG_EXPANDED));
-        if (category && walk(_entries[i].value, quint32(_entries[i].categories) + _entries[i].items, mask, inclusion,
-                             required, matchers)) {
+        if (category && walk(_entries[i].value, _entries[i].childCount(), mask, inclusion, required, matchers)) {
             flag |= FLAG_SHOWN | FLAG_EXPANDED;
             hit = true;
         }
@@ -317,7 +352,7 @@ bool IndexedDB::search(const QString &query, bool suppress, quint8 requiredFlags
     if (!suppress) {
         const IndexEntry *root = lookup(rootId(), true);
         LM_ASSERT(root);
-        walk(root->value, quint32(root->categories) + root->items, 0, inclusion, requiredFlags, matchers);
+        walk(root->value, root->childCount(), 0, inclusion, requiredFlags, matchers);
     }
     return true;
 }

@@ -10,6 +10,7 @@
 // against the file at open, and a file that fails is refused as corrupt.
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QHash>
 #include <QString>
 
@@ -26,19 +27,18 @@ enum StaticDbFlag : quint8 {
     FLAG_CATEGORY = 0x80,
 };
 
+// One record of the index: 16 bytes, with the flags kept beside it in a byte vector. Offsets
+// count from the indexed bytes' start (the mapping, or a dynamic index's own name buffer).
 struct IndexEntry
 {
     quint32 id = 0;
-    const char *name = nullptr; // in the mapping; nameLength characters, then a zero byte
-    quint32 nameLength = 0;
-    quint32 value = 0;          // category: first child index; leaf: the record's 32-bit value
-    quint16 categories = 0;     // category: child categories
-    quint16 items = 0;          // category: child items
-    const uchar *payload = nullptr; // leaf: in the mapping
-    qint64 payloadAvailable = 0;    // bytes from the payload to the end of the file
+    quint32 nameOffset = 0;
+    quint32 value = 0; // category: index of the first child; leaf: the record's 32-bit value
+    quint32 extra = 0; // category: child categories << 16 | child items; leaf: payload offset
 
-    QByteArray nameBytes() const { return QByteArray::fromRawData(name, qsizetype(nameLength)); }
-    QString nameText() const { return QString::fromLatin1(name, qsizetype(nameLength)); }
+    quint32 childCategories() const { return extra >> 16; }
+    quint32 childItems() const { return extra & 0xFFFF; }
+    quint32 childCount() const { return childCategories() + childItems(); }
 };
 
 // Yields the entries of a run whose flags have every bit of on and none of off.
@@ -87,11 +87,29 @@ public:
     // Categories and items are separate id spaces.
     const IndexEntry *lookup(quint32 id, bool isCategory) const;
     quint8 flags(const IndexEntry *entry) const { return _flags[size_t(entry - _entries.data())]; }
+    bool isCategory(const IndexEntry *entry) const { return flags(entry) & FLAG_CATEGORY; }
     int recordCount() const { return int(_entries.size()); }
+
+    // A record's name: its length is the distance to the next record's name less the terminator.
+    const char *namePointer(const IndexEntry *entry) const
+    {
+        return reinterpret_cast<const char *>(_base + entry->nameOffset);
+    }
+    quint32 nameLength(const IndexEntry *entry) const { return entry[1].nameOffset - entry->nameOffset - 1; }
+    QByteArray nameBytes(const IndexEntry *entry) const;
+    QString nameText(const IndexEntry *entry) const { return QString::fromLatin1(nameBytes(entry)); }
+    // A leaf's payload: the bytes from its start to the end of the file (empty for categories and
+    // records without one).
+    QByteArrayView payload(const IndexEntry *entry) const;
 
     // Indexes one chunk of a mapped file; false (and nothing indexed) for a file that does not
     // hold the chunk in full. missingChunk tells a well-formed file without that chunk.
     bool index(const uchar *base, qint64 size, quint32 chunkId, bool *missingChunk);
+
+protected:
+    // Takes over an index built in memory: names lie in names (record order, each terminated, the
+    // last entry an end record), categories have FLAG_CATEGORY set in flags.
+    void adopt(QByteArray names, std::vector<IndexEntry> entries, std::vector<quint8> flags);
 
 private:
     class Matcher;
@@ -99,6 +117,9 @@ private:
               const std::vector<Matcher> &matchers);
     void setSubtree(quint32 index, quint8 set, quint8 clear);
 
+    const uchar *_base = nullptr;
+    quint64 _size = 0;
+    QByteArray _ownedNames; // dynamic indexes
     std::vector<IndexEntry> _entries;
     std::vector<quint8> _flags;
     QHash<quint32, quint32> _categories; // id -> index

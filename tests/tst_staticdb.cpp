@@ -30,8 +30,8 @@ QStringList shown(const IndexedDB &db, quint8 on = FLAG_SHOWN)
     QStringList names;
     std::unique_ptr<BrowsableDBIterator> it(db.all(on, 0));
     while (const IndexEntry *e = it->next()) {
-        if (e->nameLength > 0)
-            names.append(e->nameText());
+        if (db.nameLength(e) > 0)
+            names.append(db.nameText(e));
     }
     return names;
 }
@@ -110,22 +110,22 @@ void TestStaticDb::browseAndLookup()
     QCOMPARE(shown(exercises), QStringList{QStringLiteral("Bicycling, leisure")});
 
     std::unique_ptr<BrowsableDBIterator> top(foods.children(0, FLAG_SHOWN, 0));
-    QCOMPARE(top->next()->nameText(), QStringLiteral("Fruits"));
-    QCOMPARE(top->next()->nameText(), QStringLiteral("Baby foods"));
+    QCOMPARE(foods.nameText(top->next()), QStringLiteral("Fruits"));
+    QCOMPARE(foods.nameText(top->next()), QStringLiteral("Baby foods"));
     QVERIFY(!top->next());
     std::unique_ptr<BrowsableDBIterator> fruits(foods.items(1));
-    QCOMPARE(fruits->next()->nameText(), QStringLiteral("Pears, raw")); // items only
+    QCOMPARE(foods.nameText(fruits->next()), QStringLiteral("Pears, raw")); // items only
     QVERIFY(!fruits->next());
     QVERIFY(!foods.children(9003, FLAG_SHOWN, 0));
     QVERIFY(foods.hasChildren(2, FLAG_SHOWN, 0));
 
     // Category 2 and item 2 are different records.
-    QCOMPARE(foods.lookup(2, true)->nameText(), QStringLiteral("Apples"));
-    QCOMPARE(foods.lookup(2, false)->nameText(), QStringLiteral("Babyfood, ABC cereal"));
+    QCOMPARE(foods.nameText(foods.lookup(2, true)), QStringLiteral("Apples"));
+    QCOMPARE(foods.nameText(foods.lookup(2, false)), QStringLiteral("Babyfood, ABC cereal"));
     QVERIFY(!foods.lookup(9003, true));
     const IndexEntry *leaf = exercises.lookup(1015, false);
-    QVERIFY(leaf && leaf->payloadAvailable >= 5);
-    QCOMPARE(leaf->payload[0], uchar(0x01));
+    QVERIFY(leaf && exercises.payload(leaf).size() >= 5);
+    QCOMPARE(exercises.payload(leaf).front(), '\x01');
     LM_VERIFY_ASSERT(BrowsableDBIterator(nullptr, nullptr, 0, 1, 1), "(flagsRequiredOn & flagsRequiredOff) == 0");
 }
 
