@@ -1,0 +1,7 @@
+#include "app/notificationdispatcher.h"
+
+NotificationDispatcher *NotificationDispatcher::instance()
+{
+    static NotificationDispatcher dispatcher;
+    return &dispatcher;
+}

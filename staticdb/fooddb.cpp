@@ -1,0 +1,585 @@
+#include "staticdb/fooddb.h"
+
+#include "common/lmassert.h"
+#include "db/lmsqldb.h"
+
+#include <QSqlQuery>
+#include <QtEndian>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+// Nutrient positions of the payload's value record, by FoodValue.
+constexpr int kPositions[FV_COUNT] = {0, 3, 2, 1, 4, 22, 27, 9, 29, 7};
+// FoodValue of each model nutrient type.
+constexpr int kValueOfNutrient[kNutrientCount] = {FV_CALORIES, FV_CARB,        FV_FAT,    FV_PROTEIN, FV_FIBER,
+                                                  FV_SATURATED_FAT, FV_CHOLESTEROL, FV_SODIUM, FV_SUGAR, FV_CALCIUM};
+
+// Reads forward through a payload and never past its end.
+class Reader
+{
+public:
+    explicit Reader(QByteArrayView bytes)
+        : _bytes(bytes)
+    {
+    }
+    bool byte(quint8 *value)
+    {
+        if (_pos >= _bytes.size())
+            return false;
+        *value = quint8(_bytes[_pos++]);
+        return true;
+    }
+    bool word(quint32 *value)
+    {
+        if (_bytes.size() - _pos < 4)
+            return false;
+        *value = qFromBigEndian<quint32>(_bytes.data() + _pos);
+        _pos += 4;
+        return true;
+    }
+    bool real(float *value)
+    {
+        quint32 bits = 0;
+        if (!word(&bits))
+            return false;
+        std::memcpy(value, &bits, sizeof *value);
+        return true;
+    }
+    bool text(QByteArray *value)
+    {
+        const qsizetype end = _bytes.indexOf('\0', _pos);
+        if (end < 0)
+            return false;
+        *value = _bytes.sliced(_pos, end - _pos).toByteArray();
+        _pos = end + 1;
+        return true;
+    }
+
+private:
+    QByteArrayView _bytes;
+    qsizetype _pos = 0;
+};
+
+LmSqlQueryPtr run(const QString &sql, const QVariantList &values)
+{
+    LmSqlQueryPtr query = LmSqlDb::instance()->prepare(sql);
+    if (!execBound(query, values))
+        return LmSqlQueryPtr();
+    return query;
+}
+
+QVariant valueOrNull(float value)
+{
+    return value > -0.01f ? QVariant(double(value)) : QVariant();
+}
+
+void assertId(int index)
+{
+    LM_ASSERT(index >= 0 && index < 0x3000000);
+}
+
+} // namespace
+
+std::array<float, kNutrientCount> Food::nutrients() const
+{
+    std::array<float, kNutrientCount> out;
+    for (int type = 0; type < kNutrientCount; ++type) {
+        const float v = values[size_t(kValueOfNutrient[type])];
+        out[size_t(type)] = isKnown(v) ? v : kUnknownNutrient;
+    }
+    return out;
+}
+
+std::array<float, FV_COUNT> Food::fromNutrients(const std::array<float, kNutrientCount> &nutrients)
+{
+    std::array<float, FV_COUNT> out;
+    for (int type = 0; type < kNutrientCount; ++type) {
+        const float v = nutrients[size_t(type)];
+        out[size_t(kValueOfNutrient[type])] = isKnown(v) ? v : kAbsentValue;
+    }
+    return out;
+}
+
+// --- reference foods ---
+
+FoodDBStatic::FoodDBStatic(bool *failed)
+    : StaticDB(1, failed)
+{
+}
+
+bool FoodDBStatic::contains(int id) const
+{
+    return id >= 0 && lookup(quint32(id), false);
+}
+
+QString FoodDBStatic::name(int id) const
+{
+    const IndexEntry *item = id >= 0 ? lookup(quint32(id), false) : nullptr;
+    LM_ASSERT(item && nameLength(item) > 0);
+    return nameText(item);
+}
+
+bool FoodDBStatic::decodePayload(QByteArrayView payload, quint32 seqMask, Food *food, quint32 *numeric,
+                                 QString *secondText)
+{
+    Reader in(payload);
+    quint32 attribute = 0;
+    QByteArray second;
+    if (!in.word(&attribute) || !in.text(&second))
+        return false;
+    food->values.fill(kAbsentValue);
+    for (int base = 0;; base += 7) {
+        quint8 mask = 0;
+        if (!in.byte(&mask))
+            return false;
+        for (int bit = 0; bit < 7; ++bit) {
+            if (!(mask & (1u << bit)))
+                continue;
+            float v = 0.0f;
+            if (!in.real(&v))
+                return false;
+            const int *at = std::find(std::begin(kPositions), std::end(kPositions), base + bit);
+            if (at != std::end(kPositions) && std::isfinite(v))
+                food->values[size_t(at - std::begin(kPositions))] = v;
+        }
+        if (!(mask & 0x80))
+            break;
+    }
+    quint8 header = 0;
+    if (!in.byte(&header))
+        return false;
+    const int count = header & 0x0F;
+    const int kind = header & 0x30;
+    food->measureKind = kind == 0x10 ? 'M' : kind == 0x20 ? 'V' : 'S';
+    food->referenceQuantity = -1.0f;
+    if ((header & 0x40) && (!in.real(&food->referenceQuantity) || !std::isfinite(food->referenceQuantity)))
+        return false;
+    // Serving ids: the set bits of the mask in order, or 1, 2, ... when it does not fit.
+    const bool maskFits = std::popcount(seqMask) == count;
+    food->servings.clear();
+    quint32 remaining = seqMask;
+    for (int i = 0; i < count; ++i) {
+        FoodServing serving;
+        QByteArray name;
+        if (!in.real(&serving.quantity) || !in.text(&name) || !std::isfinite(serving.quantity))
+            return false;
+        serving.name = QString::fromLatin1(name);
+        if (maskFits) {
+            serving.id = std::countr_zero(remaining) + 1;
+            remaining &= remaining - 1;
+        } else {
+            serving.id = i + 1;
+        }
+        food->servings.append(serving);
+    }
+    std::stable_sort(food->servings.begin(), food->servings.end(),
+                     [](const FoodServing &a, const FoodServing &b) { return a.quantity < b.quantity; });
+    if (numeric)
+        *numeric = attribute;
+    if (secondText)
+        *secondText = QString::fromLatin1(second);
+    return true;
+}
+
+bool FoodDBStatic::food(int id, Food *food) const
+{
+    const IndexEntry *item = id >= 0 ? lookup(quint32(id), false) : nullptr;
+    LM_ASSERT(item);
+    food->name = nameText(item);
+    return decodePayload(payload(item), item->value, food);
+}
+
+QList<FoodServing> FoodDBStatic::servings(int id) const
+{
+    Food f;
+    return food(id, &f) ? f.servings : QList<FoodServing>();
+}
+
+quint32 FoodDBStatic::numericAttribute(int id) const
+{
+    const IndexEntry *item = id >= 0 ? lookup(quint32(id), false) : nullptr;
+    LM_ASSERT(item);
+    const QByteArrayView bytes = payload(item);
+    return bytes.size() >= 4 ? qFromBigEndian<quint32>(bytes.data()) : 0;
+}
+
+QString FoodDBStatic::secondText(int id) const
+{
+    const IndexEntry *item = id >= 0 ? lookup(quint32(id), false) : nullptr;
+    LM_ASSERT(item);
+    Food f;
+    QString text;
+    decodePayload(payload(item), item->value, &f, nullptr, &text);
+    return text;
+}
+
+// --- custom foods ---
+
+FoodDBDynamic::FoodDBDynamic(int user_id)
+    : DynamicDB({QStringLiteral("Foods"),
+                 QStringLiteral("SELECT category_id, name FROM custom_food_cats WHERE parent_id = ? ORDER BY UPPER(name)"),
+                 QStringLiteral("SELECT food_id, name FROM custom_foods WHERE category_id = ? ORDER BY UPPER(name)")},
+                withRoots(user_id))
+{
+}
+
+int FoodDBDynamic::withRoots(int user_id)
+{
+    userRootId(-1);
+    if (user_id >= 0)
+        userRootId(user_id);
+    return user_id;
+}
+
+int FoodDBDynamic::userRootId(int user_id)
+{
+    LM_ASSERT(user_id >= -1 && user_id < 4096);
+    const int root = rootIdOf(user_id);
+    LmSqlQueryPtr count = run(QStringLiteral("SELECT COUNT(*) FROM custom_food_cats WHERE category_id = ?"), {root});
+    if (!count.isNull() && count->next() && count->value(0).toInt() < 1) {
+        run(QStringLiteral("INSERT INTO custom_food_cats(category_id, parent_id, name) VALUES (?, ?, ?)"),
+            {root, 0, user_id == -1 ? QStringLiteral("Shared Foods") : QStringLiteral("My Foods")});
+    }
+    return root;
+}
+
+bool FoodDBDynamic::contains(int id) const
+{
+    LmSqlQueryPtr query = run(QStringLiteral("SELECT name FROM custom_foods WHERE food_id = ?"), {id});
+    return !query.isNull() && query->next();
+}
+
+QString FoodDBDynamic::name(int id) const
+{
+    LmSqlQueryPtr query = run(QStringLiteral("SELECT name FROM custom_foods WHERE food_id = ?"), {id});
+    return !query.isNull() && query->next() ? query->value(0).toString() : QString();
+}
+
+QString FoodDBDynamic::servingName(int id) const
+{
+    LmSqlQueryPtr query = run(QStringLiteral("SELECT serv_name FROM custom_foods WHERE food_id = ?"), {id});
+    return !query.isNull() && query->next() ? query->value(0).toString() : QString();
+}
+
+bool FoodDBDynamic::food(int id, Food *food) const
+{
+    LmSqlQueryPtr query = run(QStringLiteral("SELECT calories, fat, protein, carb, fiber, saturated_fat, cholesterol, "
+                                             "sodium, sugar, calcium FROM custom_foods WHERE food_id = ?"),
+                              {id});
+    if (query.isNull() || !query->next())
+        return false;
+    const int columns[FV_COUNT] = {FV_CALORIES,      FV_FAT,         FV_PROTEIN, FV_CARB,  FV_FIBER,
+                                   FV_SATURATED_FAT, FV_CHOLESTEROL, FV_SODIUM,  FV_SUGAR, FV_CALCIUM};
+    food->values.fill(kAbsentValue);
+    for (int i = 0; i < FV_COUNT; ++i) {
+        const QVariant v = query->value(i);
+        if (!v.isNull())
+            food->values[size_t(columns[i])] = v.toFloat();
+    }
+    food->name = name(id);
+    food->measureKind = 'S';
+    food->referenceQuantity = 1.0f;
+    food->servings = servings(id);
+    return true;
+}
+
+QList<FoodServing> FoodDBDynamic::servings(int id) const
+{
+    return {{servingName(id), 0, 1.0f}};
+}
+
+int FoodDBDynamic::addCategory(int parent, const QString &name, int id)
+{
+    if (id < 0) {
+        LmSqlQueryPtr next = run(
+            QStringLiteral("SELECT MAX(category_id)+1 FROM custom_food_cats WHERE category_id+1 < ?"), {kUserRootBase});
+        const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
+        id = candidate >= kFirstCustomId + 1 ? candidate : kFirstCustomId;
+    }
+    if (run(QStringLiteral("INSERT INTO custom_food_cats(category_id, parent_id, name) VALUES (?, ?, ?)"),
+            {id, parent, name})
+            .isNull())
+        return -1;
+    rebuild();
+    return id;
+}
+
+bool FoodDBDynamic::renameCategory(int id, const QString &name)
+{
+    const bool ok = !run(QStringLiteral("UPDATE custom_food_cats SET name = ? WHERE category_id = ?"), {name, id}).isNull();
+    rebuild();
+    return ok;
+}
+
+bool FoodDBDynamic::moveCategory(int id, int parent)
+{
+    const bool ok =
+        !run(QStringLiteral("UPDATE custom_food_cats SET parent_id = ? WHERE category_id = ?"), {parent, id}).isNull();
+    rebuild();
+    return ok;
+}
+
+bool FoodDBDynamic::moveFood(int id, int category)
+{
+    const bool ok =
+        !run(QStringLiteral("UPDATE custom_foods SET category_id = ? WHERE food_id = ?"), {category, id}).isNull();
+    rebuild();
+    return ok;
+}
+
+QString FoodDBDynamic::categoryName(int id) const
+{
+    LmSqlQueryPtr query = run(QStringLiteral("SELECT name FROM custom_food_cats WHERE category_id = ?"), {id});
+    return !query.isNull() && query->next() ? query->value(0).toString() : QString();
+}
+
+QList<QPair<int, QString>> FoodDBDynamic::foodsOf(int category) const
+{
+    QList<QPair<int, QString>> rows;
+    LmSqlQueryPtr query =
+        run(QStringLiteral("SELECT food_id, name FROM custom_foods WHERE category_id = ? ORDER BY UPPER(name)"), {category});
+    while (!query.isNull() && query->next())
+        rows.append({query->value(0).toInt(), query->value(1).toString()});
+    return rows;
+}
+
+QList<QPair<int, QString>> FoodDBDynamic::subcategories(int category) const
+{
+    QList<QPair<int, QString>> rows;
+    LmSqlQueryPtr query = run(
+        QStringLiteral("SELECT category_id, name FROM custom_food_cats WHERE parent_id = ? ORDER BY UPPER(name)"),
+        {category});
+    while (!query.isNull() && query->next())
+        rows.append({query->value(0).toInt(), query->value(1).toString()});
+    return rows;
+}
+
+bool FoodDBDynamic::deleteCategoryRows(int id)
+{
+    bool ok = true;
+    for (const auto &sub : subcategories(id)) {
+        if (sub.first != id)
+            ok = deleteCategoryRows(sub.first) && ok;
+    }
+    ok = !run(QStringLiteral("DELETE FROM custom_foods WHERE category_id = ?"), {id}).isNull() && ok;
+    ok = !run(QStringLiteral("DELETE FROM custom_food_cats WHERE category_id = ?"), {id}).isNull() && ok;
+    return ok;
+}
+
+bool FoodDBDynamic::deleteCategory(int id)
+{
+    LmSqlDb::begin();
+    const bool ok = deleteCategoryRows(id);
+    if (ok)
+        LmSqlDb::commit();
+    else
+        LmSqlDb::rollback();
+    rebuild();
+    return ok;
+}
+
+bool FoodDBDynamic::deleteFood(int id)
+{
+    const bool ok = !run(QStringLiteral("DELETE FROM custom_foods WHERE food_id = ?"), {id}).isNull();
+    rebuild();
+    return ok;
+}
+
+int FoodDBDynamic::addFood(const QString &name, const QString &servingName, const std::array<float, FV_COUNT> &values,
+                           int category)
+{
+    LmSqlQueryPtr next = run(QStringLiteral("SELECT MAX(food_id)+1 FROM custom_foods"), {});
+    const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
+    const int id = candidate > kFirstCustomId ? candidate : kFirstCustomId;
+    QVariantList bound = {name, servingName};
+    for (int v : {FV_CALORIES, FV_FAT, FV_PROTEIN, FV_CARB, FV_FIBER, FV_SATURATED_FAT, FV_CHOLESTEROL, FV_SODIUM,
+                  FV_SUGAR, FV_CALCIUM})
+        bound.append(valueOrNull(values[size_t(v)]));
+    bound << category << id;
+    if (run(QStringLiteral("INSERT INTO custom_foods(name, serv_name, calories, fat, protein, carb, fiber, "
+                           "saturated_fat, cholesterol, sodium, sugar, calcium, category_id, food_id) VALUES (?, ?, ?, "
+                           "?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"),
+            bound)
+            .isNull())
+        return -1;
+    rebuild();
+    return id;
+}
+
+bool FoodDBDynamic::updateFood(int id, const QString &name, const QString &servingName,
+                               const std::array<float, FV_COUNT> &values)
+{
+    QVariantList bound = {name, servingName};
+    for (int v : {FV_CALORIES, FV_FAT, FV_PROTEIN, FV_CARB, FV_FIBER, FV_SATURATED_FAT, FV_CHOLESTEROL, FV_SODIUM,
+                  FV_SUGAR, FV_CALCIUM})
+        bound.append(valueOrNull(values[size_t(v)]));
+    bound << id;
+    const bool ok = !run(QStringLiteral("UPDATE custom_foods SET name = ?, serv_name = ?, calories = ?, fat = ?, "
+                                        "protein = ?, carb = ?, fiber = ?, saturated_fat = ?, cholesterol = ?, "
+                                        "sodium = ?, sugar = ?, calcium = ? WHERE food_id = ?"),
+                         bound)
+                         .isNull();
+    rebuild();
+    return ok;
+}
+
+int FoodDBDynamic::categoryOf(int id) const
+{
+    LmSqlQueryPtr query = run(QStringLiteral("SELECT category_id FROM custom_foods WHERE food_id = ?"), {id});
+    return !query.isNull() && query->next() ? query->value(0).toInt() : -1;
+}
+
+// --- favourites ---
+
+namespace {
+
+struct FavoriteCache
+{
+    int user_id = -2;
+    int type = 0;
+    QList<int> items;
+};
+
+FavoriteCache &favoriteCache()
+{
+    static FavoriteCache cache;
+    return cache;
+}
+
+} // namespace
+
+int Favorites::typeOf(int modeBits)
+{
+    if ((modeBits & 0x01) && !(modeBits & 0x04))
+        return FOODS;
+    if ((modeBits & 0x02) && !(modeBits & 0x04))
+        return EXERCISES;
+    return NONE;
+}
+
+bool Favorites::add(int user_id, int type, int item_id)
+{
+    favoriteCache().user_id = -2;
+    return !run(QStringLiteral("INSERT INTO favorites (user_id, item_type, item_id) VALUES (?, ?, ?)"),
+                {user_id, type, item_id})
+                .isNull();
+}
+
+bool Favorites::remove(int user_id, int type, int item_id)
+{
+    // Removing must not leave the removed item in a cached list either.
+    favoriteCache().user_id = -2;
+    return !run(QStringLiteral("DELETE FROM favorites where user_id = ? AND item_type = ? AND item_id = ?"),
+                {user_id, type, item_id})
+                .isNull();
+}
+
+bool Favorites::contains(int user_id, int type, int item_id)
+{
+    LmSqlQueryPtr query = run(
+        QStringLiteral("SELECT item_id FROM favorites where user_id = ? AND item_type = ? AND item_id = ?"),
+        {user_id, type, item_id});
+    return !query.isNull() && query->next();
+}
+
+QList<int> Favorites::list(int user_id, int type)
+{
+    if (type == NONE)
+        return {};
+    FavoriteCache &cache = favoriteCache();
+    if (cache.user_id == user_id && cache.type == type)
+        return cache.items;
+    QList<int> items;
+    LmSqlQueryPtr query =
+        run(QStringLiteral("SELECT item_id FROM favorites where user_id = ? AND item_type = ?"), {user_id, type});
+    if (query.isNull())
+        return items;
+    while (query->next())
+        items.append(query->value(0).toInt());
+    cache = {user_id, type, items};
+    return items;
+}
+
+// --- the facade ---
+
+FoodDB::FoodDB(int user_id, bool *failed)
+{
+    bool staticFailed = false;
+    _static = std::make_unique<FoodDBStatic>(failed ? &staticFailed : nullptr);
+    if (staticFailed) {
+        _static.reset();
+        *failed = true;
+    }
+    _dynamic = std::make_unique<FoodDBDynamic>(user_id);
+    FoodInfoSource::setInstance(this);
+}
+
+FoodDB::~FoodDB()
+{
+    if (FoodInfoSource::instance() == this)
+        FoodInfoSource::setInstance(nullptr);
+}
+
+const FoodDBBase *FoodDB::route(int id) const
+{
+    assertId(id);
+    if (id < kFirstCustomId)
+        return _static.get();
+    return _dynamic.get();
+}
+
+bool FoodDB::contains(int id) const
+{
+    const FoodDBBase *db = route(id);
+    return db && db->contains(id);
+}
+
+QString FoodDB::name(int id) const
+{
+    const FoodDBBase *db = route(id);
+    return db ? db->name(id) : QString();
+}
+
+bool FoodDB::food(int id, Food *food) const
+{
+    const FoodDBBase *db = route(id);
+    return db && db->food(id, food);
+}
+
+QList<FoodServing> FoodDB::servings(int id) const
+{
+    const FoodDBBase *db = route(id);
+    return db ? db->servings(id) : QList<FoodServing>();
+}
+
+// The diary asks for foods that may have left the database since: unknown ids answer false.
+bool FoodDB::foodName(int refId, QString *name) const
+{
+    if (refId < 0 || refId >= kIdLimit || !contains(refId))
+        return false;
+    *name = this->name(refId);
+    return true;
+}
+
+bool FoodDB::foodReference(int refId, FoodReference *reference) const
+{
+    Food f;
+    if (refId < 0 || refId >= kIdLimit || !contains(refId) || !food(refId, &f))
+        return false;
+    reference->baseQuantity = f.referenceQuantity;
+    reference->measureKind = f.measureKind;
+    reference->nutrients = f.nutrients();
+    return true;
+}
+
+QList<FoodServing> FoodDB::foodServings(int refId) const
+{
+    if (refId < 0 || refId >= kIdLimit || !contains(refId))
+        return {};
+    return servings(refId);
+}
