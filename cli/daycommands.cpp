@@ -26,9 +26,6 @@
 namespace Cli {
 namespace {
 
-const char *const kNutrientKeys[kNutrientCount] = {"calories", "carb",        "fat",    "protein", "fiber",
-                                                   "satfat",   "cholesterol", "sodium", "sugar",   "calcium"};
-
 // Meals in the order the profile's snack mode shows them; mode 0 gathers every snack in one group.
 QList<QList<int>> mealGroups(int snackMode)
 {
@@ -37,27 +34,6 @@ QList<QList<int>> mealGroups(int snackMode)
     if (snackMode == 0)
         return {{1}, {3}, {5}, {2, 4, 6}};
     return {{1}, {3}, {5}, {2}, {4}, {6}};
-}
-
-QString nutrientsText(const std::array<float, kNutrientCount> &values)
-{
-    const UnitRegistry &units = UnitRegistry::instance();
-    QStringList parts;
-    for (int type = 0; type < kNutrientCount; ++type)
-        parts.append(units.getUnitForNutrient(type)->formatValueWithUnit(values[size_t(type)]));
-    return parts.join(QLatin1Char('\t'));
-}
-
-QJsonObject nutrientsJson(const std::array<float, kNutrientCount> &values)
-{
-    QJsonObject object;
-    for (int type = 0; type < kNutrientCount; ++type) {
-        const float value = values[size_t(type)];
-        // Values are single precision: three decimals say all they hold.
-        object.insert(QLatin1String(kNutrientKeys[type]),
-                      isKnown(value) ? QJsonValue(std::round(double(value) * 1000.0) / 1000.0) : QJsonValue());
-    }
-    return object;
 }
 
 std::array<float, kNutrientCount> sum(const QList<FoodDiaryItem> &foods)
@@ -84,13 +60,9 @@ int day(Context &context, const QStringList &args)
 
     const Session session(context);
     const int userId = session.userId();
-    const UserSettings settings = UserDB::getSettings(userId);
     const ProfilePreferences preferences = ProfilePreferences::load(userId);
+    applyDisplayUnits(userId);
     UnitRegistry &units = UnitRegistry::instance();
-    units.applyPreferences(settings.measurement_units, settings.energy_units);
-    const BrandEngine &brand = BrandEngine::instance();
-    if (brand.idExists(QStringLiteral("spelling_fiber")))
-        units.setFiberSpelling(brand.getString(QStringLiteral("spelling_fiber")));
 
     // Deleted entries stay in the table until every device has them; they are not shown.
     DiaryDay diary = DiaryDB().getDay(userId, dayString);

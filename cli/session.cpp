@@ -7,9 +7,17 @@
 #include "db/userdb.h"
 #include "model/dateconversion.h"
 
+#include <cmath>
 #include <string>
 
 namespace Cli {
+namespace {
+
+const char *const kNutrientKeys[kNutrientCount] = {"calories", "carb",        "fat",    "protein", "fiber",
+                                                   "satfat",   "cholesterol", "sodium", "sugar",   "calcium"};
+
+} // namespace
+
 
 Session::Session(const Context &context)
     : _profile(context.options.profile)
@@ -56,6 +64,37 @@ DisplayUnits::DisplayUnits(const UserSettings &settings)
 DisplayUnits DisplayUnits::of(int userId)
 {
     return DisplayUnits(UserDB::getSettings(userId));
+}
+
+void applyDisplayUnits(int userId)
+{
+    const UserSettings settings = UserDB::getSettings(userId);
+    UnitRegistry &units = UnitRegistry::instance();
+    units.applyPreferences(settings.measurement_units, settings.energy_units);
+    const BrandEngine &brand = BrandEngine::instance();
+    if (brand.idExists(QStringLiteral("spelling_fiber")))
+        units.setFiberSpelling(brand.getString(QStringLiteral("spelling_fiber")));
+}
+
+QString nutrientsText(const std::array<float, kNutrientCount> &values)
+{
+    const UnitRegistry &units = UnitRegistry::instance();
+    QStringList parts;
+    for (int type = 0; type < kNutrientCount; ++type)
+        parts.append(units.getUnitForNutrient(type)->formatValueWithUnit(values[size_t(type)]));
+    return parts.join(QLatin1Char('\t'));
+}
+
+QJsonObject nutrientsJson(const std::array<float, kNutrientCount> &values)
+{
+    QJsonObject object;
+    for (int type = 0; type < kNutrientCount; ++type) {
+        const float value = values[size_t(type)];
+        // Values are single precision: three decimals say all they hold.
+        object.insert(QLatin1String(kNutrientKeys[type]),
+                      isKnown(value) ? QJsonValue(std::round(double(value) * 1000.0) / 1000.0) : QJsonValue());
+    }
+    return object;
 }
 
 QString dayArgument(const QString &text, const QString &what)

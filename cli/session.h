@@ -6,7 +6,12 @@
 
 #include "cli/cli.h"
 #include "db/userdb.h"
+#include "model/dbtypes.h"
 #include "model/unitdescriptor.h"
+
+#include <QJsonObject>
+
+#include <array>
 
 #include <memory>
 
@@ -45,6 +50,13 @@ public:
 private:
     std::shared_ptr<UnitDescriptor> _weight, _length, _energy;
 };
+
+// Sets the unit registry to the profile's display units and the brand's spelling of fibre.
+void applyDisplayUnits(int userId);
+// Nutrient values in model order: formatted with units and tab-separated, or as a JSON object in
+// storage units (unknown values null).
+QString nutrientsText(const std::array<float, kNutrientCount> &values);
+QJsonObject nutrientsJson(const std::array<float, kNutrientCount> &values);
 
 // "yyyyMMdd" of a date argument.
 QString dayArgument(const QString &text, const QString &what = QStringLiteral("DATE"));

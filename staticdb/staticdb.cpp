@@ -79,8 +79,9 @@ public:
             }
             if (j == m)
                 return true;
-            const uchar c = uchar(text[q]);
-            p = std::max(q + _skip[c] - m + 1, p + 1);
+            // Signed: a mismatch near the start with a short shift would go below p.
+            const qint64 shifted = qint64(q) + _skip[uchar(text[q])] - m + 1;
+            p = quint32(std::max<qint64>(shifted, qint64(p) + 1));
         }
         return false;
     }

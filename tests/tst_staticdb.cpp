@@ -98,6 +98,7 @@ private slots:
     void search_data();
     void search();
     void queryLimits();
+    void partialMatchAtTheStart();
     void damagedFiles_data();
     void damagedFiles();
 };
@@ -193,6 +194,17 @@ void TestStaticDb::queryLimits()
     QCOMPARE(shown(foods), raw);
     QVERIFY(foods.search(QStringLiteral("apple"), false, 0x04)); // nothing carries filter 0x04
     QVERIFY(shown(foods).isEmpty());
+}
+
+void TestStaticDb::partialMatchAtTheStart()
+{
+    // "Mille" ends like "apple" begins to end: the skip after that mismatch must not run backwards.
+    StaticDbWriter writer(QDate(2016, 5, 1));
+    writer.addChunk(1, node(true, 0, "", {node(false, 1, "Millet, puffed"), node(false, 2, "Mille-feuille, apple")}));
+    writeDatabase(writer.build());
+    StaticDB foods(1);
+    QVERIFY(foods.search(QStringLiteral("apple"), false, 0));
+    QCOMPARE(shown(foods), QStringList{QStringLiteral("Mille-feuille, apple")});
 }
 
 void TestStaticDb::damagedFiles_data()
