@@ -47,20 +47,21 @@ struct Hit
     bool custom;
 };
 
-int customRoot(const Arguments &a, int userId, bool exercises)
+// The category a new custom item goes to: --category, else the profile's (or with --shared the
+// shared) root, made when it is missing.
+int customCategory(const Arguments &a, int userId, bool exercises)
 {
-    const bool shared = a.has(QStringLiteral("--shared"));
-    const int root = exercises ? ExDBDynamic::userRootId(shared ? -1 : userId)
-                               : FoodDBDynamic::userRootId(shared ? -1 : userId);
-    if (!a.has(QStringLiteral("--category")))
-        return root;
-    const int category =
-        parseInteger(a.value(QStringLiteral("--category")), QStringLiteral("--category"), kFirstCustomId, kIdLimit - 1);
-    const QString name = exercises ? ExDBDynamic(userId).categoryDescription(category)
-                                   : FoodDBDynamic(userId).categoryName(category);
-    if (name.isNull())
-        usageError(QStringLiteral("--category: no category %1").arg(category));
-    return category;
+    if (a.has(QStringLiteral("--category"))) {
+        const int category = parseInteger(a.value(QStringLiteral("--category")), QStringLiteral("--category"),
+                                          kFirstCustomId, kIdLimit - 1);
+        const QString name = exercises ? ExDBDynamic(userId).categoryDescription(category)
+                                       : FoodDBDynamic(userId).categoryName(category);
+        if (name.isNull())
+            usageError(QStringLiteral("--category: no category %1").arg(category));
+        return category;
+    }
+    const int owner = a.has(QStringLiteral("--shared")) ? -1 : userId;
+    return exercises ? ExDBDynamic::userRootId(owner) : FoodDBDynamic::userRootId(owner);
 }
 
 QString kindName(bool exercise)
@@ -315,7 +316,7 @@ int foodAdd(Context &context, const QStringList &args)
         if (a.has(option))
             nutrients[size_t(type)] = float(parseNumber(a.value(option), option, 0, 100000));
     }
-    const int category = customRoot(a, userId, false);
+    const int category = customCategory(a, userId, false);
     FoodDBDynamic foods(userId);
     const int id = foods.addFood(name, serving, Food::fromNutrients(nutrients), category);
     if (id < 0)
@@ -335,7 +336,7 @@ int exerciseAdd(Context &context, const QStringList &args)
     const double met = parseNumber(a.value(QStringLiteral("--met")), QStringLiteral("--met"), 0.5, 30);
     const Session session(context);
     const int userId = session.userId();
-    const int category = customRoot(a, userId, true);
+    const int category = customCategory(a, userId, true);
     ExDBDynamic exercises(userId);
     const int id = exercises.addExercise(category, name, float(met) * kCaloriesPerMetMinuteKg);
     if (id < 0)

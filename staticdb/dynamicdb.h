@@ -4,7 +4,8 @@
 // browsing and search work on them exactly as on the reference file. Records: "ROOT" (id 0), under
 // it the shared root ("Shared " + base name) and the user's root ("My " + base name), then under
 // every category its subcategories (flags 0x88) before its items (flags 0x08), each ordered by
-// UPPER(name).
+// UPPER(name). The roots are always in the index; their rows are made when something is first
+// filed under them.
 
 #include "staticdb/staticdb.h"
 

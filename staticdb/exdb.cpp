@@ -65,17 +65,10 @@ ExDBDynamic::ExDBDynamic(int user_id)
                                 "BY UPPER(description)"),
                  QStringLiteral("SELECT activity_id, description FROM custom_exercises WHERE category_id = ? ORDER BY "
                                 "UPPER(description)")},
-                withRoots(user_id))
+                user_id)
 {
 }
 
-int ExDBDynamic::withRoots(int user_id)
-{
-    userRootId(-1);
-    if (user_id >= 0)
-        userRootId(user_id);
-    return user_id;
-}
 
 int ExDBDynamic::userRootId(int user_id)
 {

@@ -59,7 +59,6 @@ public:
     bool updateExercise(int id, const QString &description, float scale);
 
 private:
-    static int withRoots(int user_id);
     bool deleteCategoryRows(int id);
 };
 

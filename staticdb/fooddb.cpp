@@ -224,17 +224,10 @@ FoodDBDynamic::FoodDBDynamic(int user_id)
     : DynamicDB({QStringLiteral("Foods"),
                  QStringLiteral("SELECT category_id, name FROM custom_food_cats WHERE parent_id = ? ORDER BY UPPER(name)"),
                  QStringLiteral("SELECT food_id, name FROM custom_foods WHERE category_id = ? ORDER BY UPPER(name)")},
-                withRoots(user_id))
+                user_id)
 {
 }
 
-int FoodDBDynamic::withRoots(int user_id)
-{
-    userRootId(-1);
-    if (user_id >= 0)
-        userRootId(user_id);
-    return user_id;
-}
 
 int FoodDBDynamic::userRootId(int user_id)
 {

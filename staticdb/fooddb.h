@@ -107,7 +107,6 @@ public:
     int categoryOf(int id) const;
 
 private:
-    static int withRoots(int user_id); // makes both roots, for the index built next
     bool deleteCategoryRows(int id);
 };
 
