@@ -48,6 +48,7 @@ QString helpText()
             text += QLatin1String("  (not available yet)");
         text += QLatin1Char('\n');
     }
+    text += QLatin1String("\nReference data:\n") + QLatin1String(Lm::kReferenceDataCredits) + QLatin1Char('\n');
     return text;
 }
 

@@ -16,6 +16,14 @@ inline constexpr char kProductName[] = "Tarnwell";
 inline constexpr char kVendorDomain[] = "tarnwell.org";
 inline constexpr char kVendorFolder[] = "Ambervale";
 
+// Where the reference foods and exercises come from; the About text shows it.
+inline constexpr char kReferenceDataCredits[] =
+    "Foods: USDA National Nutrient Database for Standard Reference, Release 28 (2016), U.S. Department of "
+    "Agriculture, Agricultural Research Service.\n"
+    "Exercises: Ainsworth BE, Haskell WL, Herrmann SD, Meckes N, Bassett DR Jr, Tudor-Locke C, Greer JL, Vezina J, "
+    "Whitt-Glover MC, Leon AS. 2011 Compendium of Physical Activities: a second update of codes and MET values. "
+    "Med Sci Sports Exerc 2011;43(8):1575-1581.";
+
 // Protocol constants.
 inline constexpr char kPlatform[] = "windows";
 inline constexpr char kDocumentPlatform[] = "WINDOWS";

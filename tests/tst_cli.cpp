@@ -49,6 +49,7 @@ private slots:
     void brandDumpJson();
     void brandDumpShowsLoaderWarnings();
     void profilesAndDailyRecords();
+    void foodsExercisesAndMeals();
     void invalidInputChangesNothing_data();
     void invalidInputChangesNothing();
     void failedStartUp();
@@ -283,6 +284,68 @@ void TestCli::profilesAndDailyRecords()
              QStringLiteral("tarnwell-cli: No days in the selected range have any recorded items\n"));
 }
 
+void TestCli::foodsExercisesAndMeals()
+{
+    const auto ok = [this](const QStringList &arguments) {
+        const Result result = run(arguments);
+        if (result.status != 0 || !result.err.isEmpty())
+            qWarning("%s: %s", qPrintable(arguments.join(u' ')), qPrintable(result.err));
+        return result.out.trimmed();
+    };
+    const auto args = [](const char *text) { return QString::fromUtf8(text).split(QLatin1Char(' ')); };
+
+    // Real USDA foods, in tree order, each once.
+    QStringList apples = ok(args("search apple raw")).split(QLatin1Char('\n'));
+    QVERIFY2(apples.contains(QStringLiteral("9003\tApples, raw, with skin")), qPrintable(apples.join(u'|')));
+    QVERIFY(apples.contains(QStringLiteral("9004\tApples, raw, without skin")));
+    QCOMPARE(apples.removeDuplicates(), 0);
+    QVERIFY(!ok({QStringLiteral("search"), QStringLiteral("--"), QStringLiteral("apple"), QStringLiteral("raw"),
+                 QStringLiteral("-skin")})
+                 .contains(QLatin1String("skin")));
+    QCOMPARE(ok(args("search --limit 1 --exercises running")).count(QLatin1Char('\n')), 0);
+    const QString cheddar = ok(args("food 1009"));
+    QVERIFY2(cheddar.startsWith(QStringLiteral("1009\tCheese, cheddar\nSource\tUSDA SR28 01009\n")), qPrintable(cheddar));
+    QVERIFY(cheddar.contains(QStringLiteral("\n  -2\toz\t28.35 g\t115 cals\t")));
+
+    // Two medium apples at lunch: 182 g each of 52 cals per 100 g.
+    const QString entry = ok(args("log-food 2026-03-12 lunch 9003 --serving 4 --qty 2"));
+    QVERIFY(!entry.isEmpty());
+    QVERIFY(ok(args("day 2026-03-12"))
+                .contains(entry + QStringLiteral("\tApples, raw, with skin\t2 x 1 medium (3\" dia)\t189 cals\t")));
+
+    // Custom items join the same id space; the burn rate follows the weight in force
+    // (7 MET x 0.0175 x 60 kg x 30 min = 220.5).
+    QCOMPARE(ok(args("food-add --name Flapjack --serving bar --calories 250 --fat 12")), QStringLiteral("16777216"));
+    QCOMPARE(ok(args("exercise-add --name Rowing --met 7 --shared")), QStringLiteral("16777216"));
+    QCOMPARE(ok(args("search flapjack")), QStringLiteral("16777216\tFlapjack"));
+    QVERIFY(ok(args("search --exercises rowing")).endsWith(QStringLiteral("\n16777216\tRowing")));
+    QCOMPARE(run(args("log-exercise 2026-03-12 16777216 30")).err,
+             QStringLiteral("tarnwell-cli: no weight recorded on or before 2026-03-12; record one with checkin first\n"));
+    ok(args("checkin 2026-03-01 --weight 60"));
+    const QString rowing = ok(args("log-exercise 2026-03-12 16777216 30"));
+    ok({QStringLiteral("log-food"), QStringLiteral("2026-03-12"), QStringLiteral("snack2"), QStringLiteral("16777216"),
+        QStringLiteral("--qty"), QStringLiteral("1.5")});
+    const QString day = ok(args("day 2026-03-12"));
+    QVERIFY2(day.contains(rowing + QStringLiteral("\tRowing\t30 min\t221 cals")), qPrintable(day));
+    QVERIFY(day.contains(QStringLiteral("\tFlapjack\t1.5 x bar\t375 cals\t-\t18.0 g\t")));
+
+    ok(args("favorite add food 9003"));
+    ok(args("favorite add food 16777216"));
+    QCOMPARE(ok(args("favorite list food")), QStringLiteral("9003\tApples, raw, with skin\n16777216\tFlapjack"));
+    ok(args("food-remove 16777216")); // and with it its favourite
+    QCOMPARE(ok(args("favorite list food")), QStringLiteral("9003\tApples, raw, with skin"));
+
+    // Saved meals: lunch saved, added to another day, removed.
+    QVERIFY(!ok(args("meal-save Appley 2026-03-12 lunch")).isEmpty());
+    QVERIFY(ok(args("meal-list")).endsWith(QStringLiteral("\tAppley\t1 foods")));
+    const QString added = ok(args("meal-add Appley 2026-03-13 dinner"));
+    QVERIFY(ok(args("day 2026-03-13")).contains(added + QStringLiteral("\tApples, raw, with skin\t2 x 1 medium")));
+    ok(args("meal-remove Appley"));
+    QCOMPARE(ok(args("meal-list")), QString());
+    ok({QStringLiteral("remove"), QStringLiteral("food"), added});
+    QVERIFY(!ok(args("day 2026-03-13")).contains(QLatin1String("Apples")));
+}
+
 void TestCli::invalidInputChangesNothing_data()
 {
     QTest::addColumn<QStringList>("arguments");
@@ -316,6 +379,34 @@ void TestCli::invalidInputChangesNothing_data()
                        QStringLiteral("--sex"), QStringLiteral("female"), QStringLiteral("--born"),
                        QStringLiteral("2000-01-01"), QStringLiteral("--height"), QStringLiteral("20")}
         << QStringLiteral("--height: 20 is out of range (50 to 272)");
+    QTest::newRow("short search words") << QStringList{QStringLiteral("search"), QStringLiteral("ab"), QStringLiteral("-c")}
+                                        << QStringLiteral("the longest search word needs at least 3 characters");
+    QTest::newRow("32 search words") << (QStringList{QStringLiteral("search")} + QStringList(32, QStringLiteral("raw")))
+                                     << QStringLiteral("a search takes at most 31 words");
+    QTest::newRow("unknown food")
+        << QStringList{QStringLiteral("log-food"), QStringLiteral("today"), QStringLiteral("lunch"), QStringLiteral("12")}
+        << QStringLiteral("no food 12");
+    QTest::newRow("unknown serving")
+        << QStringList{QStringLiteral("log-food"), QStringLiteral("today"), QStringLiteral("lunch"),
+                       QStringLiteral("9003"), QStringLiteral("--serving"), QStringLiteral("bucket")}
+        << QStringLiteral("--serving: food 9003 has no serving 'bucket'");
+    QTest::newRow("id beyond the id space")
+        << QStringList{QStringLiteral("food"), QStringLiteral("50331648")}
+        << QStringLiteral("ID: 50331648 is out of range (0 to 50331647)");
+    QTest::newRow("reference food removal") << QStringList{QStringLiteral("food-remove"), QStringLiteral("9003")}
+                                            << QStringLiteral("food 9003 is a reference item and cannot be removed");
+    QTest::newRow("unknown entry") << QStringList{QStringLiteral("remove"), QStringLiteral("exercise"), QStringLiteral("77")}
+                                   << QStringLiteral("no exercise entry 77");
+    QTest::newRow("favourite of nothing")
+        << QStringList{QStringLiteral("favorite"), QStringLiteral("add"), QStringLiteral("exercise"), QStringLiteral("9003")}
+        << QStringLiteral("no exercise 9003");
+    QTest::newRow("custom food without calories")
+        << QStringList{QStringLiteral("food-add"), QStringLiteral("--name"), QStringLiteral("X"), QStringLiteral("--serving"),
+                       QStringLiteral("1")}
+        << QStringLiteral("food-add needs --name, --serving and --calories");
+    QTest::newRow("empty meal") << QStringList{QStringLiteral("meal-save"), QStringLiteral("Nothing"),
+                                               QStringLiteral("2001-01-01"), QStringLiteral("breakfast")}
+                                << QStringLiteral("Breakfast of 2001-01-01 has no foods to save");
 }
 
 void TestCli::invalidInputChangesNothing()

@@ -2,7 +2,11 @@
 
 #include "brand/brandengine.h"
 
+#include "common/lmconstants.h"
+
 #include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
 #include <QStatusBar>
 
 MainWindow::MainWindow(QWidget *parent)
@@ -16,8 +20,20 @@ MainWindow::MainWindow(QWidget *parent)
     placeholder->setPixmap(brand.getPixmap(QStringLiteral("splash")));
     placeholder->setAlignment(Qt::AlignCenter);
     setCentralWidget(placeholder);
+    QMenu *help = menuBar()->addMenu(tr("&Help"));
+    help->addAction(tr("&About %1").arg(windowTitle()), this, [this] {
+        QMessageBox::about(this, tr("About %1").arg(windowTitle()), aboutText());
+    });
     statusBar()->showMessage(tr("Ready"));
     resize(1024, 720);
+}
+
+QString MainWindow::aboutText() const
+{
+    QString credits = QString::fromLatin1(Lm::kReferenceDataCredits).toHtmlEscaped();
+    credits.replace(QLatin1Char('\n'), QLatin1String("<br><br>"));
+    return QStringLiteral("<p><b>%1 %2</b></p><p>%3</p>")
+        .arg(windowTitle().toHtmlEscaped(), QLatin1String(Lm::kVersion), credits);
 }
 
 void MainWindow::processMessage(const QString &message)

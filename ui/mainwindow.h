@@ -9,6 +9,9 @@ class MainWindow : public QMainWindow
 public:
     explicit MainWindow(QWidget *parent = nullptr);
 
+    // Version and the sources of the reference foods and exercises.
+    QString aboutText() const;
+
 public slots:
     // Texts from another starting copy of the program ("Wake up!").
     void processMessage(const QString &message);

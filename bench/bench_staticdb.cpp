@@ -1,0 +1,535 @@
+// The reference database, each figure beside its floor: the same bytes read straight from a
+// mapping of the file with nothing of ours in between, and for word search also SQLite's LIKE
+// over the same names.
+//
+// Two files: the build's own content/static.db, and a generated one of a million foods (1000
+// categories of 1000, names of 3-6 words from a vocabulary of 2000) written once into /tmp and
+// reused by later runs. StaticDB shares one mapping per process, so the content folder is only
+// switched while no database is open: every benchmark opens and closes its own.
+
+#include "app/lmsettings.h"
+#include "staticdb/staticdb.h"
+#include "staticdb/staticdbwriter.h"
+
+#include <QDir>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QtEndian>
+
+#include <benchmark/benchmark.h>
+#include <sqlite3.h>
+
+#include <fcntl.h>
+#include <malloc.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+const QString kRealFolder = QStringLiteral(TARNWELL_BIN_DIR);
+const QString kGeneratedFolder = QStringLiteral("/tmp/tarnwell-bench-staticdb");
+
+constexpr int kCategories = 1000;
+constexpr int kFoodsPerCategory = 1000;
+constexpr int kSplitEvery = 10; // every tenth category holds its foods in four subcategories
+constexpr int kSubcategories = 4;
+constexpr int kVocabulary = 2000;
+constexpr int kGeneratedRecords =
+    1 + kCategories + kCategories / kSplitEvery * kSubcategories + kCategories * kFoodsPerCategory + 1;
+const QDate kGeneratedDate(2001, 1, 1); // tells this generator's files from older ones
+
+// Ranked by how often names use them (Zipf); the rest of the vocabulary is made-up words.
+const char *const kFoodWords =
+    "raw cooked fresh boiled chicken with salt sauce cheese dried frozen baked beef canned sugar milk "
+    "without roasted green red lean fat skin meat bread rice apple sweet whole white brown flour oil "
+    "butter cream egg potato tomato onion bean pork fish soup juice plain low sodium sliced chopped "
+    "grilled steamed mashed braised smoked cured ham turkey lamb veal liver salmon tuna cod shrimp crab "
+    "orange lemon lime banana pear peach plum cherry grape berry strawberry raspberry melon mango "
+    "pineapple carrot celery cabbage spinach lettuce kale broccoli pepper garlic ginger corn pea lentil "
+    "chickpea almond walnut peanut cashew oat wheat barley rye pasta noodle cracker cookie cake pie "
+    "muffin biscuit yogurt honey syrup jam vinegar mustard mayonnaise dressing stew casserole salad "
+    "sandwich burger pizza taco roll bun toast cereal granola snack bar drink tea coffee cocoa "
+    "chocolate vanilla cinnamon nutmeg herb spice unsalted salted reduced enriched fortified prepared";
+
+// The words of a search: the index's search, the raw scan and SQLite's LIKE all look for these.
+const char *const kThreeWords[] = {"chicken", "cheese", "baked"};
+
+QString g_folder;
+
+// LmSettings lets the resource folder be set once; resetting it is safe while nothing is mapped.
+void useFolder(const QString &folder)
+{
+    if (g_folder == folder)
+        return;
+    LmSettings::resetForTesting();
+    LmSettings::setResourcePath(folder);
+    g_folder = folder;
+}
+
+quint32 read32(const uchar *p)
+{
+    return qFromBigEndian<quint32>(p);
+}
+
+// The floors' view of the file: mapped as StaticDB maps it, read by the format's layout.
+struct RawFile
+{
+    explicit RawFile(const QString &path)
+    {
+        fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+        struct stat info;
+        if (fd < 0 || ::fstat(fd, &info) != 0)
+            return;
+        void *mapped = ::mmap(nullptr, size_t(info.st_size), PROT_READ, MAP_SHARED, fd, 0);
+        if (mapped != MAP_FAILED) {
+            base = static_cast<const uchar *>(mapped);
+            size = size_t(info.st_size);
+        }
+    }
+    ~RawFile()
+    {
+        if (base)
+            ::munmap(const_cast<uchar *>(base), size);
+        if (fd >= 0)
+            ::close(fd);
+    }
+    RawFile(const RawFile &) = delete;
+    RawFile &operator=(const RawFile &) = delete;
+
+    int fd = -1;
+    const uchar *base = nullptr;
+    size_t size = 0;
+};
+
+// Every field of every record of a chunk, summed so that none of the reads can be dropped.
+quint64 sumRecords(const uchar *base, quint32 chunkId)
+{
+    for (const uchar *entry = base + 64; read32(entry) != 0; entry += 8) {
+        if (read32(entry) != chunkId)
+            continue;
+        const uchar *chunk = base + read32(entry + 4);
+        const quint32 count = read32(chunk);
+        const uchar *table = chunk + read32(chunk + 4);
+        quint64 sum = 0;
+        for (quint32 i = 0; i < count; ++i) {
+            const uchar *record = table + size_t(i) * 16;
+            sum += read32(record) + read32(record + 4) + read32(record + 8) + read32(record + 12);
+        }
+        return sum;
+    }
+    return 0;
+}
+
+// The floor of a word search: every name tested for every word, ignoring case, without the tree.
+class RawScan
+{
+public:
+    explicit RawScan(const std::vector<std::string> &words)
+    {
+        for (int c = 0; c < 256; ++c) {
+            const bool upper = (c >= 'A' && c <= 'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7);
+            _lower[size_t(c)] = uchar(upper ? c + 0x20 : c);
+        }
+        for (const std::string &word : words) {
+            std::string lowered;
+            for (const char c : word)
+                lowered += char(_lower[uchar(c)]);
+            _words.push_back(lowered);
+        }
+    }
+
+    bool allOccur(const char *text, size_t n) const
+    {
+        for (const std::string &word : _words) {
+            if (!occurs(word, text, n))
+                return false;
+        }
+        return true;
+    }
+
+    // Hits among all records of the index but its end record, read where the index points.
+    int count(const StaticDB &db) const
+    {
+        std::unique_ptr<BrowsableDBIterator> it(db.all(0, 0));
+        const IndexEntry *first = it->next();
+        int hits = 0;
+        for (int i = 0; i + 1 < db.recordCount(); ++i)
+            hits += allOccur(db.namePointer(first + i), db.nameLength(first + i)) ? 1 : 0;
+        return hits;
+    }
+
+private:
+    bool occurs(const std::string &word, const char *text, size_t n) const
+    {
+        const size_t m = word.size();
+        for (size_t p = 0; p + m <= n; ++p) {
+            size_t j = 0;
+            while (j < m && _lower[uchar(text[p + j])] == uchar(word[j]))
+                ++j;
+            if (j == m)
+                return true;
+        }
+        return false;
+    }
+
+    std::array<uchar, 256> _lower;
+    std::vector<std::string> _words;
+};
+
+int countShownItems(const StaticDB &db)
+{
+    std::unique_ptr<BrowsableDBIterator> it(db.all(FLAG_SHOWN, FLAG_CATEGORY));
+    int shown = 0;
+    while (it->next())
+        ++shown;
+    return shown;
+}
+
+int countTree(const StaticDB &db, quint32 categoryId)
+{
+    std::unique_ptr<BrowsableDBIterator> it(db.children(categoryId, FLAG_SHOWN, 0));
+    int count = 0;
+    while (const IndexEntry *entry = it->next()) {
+        ++count;
+        if (it->flagsOf(entry) & FLAG_CATEGORY)
+            count += countTree(db, entry->id);
+    }
+    return count;
+}
+
+bool haveRealFile(benchmark::State &state)
+{
+    useFolder(kRealFolder);
+    if (QFile::exists(StaticDB::fileName()))
+        return true;
+    state.SkipWithError("content/static.db missing: build the static_db target");
+    return false;
+}
+
+void BM_RealOpen_Floor(benchmark::State &state)
+{
+    if (!haveRealFile(state))
+        return;
+    for (auto _ : state) {
+        const RawFile file(StaticDB::fileName());
+        benchmark::DoNotOptimize(sumRecords(file.base, 1) + sumRecords(file.base, 2));
+    }
+}
+BENCHMARK(BM_RealOpen_Floor)->Unit(benchmark::kMicrosecond);
+
+void BM_RealOpenAndIndex(benchmark::State &state)
+{
+    if (!haveRealFile(state))
+        return;
+    int records = 0;
+    for (auto _ : state) {
+        const StaticDB foods(1);
+        const StaticDB exercises(2);
+        records = foods.recordCount() + exercises.recordCount();
+    }
+    state.counters["records"] = records;
+}
+BENCHMARK(BM_RealOpenAndIndex)->Unit(benchmark::kMicrosecond);
+
+void BM_RealSearch_Floor(benchmark::State &state)
+{
+    if (!haveRealFile(state))
+        return;
+    const StaticDB db(1);
+    const RawScan scan({"apple", "raw"});
+    int hits = 0;
+    for (auto _ : state)
+        hits = scan.count(db);
+    state.counters["hits"] = hits;
+}
+BENCHMARK(BM_RealSearch_Floor)->Unit(benchmark::kMicrosecond);
+
+void BM_RealSearchTwoWords(benchmark::State &state)
+{
+    if (!haveRealFile(state))
+        return;
+    StaticDB db(1);
+    int hits = 0;
+    for (auto _ : state) {
+        db.search(QStringLiteral("apple raw"), false, 0);
+        hits = countShownItems(db);
+    }
+    state.counters["hits"] = hits;
+}
+BENCHMARK(BM_RealSearchTwoWords)->Unit(benchmark::kMicrosecond);
+
+void BM_RealBrowse_Floor(benchmark::State &state)
+{
+    if (!haveRealFile(state))
+        return;
+    const StaticDB db(1);
+    int count = 0;
+    for (auto _ : state) {
+        std::unique_ptr<BrowsableDBIterator> it(db.all(0, 0));
+        count = 0;
+        while (it->next())
+            ++count;
+    }
+    state.counters["records"] = count;
+}
+BENCHMARK(BM_RealBrowse_Floor)->Unit(benchmark::kMicrosecond);
+
+void BM_RealBrowseTree(benchmark::State &state)
+{
+    if (!haveRealFile(state))
+        return;
+    StaticDB db(1);
+    db.reset();
+    int count = 0;
+    for (auto _ : state)
+        count = countTree(db, db.rootId());
+    state.counters["records"] = count;
+}
+BENCHMARK(BM_RealBrowseTree)->Unit(benchmark::kMicrosecond);
+
+// The generated file: a fixed seed, so every run writes the same bytes.
+StaticDbNode generatedTree()
+{
+    std::vector<QByteArray> vocabulary;
+    std::istringstream foodWords(kFoodWords);
+    for (std::string word; foodWords >> word;)
+        vocabulary.emplace_back(QByteArray::fromStdString(word));
+    std::mt19937 random(20010101);
+    const char *const syllables[] = {"ba", "ke", "lo", "mi", "nu", "ra", "si", "to", "ve", "za", "cor", "dan",
+                                     "fel", "gur", "han", "lim", "mor", "pen", "quin", "sar", "tel", "vor"};
+    std::uniform_int_distribution<int> syllable(0, int(std::size(syllables)) - 1);
+    while (int(vocabulary.size()) < kVocabulary) {
+        QByteArray word;
+        for (int n = 2 + int(random() % 2); n > 0; --n)
+            word += syllables[syllable(random)];
+        if (std::find(vocabulary.begin(), vocabulary.end(), word) == vocabulary.end())
+            vocabulary.push_back(word);
+    }
+    std::vector<double> weights;
+    for (int rank = 1; rank <= kVocabulary; ++rank)
+        weights.push_back(1.0 / rank);
+    std::discrete_distribution<int> zipf(weights.begin(), weights.end());
+    std::uniform_int_distribution<int> anyWord(0, kVocabulary - 1);
+    std::uniform_int_distribution<int> wordCount(3, 6);
+
+    // A handful of payloads, shared between the foods: their bytes do not matter here.
+    std::vector<QByteArray> payloads;
+    for (int i = 0; i < 16; ++i) {
+        std::vector<std::optional<float>> nutrients(30);
+        for (const int position : {POS_CALORIES, POS_CARB, POS_FAT, POS_PROTEIN, POS_SODIUM})
+            nutrients[size_t(position)] = float(i * 7 + position);
+        payloads.push_back(StaticDbWriter::foodPayload(quint32(i), QByteArray(), nutrients, 'M', 100.0f,
+                                                       {{28.0f, "1 oz"}, {100.0f * float(i + 1), "1 cup"}}));
+    }
+
+    quint32 foodId = 0;
+    const auto addFoods = [&](StaticDbNode &category, int count) {
+        for (int i = 0; i < count; ++i) {
+            StaticDbNode food;
+            food.id = ++foodId;
+            for (int n = wordCount(random), w = 0; w < n; ++w) {
+                if (w > 0)
+                    food.name += random() % 3 == 0 ? ", " : " ";
+                const QByteArray &word = vocabulary[size_t(zipf(random))];
+                food.name += w == 0 ? word.left(1).toUpper() + word.mid(1) : word;
+            }
+            food.payload = payloads[foodId % payloads.size()];
+            category.children.push_back(std::move(food));
+        }
+    };
+    const auto categoryNamed = [&](quint32 id) {
+        StaticDbNode category;
+        category.category = true;
+        category.id = id;
+        category.name = vocabulary[size_t(anyWord(random))].toUpper() + ' ' + vocabulary[size_t(anyWord(random))];
+        return category;
+    };
+
+    StaticDbNode root;
+    root.category = true;
+    root.name = "All foods";
+    quint32 categoryId = 0;
+    for (int c = 0; c < kCategories; ++c) {
+        StaticDbNode category = categoryNamed(++categoryId);
+        if (c % kSplitEvery == 0) {
+            for (int s = 0; s < kSubcategories; ++s) {
+                StaticDbNode subcategory = categoryNamed(++categoryId);
+                addFoods(subcategory, kFoodsPerCategory / kSubcategories);
+                category.children.push_back(std::move(subcategory));
+            }
+        } else {
+            addFoods(category, kFoodsPerCategory);
+        }
+        root.children.push_back(std::move(category));
+    }
+    return root;
+}
+
+bool generatedFileReady()
+{
+    useFolder(kGeneratedFolder);
+    if (!QFile::exists(StaticDB::fileName()))
+        return false;
+    bool failed = false;
+    const StaticDB db(1, &failed);
+    return !failed && db.recordCount() == kGeneratedRecords
+        && db.creationDate() == kGeneratedDate.toString(Qt::ISODate);
+}
+
+bool writeGeneratedFile()
+{
+    if (generatedFileReady())
+        return true;
+    std::fprintf(stderr, "Writing %s ...\n", qPrintable(StaticDB::fileName()));
+    QDir().mkpath(LmSettings::contentPath());
+    StaticDbWriter writer(kGeneratedDate);
+    writer.addChunk(1, generatedTree());
+    QString error;
+    if (!writer.write(StaticDB::fileName(), &error)) {
+        std::fprintf(stderr, "%s\n", qPrintable(error));
+        return false;
+    }
+    return generatedFileReady();
+}
+
+void BM_Generated_Index_Floor(benchmark::State &state)
+{
+    useFolder(kGeneratedFolder);
+    const RawFile file(StaticDB::fileName());
+    for (auto _ : state)
+        benchmark::DoNotOptimize(sumRecords(file.base, 1));
+    state.SetItemsProcessed(state.iterations() * kGeneratedRecords);
+}
+BENCHMARK(BM_Generated_Index_Floor)->Unit(benchmark::kMillisecond);
+
+// A second database on the mapping the first one holds, as when foods and exercises are both
+// open: the figure is the index alone, as the floor's is the pass alone.
+void BM_Generated_Index(benchmark::State &state)
+{
+    useFolder(kGeneratedFolder);
+    const StaticDB holder(1);
+    for (auto _ : state) {
+        const StaticDB db(1);
+        benchmark::DoNotOptimize(db.recordCount());
+    }
+    state.SetItemsProcessed(state.iterations() * kGeneratedRecords);
+}
+BENCHMARK(BM_Generated_Index)->Unit(benchmark::kMillisecond);
+
+void BM_Generated_Search_RawScan_Floor(benchmark::State &state)
+{
+    useFolder(kGeneratedFolder);
+    const StaticDB db(1);
+    const RawScan scan(std::vector<std::string>(std::begin(kThreeWords), std::end(kThreeWords)));
+    int hits = 0;
+    for (auto _ : state)
+        hits = scan.count(db);
+    state.counters["hits"] = hits;
+}
+BENCHMARK(BM_Generated_Search_RawScan_Floor)->Unit(benchmark::kMillisecond);
+
+void BM_Generated_Search_SQLiteLike(benchmark::State &state)
+{
+    // The same names, read out of the generated file once, in an in-memory table.
+    static sqlite3 *names = [] {
+        useFolder(kGeneratedFolder);
+        const StaticDB db(1);
+        sqlite3 *connection = nullptr;
+        sqlite3_open(":memory:", &connection);
+        sqlite3_exec(connection, "CREATE TABLE names(id INTEGER, name TEXT); BEGIN", nullptr, nullptr, nullptr);
+        sqlite3_stmt *insert = nullptr;
+        sqlite3_prepare_v2(connection, "INSERT INTO names VALUES (?, ?)", -1, &insert, nullptr);
+        std::unique_ptr<BrowsableDBIterator> it(db.all(0, 0));
+        const IndexEntry *first = it->next();
+        for (int i = 0; i + 1 < db.recordCount(); ++i) {
+            sqlite3_bind_int(insert, 1, i);
+            sqlite3_bind_text(insert, 2, db.namePointer(first + i), int(db.nameLength(first + i)), SQLITE_STATIC);
+            sqlite3_step(insert);
+            sqlite3_reset(insert);
+        }
+        sqlite3_finalize(insert);
+        sqlite3_exec(connection, "COMMIT", nullptr, nullptr, nullptr);
+        return connection;
+    }();
+    sqlite3_stmt *query = nullptr;
+    sqlite3_prepare_v2(names, "SELECT id FROM names WHERE name LIKE ? AND name LIKE ? AND name LIKE ?", -1, &query,
+                       nullptr);
+    for (int i = 0; i < 3; ++i)
+        sqlite3_bind_text(query, i + 1, (std::string("%") + kThreeWords[i] + '%').c_str(), -1, SQLITE_TRANSIENT);
+    int hits = 0;
+    for (auto _ : state) {
+        hits = 0;
+        while (sqlite3_step(query) == SQLITE_ROW)
+            hits += sqlite3_column_int(query, 0) >= 0 ? 1 : 0;
+        sqlite3_reset(query);
+    }
+    sqlite3_finalize(query);
+    state.counters["hits"] = hits;
+}
+BENCHMARK(BM_Generated_Search_SQLiteLike)->Unit(benchmark::kMillisecond);
+
+void BM_Generated_SearchThreeWords(benchmark::State &state)
+{
+    useFolder(kGeneratedFolder);
+    StaticDB db(1);
+    const QString query = QString::fromLatin1(kThreeWords[0]) + u' ' + QString::fromLatin1(kThreeWords[1]) + u' '
+        + QString::fromLatin1(kThreeWords[2]);
+    int hits = 0;
+    for (auto _ : state) {
+        db.search(query, false, 0);
+        hits = countShownItems(db);
+    }
+    state.counters["hits"] = hits;
+}
+BENCHMARK(BM_Generated_SearchThreeWords)->Unit(benchmark::kMillisecond);
+
+// Heap an open index keeps, as glibc counts it: small blocks plus the mapped large ones.
+size_t heapInUse()
+{
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+void BM_Generated_HeapPerRecord(benchmark::State &state)
+{
+    useFolder(kGeneratedFolder);
+    {
+        const StaticDB first(1); // the first open also sets up logging and other statics
+    }
+    size_t retained = 0;
+    int records = 0;
+    for (auto _ : state) {
+        const size_t before = heapInUse();
+        const StaticDB db(1);
+        retained = heapInUse() - before;
+        records = db.recordCount();
+    }
+    state.counters["heap_bytes"] = double(retained);
+    state.counters["heap_bytes_per_record"] = double(retained) / records;
+}
+BENCHMARK(BM_Generated_HeapPerRecord)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    // The mapping's debug lines would come between the rows of the results.
+    QLoggingCategory::setFilterRules(QStringLiteral("tarnwell.*.debug=false"));
+    if (!writeGeneratedFile())
+        return 1;
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
