@@ -1,6 +1,8 @@
-// Arbitrary bytes as static.db: open both chunks, browse everything, search.
+// Arbitrary bytes as static.db: open both chunks, browse everything, decode every payload, search.
 
 #include "app/lmsettings.h"
+#include "staticdb/exdb.h"
+#include "staticdb/fooddb.h"
 #include "staticdb/staticdb.h"
 
 #include <QDir>
@@ -41,7 +43,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             const QByteArrayView payload = db.payload(e);
             if (!payload.isEmpty())
                 bytes += uchar(payload.front()) + uchar(payload.back());
+            if (!db.isCategory(e)) {
+                Food food;
+                if (FoodDBStatic::decodePayload(payload, e->value, &food))
+                    bytes += size_t(food.servings.size());
+            }
             std::unique_ptr<BrowsableDBIterator> children(db.children(e->id, 0, 0));
+        }
+        if (chunk == 2) {
+            ExDBStatic exercises(&failed);
+            Exercise exercise;
+            for (quint32 id = 0; !failed && id < 64; ++id)
+                exercises.exercise(int(id), &exercise);
         }
         db.search(QStringLiteral("apple raw -pie"), false, 0);
         db.search(QStringLiteral("-xyz"), false, 0x04);
