@@ -63,7 +63,7 @@ const char *const kFoodWords =
     "chocolate vanilla cinnamon nutmeg herb spice unsalted salted reduced enriched fortified prepared";
 
 // The words of a search: the index's search, the raw scan and SQLite's LIKE all look for these.
-const char *const kThreeWords[] = {"chicken", "cheese", "baked"};
+const std::vector<std::string> kThreeWords = {"chicken", "cheese", "baked"};
 
 QString g_folder;
 
@@ -82,110 +82,88 @@ quint32 read32(const uchar *p)
     return qFromBigEndian<quint32>(p);
 }
 
-// The floors' view of the file: mapped as StaticDB maps it, read by the format's layout.
-struct RawFile
+// The floors' view of the file: mapped as StaticDB maps it, read by the format's own layout.
+class RawFile
 {
+public:
     explicit RawFile(const QString &path)
+        : _fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC))
     {
-        fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
         struct stat info;
-        if (fd < 0 || ::fstat(fd, &info) != 0)
-            return;
-        void *mapped = ::mmap(nullptr, size_t(info.st_size), PROT_READ, MAP_SHARED, fd, 0);
-        if (mapped != MAP_FAILED) {
-            base = static_cast<const uchar *>(mapped);
-            size = size_t(info.st_size);
+        if (_fd >= 0 && ::fstat(_fd, &info) == 0) {
+            void *mapped = ::mmap(nullptr, size_t(info.st_size), PROT_READ, MAP_SHARED, _fd, 0);
+            if (mapped != MAP_FAILED) {
+                base = static_cast<const uchar *>(mapped);
+                _size = size_t(info.st_size);
+            }
         }
     }
     ~RawFile()
     {
         if (base)
-            ::munmap(const_cast<uchar *>(base), size);
-        if (fd >= 0)
-            ::close(fd);
+            ::munmap(const_cast<uchar *>(base), _size);
+        if (_fd >= 0)
+            ::close(_fd);
     }
     RawFile(const RawFile &) = delete;
     RawFile &operator=(const RawFile &) = delete;
 
-    int fd = -1;
     const uchar *base = nullptr;
-    size_t size = 0;
+
+private:
+    int _fd;
+    size_t _size = 0;
 };
 
 // Every field of every record of a chunk, summed so that none of the reads can be dropped.
 quint64 sumRecords(const uchar *base, quint32 chunkId)
 {
-    for (const uchar *entry = base + 64; read32(entry) != 0; entry += 8) {
-        if (read32(entry) != chunkId)
-            continue;
-        const uchar *chunk = base + read32(entry + 4);
-        const quint32 count = read32(chunk);
-        const uchar *table = chunk + read32(chunk + 4);
-        quint64 sum = 0;
-        for (quint32 i = 0; i < count; ++i) {
-            const uchar *record = table + size_t(i) * 16;
-            sum += read32(record) + read32(record + 4) + read32(record + 8) + read32(record + 12);
-        }
-        return sum;
+    const uchar *entry = base + 64;
+    while (read32(entry) != chunkId)
+        entry += 8;
+    const uchar *chunk = base + read32(entry + 4);
+    const uchar *table = chunk + read32(chunk + 4);
+    quint64 sum = 0;
+    for (quint32 i = 0, count = read32(chunk); i < count; ++i) {
+        const uchar *record = table + size_t(i) * 16;
+        sum += read32(record) + read32(record + 4) + read32(record + 8) + read32(record + 12);
     }
-    return 0;
+    return sum;
 }
 
-// The floor of a word search: every name tested for every word, ignoring case, without the tree.
-class RawScan
+// Names in which every word occurs, ignoring (Latin-1) case: each name tested on its own, where
+// the index points, without the tree.
+int rawScanHits(const StaticDB &db, const std::vector<std::string> &words)
 {
-public:
-    explicit RawScan(const std::vector<std::string> &words)
-    {
+    static const std::array<uchar, 256> lower = [] {
+        std::array<uchar, 256> table;
         for (int c = 0; c < 256; ++c) {
             const bool upper = (c >= 'A' && c <= 'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7);
-            _lower[size_t(c)] = uchar(upper ? c + 0x20 : c);
+            table[size_t(c)] = uchar(upper ? c + 0x20 : c);
         }
-        for (const std::string &word : words) {
-            std::string lowered;
-            for (const char c : word)
-                lowered += char(_lower[uchar(c)]);
-            _words.push_back(lowered);
-        }
-    }
-
-    bool allOccur(const char *text, size_t n) const
-    {
-        for (const std::string &word : _words) {
-            if (!occurs(word, text, n))
-                return false;
-        }
-        return true;
-    }
-
-    // Hits among all records of the index but its end record, read where the index points.
-    int count(const StaticDB &db) const
-    {
-        std::unique_ptr<BrowsableDBIterator> it(db.all(0, 0));
-        const IndexEntry *first = it->next();
-        int hits = 0;
-        for (int i = 0; i + 1 < db.recordCount(); ++i)
-            hits += allOccur(db.namePointer(first + i), db.nameLength(first + i)) ? 1 : 0;
-        return hits;
-    }
-
-private:
-    bool occurs(const std::string &word, const char *text, size_t n) const
-    {
-        const size_t m = word.size();
-        for (size_t p = 0; p + m <= n; ++p) {
+        return table;
+    }();
+    const auto occurs = [](const std::string &word, const char *text, size_t n) {
+        for (size_t p = 0; p + word.size() <= n; ++p) {
             size_t j = 0;
-            while (j < m && _lower[uchar(text[p + j])] == uchar(word[j]))
+            while (j < word.size() && lower[uchar(text[p + j])] == uchar(word[j]))
                 ++j;
-            if (j == m)
+            if (j == word.size())
                 return true;
         }
         return false;
+    };
+    std::unique_ptr<BrowsableDBIterator> it(db.all(0, 0));
+    const IndexEntry *first = it->next();
+    int hits = 0;
+    for (const IndexEntry *entry = first; entry + 1 < first + db.recordCount(); ++entry) {
+        const char *name = db.namePointer(entry);
+        const size_t length = db.nameLength(entry);
+        hits += std::all_of(words.begin(), words.end(),
+                            [&](const std::string &word) { return occurs(word, name, length); });
     }
-
-    std::array<uchar, 256> _lower;
-    std::vector<std::string> _words;
-};
+    return hits;
+}
 
 int countShownItems(const StaticDB &db)
 {
@@ -200,27 +178,15 @@ int countTree(const StaticDB &db, quint32 categoryId)
 {
     std::unique_ptr<BrowsableDBIterator> it(db.children(categoryId, FLAG_SHOWN, 0));
     int count = 0;
-    while (const IndexEntry *entry = it->next()) {
-        ++count;
-        if (it->flagsOf(entry) & FLAG_CATEGORY)
-            count += countTree(db, entry->id);
-    }
+    while (const IndexEntry *entry = it->next())
+        count += 1 + ((it->flagsOf(entry) & FLAG_CATEGORY) ? countTree(db, entry->id) : 0);
     return count;
 }
 
-bool haveRealFile(benchmark::State &state)
-{
-    useFolder(kRealFolder);
-    if (QFile::exists(StaticDB::fileName()))
-        return true;
-    state.SkipWithError("content/static.db missing: build the static_db target");
-    return false;
-}
-
+// Both databases of the program's own file, mapped and indexed from nothing each time.
 void BM_RealOpen_Floor(benchmark::State &state)
 {
-    if (!haveRealFile(state))
-        return;
+    useFolder(kRealFolder);
     for (auto _ : state) {
         const RawFile file(StaticDB::fileName());
         benchmark::DoNotOptimize(sumRecords(file.base, 1) + sumRecords(file.base, 2));
@@ -230,8 +196,7 @@ BENCHMARK(BM_RealOpen_Floor)->Unit(benchmark::kMicrosecond);
 
 void BM_RealOpenAndIndex(benchmark::State &state)
 {
-    if (!haveRealFile(state))
-        return;
+    useFolder(kRealFolder);
     int records = 0;
     for (auto _ : state) {
         const StaticDB foods(1);
@@ -244,21 +209,18 @@ BENCHMARK(BM_RealOpenAndIndex)->Unit(benchmark::kMicrosecond);
 
 void BM_RealSearch_Floor(benchmark::State &state)
 {
-    if (!haveRealFile(state))
-        return;
+    useFolder(kRealFolder);
     const StaticDB db(1);
-    const RawScan scan({"apple", "raw"});
     int hits = 0;
     for (auto _ : state)
-        hits = scan.count(db);
+        hits = rawScanHits(db, {"apple", "raw"});
     state.counters["hits"] = hits;
 }
 BENCHMARK(BM_RealSearch_Floor)->Unit(benchmark::kMicrosecond);
 
 void BM_RealSearchTwoWords(benchmark::State &state)
 {
-    if (!haveRealFile(state))
-        return;
+    useFolder(kRealFolder);
     StaticDB db(1);
     int hits = 0;
     for (auto _ : state) {
@@ -271,14 +233,12 @@ BENCHMARK(BM_RealSearchTwoWords)->Unit(benchmark::kMicrosecond);
 
 void BM_RealBrowse_Floor(benchmark::State &state)
 {
-    if (!haveRealFile(state))
-        return;
+    useFolder(kRealFolder);
     const StaticDB db(1);
     int count = 0;
     for (auto _ : state) {
         std::unique_ptr<BrowsableDBIterator> it(db.all(0, 0));
-        count = 0;
-        while (it->next())
+        for (count = 0; it->next();)
             ++count;
     }
     state.counters["records"] = count;
@@ -287,8 +247,7 @@ BENCHMARK(BM_RealBrowse_Floor)->Unit(benchmark::kMicrosecond);
 
 void BM_RealBrowseTree(benchmark::State &state)
 {
-    if (!haveRealFile(state))
-        return;
+    useFolder(kRealFolder);
     StaticDB db(1);
     db.reset();
     int count = 0;
@@ -306,8 +265,9 @@ StaticDbNode generatedTree()
     for (std::string word; foodWords >> word;)
         vocabulary.emplace_back(QByteArray::fromStdString(word));
     std::mt19937 random(20010101);
-    const char *const syllables[] = {"ba", "ke", "lo", "mi", "nu", "ra", "si", "to", "ve", "za", "cor", "dan",
-                                     "fel", "gur", "han", "lim", "mor", "pen", "quin", "sar", "tel", "vor"};
+    const char *const syllables[] = {"ba",  "ke",  "lo",   "mi",  "nu",  "ra",  "si",  "to",
+                                     "ve",  "za",  "cor",  "dan", "fel", "gur", "han", "lim",
+                                     "mor", "pen", "quin", "sar", "tel", "vor"};
     std::uniform_int_distribution<int> syllable(0, int(std::size(syllables)) - 1);
     while (int(vocabulary.size()) < kVocabulary) {
         QByteArray word;
@@ -352,7 +312,8 @@ StaticDbNode generatedTree()
         StaticDbNode category;
         category.category = true;
         category.id = id;
-        category.name = vocabulary[size_t(anyWord(random))].toUpper() + ' ' + vocabulary[size_t(anyWord(random))];
+        category.name =
+            vocabulary[size_t(anyWord(random))].toUpper() + ' ' + vocabulary[size_t(anyWord(random))];
         return category;
     };
 
@@ -383,8 +344,8 @@ bool generatedFileReady()
         return false;
     bool failed = false;
     const StaticDB db(1, &failed);
-    return !failed && db.recordCount() == kGeneratedRecords
-        && db.creationDate() == kGeneratedDate.toString(Qt::ISODate);
+    return !failed && db.recordCount() == kGeneratedRecords &&
+           db.creationDate() == kGeneratedDate.toString(Qt::ISODate);
 }
 
 bool writeGeneratedFile()
@@ -431,47 +392,49 @@ void BM_Generated_Search_RawScan_Floor(benchmark::State &state)
 {
     useFolder(kGeneratedFolder);
     const StaticDB db(1);
-    const RawScan scan(std::vector<std::string>(std::begin(kThreeWords), std::end(kThreeWords)));
     int hits = 0;
     for (auto _ : state)
-        hits = scan.count(db);
+        hits = rawScanHits(db, kThreeWords);
     state.counters["hits"] = hits;
 }
 BENCHMARK(BM_Generated_Search_RawScan_Floor)->Unit(benchmark::kMillisecond);
 
+// The same names in an in-memory table, read out of the generated file on first use.
+sqlite3 *namesTable()
+{
+    static sqlite3 *names = nullptr;
+    if (names)
+        return names;
+    useFolder(kGeneratedFolder);
+    const StaticDB db(1);
+    sqlite3_open(":memory:", &names);
+    sqlite3_exec(names, "CREATE TABLE names(id INTEGER, name TEXT); BEGIN", nullptr, nullptr, nullptr);
+    sqlite3_stmt *insert = nullptr;
+    sqlite3_prepare_v2(names, "INSERT INTO names VALUES (?, ?)", -1, &insert, nullptr);
+    std::unique_ptr<BrowsableDBIterator> it(db.all(0, 0));
+    const IndexEntry *first = it->next();
+    for (int i = 0; i + 1 < db.recordCount(); ++i) {
+        sqlite3_bind_int(insert, 1, i);
+        sqlite3_bind_text(insert, 2, db.namePointer(first + i), int(db.nameLength(first + i)), SQLITE_STATIC);
+        sqlite3_step(insert);
+        sqlite3_reset(insert);
+    }
+    sqlite3_finalize(insert);
+    sqlite3_exec(names, "COMMIT", nullptr, nullptr, nullptr);
+    return names;
+}
+
 void BM_Generated_Search_SQLiteLike(benchmark::State &state)
 {
-    // The same names, read out of the generated file once, in an in-memory table.
-    static sqlite3 *names = [] {
-        useFolder(kGeneratedFolder);
-        const StaticDB db(1);
-        sqlite3 *connection = nullptr;
-        sqlite3_open(":memory:", &connection);
-        sqlite3_exec(connection, "CREATE TABLE names(id INTEGER, name TEXT); BEGIN", nullptr, nullptr, nullptr);
-        sqlite3_stmt *insert = nullptr;
-        sqlite3_prepare_v2(connection, "INSERT INTO names VALUES (?, ?)", -1, &insert, nullptr);
-        std::unique_ptr<BrowsableDBIterator> it(db.all(0, 0));
-        const IndexEntry *first = it->next();
-        for (int i = 0; i + 1 < db.recordCount(); ++i) {
-            sqlite3_bind_int(insert, 1, i);
-            sqlite3_bind_text(insert, 2, db.namePointer(first + i), int(db.nameLength(first + i)), SQLITE_STATIC);
-            sqlite3_step(insert);
-            sqlite3_reset(insert);
-        }
-        sqlite3_finalize(insert);
-        sqlite3_exec(connection, "COMMIT", nullptr, nullptr, nullptr);
-        return connection;
-    }();
     sqlite3_stmt *query = nullptr;
-    sqlite3_prepare_v2(names, "SELECT id FROM names WHERE name LIKE ? AND name LIKE ? AND name LIKE ?", -1, &query,
-                       nullptr);
+    sqlite3_prepare_v2(namesTable(), "SELECT id FROM names WHERE name LIKE ? AND name LIKE ? AND name LIKE ?",
+                       -1, &query, nullptr);
     for (int i = 0; i < 3; ++i)
-        sqlite3_bind_text(query, i + 1, (std::string("%") + kThreeWords[i] + '%').c_str(), -1, SQLITE_TRANSIENT);
+        sqlite3_bind_text(query, i + 1, ('%' + kThreeWords[size_t(i)] + '%').c_str(), -1, SQLITE_TRANSIENT);
     int hits = 0;
     for (auto _ : state) {
-        hits = 0;
-        while (sqlite3_step(query) == SQLITE_ROW)
-            hits += sqlite3_column_int(query, 0) >= 0 ? 1 : 0;
+        for (hits = 0; sqlite3_step(query) == SQLITE_ROW; ++hits)
+            benchmark::DoNotOptimize(sqlite3_column_int(query, 0));
         sqlite3_reset(query);
     }
     sqlite3_finalize(query);
@@ -483,8 +446,8 @@ void BM_Generated_SearchThreeWords(benchmark::State &state)
 {
     useFolder(kGeneratedFolder);
     StaticDB db(1);
-    const QString query = QString::fromLatin1(kThreeWords[0]) + u' ' + QString::fromLatin1(kThreeWords[1]) + u' '
-        + QString::fromLatin1(kThreeWords[2]);
+    const QString query =
+        QString::fromStdString(kThreeWords[0] + ' ' + kThreeWords[1] + ' ' + kThreeWords[2]);
     int hits = 0;
     for (auto _ : state) {
         db.search(query, false, 0);
@@ -526,6 +489,11 @@ int main(int argc, char **argv)
 {
     // The mapping's debug lines would come between the rows of the results.
     QLoggingCategory::setFilterRules(QStringLiteral("tarnwell.*.debug=false"));
+    useFolder(kRealFolder);
+    if (!QFile::exists(StaticDB::fileName())) {
+        std::fprintf(stderr, "%s missing: build the static_db target\n", qPrintable(StaticDB::fileName()));
+        return 1;
+    }
     if (!writeGeneratedFile())
         return 1;
     benchmark::Initialize(&argc, argv);

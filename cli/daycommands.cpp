@@ -55,7 +55,8 @@ int day(Context &context, const QStringList &args)
 {
     const Arguments a(args, {});
     a.expectPositionals(0, 1, QStringLiteral("day [DATE]"));
-    const QDate date = a.positionals().isEmpty() ? QDate::currentDate() : parseDate(a.positionals().constFirst());
+    const QDate date =
+        a.positionals().isEmpty() ? QDate::currentDate() : parseDate(a.positionals().constFirst());
     const QString dayString = DateConversion::fromQDate(date);
 
     const Session session(context);
@@ -79,8 +80,8 @@ int day(Context &context, const QStringList &args)
     const float burned = diary.total(EXERCISE, ENERGY);
     std::optional<GreenTicks> ticks;
     if (targets.values[ENERGY] > 0) {
-        ticks = computeGreenTicks({net, float(targets.values[ENERGY]), minutes, float(preferences.exerciseTarget),
-                                   preferences.budgetMode},
+        ticks = computeGreenTicks({net, float(targets.values[ENERGY]), minutes,
+                                   float(preferences.exerciseTarget), preferences.budgetMode},
                                   *units.getUnit(UNIT_ENERGY));
     }
     std::array<float, kNutrientCount> targetValues;
@@ -105,9 +106,10 @@ int day(Context &context, const QStringList &args)
                                            {QStringLiteral("meal"), food.meal},
                                            {QStringLiteral("nutrients"), nutrientsJson(food.nutrients())}});
             }
-            meals.append(QJsonObject{{QStringLiteral("name"), mealName(group.constLast(), preferences.snackMode)},
-                                     {QStringLiteral("entries"), entries},
-                                     {QStringLiteral("totals"), nutrientsJson(sum(foods))}});
+            meals.append(
+                QJsonObject{{QStringLiteral("name"), mealName(group.constLast(), preferences.snackMode)},
+                            {QStringLiteral("entries"), entries},
+                            {QStringLiteral("totals"), nutrientsJson(sum(foods))}});
         }
         QJsonArray exercises;
         for (const ExerciseDiaryItem &exercise : diary.exercises) {
@@ -125,9 +127,9 @@ int day(Context &context, const QStringList &args)
         document.insert(QStringLiteral("water"), water);
         if (checkIn) {
             QJsonObject c{{QStringLiteral("date"), DateConversion::toWebDate(checkIn->date)}};
-            const QPair<const char *, double> measures[] = {{"weight", checkIn->weight}, {"chest", checkIn->chest},
-                                                            {"waist", checkIn->waist},   {"hip", checkIn->hip},
-                                                            {"thigh", checkIn->thigh},   {"steps", checkIn->steps}};
+            const QPair<const char *, double> measures[] = {
+                {"weight", checkIn->weight}, {"chest", checkIn->chest}, {"waist", checkIn->waist},
+                {"hip", checkIn->hip},       {"thigh", checkIn->thigh}, {"steps", checkIn->steps}};
             for (const auto &[name, value] : measures) {
                 if (value >= 0)
                     c.insert(QLatin1String(name), value);
@@ -137,9 +139,10 @@ int day(Context &context, const QStringList &args)
             document.insert(QStringLiteral("checkin"), c);
         }
         if (ticks) {
-            document.insert(QStringLiteral("greenTicks"), QJsonObject{{QStringLiteral("food"), ticks->foodTick},
-                                                                      {QStringLiteral("exercise"), ticks->exerciseTick},
-                                                                      {QStringLiteral("text"), ticks->tooltip}});
+            document.insert(QStringLiteral("greenTicks"),
+                            QJsonObject{{QStringLiteral("food"), ticks->foodTick},
+                                        {QStringLiteral("exercise"), ticks->exerciseTick},
+                                        {QStringLiteral("text"), ticks->tooltip}});
         }
         printJson(QJsonDocument(document).toJson(QJsonDocument::Indented));
         return Success;
@@ -157,9 +160,12 @@ int day(Context &context, const QStringList &args)
             continue;
         printLine(mealName(group.constLast(), preferences.snackMode));
         for (const FoodDiaryItem &food : foods) {
-            printLine(QStringLiteral("  %1\t%2\t%3 x %4\t").arg(food.food_id).arg(escapeField(food.food_name))
-                          .arg(QLocale::c().toString(double(food.size), 'g', 6), escapeField(food.serv_name))
-                      + nutrientsText(food.nutrients()));
+            printLine(
+                QStringLiteral("  %1\t%2\t%3 x %4\t")
+                    .arg(food.food_id)
+                    .arg(escapeField(food.food_name))
+                    .arg(QLocale::c().toString(double(food.size), 'g', 6), escapeField(food.serv_name)) +
+                nutrientsText(food.nutrients()));
         }
         printLine(QStringLiteral("  Total\t") + nutrientsText(sum(foods)));
     }
@@ -168,7 +174,8 @@ int day(Context &context, const QStringList &args)
         for (const ExerciseDiaryItem &exercise : diary.exercises) {
             printLine(QStringLiteral("  %1\t%2\t%3 min\t%4")
                           .arg(exercise.ex_id)
-                          .arg(escapeField(exercise.name), QLocale::c().toString(double(exercise.duration), 'g', 6),
+                          .arg(escapeField(exercise.name),
+                               QLocale::c().toString(double(exercise.duration), 'g', 6),
                                energy.formatValueWithUnit(exercise.energy())));
         }
     }
@@ -183,8 +190,10 @@ int day(Context &context, const QStringList &args)
         const UnitDescriptor &length = *units.getUnit(UNIT_MEASUREMENT);
         if (checkIn->weight >= 0)
             parts.append(QStringLiteral("weight ") + weight.formatValueWithUnit(checkIn->weight));
-        const QPair<const char *, double> lengths[] = {
-            {"chest", checkIn->chest}, {"waist", checkIn->waist}, {"hip", checkIn->hip}, {"thigh", checkIn->thigh}};
+        const QPair<const char *, double> lengths[] = {{"chest", checkIn->chest},
+                                                       {"waist", checkIn->waist},
+                                                       {"hip", checkIn->hip},
+                                                       {"thigh", checkIn->thigh}};
         for (const auto &[name, value] : lengths) {
             if (value >= 0)
                 parts.append(QLatin1String(name) + QLatin1Char(' ') + length.formatValueWithUnit(value));
@@ -206,11 +215,13 @@ namespace Cli {
 
 int exportCommand(Context &context, const QStringList &args)
 {
-    const Arguments a(args, {QStringLiteral("--file"), QStringLiteral("--folder"), QStringLiteral("--from"),
-                             QStringLiteral("--to")},
+    const Arguments a(args,
+                      {QStringLiteral("--file"), QStringLiteral("--folder"), QStringLiteral("--from"),
+                       QStringLiteral("--to")},
                       {QStringLiteral("--skip-empty")});
-    a.expectPositionals(0, 0,
-                        QStringLiteral("export (--file F | --folder DIR | both) [--from DATE --to DATE] [--skip-empty]"));
+    a.expectPositionals(
+        0, 0,
+        QStringLiteral("export (--file F | --folder DIR | both) [--from DATE --to DATE] [--skip-empty]"));
     const QString file = a.value(QStringLiteral("--file"));
     const QString folder = a.value(QStringLiteral("--folder"));
     if (file.isEmpty() && folder.isEmpty())
@@ -240,7 +251,8 @@ int exportCommand(Context &context, const QStringList &args)
         first = DateConversion::toQDate(*low);
         last = DateConversion::toQDate(*high);
     }
-    const QString error = exportDiary(userId, file, folder, first, last, a.has(QStringLiteral("--skip-empty")));
+    const QString error =
+        exportDiary(userId, file, folder, first, last, a.has(QStringLiteral("--skip-empty")));
     if (!error.isEmpty())
         failure(error);
     return Success;
@@ -254,7 +266,8 @@ int summary(Context &context, const QStringList &args)
 {
     const Arguments a(args, {});
     a.expectPositionals(0, 1, QStringLiteral("summary [DATE]"));
-    const QDate date = a.positionals().isEmpty() ? QDate::currentDate() : parseDate(a.positionals().constFirst());
+    const QDate date =
+        a.positionals().isEmpty() ? QDate::currentDate() : parseDate(a.positionals().constFirst());
     const QString dayString = DateConversion::fromQDate(date);
 
     const Session session(context);
@@ -273,7 +286,8 @@ int summary(Context &context, const QStringList &args)
         in.hip = checkIn->hip;
         in.thigh = checkIn->thigh;
     }
-    const QMap<QString, DailyTotal> totals = DiaryDB().getDailyTotals(userId, dayString, dayString, ALL_MEALS);
+    const QMap<QString, DailyTotal> totals =
+        DiaryDB().getDailyTotals(userId, dayString, dayString, ALL_MEALS);
     if (!totals.isEmpty()) {
         in.eaten = totals.first().nutrients[ENERGY];
         in.burned = totals.first().burned;
@@ -285,17 +299,18 @@ int summary(Context &context, const QStringList &args)
         if (user.user_id == userId)
             profile = user;
     }
-    const bool canForecast = in.weight > 0 && in.height > 0 && profile.dob.size() == 8
-                             && ageInYears(profile.dob, dayString) > 0;
+    const bool canForecast =
+        in.weight > 0 && in.height > 0 && profile.dob.size() == 8 && ageInYears(profile.dob, dayString) > 0;
     if (canForecast) {
-        in.requirement = energyRequirement({float(in.weight), dayString,
-                                            UserDB::getLatestMiscInt(userId, QStringLiteral("activity"), dayString, 1),
-                                            profile.sex, float(in.height), profile.dob});
+        in.requirement =
+            energyRequirement({float(in.weight), dayString,
+                               UserDB::getLatestMiscInt(userId, QStringLiteral("activity"), dayString, 1),
+                               profile.sex, float(in.height), profile.dob});
     } else {
         in.weight = in.weight > 0 && in.height > 0 ? in.weight : -1; // no BMI or forecast without both
     }
-    const QString html =
-        summaryReport(in, *units.getUnit(UNIT_ENERGY), *units.getUnit(UNIT_WEIGHT), *units.getUnit(UNIT_MEASUREMENT));
+    const QString html = summaryReport(in, *units.getUnit(UNIT_ENERGY), *units.getUnit(UNIT_WEIGHT),
+                                       *units.getUnit(UNIT_MEASUREMENT));
     if (context.options.json)
         printJson(QJsonDocument(QJsonObject{{QStringLiteral("date"), date.toString(Qt::ISODate)},
                                             {QStringLiteral("html"), html}})

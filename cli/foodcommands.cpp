@@ -101,7 +101,8 @@ QString itemName(int userId, bool exercise, int id)
 // Saved meals the profile can use: its own, then the shared ones.
 QList<QPair<int, QString>> savedMeals(int userId)
 {
-    return SavedMealDB::getMeals(SavedMealDB::categoryOf(userId)) + SavedMealDB::getMeals(SavedMealDB::kSharedCategory);
+    return SavedMealDB::getMeals(SavedMealDB::categoryOf(userId)) +
+           SavedMealDB::getMeals(SavedMealDB::kSharedCategory);
 }
 
 QPair<int, QString> findSavedMeal(int userId, const QString &text)
@@ -130,15 +131,16 @@ int search(Context &context, const QStringList &args)
         usageError(QStringLiteral("a search takes at most 31 words"));
     if (longest < 3)
         usageError(QStringLiteral("the longest search word needs at least 3 characters"));
-    const int limit = a.has(QStringLiteral("--limit"))
-                          ? parseInteger(a.value(QStringLiteral("--limit")), QStringLiteral("--limit"), 1, 1000000)
-                          : 1000000;
+    const int limit = a.has(QStringLiteral("--limit")) ? parseInteger(a.value(QStringLiteral("--limit")),
+                                                                      QStringLiteral("--limit"), 1, 1000000)
+                                                       : 1000000;
     const bool exercises = a.has(QStringLiteral("--exercises"));
 
     const Session session(context);
     const int userId = session.userId();
     QList<Hit> hits;
-    const auto collect = [&](const IndexedDB &db, quint32 root, const std::function<Hit(const IndexEntry *)> &hit) {
+    const auto collect = [&](const IndexedDB &db, quint32 root,
+                             const std::function<Hit(const IndexEntry *)> &hit) {
         walkShown(db, root, [&](const IndexEntry *e) {
             hits.append(hit(e));
             return hits.size() < limit;
@@ -207,8 +209,9 @@ int food(Context &context, const QStringList &args)
         usageError(QStringLiteral("no food %1").arg(id));
     QString source;
     if (!FoodDB::isCustom(id)) {
-        source = QStringLiteral("%1 %2").arg(foods.staticDB()->secondText(id)).arg(
-            foods.staticDB()->numericAttribute(id), 5, 10, QLatin1Char('0'));
+        source = QStringLiteral("%1 %2")
+                     .arg(foods.staticDB()->secondText(id))
+                     .arg(foods.staticDB()->numericAttribute(id), 5, 10, QLatin1Char('0'));
     }
 
     // Every serving the diary offers, with the values of one of it.
@@ -240,9 +243,10 @@ int food(Context &context, const QStringList &args)
         printLine(QStringLiteral("Source\t") + source);
     for (const FoodServing &serving : servings) {
         item.setServing(serving.id);
-        const QString size = info.measureKind == 'S' ? QString() : number(double(serving.quantity)) + QLatin1Char(' ') + unit;
-        printLine(QStringLiteral("  %1\t%2\t%3\t").arg(serving.id).arg(escapeField(serving.name), size)
-                  + nutrientsText(item.nutrients()));
+        const QString size =
+            info.measureKind == 'S' ? QString() : number(double(serving.quantity)) + QLatin1Char(' ') + unit;
+        printLine(QStringLiteral("  %1\t%2\t%3\t").arg(serving.id).arg(escapeField(serving.name), size) +
+                  nutrientsText(item.nutrients()));
     }
     return Success;
 }
@@ -259,9 +263,8 @@ int exercise(Context &context, const QStringList &args)
     if (!ExDB(userId).exercise(id, &found))
         usageError(QStringLiteral("no exercise %1").arg(id));
     const double met = double(found.scale) / double(kCaloriesPerMetMinuteKg);
-    const auto weight =
-        UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"), userId,
-                          DateConversion::fromQDate(QDate::currentDate()), -1);
+    const auto weight = UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"), userId,
+                                          DateConversion::fromQDate(QDate::currentDate()), -1);
     if (context.options.json) {
         QJsonObject document{{QStringLiteral("id"), id},
                              {QStringLiteral("name"), found.name},
@@ -278,23 +281,23 @@ int exercise(Context &context, const QStringList &args)
         const DisplayUnits units = DisplayUnits::of(userId);
         printLine(QStringLiteral("Per hour at %1\t%2")
                       .arg(units.weight().formatValueWithUnit(weight->first),
-                           UnitRegistry::instance().getUnit(UNIT_ENERGY)->formatValueWithUnit(
-                               double(found.scale) * weight->first * 60.0)));
+                           UnitRegistry::instance()
+                               .getUnit(UNIT_ENERGY)
+                               ->formatValueWithUnit(double(found.scale) * weight->first * 60.0)));
     }
     return Success;
 }
 
 int foodAdd(Context &context, const QStringList &args)
 {
-    const QStringList nutrientOptions = {QStringLiteral("--carb"),   QStringLiteral("--fat"),
-                                         QStringLiteral("--protein"), QStringLiteral("--fiber"),
-                                         QStringLiteral("--satfat"),  QStringLiteral("--cholesterol"),
-                                         QStringLiteral("--sodium"),  QStringLiteral("--sugar"),
-                                         QStringLiteral("--calcium")};
+    const QStringList nutrientOptions = {
+        QStringLiteral("--carb"),   QStringLiteral("--fat"),    QStringLiteral("--protein"),
+        QStringLiteral("--fiber"),  QStringLiteral("--satfat"), QStringLiteral("--cholesterol"),
+        QStringLiteral("--sodium"), QStringLiteral("--sugar"),  QStringLiteral("--calcium")};
     const Arguments a(args,
-                      QStringList{QStringLiteral("--name"), QStringLiteral("--serving"), QStringLiteral("--calories"),
-                                  QStringLiteral("--category")}
-                          + nutrientOptions,
+                      QStringList{QStringLiteral("--name"), QStringLiteral("--serving"),
+                                  QStringLiteral("--calories"), QStringLiteral("--category")} +
+                          nutrientOptions,
                       {QStringLiteral("--shared")});
     a.expectPositionals(0, 0, QStringLiteral("food-add --name N --serving S --calories X [...]"));
     const QString name = a.value(QStringLiteral("--name")).trimmed();
@@ -307,8 +310,9 @@ int foodAdd(Context &context, const QStringList &args)
     const DisplayUnits units = DisplayUnits::of(userId);
     std::array<float, kNutrientCount> nutrients;
     nutrients.fill(kUnknownNutrient);
-    const double shownCalories = parseNumber(a.value(QStringLiteral("--calories")), QStringLiteral("--calories"), 0,
-                                             units.energy().toDisplay(100000));
+    const double shownCalories =
+        parseNumber(a.value(QStringLiteral("--calories")), QStringLiteral("--calories"), 0,
+                    units.energy().toDisplay(100000));
     nutrients[ENERGY] = float(units.energy().fromDisplayValue(shownCalories));
     // Options in model order after energy.
     for (int type = CARB; type < kNutrientCount; ++type) {
@@ -353,7 +357,9 @@ int removeCustom(Context &context, const QStringList &args, bool exercise)
     a.expectPositionals(1, 1, kindName(exercise) + QStringLiteral("-remove ID"));
     const int id = parseItemId(a.positionals().constFirst(), QStringLiteral("ID"));
     if (id < kFirstCustomId)
-        usageError(QStringLiteral("%1 %2 is a reference item and cannot be removed").arg(kindName(exercise)).arg(id));
+        usageError(QStringLiteral("%1 %2 is a reference item and cannot be removed")
+                       .arg(kindName(exercise))
+                       .arg(id));
     const Session session(context);
     const int userId = session.userId();
     bool removed = false;
@@ -390,7 +396,8 @@ int exerciseRemove(Context &context, const QStringList &args)
 int favorite(Context &context, const QStringList &args)
 {
     const Arguments a(args, {});
-    const QString usage = QStringLiteral("favorite add|remove food|exercise ID | favorite list food|exercise");
+    const QString usage =
+        QStringLiteral("favorite add|remove food|exercise ID | favorite list food|exercise");
     a.expectPositionals(2, 3, usage);
     const QString action = a.positionals().at(0);
     const bool exercise = parseKind(a.positionals().at(1));
@@ -449,9 +456,10 @@ int logFood(Context &context, const QStringList &args)
     const QString day = dayArgument(a.positionals().at(0));
     const int meal = parseMeal(a.positionals().at(1));
     const int id = parseItemId(a.positionals().at(2), QStringLiteral("FOOD_ID"));
-    const float qty = a.has(QStringLiteral("--qty"))
-                          ? float(parseNumber(a.value(QStringLiteral("--qty")), QStringLiteral("--qty"), 0.001, 100000))
-                          : 1.0f;
+    const float qty =
+        a.has(QStringLiteral("--qty"))
+            ? float(parseNumber(a.value(QStringLiteral("--qty")), QStringLiteral("--qty"), 0.001, 100000))
+            : 1.0f;
 
     const Session session(context);
     const int userId = session.userId();
@@ -459,7 +467,8 @@ int logFood(Context &context, const QStringList &args)
     Food info;
     if (!foods.contains(id) || !foods.food(id, &info))
         usageError(QStringLiteral("no food %1").arg(id));
-    if (info.servings.isEmpty() && (info.referenceQuantity <= 0.0f || genericServings(info.measureKind).isEmpty()))
+    if (info.servings.isEmpty() &&
+        (info.referenceQuantity <= 0.0f || genericServings(info.measureKind).isEmpty()))
         usageError(QStringLiteral("food %1 has no serving to log").arg(id));
     FoodDiaryItem item;
     item.user_id = userId;
@@ -498,7 +507,8 @@ int logExercise(Context &context, const QStringList &args)
     Exercise found;
     if (!ExDB(userId).exercise(id, &found))
         usageError(QStringLiteral("no exercise %1").arg(id));
-    const auto weight = UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"), userId, day, -1);
+    const auto weight =
+        UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"), userId, day, -1);
     if (!weight || weight->first <= 0)
         usageError(QStringLiteral("no weight recorded on or before %1; record one with checkin first")
                        .arg(DateConversion::toWebDate(day)));
@@ -520,7 +530,8 @@ int removeEntry(Context &context, const QStringList &args)
     const Arguments a(args, {});
     a.expectPositionals(2, 2, QStringLiteral("remove food|exercise ENTRY_ID"));
     const bool exercise = parseKind(a.positionals().at(0));
-    const int id = parseInteger(a.positionals().at(1), QStringLiteral("ENTRY_ID"), 0, std::numeric_limits<int>::max());
+    const int id =
+        parseInteger(a.positionals().at(1), QStringLiteral("ENTRY_ID"), 0, std::numeric_limits<int>::max());
     const Session session(context);
     const int userId = session.userId();
     const DiaryDB diary;
@@ -531,7 +542,8 @@ int removeEntry(Context &context, const QStringList &args)
         diary.removeExerciseEntry(id);
     } else {
         const FoodDiaryItem entry = diary.getFoodEntry(id);
-        if (entry.food_id != id || entry.user_id != userId || entry.status != STATUS_LIVE || entry.date.isEmpty())
+        if (entry.food_id != id || entry.user_id != userId || entry.status != STATUS_LIVE ||
+            entry.date.isEmpty())
             usageError(QStringLiteral("no food entry %1").arg(id));
         diary.removeFoodEntry(id);
     }
@@ -561,7 +573,8 @@ int mealSave(Context &context, const QStringList &args)
             saved.foods.append(food);
     }
     if (saved.foods.isEmpty())
-        usageError(QStringLiteral("%1 of %2 has no foods to save").arg(mealName(meal, 1), DateConversion::toWebDate(day)));
+        usageError(QStringLiteral("%1 of %2 has no foods to save")
+                       .arg(mealName(meal, 1), DateConversion::toWebDate(day)));
     const int id = SavedMealDB::createMeal(saved);
     if (id < 0)
         failure(QStringLiteral("the meal could not be saved"));

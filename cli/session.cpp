@@ -18,7 +18,6 @@ const char *const kNutrientKeys[kNutrientCount] = {"calories", "carb",        "f
 
 } // namespace
 
-
 Session::Session(const Context &context)
     : _profile(context.options.profile)
 {
@@ -92,7 +91,8 @@ QJsonObject nutrientsJson(const std::array<float, kNutrientCount> &values)
         const float value = values[size_t(type)];
         // Values are single precision: three decimals say all they hold.
         object.insert(QLatin1String(kNutrientKeys[type]),
-                      isKnown(value) ? QJsonValue(std::round(double(value) * 1000.0) / 1000.0) : QJsonValue());
+                      isKnown(value) ? QJsonValue(std::round(double(value) * 1000.0) / 1000.0)
+                                     : QJsonValue());
     }
     return object;
 }

@@ -20,8 +20,10 @@ inline constexpr char kVendorFolder[] = "Ambervale";
 inline constexpr char kReferenceDataCredits[] =
     "Foods: USDA National Nutrient Database for Standard Reference, Release 28 (2016), U.S. Department of "
     "Agriculture, Agricultural Research Service.\n"
-    "Exercises: Ainsworth BE, Haskell WL, Herrmann SD, Meckes N, Bassett DR Jr, Tudor-Locke C, Greer JL, Vezina J, "
-    "Whitt-Glover MC, Leon AS. 2011 Compendium of Physical Activities: a second update of codes and MET values. "
+    "Exercises: Ainsworth BE, Haskell WL, Herrmann SD, Meckes N, Bassett DR Jr, Tudor-Locke C, Greer JL, "
+    "Vezina J, "
+    "Whitt-Glover MC, Leon AS. 2011 Compendium of Physical Activities: a second update of codes and MET "
+    "values. "
     "Med Sci Sports Exerc 2011;43(8):1575-1581.";
 
 // Protocol constants.

@@ -23,7 +23,8 @@ void readChildren(Node &node, const DynamicDB::Tables &tables, QSet<quint32> &se
 {
     bool failed = false;
     for (const bool categories : {true, false}) {
-        LmSqlQueryPtr query = LmSqlDb::instance()->cachedQuery(categories ? tables.subcategories : tables.items);
+        LmSqlQueryPtr query =
+            LmSqlDb::instance()->cachedQuery(categories ? tables.subcategories : tables.items);
         if (!execBound(query, {int(node.id)})) {
             failed = true;
             continue;
@@ -63,9 +64,15 @@ DynamicDB::DynamicDB(Tables tables, int user_id)
 void DynamicDB::rebuild()
 {
     Node root{0, "ROOT", FLAG_CATEGORY, {}};
-    root.children.push_back({quint32(kSharedRootId), (QStringLiteral("Shared ") + _tables.baseName).toLatin1(), FLAG_CATEGORY, {}});
+    root.children.push_back({quint32(kSharedRootId),
+                             (QStringLiteral("Shared ") + _tables.baseName).toLatin1(),
+                             FLAG_CATEGORY,
+                             {}});
     if (_userId >= 0)
-        root.children.push_back({quint32(rootIdOf(_userId)), (QStringLiteral("My ") + _tables.baseName).toLatin1(), FLAG_CATEGORY, {}});
+        root.children.push_back({quint32(rootIdOf(_userId)),
+                                 (QStringLiteral("My ") + _tables.baseName).toLatin1(),
+                                 FLAG_CATEGORY,
+                                 {}});
     QSet<quint32> seen;
     for (Node &top : root.children) {
         seen.insert(top.id);

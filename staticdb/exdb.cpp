@@ -61,14 +61,15 @@ bool ExDBStatic::exercise(int id, Exercise *exercise) const
 
 ExDBDynamic::ExDBDynamic(int user_id)
     : DynamicDB({QStringLiteral("Exercises"),
-                 QStringLiteral("SELECT category_id, description FROM custom_exercise_cats WHERE parent_id = ? ORDER "
-                                "BY UPPER(description)"),
-                 QStringLiteral("SELECT activity_id, description FROM custom_exercises WHERE category_id = ? ORDER BY "
-                                "UPPER(description)")},
+                 QStringLiteral(
+                     "SELECT category_id, description FROM custom_exercise_cats WHERE parent_id = ? ORDER "
+                     "BY UPPER(description)"),
+                 QStringLiteral(
+                     "SELECT activity_id, description FROM custom_exercises WHERE category_id = ? ORDER BY "
+                     "UPPER(description)")},
                 user_id)
 {
 }
-
 
 int ExDBDynamic::userRootId(int user_id)
 {
@@ -77,7 +78,8 @@ int ExDBDynamic::userRootId(int user_id)
     LmSqlQueryPtr count =
         run(QStringLiteral("SELECT COUNT(*) FROM custom_exercise_cats WHERE category_id = ?"), {root});
     if (!count.isNull() && count->next() && count->value(0).toInt() < 1) {
-        run(QStringLiteral("INSERT INTO custom_exercise_cats(category_id, parent_id, description) VALUES (?, ?, ?)"),
+        run(QStringLiteral(
+                "INSERT INTO custom_exercise_cats(category_id, parent_id, description) VALUES (?, ?, ?)"),
             {root, 0, user_id == -1 ? QStringLiteral("Shared Exercises") : QStringLiteral("My Exercises")});
     }
     return root;
@@ -85,8 +87,9 @@ int ExDBDynamic::userRootId(int user_id)
 
 bool ExDBDynamic::exercise(int id, Exercise *exercise) const
 {
-    LmSqlQueryPtr query =
-        run(QStringLiteral("SELECT category_id, description, scale FROM custom_exercises WHERE activity_id = ?"), {id});
+    LmSqlQueryPtr query = run(
+        QStringLiteral("SELECT category_id, description, scale FROM custom_exercises WHERE activity_id = ?"),
+        {id});
     if (query.isNull() || !query->next())
         return false;
     exercise->id = id;
@@ -97,21 +100,23 @@ bool ExDBDynamic::exercise(int id, Exercise *exercise) const
 
 int ExDBDynamic::categoryOf(int id) const
 {
-    LmSqlQueryPtr query =
-        run(QStringLiteral("SELECT category_id, description, scale FROM custom_exercises WHERE activity_id = ?"), {id});
+    LmSqlQueryPtr query = run(
+        QStringLiteral("SELECT category_id, description, scale FROM custom_exercises WHERE activity_id = ?"),
+        {id});
     return !query.isNull() && query->next() ? query->value(0).toInt() : -1;
 }
 
 int ExDBDynamic::addCategory(int parent, const QString &description, int id)
 {
     if (id < 0) {
-        LmSqlQueryPtr next = run(
-            QStringLiteral("SELECT MAX(category_id)+1 FROM custom_exercise_cats WHERE category_id+1 < ?"),
-            {kUserRootBase});
+        LmSqlQueryPtr next =
+            run(QStringLiteral("SELECT MAX(category_id)+1 FROM custom_exercise_cats WHERE category_id+1 < ?"),
+                {kUserRootBase});
         const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
         id = candidate >= kFirstCustomId + 1 ? candidate : kFirstCustomId;
     }
-    if (run(QStringLiteral("INSERT INTO custom_exercise_cats(category_id, parent_id, description) VALUES (?, ?, ?)"),
+    if (run(QStringLiteral(
+                "INSERT INTO custom_exercise_cats(category_id, parent_id, description) VALUES (?, ?, ?)"),
             {id, parent, description})
             .isNull())
         return -1;
@@ -121,9 +126,10 @@ int ExDBDynamic::addCategory(int parent, const QString &description, int id)
 
 bool ExDBDynamic::renameCategory(int id, const QString &description)
 {
-    const bool ok = !run(QStringLiteral("UPDATE custom_exercise_cats SET description = ? WHERE category_id = ?"),
-                         {description, id})
-                         .isNull();
+    const bool ok =
+        !run(QStringLiteral("UPDATE custom_exercise_cats SET description = ? WHERE category_id = ?"),
+             {description, id})
+             .isNull();
     rebuild();
     return ok;
 }
@@ -131,7 +137,8 @@ bool ExDBDynamic::renameCategory(int id, const QString &description)
 bool ExDBDynamic::moveCategory(int id, int parent)
 {
     const bool ok =
-        !run(QStringLiteral("UPDATE custom_exercise_cats SET parent_id = ? WHERE category_id = ?"), {parent, id})
+        !run(QStringLiteral("UPDATE custom_exercise_cats SET parent_id = ? WHERE category_id = ?"),
+             {parent, id})
              .isNull();
     rebuild();
     return ok;
@@ -139,9 +146,9 @@ bool ExDBDynamic::moveCategory(int id, int parent)
 
 bool ExDBDynamic::moveExercise(int id, int category)
 {
-    const bool ok =
-        !run(QStringLiteral("UPDATE custom_exercises SET category_id = ? WHERE activity_id = ?"), {category, id})
-             .isNull();
+    const bool ok = !run(QStringLiteral("UPDATE custom_exercises SET category_id = ? WHERE activity_id = ?"),
+                         {category, id})
+                         .isNull();
     rebuild();
     return ok;
 }
@@ -155,16 +162,18 @@ QString ExDBDynamic::categoryDescription(int id) const
 
 QList<QPair<int, QString>> ExDBDynamic::exercisesOf(int category) const
 {
-    return pairs(QStringLiteral("SELECT activity_id, description FROM custom_exercises WHERE category_id = ? ORDER BY "
-                                "UPPER(description)"),
-                 category);
+    return pairs(
+        QStringLiteral("SELECT activity_id, description FROM custom_exercises WHERE category_id = ? ORDER BY "
+                       "UPPER(description)"),
+        category);
 }
 
 QList<QPair<int, QString>> ExDBDynamic::subcategories(int category) const
 {
-    return pairs(QStringLiteral("SELECT category_id, description FROM custom_exercise_cats WHERE parent_id = ? ORDER "
-                                "BY UPPER(description)"),
-                 category);
+    return pairs(
+        QStringLiteral("SELECT category_id, description FROM custom_exercise_cats WHERE parent_id = ? ORDER "
+                       "BY UPPER(description)"),
+        category);
 }
 
 bool ExDBDynamic::deleteCategoryRows(int id)
@@ -204,8 +213,8 @@ int ExDBDynamic::addExercise(int category, const QString &description, float sca
     const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
     // Unlike foods, a candidate equal to the first id is taken as it is.
     const int id = candidate >= kFirstCustomId ? candidate : kFirstCustomId;
-    if (run(QStringLiteral(
-                "INSERT INTO custom_exercises(activity_id, category_id, description, scale) VALUES (?, ?, ?, ?)"),
+    if (run(QStringLiteral("INSERT INTO custom_exercises(activity_id, category_id, description, scale) "
+                           "VALUES (?, ?, ?, ?)"),
             {id, category, description, double(scale)})
             .isNull())
         return -1;
@@ -215,9 +224,10 @@ int ExDBDynamic::addExercise(int category, const QString &description, float sca
 
 bool ExDBDynamic::updateExercise(int id, const QString &description, float scale)
 {
-    const bool ok = !run(QStringLiteral("UPDATE custom_exercises SET description = ?, scale = ? WHERE activity_id = ?"),
-                         {description, double(scale), id})
-                         .isNull();
+    const bool ok =
+        !run(QStringLiteral("UPDATE custom_exercises SET description = ?, scale = ? WHERE activity_id = ?"),
+             {description, double(scale), id})
+             .isNull();
     rebuild();
     return ok;
 }

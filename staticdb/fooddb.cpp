@@ -16,8 +16,9 @@ namespace {
 // Nutrient positions of the payload's value record, by FoodValue.
 constexpr int kPositions[FV_COUNT] = {0, 3, 2, 1, 4, 22, 27, 9, 29, 7};
 // FoodValue of each model nutrient type.
-constexpr int kValueOfNutrient[kNutrientCount] = {FV_CALORIES, FV_CARB,        FV_FAT,    FV_PROTEIN, FV_FIBER,
-                                                  FV_SATURATED_FAT, FV_CHOLESTEROL, FV_SODIUM, FV_SUGAR, FV_CALCIUM};
+constexpr int kValueOfNutrient[kNutrientCount] = {FV_CALORIES, FV_CARB,          FV_FAT,         FV_PROTEIN,
+                                                  FV_FIBER,    FV_SATURATED_FAT, FV_CHOLESTEROL, FV_SODIUM,
+                                                  FV_SUGAR,    FV_CALCIUM};
 
 // Reads forward through a payload and never past its end.
 class Reader
@@ -221,19 +222,22 @@ QString FoodDBStatic::secondText(int id) const
 // --- custom foods ---
 
 FoodDBDynamic::FoodDBDynamic(int user_id)
-    : DynamicDB({QStringLiteral("Foods"),
-                 QStringLiteral("SELECT category_id, name FROM custom_food_cats WHERE parent_id = ? ORDER BY UPPER(name)"),
-                 QStringLiteral("SELECT food_id, name FROM custom_foods WHERE category_id = ? ORDER BY UPPER(name)")},
-                user_id)
+    : DynamicDB(
+          {QStringLiteral("Foods"),
+           QStringLiteral(
+               "SELECT category_id, name FROM custom_food_cats WHERE parent_id = ? ORDER BY UPPER(name)"),
+           QStringLiteral(
+               "SELECT food_id, name FROM custom_foods WHERE category_id = ? ORDER BY UPPER(name)")},
+          user_id)
 {
 }
-
 
 int FoodDBDynamic::userRootId(int user_id)
 {
     LM_ASSERT(user_id >= -1 && user_id < 4096);
     const int root = rootIdOf(user_id);
-    LmSqlQueryPtr count = run(QStringLiteral("SELECT COUNT(*) FROM custom_food_cats WHERE category_id = ?"), {root});
+    LmSqlQueryPtr count =
+        run(QStringLiteral("SELECT COUNT(*) FROM custom_food_cats WHERE category_id = ?"), {root});
     if (!count.isNull() && count->next() && count->value(0).toInt() < 1) {
         run(QStringLiteral("INSERT INTO custom_food_cats(category_id, parent_id, name) VALUES (?, ?, ?)"),
             {root, 0, user_id == -1 ? QStringLiteral("Shared Foods") : QStringLiteral("My Foods")});
@@ -261,9 +265,10 @@ QString FoodDBDynamic::servingName(int id) const
 
 bool FoodDBDynamic::food(int id, Food *food) const
 {
-    LmSqlQueryPtr query = run(QStringLiteral("SELECT calories, fat, protein, carb, fiber, saturated_fat, cholesterol, "
-                                             "sodium, sugar, calcium FROM custom_foods WHERE food_id = ?"),
-                              {id});
+    LmSqlQueryPtr query =
+        run(QStringLiteral("SELECT calories, fat, protein, carb, fiber, saturated_fat, cholesterol, "
+                           "sodium, sugar, calcium FROM custom_foods WHERE food_id = ?"),
+            {id});
     if (query.isNull() || !query->next())
         return false;
     const int columns[FV_COUNT] = {FV_CALORIES,      FV_FAT,         FV_PROTEIN, FV_CARB,  FV_FIBER,
@@ -289,8 +294,9 @@ QList<FoodServing> FoodDBDynamic::servings(int id) const
 int FoodDBDynamic::addCategory(int parent, const QString &name, int id)
 {
     if (id < 0) {
-        LmSqlQueryPtr next = run(
-            QStringLiteral("SELECT MAX(category_id)+1 FROM custom_food_cats WHERE category_id+1 < ?"), {kUserRootBase});
+        LmSqlQueryPtr next =
+            run(QStringLiteral("SELECT MAX(category_id)+1 FROM custom_food_cats WHERE category_id+1 < ?"),
+                {kUserRootBase});
         const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
         id = candidate >= kFirstCustomId + 1 ? candidate : kFirstCustomId;
     }
@@ -304,7 +310,9 @@ int FoodDBDynamic::addCategory(int parent, const QString &name, int id)
 
 bool FoodDBDynamic::renameCategory(int id, const QString &name)
 {
-    const bool ok = !run(QStringLiteral("UPDATE custom_food_cats SET name = ? WHERE category_id = ?"), {name, id}).isNull();
+    const bool ok =
+        !run(QStringLiteral("UPDATE custom_food_cats SET name = ? WHERE category_id = ?"), {name, id})
+             .isNull();
     rebuild();
     return ok;
 }
@@ -312,7 +320,8 @@ bool FoodDBDynamic::renameCategory(int id, const QString &name)
 bool FoodDBDynamic::moveCategory(int id, int parent)
 {
     const bool ok =
-        !run(QStringLiteral("UPDATE custom_food_cats SET parent_id = ? WHERE category_id = ?"), {parent, id}).isNull();
+        !run(QStringLiteral("UPDATE custom_food_cats SET parent_id = ? WHERE category_id = ?"), {parent, id})
+             .isNull();
     rebuild();
     return ok;
 }
@@ -320,22 +329,25 @@ bool FoodDBDynamic::moveCategory(int id, int parent)
 bool FoodDBDynamic::moveFood(int id, int category)
 {
     const bool ok =
-        !run(QStringLiteral("UPDATE custom_foods SET category_id = ? WHERE food_id = ?"), {category, id}).isNull();
+        !run(QStringLiteral("UPDATE custom_foods SET category_id = ? WHERE food_id = ?"), {category, id})
+             .isNull();
     rebuild();
     return ok;
 }
 
 QString FoodDBDynamic::categoryName(int id) const
 {
-    LmSqlQueryPtr query = run(QStringLiteral("SELECT name FROM custom_food_cats WHERE category_id = ?"), {id});
+    LmSqlQueryPtr query =
+        run(QStringLiteral("SELECT name FROM custom_food_cats WHERE category_id = ?"), {id});
     return !query.isNull() && query->next() ? query->value(0).toString() : QString();
 }
 
 QList<QPair<int, QString>> FoodDBDynamic::foodsOf(int category) const
 {
     QList<QPair<int, QString>> rows;
-    LmSqlQueryPtr query =
-        run(QStringLiteral("SELECT food_id, name FROM custom_foods WHERE category_id = ? ORDER BY UPPER(name)"), {category});
+    LmSqlQueryPtr query = run(
+        QStringLiteral("SELECT food_id, name FROM custom_foods WHERE category_id = ? ORDER BY UPPER(name)"),
+        {category});
     while (!query.isNull() && query->next())
         rows.append({query->value(0).toInt(), query->value(1).toString()});
     return rows;
@@ -344,9 +356,10 @@ QList<QPair<int, QString>> FoodDBDynamic::foodsOf(int category) const
 QList<QPair<int, QString>> FoodDBDynamic::subcategories(int category) const
 {
     QList<QPair<int, QString>> rows;
-    LmSqlQueryPtr query = run(
-        QStringLiteral("SELECT category_id, name FROM custom_food_cats WHERE parent_id = ? ORDER BY UPPER(name)"),
-        {category});
+    LmSqlQueryPtr query =
+        run(QStringLiteral(
+                "SELECT category_id, name FROM custom_food_cats WHERE parent_id = ? ORDER BY UPPER(name)"),
+            {category});
     while (!query.isNull() && query->next())
         rows.append({query->value(0).toInt(), query->value(1).toString()});
     return rows;
@@ -383,20 +396,21 @@ bool FoodDBDynamic::deleteFood(int id)
     return ok;
 }
 
-int FoodDBDynamic::addFood(const QString &name, const QString &servingName, const std::array<float, FV_COUNT> &values,
-                           int category)
+int FoodDBDynamic::addFood(const QString &name, const QString &servingName,
+                           const std::array<float, FV_COUNT> &values, int category)
 {
     LmSqlQueryPtr next = run(QStringLiteral("SELECT MAX(food_id)+1 FROM custom_foods"), {});
     const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
     const int id = candidate > kFirstCustomId ? candidate : kFirstCustomId;
     QVariantList bound = {name, servingName};
-    for (int v : {FV_CALORIES, FV_FAT, FV_PROTEIN, FV_CARB, FV_FIBER, FV_SATURATED_FAT, FV_CHOLESTEROL, FV_SODIUM,
-                  FV_SUGAR, FV_CALCIUM})
+    for (int v : {FV_CALORIES, FV_FAT, FV_PROTEIN, FV_CARB, FV_FIBER, FV_SATURATED_FAT, FV_CHOLESTEROL,
+                  FV_SODIUM, FV_SUGAR, FV_CALCIUM})
         bound.append(valueOrNull(values[size_t(v)]));
     bound << category << id;
-    if (run(QStringLiteral("INSERT INTO custom_foods(name, serv_name, calories, fat, protein, carb, fiber, "
-                           "saturated_fat, cholesterol, sodium, sugar, calcium, category_id, food_id) VALUES (?, ?, ?, "
-                           "?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"),
+    if (run(QStringLiteral(
+                "INSERT INTO custom_foods(name, serv_name, calories, fat, protein, carb, fiber, "
+                "saturated_fat, cholesterol, sodium, sugar, calcium, category_id, food_id) VALUES (?, ?, ?, "
+                "?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"),
             bound)
             .isNull())
         return -1;
@@ -408,15 +422,16 @@ bool FoodDBDynamic::updateFood(int id, const QString &name, const QString &servi
                                const std::array<float, FV_COUNT> &values)
 {
     QVariantList bound = {name, servingName};
-    for (int v : {FV_CALORIES, FV_FAT, FV_PROTEIN, FV_CARB, FV_FIBER, FV_SATURATED_FAT, FV_CHOLESTEROL, FV_SODIUM,
-                  FV_SUGAR, FV_CALCIUM})
+    for (int v : {FV_CALORIES, FV_FAT, FV_PROTEIN, FV_CARB, FV_FIBER, FV_SATURATED_FAT, FV_CHOLESTEROL,
+                  FV_SODIUM, FV_SUGAR, FV_CALCIUM})
         bound.append(valueOrNull(values[size_t(v)]));
     bound << id;
-    const bool ok = !run(QStringLiteral("UPDATE custom_foods SET name = ?, serv_name = ?, calories = ?, fat = ?, "
-                                        "protein = ?, carb = ?, fiber = ?, saturated_fat = ?, cholesterol = ?, "
-                                        "sodium = ?, sugar = ?, calcium = ? WHERE food_id = ?"),
-                         bound)
-                         .isNull();
+    const bool ok =
+        !run(QStringLiteral("UPDATE custom_foods SET name = ?, serv_name = ?, calories = ?, fat = ?, "
+                            "protein = ?, carb = ?, fiber = ?, saturated_fat = ?, cholesterol = ?, "
+                            "sodium = ?, sugar = ?, calcium = ? WHERE food_id = ?"),
+             bound)
+             .isNull();
     rebuild();
     return ok;
 }
@@ -488,8 +503,8 @@ QList<int> Favorites::list(int user_id, int type)
     if (cache.user_id == user_id && cache.type == type)
         return cache.items;
     QList<int> items;
-    LmSqlQueryPtr query =
-        run(QStringLiteral("SELECT item_id FROM favorites where user_id = ? AND item_type = ?"), {user_id, type});
+    LmSqlQueryPtr query = run(
+        QStringLiteral("SELECT item_id FROM favorites where user_id = ? AND item_type = ?"), {user_id, type});
     if (query.isNull())
         return items;
     while (query->next())

@@ -191,8 +191,7 @@ bool IndexedDB::index(const uchar *base, qint64 size, quint32 chunkId, bool *mis
     }
     // Names lie in record order: a length is the distance to the next name less its terminator.
     for (quint32 i = 0; i + 1 < count; ++i) {
-        if (entries[i + 1].nameOffset <= entries[i].nameOffset
-            || base[entries[i + 1].nameOffset - 1] != '\0')
+        if (entries[i + 1].nameOffset <= entries[i].nameOffset || base[entries[i + 1].nameOffset - 1] != '\0')
             return false;
     }
     _size = quint64(size);
@@ -248,8 +247,8 @@ BrowsableDBIterator *IndexedDB::children(quint32 categoryId, quint8 on, quint8 o
     const IndexEntry *category = lookup(categoryId, true);
     if (!category)
         return nullptr;
-    return new BrowsableDBIterator(&_entries[category->value], &_flags[category->value], int(category->childCount()),
-                                   on, off);
+    return new BrowsableDBIterator(&_entries[category->value], &_flags[category->value],
+                                   int(category->childCount()), on, off);
 }
 
 BrowsableDBIterator *IndexedDB::all(quint8 on, quint8 off) const
@@ -311,7 +310,8 @@ bool IndexedDB::walk(quint32 first, quint32 count, quint32 inherited, quint32 in
             continue;
         }
         flag &= quint8(~(FLAG_SHOWN | FLAG_EXPANDED));
-        if (category && walk(_entries[i].value, _entries[i].childCount(), mask, inclusion, required, matchers)) {
+        if (category &&
+            walk(_entries[i].value, _entries[i].childCount(), mask, inclusion, required, matchers)) {
             flag |= FLAG_SHOWN | FLAG_EXPANDED;
             hit = true;
         }
@@ -388,10 +388,11 @@ StaticDB::StaticDB(quint32 chunkId, bool *failed)
         } else {
             _created = QString::fromLatin1(reinterpret_cast<const char *>(base + 36), 10);
             if (!index(base, size, chunkId, &missingChunk)) {
-                _error = missingChunk ? QStringLiteral("Static food/exercise database is corrupt (missing chunk). "
-                                                       "Please reinstall the software.")
-                                      : QStringLiteral("Static food/exercise database is corrupt (bad header). "
-                                                       "Please reinstall the software.");
+                _error = missingChunk
+                             ? QStringLiteral("Static food/exercise database is corrupt (missing chunk). "
+                                              "Please reinstall the software.")
+                             : QStringLiteral("Static food/exercise database is corrupt (bad header). "
+                                              "Please reinstall the software.");
             } else if (!lookup(rootId(), true)) {
                 _error = QStringLiteral(
                     "Static food/exercise database is corrupt (bad header). Please reinstall the software.");

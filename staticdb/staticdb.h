@@ -71,7 +71,10 @@ public:
     virtual bool hasChildren(quint32 categoryId, quint8 on, quint8 off) const = 0;
 
     // Shown records that are not categories.
-    BrowsableDBIterator *items(quint32 categoryId) const { return children(categoryId, FLAG_SHOWN, FLAG_CATEGORY); }
+    BrowsableDBIterator *items(quint32 categoryId) const
+    {
+        return children(categoryId, FLAG_SHOWN, FLAG_CATEGORY);
+    }
 };
 
 class IndexedDB : public BrowsableDB

@@ -159,7 +159,8 @@ QByteArray StaticDbWriter::encodeValues(const std::vector<std::optional<float>> 
 
 QByteArray StaticDbWriter::foodPayload(quint32 numeric, const QByteArray &secondText,
                                        const std::vector<std::optional<float>> &nutrients, char measureKind,
-                                       std::optional<float> referenceQuantity, const QList<StaticFoodServing> &servings)
+                                       std::optional<float> referenceQuantity,
+                                       const QList<StaticFoodServing> &servings)
 {
     LM_ASSERT(servings.size() < 16);
     QByteArray out;

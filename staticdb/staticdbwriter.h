@@ -18,11 +18,11 @@
 struct StaticDbNode
 {
     bool category = false;
-    quint32 id = 0;       // 24 bits
-    QByteArray name;      // Latin-1, no zero byte
-    quint8 flags = 0;     // 0x40 (name not searched) and the filter bits 0x3C
+    quint32 id = 0;        // 24 bits
+    QByteArray name;       // Latin-1, no zero byte
+    quint8 flags = 0;      // 0x40 (name not searched) and the filter bits 0x3C
     quint32 leafValue = 0; // leaves: kept in the index with the record
-    QByteArray payload;   // leaves
+    QByteArray payload;    // leaves
     std::vector<StaticDbNode> children;
 };
 
@@ -62,7 +62,8 @@ public:
     static QByteArray encodeValues(const std::vector<std::optional<float>> &positions);
     static QByteArray foodPayload(quint32 numeric, const QByteArray &secondText,
                                   const std::vector<std::optional<float>> &nutrients, char measureKind,
-                                  std::optional<float> referenceQuantity, const QList<StaticFoodServing> &servings);
+                                  std::optional<float> referenceQuantity,
+                                  const QList<StaticFoodServing> &servings);
     static QByteArray exercisePayload(std::optional<float> burnRate);
 
 private:

@@ -2,9 +2,9 @@
 
 #include "testsupport.h"
 
+#include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QDir>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSqlDatabase>
@@ -68,25 +68,27 @@ void TestCli::exitStatuses_data()
     QTest::newRow("no command") << QStringList{} << 2 << none
                                 << QStringLiteral("tarnwell-cli: no command given (see --help)\n");
     QTest::newRow("unknown command") << QStringList{QStringLiteral("frobnicate")} << 2 << none
-                                     << QStringLiteral("tarnwell-cli: unknown command 'frobnicate' (see --help)\n");
-    QTest::newRow("unknown global option") << QStringList{QStringLiteral("--colour"), QStringLiteral("day")} << 2
-                                           << none
-                                           << QStringLiteral("tarnwell-cli: unknown option --colour (see --help)\n");
+                                     << QStringLiteral(
+                                            "tarnwell-cli: unknown command 'frobnicate' (see --help)\n");
+    QTest::newRow("unknown global option")
+        << QStringList{QStringLiteral("--colour"), QStringLiteral("day")} << 2 << none
+        << QStringLiteral("tarnwell-cli: unknown option --colour (see --help)\n");
     QTest::newRow("not available yet") << QStringList{QStringLiteral("publish")} << 2 << none
                                        << QStringLiteral("tarnwell-cli: publish: not available yet\n");
     QTest::newRow("missing option value") << QStringList{QStringLiteral("--profile")} << 2 << none
                                           << QStringLiteral("tarnwell-cli: option --profile needs a value\n");
-    QTest::newRow("brand-dump without file") << QStringList{QStringLiteral("brand-dump")} << 2 << none
-                                             << QStringLiteral("tarnwell-cli: usage: tarnwell-cli brand-dump FILE\n");
+    QTest::newRow("brand-dump without file")
+        << QStringList{QStringLiteral("brand-dump")} << 2 << none
+        << QStringLiteral("tarnwell-cli: usage: tarnwell-cli brand-dump FILE\n");
     QTest::newRow("brand-dump unknown option")
-        << QStringList{QStringLiteral("brand-dump"), QStringLiteral("--all"), QStringLiteral("x")} << 2 << none
-        << QStringLiteral("tarnwell-cli: unknown option --all\n");
+        << QStringList{QStringLiteral("brand-dump"), QStringLiteral("--all"), QStringLiteral("x")} << 2
+        << none << QStringLiteral("tarnwell-cli: unknown option --all\n");
     QTest::newRow("brand-dump missing file")
         << QStringList{QStringLiteral("brand-dump"), QStringLiteral("/nonexistent/brand.dat")} << 1 << none
         << QStringLiteral("tarnwell-cli: Cannot find /nonexistent/brand.dat\n");
     QTest::newRow("missing resource folder")
-        << QStringList{QStringLiteral("--resourcedir"), QStringLiteral("/nonexistent"), QStringLiteral("brand-dump"),
-                       QStringLiteral("x")}
+        << QStringList{QStringLiteral("--resourcedir"), QStringLiteral("/nonexistent"),
+                       QStringLiteral("brand-dump"), QStringLiteral("x")}
         << 2 << none << QStringLiteral("tarnwell-cli: resource folder /nonexistent does not exist\n");
 }
 
@@ -108,13 +110,14 @@ void TestCli::helpListsEveryCommand()
     const Result result = run({QStringLiteral("--help")});
     QCOMPARE(result.status, 0);
     const QStringList commands = {
-        QStringLiteral("brand-dump"), QStringLiteral("profiles"), QStringLiteral("profile-add"),
-        QStringLiteral("checkin"),    QStringLiteral("water"),    QStringLiteral("search"),
-        QStringLiteral("log-food"),   QStringLiteral("day"),      QStringLiteral("export"),
+        QStringLiteral("brand-dump"), QStringLiteral("profiles"),  QStringLiteral("profile-add"),
+        QStringLiteral("checkin"),    QStringLiteral("water"),     QStringLiteral("search"),
+        QStringLiteral("log-food"),   QStringLiteral("day"),       QStringLiteral("export"),
         QStringLiteral("publish"),    QStringLiteral("update-db"), QStringLiteral("backup"),
     };
     for (const QString &command : commands)
-        QVERIFY2(result.out.contains(QRegularExpression(QStringLiteral("\n  ") + command + QStringLiteral("[ \n]"))),
+        QVERIFY2(result.out.contains(
+                     QRegularExpression(QStringLiteral("\n  ") + command + QStringLiteral("[ \n]"))),
                  qPrintable(command));
 }
 
@@ -153,14 +156,19 @@ void TestCli::brandDumpListsDefaultBrand()
 
 void TestCli::brandDumpJson()
 {
-    const Result result =
-        run({QStringLiteral("--json"), QStringLiteral("brand-dump"), binDir() + QStringLiteral("/brand.dat")});
+    const Result result = run(
+        {QStringLiteral("--json"), QStringLiteral("brand-dump"), binDir() + QStringLiteral("/brand.dat")});
     QCOMPARE(result.status, 0);
     QJsonParseError error;
     const QJsonObject document = QJsonDocument::fromJson(result.out.toUtf8(), &error).object();
     QCOMPARE(error.error, QJsonParseError::NoError);
-    QCOMPARE(document.value(QLatin1String("bool")).toObject().value(QLatin1String("feature.family")).toBool(), true);
-    QCOMPARE(document.value(QLatin1String("int")).toObject().value(QLatin1String("default_energy_units")).toInt(-1), 1);
+    QCOMPARE(document.value(QLatin1String("bool")).toObject().value(QLatin1String("feature.family")).toBool(),
+             true);
+    QCOMPARE(document.value(QLatin1String("int"))
+                 .toObject()
+                 .value(QLatin1String("default_energy_units"))
+                 .toInt(-1),
+             1);
     QCOMPARE(document.value(QLatin1String("string")).toObject().value(QLatin1String("brand_id")).toString(),
              QStringLiteral("Tarnwell"));
 }
@@ -196,21 +204,25 @@ void TestCli::profilesAndDailyRecords()
                             QStringLiteral("--weight"), QStringLiteral("61.5")});
     QCOMPARE(ann.err, QString());
     QCOMPARE(ann.out, QStringLiteral("1\n"));
-    const Result bob = run({QStringLiteral("profile-add"), QStringLiteral("--name=Bob"), QStringLiteral("--sex=male"),
-                            QStringLiteral("--born=1983-01-20"), QStringLiteral("--height=70"),
-                            QStringLiteral("--units=imperial"), QStringLiteral("--weight=180")});
+    const Result bob =
+        run({QStringLiteral("profile-add"), QStringLiteral("--name=Bob"), QStringLiteral("--sex=male"),
+             QStringLiteral("--born=1983-01-20"), QStringLiteral("--height=70"),
+             QStringLiteral("--units=imperial"), QStringLiteral("--weight=180")});
     QCOMPARE(bob.out, QStringLiteral("2\n"));
     QCOMPARE(run({QStringLiteral("profiles")}).out, QStringLiteral("1\tAnn\n2\tBob\n"));
 
     const QStringList commands[] = {
-        {QStringLiteral("--profile"), QStringLiteral("Bob"), QStringLiteral("checkin"), QStringLiteral("2026-03-10"),
-         QStringLiteral("--waist"), QStringLiteral("34"), QStringLiteral("--note"), QStringLiteral("felt good")},
+        {QStringLiteral("--profile"), QStringLiteral("Bob"), QStringLiteral("checkin"),
+         QStringLiteral("2026-03-10"), QStringLiteral("--waist"), QStringLiteral("34"),
+         QStringLiteral("--note"), QStringLiteral("felt good")},
         {QStringLiteral("water"), QStringLiteral("2026-03-10"), QStringLiteral("6")},
-        {QStringLiteral("target"), QStringLiteral("2026-03-01"), QStringLiteral("--calories"), QStringLiteral("1900"),
-         QStringLiteral("--fat"), QStringLiteral("60")},
-        {QStringLiteral("--profile"), QStringLiteral("2"), QStringLiteral("profile-set"), QStringLiteral("--energy"),
-         QStringLiteral("kilojoules"), QStringLiteral("--web-user"), QStringLiteral("bob")},
-        {QStringLiteral("checkin"), QStringLiteral("2026-03-11"), QStringLiteral("--weight"), QStringLiteral("61")},
+        {QStringLiteral("target"), QStringLiteral("2026-03-01"), QStringLiteral("--calories"),
+         QStringLiteral("1900"), QStringLiteral("--fat"), QStringLiteral("60")},
+        {QStringLiteral("--profile"), QStringLiteral("2"), QStringLiteral("profile-set"),
+         QStringLiteral("--energy"), QStringLiteral("kilojoules"), QStringLiteral("--web-user"),
+         QStringLiteral("bob")},
+        {QStringLiteral("checkin"), QStringLiteral("2026-03-11"), QStringLiteral("--weight"),
+         QStringLiteral("61")},
         {QStringLiteral("checkin-remove"), QStringLiteral("2026-03-11")},
     };
     for (const QStringList &command : commands) {
@@ -229,11 +241,14 @@ void TestCli::profilesAndDailyRecords()
         return values;
     };
     // Bob's 34 in is stored in centimetres; Ann's check-in of the 11th is gone.
-    QCOMPARE(rows(QStringLiteral("SELECT user_id || ' ' || waist || ' ' || note FROM user_checkins WHERE date = '20260310'")),
+    QCOMPARE(rows(QStringLiteral(
+                 "SELECT user_id || ' ' || waist || ' ' || note FROM user_checkins WHERE date = '20260310'")),
              QStringList{QStringLiteral("2 86.36 felt good")});
     QVERIFY(rows(QStringLiteral("SELECT date FROM user_checkins WHERE date = '20260311'")).isEmpty());
-    QCOMPARE(rows(QStringLiteral("SELECT cups FROM water_diary WHERE user_id = 1")), QStringList{QStringLiteral("6")});
-    QCOMPARE(rows(QStringLiteral("SELECT target_calories || ' ' || target_fat FROM user_target WHERE date = '20260301'")),
+    QCOMPARE(rows(QStringLiteral("SELECT cups FROM water_diary WHERE user_id = 1")),
+             QStringList{QStringLiteral("6")});
+    QCOMPARE(rows(QStringLiteral(
+                 "SELECT target_calories || ' ' || target_fat FROM user_target WHERE date = '20260301'")),
              QStringList{QStringLiteral("1900 60")});
     QCOMPARE(rows(QStringLiteral("SELECT energy_units || web_username FROM user_users WHERE user_id = 2")),
              QStringList{QStringLiteral("0bob")});
@@ -241,9 +256,11 @@ void TestCli::profilesAndDailyRecords()
     // A day as the desktop shows it: deleted entries hidden, totals net of exercise, the ticks.
     QSqlQuery insert(db);
     QVERIFY(insert.exec(QStringLiteral(
-        "INSERT INTO food_diary (user_id, date, meal, status, ref_id, food_name, serving_id, serv_name, size, "
+        "INSERT INTO food_diary (user_id, date, meal, status, ref_id, food_name, serving_id, serv_name, "
+        "size, "
         "calories, fat) VALUES (1, '20260310', 1, 1, 9003, 'Apples, raw', 2, '1 medium', 1, 95, 0.3), "
-        "(1, '20260310', 3, 1, 7, 'Soup', 1, '1 bowl', 2, 1700, 20), (1, '20260310', 2, 2, 7, 'Gone', 1, 'x', 1, 500, 1)")));
+        "(1, '20260310', 3, 1, 7, 'Soup', 1, '1 bowl', 2, 1700, 20), (1, '20260310', 2, 2, 7, 'Gone', 1, "
+        "'x', 1, 500, 1)")));
     QVERIFY(insert.exec(QStringLiteral("INSERT INTO exer_diary (user_id, date, duration, rate, name, status) "
                                        "VALUES (1, '20260310', 30, 5, 'Walking', 1)")));
     db.close();
@@ -259,14 +276,16 @@ void TestCli::profilesAndDailyRecords()
     QVERIFY(!day.out.contains(QLatin1String("Gone")));
     QVERIFY(lines.contains(QStringLiteral("Net\t1645 cals")));
     QVERIFY(lines.contains(QStringLiteral("Water\t6 glasses")));
-    QVERIFY2(lines.contains(QStringLiteral("Green ticks\tCongratulations! You've earnt a green tick for doing at least "
-                                          "30 minutes of exercise.\\n\\nIf you eat between 155 and 355 more calories "
-                                          "today, you'll be close  enough to your target to earn a green tick for "
-                                          "calories.")),
+    QVERIFY2(lines.contains(
+                 QStringLiteral("Green ticks\tCongratulations! You've earnt a green tick for doing at least "
+                                "30 minutes of exercise.\\n\\nIf you eat between 155 and 355 more calories "
+                                "today, you'll be close  enough to your target to earn a green tick for "
+                                "calories.")),
              qPrintable(day.out));
 
     QVERIFY(run({QStringLiteral("summary"), QStringLiteral("2026-03-10")})
-                .out.contains(QLatin1String("You've recorded <b>1645 cals</b> on this day (subtracting <b>150 cals</b>")));
+                .out.contains(QLatin1String(
+                    "You've recorded <b>1645 cals</b> on this day (subtracting <b>150 cals</b>")));
 
     // The whole diary, from its first to its last day with an item.
     const QString csv = _home.path() + QStringLiteral("/diary.csv");
@@ -276,7 +295,9 @@ void TestCli::profilesAndDailyRecords()
     QVERIFY(file.open(QIODevice::ReadOnly));
     const QList<QByteArray> csvLines = file.readAll().split('\n');
     QCOMPARE(csvLines.size(), 5); // header, two foods, the exercise, the final line feed
-    QCOMPARE(csvLines.at(3), QByteArray("\"2026-03-10\",\"\",\"Exercise\",\"\",\"Walking\",\"30.00\",\"minutes\",\"-150.00\","));
+    QCOMPARE(
+        csvLines.at(3),
+        QByteArray("\"2026-03-10\",\"\",\"Exercise\",\"\",\"Walking\",\"30.00\",\"minutes\",\"-150.00\","));
     QCOMPARE(run({QStringLiteral("export"), QStringLiteral("--file"), csv, QStringLiteral("--from"),
                   QStringLiteral("2026-04-01"), QStringLiteral("--to"), QStringLiteral("2026-04-02"),
                   QStringLiteral("--skip-empty")})
@@ -299,39 +320,45 @@ void TestCli::foodsExercisesAndMeals()
     QVERIFY2(apples.contains(QStringLiteral("9003\tApples, raw, with skin")), qPrintable(apples.join(u'|')));
     QVERIFY(apples.contains(QStringLiteral("9004\tApples, raw, without skin")));
     QCOMPARE(apples.removeDuplicates(), 0);
-    QVERIFY(!ok({QStringLiteral("search"), QStringLiteral("--"), QStringLiteral("apple"), QStringLiteral("raw"),
-                 QStringLiteral("-skin")})
+    QVERIFY(!ok({QStringLiteral("search"), QStringLiteral("--"), QStringLiteral("apple"),
+                 QStringLiteral("raw"), QStringLiteral("-skin")})
                  .contains(QLatin1String("skin")));
     QCOMPARE(ok(args("search --limit 1 --exercises running")).count(QLatin1Char('\n')), 0);
     const QString cheddar = ok(args("food 1009"));
-    QVERIFY2(cheddar.startsWith(QStringLiteral("1009\tCheese, cheddar\nSource\tUSDA SR28 01009\n")), qPrintable(cheddar));
+    QVERIFY2(cheddar.startsWith(QStringLiteral("1009\tCheese, cheddar\nSource\tUSDA SR28 01009\n")),
+             qPrintable(cheddar));
     QVERIFY(cheddar.contains(QStringLiteral("\n  -2\toz\t28.35 g\t115 cals\t")));
 
     // Two medium apples at lunch: 182 g each of 52 cals per 100 g.
     const QString entry = ok(args("log-food 2026-03-12 lunch 9003 --serving 4 --qty 2"));
     QVERIFY(!entry.isEmpty());
     QVERIFY(ok(args("day 2026-03-12"))
-                .contains(entry + QStringLiteral("\tApples, raw, with skin\t2 x 1 medium (3\" dia)\t189 cals\t")));
+                .contains(entry +
+                          QStringLiteral("\tApples, raw, with skin\t2 x 1 medium (3\" dia)\t189 cals\t")));
 
     // Custom items join the same id space; the burn rate follows the weight in force
     // (7 MET x 0.0175 x 60 kg x 30 min = 220.5).
-    QCOMPARE(ok(args("food-add --name Flapjack --serving bar --calories 250 --fat 12")), QStringLiteral("16777216"));
+    QCOMPARE(ok(args("food-add --name Flapjack --serving bar --calories 250 --fat 12")),
+             QStringLiteral("16777216"));
     QCOMPARE(ok(args("exercise-add --name Rowing --met 7 --shared")), QStringLiteral("16777216"));
     QCOMPARE(ok(args("search flapjack")), QStringLiteral("16777216\tFlapjack"));
     QVERIFY(ok(args("search --exercises rowing")).endsWith(QStringLiteral("\n16777216\tRowing")));
-    QCOMPARE(run(args("log-exercise 2026-03-12 16777216 30")).err,
-             QStringLiteral("tarnwell-cli: no weight recorded on or before 2026-03-12; record one with checkin first\n"));
+    QCOMPARE(
+        run(args("log-exercise 2026-03-12 16777216 30")).err,
+        QStringLiteral(
+            "tarnwell-cli: no weight recorded on or before 2026-03-12; record one with checkin first\n"));
     ok(args("checkin 2026-03-01 --weight 60"));
     const QString rowing = ok(args("log-exercise 2026-03-12 16777216 30"));
-    ok({QStringLiteral("log-food"), QStringLiteral("2026-03-12"), QStringLiteral("snack2"), QStringLiteral("16777216"),
-        QStringLiteral("--qty"), QStringLiteral("1.5")});
+    ok({QStringLiteral("log-food"), QStringLiteral("2026-03-12"), QStringLiteral("snack2"),
+        QStringLiteral("16777216"), QStringLiteral("--qty"), QStringLiteral("1.5")});
     const QString day = ok(args("day 2026-03-12"));
     QVERIFY2(day.contains(rowing + QStringLiteral("\tRowing\t30 min\t221 cals")), qPrintable(day));
     QVERIFY(day.contains(QStringLiteral("\tFlapjack\t1.5 x bar\t375 cals\t-\t18.0 g\t")));
 
     ok(args("favorite add food 9003"));
     ok(args("favorite add food 16777216"));
-    QCOMPARE(ok(args("favorite list food")), QStringLiteral("9003\tApples, raw, with skin\n16777216\tFlapjack"));
+    QCOMPARE(ok(args("favorite list food")),
+             QStringLiteral("9003\tApples, raw, with skin\n16777216\tFlapjack"));
     ok(args("food-remove 16777216")); // and with it its favourite
     QCOMPARE(ok(args("favorite list food")), QStringLiteral("9003\tApples, raw, with skin"));
 
@@ -339,7 +366,8 @@ void TestCli::foodsExercisesAndMeals()
     QVERIFY(!ok(args("meal-save Appley 2026-03-12 lunch")).isEmpty());
     QVERIFY(ok(args("meal-list")).endsWith(QStringLiteral("\tAppley\t1 foods")));
     const QString added = ok(args("meal-add Appley 2026-03-13 dinner"));
-    QVERIFY(ok(args("day 2026-03-13")).contains(added + QStringLiteral("\tApples, raw, with skin\t2 x 1 medium")));
+    QVERIFY(ok(args("day 2026-03-13"))
+                .contains(added + QStringLiteral("\tApples, raw, with skin\t2 x 1 medium")));
     ok(args("meal-remove Appley"));
     QCOMPARE(ok(args("meal-list")), QString());
     ok({QStringLiteral("remove"), QStringLiteral("food"), added});
@@ -350,59 +378,66 @@ void TestCli::invalidInputChangesNothing_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("err");
-    QTest::newRow("bad date") << QStringList{QStringLiteral("water"), QStringLiteral("2026-02-30"), QStringLiteral("3")}
-                              << QStringLiteral("DATE: '2026-02-30' is not a date (YYYY-MM-DD, today or yesterday)");
+    QTest::newRow("bad date") << QStringList{QStringLiteral("water"), QStringLiteral("2026-02-30"),
+                                             QStringLiteral("3")}
+                              << QStringLiteral(
+                                     "DATE: '2026-02-30' is not a date (YYYY-MM-DD, today or yesterday)");
     QTest::newRow("cups out of range")
         << QStringList{QStringLiteral("water"), QStringLiteral("today"), QStringLiteral("-1")}
         << QStringLiteral("CUPS: -1 is out of range (0 to 100)");
-    QTest::newRow("not a number")
-        << QStringList{QStringLiteral("target"), QStringLiteral("today"), QStringLiteral("--fat"), QStringLiteral("1,5")}
-        << QStringLiteral("--fat: '1,5' is not a number");
-    QTest::newRow("unknown profile")
-        << QStringList{QStringLiteral("--profile"), QStringLiteral("Zed"), QStringLiteral("water"),
-                       QStringLiteral("today"), QStringLiteral("2")}
-        << QStringLiteral("no profile 'Zed'");
+    QTest::newRow("not a number") << QStringList{QStringLiteral("target"), QStringLiteral("today"),
+                                                 QStringLiteral("--fat"), QStringLiteral("1,5")}
+                                  << QStringLiteral("--fat: '1,5' is not a number");
+    QTest::newRow("unknown profile") << QStringList{QStringLiteral("--profile"), QStringLiteral("Zed"),
+                                                    QStringLiteral("water"), QStringLiteral("today"),
+                                                    QStringLiteral("2")}
+                                     << QStringLiteral("no profile 'Zed'");
     QTest::newRow("empty check-in") << QStringList{QStringLiteral("checkin"), QStringLiteral("today")}
                                     << QStringLiteral("checkin needs at least one measurement or a note");
-    QTest::newRow("bad sex")
-        << QStringList{QStringLiteral("profile-add"), QStringLiteral("--name"), QStringLiteral("X"),
-                       QStringLiteral("--sex"), QStringLiteral("other"), QStringLiteral("--born"),
-                       QStringLiteral("2000-01-01"), QStringLiteral("--height"), QStringLiteral("170")}
-        << QStringLiteral("--sex: 'other' is not male or female");
-    QTest::newRow("duplicate name")
-        << QStringList{QStringLiteral("profile-add"), QStringLiteral("--name"), QStringLiteral("Ann"),
-                       QStringLiteral("--sex"), QStringLiteral("female"), QStringLiteral("--born"),
-                       QStringLiteral("2000-01-01"), QStringLiteral("--height"), QStringLiteral("170")}
-        << QStringLiteral("a profile named 'Ann' exists already");
+    QTest::newRow("bad sex") << QStringList{QStringLiteral("profile-add"), QStringLiteral("--name"),
+                                            QStringLiteral("X"),           QStringLiteral("--sex"),
+                                            QStringLiteral("other"),       QStringLiteral("--born"),
+                                            QStringLiteral("2000-01-01"),  QStringLiteral("--height"),
+                                            QStringLiteral("170")}
+                             << QStringLiteral("--sex: 'other' is not male or female");
+    QTest::newRow("duplicate name") << QStringList{QStringLiteral("profile-add"), QStringLiteral("--name"),
+                                                   QStringLiteral("Ann"),         QStringLiteral("--sex"),
+                                                   QStringLiteral("female"),      QStringLiteral("--born"),
+                                                   QStringLiteral("2000-01-01"),  QStringLiteral("--height"),
+                                                   QStringLiteral("170")}
+                                    << QStringLiteral("a profile named 'Ann' exists already");
     QTest::newRow("height out of range")
-        << QStringList{QStringLiteral("profile-add"), QStringLiteral("--name"), QStringLiteral("Tiny"),
-                       QStringLiteral("--sex"), QStringLiteral("female"), QStringLiteral("--born"),
-                       QStringLiteral("2000-01-01"), QStringLiteral("--height"), QStringLiteral("20")}
+        << QStringList{QStringLiteral("profile-add"), QStringLiteral("--name"),   QStringLiteral("Tiny"),
+                       QStringLiteral("--sex"),       QStringLiteral("female"),   QStringLiteral("--born"),
+                       QStringLiteral("2000-01-01"),  QStringLiteral("--height"), QStringLiteral("20")}
         << QStringLiteral("--height: 20 is out of range (50 to 272)");
-    QTest::newRow("short search words") << QStringList{QStringLiteral("search"), QStringLiteral("ab"), QStringLiteral("-c")}
-                                        << QStringLiteral("the longest search word needs at least 3 characters");
-    QTest::newRow("32 search words") << (QStringList{QStringLiteral("search")} + QStringList(32, QStringLiteral("raw")))
+    QTest::newRow("short search words")
+        << QStringList{QStringLiteral("search"), QStringLiteral("ab"), QStringLiteral("-c")}
+        << QStringLiteral("the longest search word needs at least 3 characters");
+    QTest::newRow("32 search words") << (QStringList{QStringLiteral("search")} +
+                                         QStringList(32, QStringLiteral("raw")))
                                      << QStringLiteral("a search takes at most 31 words");
-    QTest::newRow("unknown food")
-        << QStringList{QStringLiteral("log-food"), QStringLiteral("today"), QStringLiteral("lunch"), QStringLiteral("12")}
-        << QStringLiteral("no food 12");
-    QTest::newRow("unknown serving")
-        << QStringList{QStringLiteral("log-food"), QStringLiteral("today"), QStringLiteral("lunch"),
-                       QStringLiteral("9003"), QStringLiteral("--serving"), QStringLiteral("bucket")}
-        << QStringLiteral("--serving: food 9003 has no serving 'bucket'");
-    QTest::newRow("id beyond the id space")
-        << QStringList{QStringLiteral("food"), QStringLiteral("50331648")}
-        << QStringLiteral("ID: 50331648 is out of range (0 to 50331647)");
-    QTest::newRow("reference food removal") << QStringList{QStringLiteral("food-remove"), QStringLiteral("9003")}
-                                            << QStringLiteral("food 9003 is a reference item and cannot be removed");
-    QTest::newRow("unknown entry") << QStringList{QStringLiteral("remove"), QStringLiteral("exercise"), QStringLiteral("77")}
+    QTest::newRow("unknown food") << QStringList{QStringLiteral("log-food"), QStringLiteral("today"),
+                                                 QStringLiteral("lunch"), QStringLiteral("12")}
+                                  << QStringLiteral("no food 12");
+    QTest::newRow("unknown serving") << QStringList{QStringLiteral("log-food"),  QStringLiteral("today"),
+                                                    QStringLiteral("lunch"),     QStringLiteral("9003"),
+                                                    QStringLiteral("--serving"), QStringLiteral("bucket")}
+                                     << QStringLiteral("--serving: food 9003 has no serving 'bucket'");
+    QTest::newRow("id beyond the id space") << QStringList{QStringLiteral("food"), QStringLiteral("50331648")}
+                                            << QStringLiteral("ID: 50331648 is out of range (0 to 50331647)");
+    QTest::newRow("reference food removal")
+        << QStringList{QStringLiteral("food-remove"), QStringLiteral("9003")}
+        << QStringLiteral("food 9003 is a reference item and cannot be removed");
+    QTest::newRow("unknown entry") << QStringList{QStringLiteral("remove"), QStringLiteral("exercise"),
+                                                  QStringLiteral("77")}
                                    << QStringLiteral("no exercise entry 77");
-    QTest::newRow("favourite of nothing")
-        << QStringList{QStringLiteral("favorite"), QStringLiteral("add"), QStringLiteral("exercise"), QStringLiteral("9003")}
-        << QStringLiteral("no exercise 9003");
+    QTest::newRow("favourite of nothing") << QStringList{QStringLiteral("favorite"), QStringLiteral("add"),
+                                                         QStringLiteral("exercise"), QStringLiteral("9003")}
+                                          << QStringLiteral("no exercise 9003");
     QTest::newRow("custom food without calories")
-        << QStringList{QStringLiteral("food-add"), QStringLiteral("--name"), QStringLiteral("X"), QStringLiteral("--serving"),
-                       QStringLiteral("1")}
+        << QStringList{QStringLiteral("food-add"), QStringLiteral("--name"), QStringLiteral("X"),
+                       QStringLiteral("--serving"), QStringLiteral("1")}
         << QStringLiteral("food-add needs --name, --serving and --calories");
     QTest::newRow("empty meal") << QStringList{QStringLiteral("meal-save"), QStringLiteral("Nothing"),
                                                QStringLiteral("2001-01-01"), QStringLiteral("breakfast")}
@@ -413,11 +448,12 @@ void TestCli::invalidInputChangesNothing()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QString, err);
-    const QString database = _home.dataHome() + QStringLiteral("/tarnwell.org/Ambervale/Tarnwell/userdata.db");
+    const QString database =
+        _home.dataHome() + QStringLiteral("/tarnwell.org/Ambervale/Tarnwell/userdata.db");
     if (!QFile::exists(database)) {
-        run({QStringLiteral("profile-add"), QStringLiteral("--name"), QStringLiteral("Ann"), QStringLiteral("--sex"),
-             QStringLiteral("female"), QStringLiteral("--born"), QStringLiteral("1985-04-02"),
-             QStringLiteral("--height"), QStringLiteral("168")});
+        run({QStringLiteral("profile-add"), QStringLiteral("--name"), QStringLiteral("Ann"),
+             QStringLiteral("--sex"), QStringLiteral("female"), QStringLiteral("--born"),
+             QStringLiteral("1985-04-02"), QStringLiteral("--height"), QStringLiteral("168")});
     }
     QFile file(database);
     QVERIFY(file.open(QIODevice::ReadOnly));

@@ -213,15 +213,18 @@ void TestFoodDb::customFoodIdsAndRoots()
     QCOMPARE(FoodDBDynamic::userRootId(7), 0x1FFF007);
     QCOMPARE(FoodDBDynamic::userRootId(7), 0x1FFF007);
     QCOMPARE(FoodDBDynamic::userRootId(-1), 0x2000000);
-    QCOMPARE(DbTest::column(QStringLiteral("SELECT category_id || ' ' || name FROM custom_food_cats ORDER BY 1")),
-             (QStringList{QStringLiteral("33550343 My Foods"), QStringLiteral("33554432 Shared Foods")}));
+    QCOMPARE(
+        DbTest::column(QStringLiteral("SELECT category_id || ' ' || name FROM custom_food_cats ORDER BY 1")),
+        (QStringList{QStringLiteral("33550343 My Foods"), QStringLiteral("33554432 Shared Foods")}));
     LM_VERIFY_ASSERT(FoodDBDynamic::userRootId(4096), "user_id >= -1 && user_id < 4096");
 
     // Roots lie above the range the allocation looks at.
     QCOMPARE(foods.addCategory(0x1FFF007, QStringLiteral("Baking")), 0x1000000);
     QCOMPARE(foods.addCategory(0x1FFF007, QStringLiteral("Drinks")), 0x1000001);
-    QCOMPARE(foods.addFood(QStringLiteral("Scone"), QStringLiteral("1 scone"), calories(180), 0x1000000), 0x1000000);
-    QCOMPARE(foods.addFood(QStringLiteral("Tea"), QStringLiteral("1 mug"), calories(2), 0x1000001), 0x1000001);
+    QCOMPARE(foods.addFood(QStringLiteral("Scone"), QStringLiteral("1 scone"), calories(180), 0x1000000),
+             0x1000000);
+    QCOMPARE(foods.addFood(QStringLiteral("Tea"), QStringLiteral("1 mug"), calories(2), 0x1000001),
+             0x1000001);
 
     // The facade routes by id; a custom food is per serving, with size scaling it.
     FoodDB all(7);
@@ -254,14 +257,14 @@ void TestFoodDb::customTreeIndexAndSearch()
     for (const char *name : {"cherry", "apple", "Banana"})
         foods.addFood(QString::fromLatin1(name), QStringLiteral("1"), calories(50), fruit);
     const int mango = foods.addFood(QStringLiteral("Mango"), QStringLiteral("1"), calories(60), tropical);
-    foods.addFood(QStringLiteral("Apple pie"), QStringLiteral("1 slice"), calories(300), FoodDBDynamic::userRootId(-1));
+    foods.addFood(QStringLiteral("Apple pie"), QStringLiteral("1 slice"), calories(300),
+                  FoodDBDynamic::userRootId(-1));
     QVERIFY(reloaded.count() >= 6);
     QCOMPARE(reloaded.constLast().constFirst().toString(), QStringLiteral("dynamicdb_reloaded_notification"));
 
     // Categories before foods, each in case-insensitive order; the shared root first.
-    QCOMPARE(shownItems(foods, 0),
-             list({"[Shared Foods]", "Apple pie", "[My Foods]", "[Fruit]", "[tropical]", "Mango", "apple",
-                          "Banana", "cherry"}));
+    QCOMPARE(shownItems(foods, 0), list({"[Shared Foods]", "Apple pie", "[My Foods]", "[Fruit]", "[tropical]",
+                                         "Mango", "apple", "Banana", "cherry"}));
     QCOMPARE(foods.foodsOf(fruit).constFirst().second, QStringLiteral("apple"));
 
     QVERIFY(foods.search(QStringLiteral("apple"), false, 0));
@@ -274,13 +277,15 @@ void TestFoodDb::customTreeIndexAndSearch()
     QVERIFY(foods.moveFood(mango, fruit));
     QVERIFY(foods.moveCategory(tropical, FoodDBDynamic::userRootId(-1)));
     QCOMPARE(shownItems(foods, 0), list({"[Shared Foods]", "[Exotic]", "Apple pie", "[My Foods]", "[Fruit]",
-                                                "apple", "Banana", "cherry", "Mango"}));
+                                         "apple", "Banana", "cherry", "Mango"}));
     QVERIFY(foods.moveCategory(tropical, fruit));
     QVERIFY(foods.moveFood(mango, tropical));
     QVERIFY(foods.deleteCategory(fruit)); // its foods, its subcategory and that one's food
     QCOMPARE(shownItems(foods, 0), list({"[Shared Foods]", "Apple pie", "[My Foods]"}));
-    QCOMPARE(DbTest::column(QStringLiteral("SELECT COUNT(*) FROM custom_foods")), QStringList{QStringLiteral("1")});
-    QCOMPARE(DbTest::column(QStringLiteral("SELECT COUNT(*) FROM custom_food_cats")), QStringList{QStringLiteral("2")});
+    QCOMPARE(DbTest::column(QStringLiteral("SELECT COUNT(*) FROM custom_foods")),
+             QStringList{QStringLiteral("1")});
+    QCOMPARE(DbTest::column(QStringLiteral("SELECT COUNT(*) FROM custom_food_cats")),
+             QStringList{QStringLiteral("2")});
 
     // A move that makes a cycle leaves the looping part out instead of hanging the build.
     const int a = foods.addCategory(root, QStringLiteral("A"));
@@ -297,8 +302,8 @@ void TestFoodDb::customExercises()
     for (const char *name : {"cycling", "aerobics", "Boxing"})
         exercises.addExercise(root, QString::fromLatin1(name), 0.1f);
     QCOMPARE(exercises.exercisesOf(root).constFirst(), qMakePair(0x1000001, QStringLiteral("aerobics")));
-    QCOMPARE(shownItems(exercises, 0), list({"[Shared Exercises]", "[My Exercises]", "aerobics", "Boxing",
-                                                    "cycling"}));
+    QCOMPARE(shownItems(exercises, 0),
+             list({"[Shared Exercises]", "[My Exercises]", "aerobics", "Boxing", "cycling"}));
     const int club = exercises.addCategory(root, QStringLiteral("Club"));
     QCOMPARE(club, 0x1000000);
     QVERIFY(exercises.moveExercise(0x1000000, club));

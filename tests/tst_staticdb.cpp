@@ -64,14 +64,17 @@ private:
     {
         StaticDbNode quiet = node(false, 7, "Apple sauce, (hidden name)");
         quiet.flags = FLAG_NOT_SEARCHED;
-        StaticDbNode root = node(true, 0, "", {
-            node(true, 1, "Fruits", {node(true, 2, "Apples", {node(false, 9003, "Apples, raw, with skin"),
-                                                               node(false, 9004, "Apples, raw, without skin"),
-                                                               quiet}),
-                                     node(false, 9252, "Pears, raw")}),
-            node(true, 3, "Baby foods", {node(false, 3116, "Babyfood, apple-banana juice"),
-                                         node(false, 2, "Babyfood, ABC cereal")}),
-        });
+        StaticDbNode root = node(true, 0, "",
+                                 {
+                                     node(true, 1, "Fruits",
+                                          {node(true, 2, "Apples",
+                                                {node(false, 9003, "Apples, raw, with skin"),
+                                                 node(false, 9004, "Apples, raw, without skin"), quiet}),
+                                           node(false, 9252, "Pears, raw")}),
+                                     node(true, 3, "Baby foods",
+                                          {node(false, 3116, "Babyfood, apple-banana juice"),
+                                           node(false, 2, "Babyfood, ABC cereal")}),
+                                 });
         StaticDbWriter writer(QDate(2016, 5, 1));
         writer.addChunk(1, root);
         writer.addChunk(2, node(true, 0, "", {node(false, 1015, "Bicycling, leisure")}));
@@ -127,7 +130,8 @@ void TestStaticDb::browseAndLookup()
     const IndexEntry *leaf = exercises.lookup(1015, false);
     QVERIFY(leaf && exercises.payload(leaf).size() >= 5);
     QCOMPARE(exercises.payload(leaf).front(), '\x01');
-    LM_VERIFY_ASSERT(BrowsableDBIterator(nullptr, nullptr, 0, 1, 1), "(flagsRequiredOn & flagsRequiredOff) == 0");
+    LM_VERIFY_ASSERT(BrowsableDBIterator(nullptr, nullptr, 0, 1, 1),
+                     "(flagsRequiredOn & flagsRequiredOff) == 0");
 }
 
 void TestStaticDb::search_data()
@@ -140,19 +144,22 @@ void TestStaticDb::search_data()
     QTest::newRow("two words along the path")
         << "apple raw" << list({"Fruits", "Apples", "Apples, raw, with skin", "Apples, raw, without skin"})
         << list({"Fruits", "Apples"});
-    QTest::newRow("any case") << "ABC" << list({"Baby foods", "Babyfood, ABC cereal"}) << list({"Baby foods"});
+    QTest::newRow("any case") << "ABC" << list({"Baby foods", "Babyfood, ABC cereal"})
+                              << list({"Baby foods"});
     QTest::newRow("a category's name shows its subtree, not expanded")
         << "fruits"
         << list({"Fruits", "Apples", "Pears, raw", "Apples, raw, with skin", "Apples, raw, without skin",
                  "Apple sauce, (hidden name)"})
         << QStringList();
-    QTest::newRow("name not searched: only through its ancestors") << "sauce" << QStringList() << QStringList();
+    QTest::newRow("name not searched: only through its ancestors")
+        << "sauce" << QStringList() << QStringList();
     // Top-level categories without the word match the empty inclusion mask as a whole.
-    QTest::newRow("exclusion only")
-        << "-apple"
-        << list({"Fruits", "Baby foods", "Apples", "Pears, raw", "Babyfood, apple-banana juice", "Babyfood, ABC cereal",
-                 "Apples, raw, with skin", "Apples, raw, without skin", "Apple sauce, (hidden name)"})
-        << QStringList();
+    QTest::newRow("exclusion only") << "-apple"
+                                    << list({"Fruits", "Baby foods", "Apples", "Pears, raw",
+                                             "Babyfood, apple-banana juice", "Babyfood, ABC cereal",
+                                             "Apples, raw, with skin", "Apples, raw, without skin",
+                                             "Apple sauce, (hidden name)"})
+                                    << QStringList();
     QTest::newRow("excluded category hides its subtree")
         << "raw -apples" << list({"Fruits", "Pears, raw"}) << list({"Fruits"});
     QTest::newRow("inclusion and exclusion")
@@ -160,7 +167,8 @@ void TestStaticDb::search_data()
         << list({"Fruits", "Baby foods", "Apples", "Babyfood, apple-banana juice", "Apples, raw, with skin",
                  "Apples, raw, without skin", "Apple sauce, (hidden name)"})
         << list({"Fruits", "Baby foods"});
-    QTest::newRow("beyond Latin-1 matches nothing") << QStringLiteral("app\u0101") << QStringList() << QStringList();
+    QTest::newRow("beyond Latin-1 matches nothing")
+        << QStringLiteral("app\u0101") << QStringList() << QStringList();
 }
 
 void TestStaticDb::search()
@@ -200,7 +208,8 @@ void TestStaticDb::partialMatchAtTheStart()
 {
     // "Mille" ends like "apple" begins to end: the skip after that mismatch must not run backwards.
     StaticDbWriter writer(QDate(2016, 5, 1));
-    writer.addChunk(1, node(true, 0, "", {node(false, 1, "Millet, puffed"), node(false, 2, "Mille-feuille, apple")}));
+    writer.addChunk(
+        1, node(true, 0, "", {node(false, 1, "Millet, puffed"), node(false, 2, "Mille-feuille, apple")}));
     writeDatabase(writer.build());
     StaticDB foods(1);
     QVERIFY(foods.search(QStringLiteral("apple"), false, 0));
@@ -212,12 +221,14 @@ void TestStaticDb::damagedFiles_data()
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<quint32>("chunk");
     QTest::addColumn<QString>("error");
-    const QString bad = QStringLiteral("Static food/exercise database is corrupt (bad header). Please reinstall the software.");
+    const QString bad = QStringLiteral(
+        "Static food/exercise database is corrupt (bad header). Please reinstall the software.");
     const QByteArray good = sample();
 
     QTest::newRow("missing chunk") << good << 3u
-                                   << QStringLiteral("Static food/exercise database is corrupt (missing chunk). "
-                                                     "Please reinstall the software.");
+                                   << QStringLiteral(
+                                          "Static food/exercise database is corrupt (missing chunk). "
+                                          "Please reinstall the software.");
     QByteArray magic = good;
     magic[0] = 'd';
     QTest::newRow("magic") << magic << 1u << bad;

@@ -21,9 +21,8 @@ MainWindow::MainWindow(QWidget *parent)
     placeholder->setAlignment(Qt::AlignCenter);
     setCentralWidget(placeholder);
     QMenu *help = menuBar()->addMenu(tr("&Help"));
-    help->addAction(tr("&About %1").arg(windowTitle()), this, [this] {
-        QMessageBox::about(this, tr("About %1").arg(windowTitle()), aboutText());
-    });
+    help->addAction(tr("&About %1").arg(windowTitle()), this,
+                    [this] { QMessageBox::about(this, tr("About %1").arg(windowTitle()), aboutText()); });
     statusBar()->showMessage(tr("Ready"));
     resize(1024, 720);
 }

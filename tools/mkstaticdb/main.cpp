@@ -18,8 +18,8 @@
 #include <QCoreApplication>
 #include <QDate>
 #include <QDir>
-#include <QFileInfo>
 #include <QFile>
+#include <QFileInfo>
 #include <QHash>
 #include <QMap>
 #include <QSet>
@@ -50,7 +50,11 @@ QList<QStringList> readTable(const QString &path, int columns)
     for (qsizetype i = 1; i < lines.size(); ++i) {
         const QStringList fields = lines.at(i).split(QLatin1Char('\t'));
         if (fields.size() != columns)
-            fail(QStringLiteral("%1:%2: %3 fields, expected %4").arg(path).arg(i + 1).arg(fields.size()).arg(columns));
+            fail(QStringLiteral("%1:%2: %3 fields, expected %4")
+                     .arg(path)
+                     .arg(i + 1)
+                     .arg(fields.size())
+                     .arg(columns));
         rows.append(fields);
     }
     return rows;
@@ -165,8 +169,8 @@ StaticDbNode buildFoods(const QString &dir)
         QList<Serving> list = servings.value(row.at(0));
         std::sort(list.begin(), list.end(), [](const Serving &a, const Serving &b) { return a.seq < b.seq; });
         if (list.size() > kMaxServings) {
-            std::fprintf(stderr, "mkstaticdb: %s: keeping the first %d of %d servings\n", qUtf8Printable(where),
-                         kMaxServings, int(list.size()));
+            std::fprintf(stderr, "mkstaticdb: %s: keeping the first %d of %d servings\n",
+                         qUtf8Printable(where), kMaxServings, int(list.size()));
             list.resize(kMaxServings);
         }
         QList<StaticFoodServing> payloadServings;
@@ -176,7 +180,8 @@ StaticDbNode buildFoods(const QString &dir)
             food.leafValue |= 1u << (s.seq - 1);
             payloadServings.append(s.serving);
         }
-        food.payload = StaticDbWriter::foodPayload(food.id, "USDA SR28", nutrients, 'M', 100.0f, payloadServings);
+        food.payload =
+            StaticDbWriter::foodPayload(food.id, "USDA SR28", nutrients, 'M', 100.0f, payloadServings);
         const QString leading = row.at(2).section(QLatin1Char(','), 0, 0).trimmed();
         grouped[row.at(1)][leading].push_back(std::move(food));
     }
@@ -226,7 +231,8 @@ StaticDbNode buildExercises(const QString &dir)
         const quint32 major = number(row.at(0).left(2), where);
         auto it = headings.find(major);
         if (it == headings.end())
-            it = headings.insert(major, category(major, headingNames.value(row.at(1)), kReferenceFilter | 0x40));
+            it = headings.insert(major,
+                                 category(major, headingNames.value(row.at(1)), kReferenceFilter | 0x40));
         else if (it->name != headingNames.value(row.at(1)))
             fail(where + QStringLiteral(": heading differs from its code's"));
         const std::optional<float> met = value(row.at(2), where);
