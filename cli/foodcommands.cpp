@@ -54,7 +54,7 @@ int customCategory(const Arguments &a, int userId, bool exercises)
     if (a.has(QStringLiteral("--category"))) {
         const int category = parseInteger(a.value(QStringLiteral("--category")), QStringLiteral("--category"),
                                           kFirstCustomId, kIdLimit - 1);
-        const QString name = exercises ? ExDBDynamic(userId).categoryDescription(category)
+        const QString name = exercises ? ExDBDynamic(userId).categoryName(category)
                                        : FoodDBDynamic(userId).categoryName(category);
         if (name.isNull())
             usageError(QStringLiteral("--category: no category %1").arg(category));
@@ -368,12 +368,12 @@ int removeCustom(Context &context, const QStringList &args, bool exercise)
         Exercise found;
         if (!db.exercise(id, &found))
             usageError(QStringLiteral("no custom exercise %1").arg(id));
-        removed = db.deleteExercise(id);
+        removed = db.deleteItem(id);
     } else {
         FoodDBDynamic db(userId);
         if (!db.contains(id))
             usageError(QStringLiteral("no custom food %1").arg(id));
-        removed = db.deleteFood(id);
+        removed = db.deleteItem(id);
     }
     if (!removed)
         failure(QStringLiteral("the %1 could not be removed").arg(kindName(exercise)));

@@ -1,6 +1,7 @@
 #include "staticdb/dynamicdb.h"
 
 #include "app/notificationdispatcher.h"
+#include "common/lmassert.h"
 #include "db/lmsqldb.h"
 #include "staticdb/staticdblog.h"
 
@@ -19,12 +20,11 @@ struct Node
 
 // Children of a category from the tables. A category reached twice (a move that made a cycle)
 // is left out the second time, so a damaged tree still builds.
-void readChildren(Node &node, const DynamicDB::Tables &tables, QSet<quint32> &seen)
+void readChildren(Node &node, const QString &subcategories, const QString &items, QSet<quint32> &seen)
 {
     bool failed = false;
     for (const bool categories : {true, false}) {
-        LmSqlQueryPtr query =
-            LmSqlDb::instance()->cachedQuery(categories ? tables.subcategories : tables.items);
+        LmSqlQueryPtr query = LmSqlDb::instance()->cachedQuery(categories ? subcategories : items);
         if (!execBound(query, {int(node.id)})) {
             failed = true;
             continue;
@@ -48,35 +48,165 @@ void readChildren(Node &node, const DynamicDB::Tables &tables, QSet<quint32> &se
         qCWarning(lcStaticDb, "Dynamic DB couldn't execute query!");
     for (Node &child : node.children) {
         if (child.flags & FLAG_CATEGORY)
-            readChildren(child, tables, seen);
+            readChildren(child, subcategories, items, seen);
     }
 }
 
 } // namespace
 
-DynamicDB::DynamicDB(Tables tables, int user_id)
-    : _tables(std::move(tables))
+DynamicDB::DynamicDB(const Tables &tables, int user_id)
+    : _tables(tables)
     , _userId(user_id)
 {
     rebuild();
+}
+
+LmSqlQueryPtr DynamicDB::run(const QString &sql, const QVariantList &values)
+{
+    LmSqlQueryPtr query = LmSqlDb::instance()->prepare(sql);
+    if (!execBound(query, values))
+        return LmSqlQueryPtr();
+    return query;
+}
+
+QString DynamicDB::sql(const char *text) const
+{
+    // Not arg(): it numbers the placeholders a text holds, not the ones named.
+    QString statement = QString::fromLatin1(text);
+    statement.replace(QLatin1String("%1"), QLatin1String(_tables.categoryTable));
+    statement.replace(QLatin1String("%2"), QLatin1String(_tables.itemTable));
+    statement.replace(QLatin1String("%3"), QLatin1String(_tables.itemId));
+    return statement.replace(QLatin1String("%4"), QLatin1String(_tables.nameColumn));
+}
+
+bool DynamicDB::change(const char *text, const QVariantList &values)
+{
+    const bool ok = !run(sql(text), values).isNull();
+    rebuild();
+    return ok;
+}
+
+int DynamicDB::userRootId(const Tables &tables, int user_id)
+{
+    LM_ASSERT(user_id >= -1 && user_id < 4096);
+    const int root = rootIdOf(user_id);
+    const QLatin1String table(tables.categoryTable);
+    LmSqlQueryPtr count =
+        run(QStringLiteral("SELECT COUNT(*) FROM %1 WHERE category_id = ?").arg(table), {root});
+    if (!count.isNull() && count->next() && count->value(0).toInt() < 1) {
+        const QString owner = user_id == -1 ? QStringLiteral("Shared ") : QStringLiteral("My ");
+        run(QStringLiteral("INSERT INTO %1(category_id, parent_id, %2) VALUES (?, ?, ?)")
+                .arg(table, QLatin1String(tables.nameColumn)),
+            {root, 0, owner + QLatin1String(tables.baseName)});
+    }
+    return root;
+}
+
+int DynamicDB::addCategory(int parent, const QString &name, int id)
+{
+    if (id < 0) {
+        // Roots lie above the range looked at, so the first category is 0x1000000 all the same.
+        LmSqlQueryPtr next =
+            run(sql("SELECT MAX(category_id)+1 FROM %1 WHERE category_id+1 < ?"), {kUserRootBase});
+        const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
+        id = candidate >= kFirstCustomId + 1 ? candidate : kFirstCustomId;
+    }
+    return change("INSERT INTO %1(category_id, parent_id, %4) VALUES (?, ?, ?)", {id, parent, name}) ? id
+                                                                                                     : -1;
+}
+
+bool DynamicDB::renameCategory(int id, const QString &name)
+{
+    return change("UPDATE %1 SET %4 = ? WHERE category_id = ?", {name, id});
+}
+
+bool DynamicDB::moveCategory(int id, int parent)
+{
+    return change("UPDATE %1 SET parent_id = ? WHERE category_id = ?", {parent, id});
+}
+
+bool DynamicDB::moveItem(int id, int category)
+{
+    return change("UPDATE %2 SET category_id = ? WHERE %3 = ?", {category, id});
+}
+
+bool DynamicDB::deleteItem(int id)
+{
+    return change("DELETE FROM %2 WHERE %3 = ?", {id});
+}
+
+QString DynamicDB::categoryName(int id) const
+{
+    LmSqlQueryPtr query = run(sql("SELECT %4 FROM %1 WHERE category_id = ?"), {id});
+    return !query.isNull() && query->next() ? query->value(0).toString() : QString();
+}
+
+namespace {
+
+QList<QPair<int, QString>> pairs(LmSqlQueryPtr query)
+{
+    QList<QPair<int, QString>> rows;
+    while (!query.isNull() && query->next())
+        rows.append({query->value(0).toInt(), query->value(1).toString()});
+    return rows;
+}
+
+} // namespace
+
+QList<QPair<int, QString>> DynamicDB::subcategories(int category) const
+{
+    return pairs(
+        run(sql("SELECT category_id, %4 FROM %1 WHERE parent_id = ? ORDER BY UPPER(%4)"), {category}));
+}
+
+QList<QPair<int, QString>> DynamicDB::itemsOf(int category) const
+{
+    return pairs(run(sql("SELECT %3, %4 FROM %2 WHERE category_id = ? ORDER BY UPPER(%4)"), {category}));
+}
+
+bool DynamicDB::deleteCategoryRows(int id)
+{
+    bool ok = true;
+    for (const auto &sub : subcategories(id)) {
+        if (sub.first != id)
+            ok = deleteCategoryRows(sub.first) && ok;
+    }
+    ok = !run(sql("DELETE FROM %2 WHERE category_id = ?"), {id}).isNull() && ok;
+    ok = !run(sql("DELETE FROM %1 WHERE category_id = ?"), {id}).isNull() && ok;
+    return ok;
+}
+
+bool DynamicDB::deleteCategory(int id)
+{
+    LmSqlDb::begin();
+    const bool ok = deleteCategoryRows(id);
+    if (ok)
+        LmSqlDb::commit();
+    else
+        LmSqlDb::rollback();
+    rebuild();
+    return ok;
 }
 
 void DynamicDB::rebuild()
 {
     Node root{0, "ROOT", FLAG_CATEGORY, {}};
     root.children.push_back({quint32(kSharedRootId),
-                             (QStringLiteral("Shared ") + _tables.baseName).toLatin1(),
+                             (QStringLiteral("Shared ") + QLatin1String(_tables.baseName)).toLatin1(),
                              FLAG_CATEGORY,
                              {}});
     if (_userId >= 0)
         root.children.push_back({quint32(rootIdOf(_userId)),
-                                 (QStringLiteral("My ") + _tables.baseName).toLatin1(),
+                                 (QStringLiteral("My ") + QLatin1String(_tables.baseName)).toLatin1(),
                                  FLAG_CATEGORY,
                                  {}});
+    const QString subcategories =
+        sql("SELECT category_id, %4 FROM %1 WHERE parent_id = ? ORDER BY UPPER(%4)");
+    const QString items = sql("SELECT %3, %4 FROM %2 WHERE category_id = ? ORDER BY UPPER(%4)");
     QSet<quint32> seen;
     for (Node &top : root.children) {
         seen.insert(top.id);
-        readChildren(top, _tables, seen);
+        readChildren(top, subcategories, items, seen);
     }
 
     // Breadth first: every category's children become one run.

@@ -7,7 +7,11 @@
 // UPPER(name). The roots are always in the index; their rows are made when something is first
 // filed under them.
 
+#include "db/lmsqldb.h"
 #include "staticdb/staticdb.h"
+
+#include <QList>
+#include <QPair>
 
 // Id space of the custom items and categories.
 inline constexpr int kFirstCustomId = 0x1000000;
@@ -19,23 +23,50 @@ inline constexpr quint8 FLAG_CUSTOM = 0x08;
 class DynamicDB : public IndexedDB
 {
 public:
+    // Where one kind of custom item lives; the statements are made from these names.
     struct Tables
     {
-        QString baseName;      // "Foods", "Exercises"
-        QString subcategories; // SELECT id, name ... WHERE parent_id = ? ORDER BY UPPER(name)
-        QString items;         // SELECT id, name ... WHERE category_id = ? ORDER BY UPPER(name)
+        const char *baseName;      // "Foods", "Exercises"
+        const char *categoryTable; // category_id, parent_id and the name column
+        const char *itemTable;     // the id column, category_id and the name column
+        const char *itemId;        // "food_id", "activity_id"
+        const char *nameColumn;    // "name", "description" (the same in both tables)
     };
 
-    DynamicDB(Tables tables, int user_id);
+    DynamicDB(const Tables &tables, int user_id);
 
     int userId() const { return _userId; }
     static int rootIdOf(int user_id) { return user_id < 0 ? kSharedRootId : kUserRootBase + user_id; }
+    // The root category of a user (-1: the shared one), made when missing.
+    static int userRootId(const Tables &tables, int user_id);
+
+    // Category operations; every change rebuilds the index.
+    int addCategory(int parent, const QString &name, int id = -1); // the id, -1 on failure
+    bool renameCategory(int id, const QString &name);
+    bool moveCategory(int id, int parent);
+    bool moveItem(int id, int category);
+    bool deleteCategory(int id); // with its items and subcategories, recursively
+    bool deleteItem(int id);
+    QString categoryName(int id) const; // null when there is none
+    // (id, name) ordered by UPPER(name).
+    QList<QPair<int, QString>> subcategories(int category) const;
+    QList<QPair<int, QString>> itemsOf(int category) const;
 
     // Reads the tables again and replaces the whole index, then sends
     // "dynamicdb_reloaded_notification".
     void rebuild();
 
+protected:
+    // Runs a statement with its values bound in order; a null handle when it failed.
+    static LmSqlQueryPtr run(const QString &sql, const QVariantList &values);
+    // The statement text with %1 category table, %2 item table, %3 item id, %4 name column.
+    QString sql(const char *text) const;
+    // A changing statement, then the index rebuilt.
+    bool change(const char *text, const QVariantList &values);
+
 private:
+    bool deleteCategoryRows(int id);
+
     Tables _tables;
     int _userId;
 };

@@ -10,27 +10,6 @@
 #include <cmath>
 #include <cstring>
 
-namespace {
-
-LmSqlQueryPtr run(const QString &sql, const QVariantList &values)
-{
-    LmSqlQueryPtr query = LmSqlDb::instance()->prepare(sql);
-    if (!execBound(query, values))
-        return LmSqlQueryPtr();
-    return query;
-}
-
-QList<QPair<int, QString>> pairs(const QString &sql, int key)
-{
-    QList<QPair<int, QString>> rows;
-    LmSqlQueryPtr query = run(sql, {key});
-    while (!query.isNull() && query->next())
-        rows.append({query->value(0).toInt(), query->value(1).toString()});
-    return rows;
-}
-
-} // namespace
-
 ExDBStatic::ExDBStatic(bool *failed)
     : StaticDB(2, failed)
 {
@@ -59,30 +38,12 @@ bool ExDBStatic::exercise(int id, Exercise *exercise) const
     return true;
 }
 
-ExDBDynamic::ExDBDynamic(int user_id)
-    : DynamicDB({QStringLiteral("Exercises"),
-                 QStringLiteral(
-                     "SELECT category_id, description FROM custom_exercise_cats WHERE parent_id = ? ORDER "
-                     "BY UPPER(description)"),
-                 QStringLiteral(
-                     "SELECT activity_id, description FROM custom_exercises WHERE category_id = ? ORDER BY "
-                     "UPPER(description)")},
-                user_id)
-{
-}
+const DynamicDB::Tables ExDBDynamic::kTables = {"Exercises", "custom_exercise_cats", "custom_exercises",
+                                                "activity_id", "description"};
 
-int ExDBDynamic::userRootId(int user_id)
+ExDBDynamic::ExDBDynamic(int user_id)
+    : DynamicDB(kTables, user_id)
 {
-    LM_ASSERT(user_id >= -1 && user_id < 4096);
-    const int root = rootIdOf(user_id);
-    LmSqlQueryPtr count =
-        run(QStringLiteral("SELECT COUNT(*) FROM custom_exercise_cats WHERE category_id = ?"), {root});
-    if (!count.isNull() && count->next() && count->value(0).toInt() < 1) {
-        run(QStringLiteral(
-                "INSERT INTO custom_exercise_cats(category_id, parent_id, description) VALUES (?, ?, ?)"),
-            {root, 0, user_id == -1 ? QStringLiteral("Shared Exercises") : QStringLiteral("My Exercises")});
-    }
-    return root;
 }
 
 bool ExDBDynamic::exercise(int id, Exercise *exercise) const
@@ -106,130 +67,22 @@ int ExDBDynamic::categoryOf(int id) const
     return !query.isNull() && query->next() ? query->value(0).toInt() : -1;
 }
 
-int ExDBDynamic::addCategory(int parent, const QString &description, int id)
-{
-    if (id < 0) {
-        LmSqlQueryPtr next =
-            run(QStringLiteral("SELECT MAX(category_id)+1 FROM custom_exercise_cats WHERE category_id+1 < ?"),
-                {kUserRootBase});
-        const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
-        id = candidate >= kFirstCustomId + 1 ? candidate : kFirstCustomId;
-    }
-    if (run(QStringLiteral(
-                "INSERT INTO custom_exercise_cats(category_id, parent_id, description) VALUES (?, ?, ?)"),
-            {id, parent, description})
-            .isNull())
-        return -1;
-    rebuild();
-    return id;
-}
-
-bool ExDBDynamic::renameCategory(int id, const QString &description)
-{
-    const bool ok =
-        !run(QStringLiteral("UPDATE custom_exercise_cats SET description = ? WHERE category_id = ?"),
-             {description, id})
-             .isNull();
-    rebuild();
-    return ok;
-}
-
-bool ExDBDynamic::moveCategory(int id, int parent)
-{
-    const bool ok =
-        !run(QStringLiteral("UPDATE custom_exercise_cats SET parent_id = ? WHERE category_id = ?"),
-             {parent, id})
-             .isNull();
-    rebuild();
-    return ok;
-}
-
-bool ExDBDynamic::moveExercise(int id, int category)
-{
-    const bool ok = !run(QStringLiteral("UPDATE custom_exercises SET category_id = ? WHERE activity_id = ?"),
-                         {category, id})
-                         .isNull();
-    rebuild();
-    return ok;
-}
-
-QString ExDBDynamic::categoryDescription(int id) const
-{
-    LmSqlQueryPtr query =
-        run(QStringLiteral("SELECT description FROM custom_exercise_cats WHERE category_id = ?"), {id});
-    return !query.isNull() && query->next() ? query->value(0).toString() : QString();
-}
-
-QList<QPair<int, QString>> ExDBDynamic::exercisesOf(int category) const
-{
-    return pairs(
-        QStringLiteral("SELECT activity_id, description FROM custom_exercises WHERE category_id = ? ORDER BY "
-                       "UPPER(description)"),
-        category);
-}
-
-QList<QPair<int, QString>> ExDBDynamic::subcategories(int category) const
-{
-    return pairs(
-        QStringLiteral("SELECT category_id, description FROM custom_exercise_cats WHERE parent_id = ? ORDER "
-                       "BY UPPER(description)"),
-        category);
-}
-
-bool ExDBDynamic::deleteCategoryRows(int id)
-{
-    bool ok = true;
-    for (const auto &sub : subcategories(id)) {
-        if (sub.first != id)
-            ok = deleteCategoryRows(sub.first) && ok;
-    }
-    ok = !run(QStringLiteral("DELETE FROM custom_exercises WHERE category_id = ?"), {id}).isNull() && ok;
-    ok = !run(QStringLiteral("DELETE FROM custom_exercise_cats WHERE category_id = ?"), {id}).isNull() && ok;
-    return ok;
-}
-
-bool ExDBDynamic::deleteCategory(int id)
-{
-    LmSqlDb::begin();
-    const bool ok = deleteCategoryRows(id);
-    if (ok)
-        LmSqlDb::commit();
-    else
-        LmSqlDb::rollback();
-    rebuild();
-    return ok;
-}
-
-bool ExDBDynamic::deleteExercise(int id)
-{
-    const bool ok = !run(QStringLiteral("DELETE FROM custom_exercises WHERE activity_id = ?"), {id}).isNull();
-    rebuild();
-    return ok;
-}
-
 int ExDBDynamic::addExercise(int category, const QString &description, float scale)
 {
     LmSqlQueryPtr next = run(QStringLiteral("SELECT MAX(activity_id)+1 FROM custom_exercises"), {});
     const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
     // Unlike foods, a candidate equal to the first id is taken as it is.
     const int id = candidate >= kFirstCustomId ? candidate : kFirstCustomId;
-    if (run(QStringLiteral("INSERT INTO custom_exercises(activity_id, category_id, description, scale) "
-                           "VALUES (?, ?, ?, ?)"),
-            {id, category, description, double(scale)})
-            .isNull())
-        return -1;
-    rebuild();
-    return id;
+    const bool ok = change(
+        "INSERT INTO custom_exercises(activity_id, category_id, description, scale) VALUES (?, ?, ?, ?)",
+        {id, category, description, double(scale)});
+    return ok ? id : -1;
 }
 
 bool ExDBDynamic::updateExercise(int id, const QString &description, float scale)
 {
-    const bool ok =
-        !run(QStringLiteral("UPDATE custom_exercises SET description = ?, scale = ? WHERE activity_id = ?"),
-             {description, double(scale), id})
-             .isNull();
-    rebuild();
-    return ok;
+    return change("UPDATE custom_exercises SET description = ?, scale = ? WHERE activity_id = ?",
+                  {description, double(scale), id});
 }
 
 ExDB::ExDB(int user_id, bool *failed)

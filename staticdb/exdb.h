@@ -40,26 +40,17 @@ public:
 class ExDBDynamic : public ExDBBase, public DynamicDB
 {
 public:
+    static const Tables kTables;
+
     explicit ExDBDynamic(int user_id);
 
     bool exercise(int id, Exercise *exercise) const override;
-    int categoryOf(int id) const;
+    int categoryOf(int id) const; // -1 for none
 
-    static int userRootId(int user_id);
-    int addCategory(int parent, const QString &description, int id = -1);
-    bool renameCategory(int id, const QString &description);
-    bool moveCategory(int id, int parent);
-    bool moveExercise(int id, int category);
-    QString categoryDescription(int id) const;
-    QList<QPair<int, QString>> exercisesOf(int category) const;
-    QList<QPair<int, QString>> subcategories(int category) const;
-    bool deleteCategory(int id);
-    bool deleteExercise(int id);
+    // "My Exercises" of a user, "Shared Exercises" for -1; made when missing.
+    static int userRootId(int user_id) { return DynamicDB::userRootId(kTables, user_id); }
     int addExercise(int category, const QString &description, float scale); // the new id, -1 on failure
     bool updateExercise(int id, const QString &description, float scale);
-
-private:
-    bool deleteCategoryRows(int id);
 };
 
 class ExDB

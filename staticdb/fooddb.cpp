@@ -74,9 +74,19 @@ LmSqlQueryPtr run(const QString &sql, const QVariantList &values)
     return query;
 }
 
-QVariant valueOrNull(float value)
+// FoodValue of each nutrient column of custom_foods, in the statements' column order.
+constexpr int kColumnOrder[FV_COUNT] = {FV_CALORIES,      FV_FAT,         FV_PROTEIN, FV_CARB,  FV_FIBER,
+                                        FV_SATURATED_FAT, FV_CHOLESTEROL, FV_SODIUM,  FV_SUGAR, FV_CALCIUM};
+
+// The values bound as doubles in column order; absent ones as NULL.
+QVariantList boundValues(const std::array<float, FV_COUNT> &values)
 {
-    return value > -0.01f ? QVariant(double(value)) : QVariant();
+    QVariantList bound;
+    for (const int v : kColumnOrder) {
+        const float value = values[size_t(v)];
+        bound.append(value > -0.01f ? QVariant(double(value)) : QVariant());
+    }
+    return bound;
 }
 
 void assertId(int index)
@@ -221,46 +231,40 @@ QString FoodDBStatic::secondText(int id) const
 
 // --- custom foods ---
 
+const DynamicDB::Tables FoodDBDynamic::kTables = {"Foods", "custom_food_cats", "custom_foods", "food_id",
+                                                  "name"};
+
 FoodDBDynamic::FoodDBDynamic(int user_id)
-    : DynamicDB(
-          {QStringLiteral("Foods"),
-           QStringLiteral(
-               "SELECT category_id, name FROM custom_food_cats WHERE parent_id = ? ORDER BY UPPER(name)"),
-           QStringLiteral(
-               "SELECT food_id, name FROM custom_foods WHERE category_id = ? ORDER BY UPPER(name)")},
-          user_id)
+    : DynamicDB(kTables, user_id)
 {
 }
 
-int FoodDBDynamic::userRootId(int user_id)
+QVariant FoodDBDynamic::column(const char *name, int id) const
 {
-    LM_ASSERT(user_id >= -1 && user_id < 4096);
-    const int root = rootIdOf(user_id);
-    LmSqlQueryPtr count =
-        run(QStringLiteral("SELECT COUNT(*) FROM custom_food_cats WHERE category_id = ?"), {root});
-    if (!count.isNull() && count->next() && count->value(0).toInt() < 1) {
-        run(QStringLiteral("INSERT INTO custom_food_cats(category_id, parent_id, name) VALUES (?, ?, ?)"),
-            {root, 0, user_id == -1 ? QStringLiteral("Shared Foods") : QStringLiteral("My Foods")});
-    }
-    return root;
+    LmSqlQueryPtr query =
+        run(QStringLiteral("SELECT %1 FROM custom_foods WHERE food_id = ?").arg(QLatin1String(name)), {id});
+    return !query.isNull() && query->next() ? query->value(0) : QVariant();
 }
 
 bool FoodDBDynamic::contains(int id) const
 {
-    LmSqlQueryPtr query = run(QStringLiteral("SELECT name FROM custom_foods WHERE food_id = ?"), {id});
-    return !query.isNull() && query->next();
+    return column("name", id).isValid();
 }
 
 QString FoodDBDynamic::name(int id) const
 {
-    LmSqlQueryPtr query = run(QStringLiteral("SELECT name FROM custom_foods WHERE food_id = ?"), {id});
-    return !query.isNull() && query->next() ? query->value(0).toString() : QString();
+    return column("name", id).toString();
 }
 
 QString FoodDBDynamic::servingName(int id) const
 {
-    LmSqlQueryPtr query = run(QStringLiteral("SELECT serv_name FROM custom_foods WHERE food_id = ?"), {id});
-    return !query.isNull() && query->next() ? query->value(0).toString() : QString();
+    return column("serv_name", id).toString();
+}
+
+int FoodDBDynamic::categoryOf(int id) const
+{
+    const QVariant category = column("category_id", id);
+    return category.isValid() ? category.toInt() : -1;
 }
 
 bool FoodDBDynamic::food(int id, Food *food) const
@@ -271,13 +275,11 @@ bool FoodDBDynamic::food(int id, Food *food) const
             {id});
     if (query.isNull() || !query->next())
         return false;
-    const int columns[FV_COUNT] = {FV_CALORIES,      FV_FAT,         FV_PROTEIN, FV_CARB,  FV_FIBER,
-                                   FV_SATURATED_FAT, FV_CHOLESTEROL, FV_SODIUM,  FV_SUGAR, FV_CALCIUM};
     food->values.fill(kAbsentValue);
     for (int i = 0; i < FV_COUNT; ++i) {
         const QVariant v = query->value(i);
         if (!v.isNull())
-            food->values[size_t(columns[i])] = v.toFloat();
+            food->values[size_t(kColumnOrder[i])] = v.toFloat();
     }
     food->name = name(id);
     food->measureKind = 'S';
@@ -291,155 +293,29 @@ QList<FoodServing> FoodDBDynamic::servings(int id) const
     return {{servingName(id), 0, 1.0f}};
 }
 
-int FoodDBDynamic::addCategory(int parent, const QString &name, int id)
-{
-    if (id < 0) {
-        LmSqlQueryPtr next =
-            run(QStringLiteral("SELECT MAX(category_id)+1 FROM custom_food_cats WHERE category_id+1 < ?"),
-                {kUserRootBase});
-        const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
-        id = candidate >= kFirstCustomId + 1 ? candidate : kFirstCustomId;
-    }
-    if (run(QStringLiteral("INSERT INTO custom_food_cats(category_id, parent_id, name) VALUES (?, ?, ?)"),
-            {id, parent, name})
-            .isNull())
-        return -1;
-    rebuild();
-    return id;
-}
-
-bool FoodDBDynamic::renameCategory(int id, const QString &name)
-{
-    const bool ok =
-        !run(QStringLiteral("UPDATE custom_food_cats SET name = ? WHERE category_id = ?"), {name, id})
-             .isNull();
-    rebuild();
-    return ok;
-}
-
-bool FoodDBDynamic::moveCategory(int id, int parent)
-{
-    const bool ok =
-        !run(QStringLiteral("UPDATE custom_food_cats SET parent_id = ? WHERE category_id = ?"), {parent, id})
-             .isNull();
-    rebuild();
-    return ok;
-}
-
-bool FoodDBDynamic::moveFood(int id, int category)
-{
-    const bool ok =
-        !run(QStringLiteral("UPDATE custom_foods SET category_id = ? WHERE food_id = ?"), {category, id})
-             .isNull();
-    rebuild();
-    return ok;
-}
-
-QString FoodDBDynamic::categoryName(int id) const
-{
-    LmSqlQueryPtr query =
-        run(QStringLiteral("SELECT name FROM custom_food_cats WHERE category_id = ?"), {id});
-    return !query.isNull() && query->next() ? query->value(0).toString() : QString();
-}
-
-QList<QPair<int, QString>> FoodDBDynamic::foodsOf(int category) const
-{
-    QList<QPair<int, QString>> rows;
-    LmSqlQueryPtr query = run(
-        QStringLiteral("SELECT food_id, name FROM custom_foods WHERE category_id = ? ORDER BY UPPER(name)"),
-        {category});
-    while (!query.isNull() && query->next())
-        rows.append({query->value(0).toInt(), query->value(1).toString()});
-    return rows;
-}
-
-QList<QPair<int, QString>> FoodDBDynamic::subcategories(int category) const
-{
-    QList<QPair<int, QString>> rows;
-    LmSqlQueryPtr query =
-        run(QStringLiteral(
-                "SELECT category_id, name FROM custom_food_cats WHERE parent_id = ? ORDER BY UPPER(name)"),
-            {category});
-    while (!query.isNull() && query->next())
-        rows.append({query->value(0).toInt(), query->value(1).toString()});
-    return rows;
-}
-
-bool FoodDBDynamic::deleteCategoryRows(int id)
-{
-    bool ok = true;
-    for (const auto &sub : subcategories(id)) {
-        if (sub.first != id)
-            ok = deleteCategoryRows(sub.first) && ok;
-    }
-    ok = !run(QStringLiteral("DELETE FROM custom_foods WHERE category_id = ?"), {id}).isNull() && ok;
-    ok = !run(QStringLiteral("DELETE FROM custom_food_cats WHERE category_id = ?"), {id}).isNull() && ok;
-    return ok;
-}
-
-bool FoodDBDynamic::deleteCategory(int id)
-{
-    LmSqlDb::begin();
-    const bool ok = deleteCategoryRows(id);
-    if (ok)
-        LmSqlDb::commit();
-    else
-        LmSqlDb::rollback();
-    rebuild();
-    return ok;
-}
-
-bool FoodDBDynamic::deleteFood(int id)
-{
-    const bool ok = !run(QStringLiteral("DELETE FROM custom_foods WHERE food_id = ?"), {id}).isNull();
-    rebuild();
-    return ok;
-}
-
 int FoodDBDynamic::addFood(const QString &name, const QString &servingName,
                            const std::array<float, FV_COUNT> &values, int category)
 {
     LmSqlQueryPtr next = run(QStringLiteral("SELECT MAX(food_id)+1 FROM custom_foods"), {});
     const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
     const int id = candidate > kFirstCustomId ? candidate : kFirstCustomId;
-    QVariantList bound = {name, servingName};
-    for (int v : {FV_CALORIES, FV_FAT, FV_PROTEIN, FV_CARB, FV_FIBER, FV_SATURATED_FAT, FV_CHOLESTEROL,
-                  FV_SODIUM, FV_SUGAR, FV_CALCIUM})
-        bound.append(valueOrNull(values[size_t(v)]));
-    bound << category << id;
-    if (run(QStringLiteral(
-                "INSERT INTO custom_foods(name, serv_name, calories, fat, protein, carb, fiber, "
-                "saturated_fat, cholesterol, sodium, sugar, calcium, category_id, food_id) VALUES (?, ?, ?, "
-                "?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"),
-            bound)
-            .isNull())
-        return -1;
-    rebuild();
-    return id;
+    const QVariantList bound =
+        QVariantList{name, servingName} + boundValues(values) + QVariantList{category, id};
+    const bool ok = change(
+        "INSERT INTO custom_foods(name, serv_name, calories, fat, protein, carb, fiber, saturated_fat, "
+        "cholesterol, sodium, sugar, calcium, category_id, food_id) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, "
+        "?, ?, ?, ?, ?)",
+        bound);
+    return ok ? id : -1;
 }
 
 bool FoodDBDynamic::updateFood(int id, const QString &name, const QString &servingName,
                                const std::array<float, FV_COUNT> &values)
 {
-    QVariantList bound = {name, servingName};
-    for (int v : {FV_CALORIES, FV_FAT, FV_PROTEIN, FV_CARB, FV_FIBER, FV_SATURATED_FAT, FV_CHOLESTEROL,
-                  FV_SODIUM, FV_SUGAR, FV_CALCIUM})
-        bound.append(valueOrNull(values[size_t(v)]));
-    bound << id;
-    const bool ok =
-        !run(QStringLiteral("UPDATE custom_foods SET name = ?, serv_name = ?, calories = ?, fat = ?, "
-                            "protein = ?, carb = ?, fiber = ?, saturated_fat = ?, cholesterol = ?, "
-                            "sodium = ?, sugar = ?, calcium = ? WHERE food_id = ?"),
-             bound)
-             .isNull();
-    rebuild();
-    return ok;
-}
-
-int FoodDBDynamic::categoryOf(int id) const
-{
-    LmSqlQueryPtr query = run(QStringLiteral("SELECT category_id FROM custom_foods WHERE food_id = ?"), {id});
-    return !query.isNull() && query->next() ? query->value(0).toInt() : -1;
+    return change(
+        "UPDATE custom_foods SET name = ?, serv_name = ?, calories = ?, fat = ?, protein = ?, carb = ?, "
+        "fiber = ?, saturated_fat = ?, cholesterol = ?, sodium = ?, sugar = ?, calcium = ? WHERE food_id = ?",
+        QVariantList{name, servingName} + boundValues(values) + QVariantList{id});
 }
 
 // --- favourites ---

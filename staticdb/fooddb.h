@@ -77,6 +77,8 @@ public:
 class FoodDBDynamic : public FoodDBBase, public DynamicDB
 {
 public:
+    static const Tables kTables;
+
     explicit FoodDBDynamic(int user_id);
 
     bool contains(int id) const override;
@@ -85,29 +87,18 @@ public:
     bool food(int id, Food *food) const override;
     QList<FoodServing> servings(int id) const override;
     QString servingName(int id) const;
+    int categoryOf(int id) const; // -1 for none
 
-    // The root category of a user (-1: the shared one), made when missing.
-    static int userRootId(int user_id);
-    int addCategory(int parent, const QString &name, int id = -1);
-    bool renameCategory(int id, const QString &name);
-    bool moveCategory(int id, int parent);
-    bool moveFood(int id, int category);
-    QString categoryName(int id) const;
-    QList<QPair<int, QString>> foodsOf(int category) const;
-    QList<QPair<int, QString>> subcategories(int category) const;
-    bool deleteCategory(int id);
-    bool deleteFood(int id);
+    // "My Foods" of a user, "Shared Foods" for -1; made when missing.
+    static int userRootId(int user_id) { return DynamicDB::userRootId(kTables, user_id); }
     // Values per serving, in the order of Food::values. Returns the new id, -1 on failure.
     int addFood(const QString &name, const QString &servingName, const std::array<float, FV_COUNT> &values,
                 int category);
     bool updateFood(int id, const QString &name, const QString &servingName,
                     const std::array<float, FV_COUNT> &values);
 
-    // The category a custom food is filed under, -1 for none.
-    int categoryOf(int id) const;
-
 private:
-    bool deleteCategoryRows(int id);
+    QVariant column(const char *name, int id) const;
 };
 
 // Favourites of a user: item type 1 foods, 2 exercises.

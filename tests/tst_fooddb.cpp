@@ -265,7 +265,7 @@ void TestFoodDb::customTreeIndexAndSearch()
     // Categories before foods, each in case-insensitive order; the shared root first.
     QCOMPARE(shownItems(foods, 0), list({"[Shared Foods]", "Apple pie", "[My Foods]", "[Fruit]", "[tropical]",
                                          "Mango", "apple", "Banana", "cherry"}));
-    QCOMPARE(foods.foodsOf(fruit).constFirst().second, QStringLiteral("apple"));
+    QCOMPARE(foods.itemsOf(fruit).constFirst().second, QStringLiteral("apple"));
 
     QVERIFY(foods.search(QStringLiteral("apple"), false, 0));
     QCOMPARE(shownItems(foods, 0), list({"[Shared Foods]", "Apple pie", "[My Foods]", "[Fruit]", "apple"}));
@@ -274,12 +274,12 @@ void TestFoodDb::customTreeIndexAndSearch()
 
     // Renames, moves and deletions show in the index at once.
     QVERIFY(foods.renameCategory(tropical, QStringLiteral("Exotic")));
-    QVERIFY(foods.moveFood(mango, fruit));
+    QVERIFY(foods.moveItem(mango, fruit));
     QVERIFY(foods.moveCategory(tropical, FoodDBDynamic::userRootId(-1)));
     QCOMPARE(shownItems(foods, 0), list({"[Shared Foods]", "[Exotic]", "Apple pie", "[My Foods]", "[Fruit]",
                                          "apple", "Banana", "cherry", "Mango"}));
     QVERIFY(foods.moveCategory(tropical, fruit));
-    QVERIFY(foods.moveFood(mango, tropical));
+    QVERIFY(foods.moveItem(mango, tropical));
     QVERIFY(foods.deleteCategory(fruit)); // its foods, its subcategory and that one's food
     QCOMPARE(shownItems(foods, 0), list({"[Shared Foods]", "Apple pie", "[My Foods]"}));
     QCOMPARE(DbTest::column(QStringLiteral("SELECT COUNT(*) FROM custom_foods")),
@@ -301,12 +301,12 @@ void TestFoodDb::customExercises()
     QCOMPARE(root, 0x1FFF003);
     for (const char *name : {"cycling", "aerobics", "Boxing"})
         exercises.addExercise(root, QString::fromLatin1(name), 0.1f);
-    QCOMPARE(exercises.exercisesOf(root).constFirst(), qMakePair(0x1000001, QStringLiteral("aerobics")));
+    QCOMPARE(exercises.itemsOf(root).constFirst(), qMakePair(0x1000001, QStringLiteral("aerobics")));
     QCOMPARE(shownItems(exercises, 0),
              list({"[Shared Exercises]", "[My Exercises]", "aerobics", "Boxing", "cycling"}));
     const int club = exercises.addCategory(root, QStringLiteral("Club"));
     QCOMPARE(club, 0x1000000);
-    QVERIFY(exercises.moveExercise(0x1000000, club));
+    QVERIFY(exercises.moveItem(0x1000000, club));
     QVERIFY(exercises.updateExercise(0x1000000, QStringLiteral("Cycling club"), 0.15f));
     ExDB all(3);
     Exercise found;
@@ -316,8 +316,8 @@ void TestFoodDb::customExercises()
     QCOMPARE(exercises.categoryOf(0x1000000), club);
     QVERIFY(exercises.deleteCategory(club));
     QVERIFY(!all.exercise(0x1000000, &found));
-    QVERIFY(exercises.deleteExercise(0x1000001));
-    QCOMPARE(exercises.exercisesOf(root).size(), 1);
+    QVERIFY(exercises.deleteItem(0x1000001));
+    QCOMPARE(exercises.itemsOf(root).size(), 1);
     LM_VERIFY_ASSERT(ExDBDynamic::userRootId(4096), "user_id >= -1 && user_id < 4096");
     LM_VERIFY_ASSERT(all.exercise(-1, &found), "id >= 0 && id < 0x3000000");
 }
