@@ -211,12 +211,12 @@ void DynamicDB::rebuild()
 
     // Breadth first: every category's children become one run.
     std::vector<const Node *> order = {&root};
-    std::vector<IndexEntry> entries;
-    std::vector<quint8> flags;
+    IndexEntries entries;
+    IndexFlags flags;
     QByteArray names;
     for (size_t i = 0; i < order.size(); ++i) {
         const Node &node = *order[i];
-        IndexEntry entry;
+        IndexEntry entry{};
         entry.id = node.id;
         entry.nameOffset = quint32(names.size());
         names += node.name;
@@ -233,7 +233,7 @@ void DynamicDB::rebuild()
         entries.push_back(entry);
         flags.push_back(node.flags);
     }
-    IndexEntry end;
+    IndexEntry end{};
     end.nameOffset = quint32(names.size());
     entries.push_back(end);
     flags.push_back(0);

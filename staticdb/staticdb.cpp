@@ -7,6 +7,12 @@
 
 #include <QtEndian>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+#include <algorithm>
+#include <bit>
 #include <cstring>
 #include <memory>
 
@@ -15,6 +21,7 @@ namespace {
 constexpr char kMagic[32] = "Database subject to copyright.\x1a";
 constexpr qint64 kHeaderSize = 64;
 constexpr int kMaxWords = 31;
+constexpr qint64 kRaritySample = 32 * 1024; // bytes of names a search samples to order its words
 
 quint32 read32(const uchar *p)
 {
@@ -37,18 +44,38 @@ SharedMapping &shared()
 } // namespace
 
 // Case-insensitive substring test over 8-bit text with a skip table.
+// Latin-1 lower case, as a table: the matcher's inner loop must not call into QtCore.
+const std::array<uchar, 256> &latin1Lower()
+{
+    static const std::array<uchar, 256> table = [] {
+        std::array<uchar, 256> t;
+        for (int c = 0; c < 256; ++c) {
+            const char16_t l = QChar::fromLatin1(char(c)).toLower().unicode();
+            t[size_t(c)] = l <= 255 ? uchar(l) : uchar(c);
+        }
+        return t;
+    }();
+    return table;
+}
+
+// Case-insensitive substring test over 8-bit text with a skip table.
 class IndexedDB::Matcher
 {
 public:
     Matcher(const QString &word, bool exclusion)
         : exclusion(exclusion)
+        , _lower(latin1Lower())
     {
         const qsizetype m = word.size();
         _reversed.resize(m);
         for (qsizetype i = 0; i < m; ++i) {
             const char16_t c = word.at(m - 1 - i).toLower().unicode();
-            _reversed[i] = c > 255 ? '\0' : char(c); // beyond Latin-1 never matches
+            _reversed[i] = char(c);
+            _impossible = _impossible || c > 255; // beyond Latin-1 never matches
         }
+        _forward = _reversed;
+        std::reverse(_forward.begin(), _forward.end());
+        _anchorB = std::max<qsizetype>(m - 1, 0);
         _skip.fill(quint32(m));
         for (qsizetype i = 0; i < m; ++i) {
             const QChar c = word.at(i);
@@ -60,38 +87,111 @@ public:
         }
     }
 
-    bool occursIn(const char *text, quint32 n) const
+    qsizetype length() const { return _reversed.size(); }
+
+    // The first occurrence in text[from, to), or -1. For scanning the names of many items in one
+    // pass: 16 bytes at a time, windows whose first and last characters can match (a case bit
+    // aside) are checked in full.
+    qint64 findIn(const uchar *text, qint64 from, qint64 to) const
+    {
+        const qint64 m = _reversed.size();
+        if (_impossible || m == 0 || to - from < m)
+            return _impossible || to - from < m ? -1 : from;
+        const auto *word = reinterpret_cast<const uchar *>(_forward.constData());
+        const auto matchesAt = [&](qint64 p) {
+            for (qint64 k = 0; k < m; ++k) {
+                if (_lower[text[p + k]] != word[k])
+                    return false;
+            }
+            return true;
+        };
+        qint64 p = from;
+#ifdef __SSE2__
+        const __m128i caseBit = _mm_set1_epi8(0x20);
+        const __m128i firstChar = _mm_set1_epi8(char(word[_anchorA] | 0x20));
+        const __m128i lastChar = _mm_set1_epi8(char(word[_anchorB] | 0x20));
+        for (; p + m - 1 + 16 <= to; p += 16) {
+            const __m128i a = _mm_or_si128(
+                _mm_loadu_si128(reinterpret_cast<const __m128i *>(text + p + _anchorA)), caseBit);
+            const __m128i b = _mm_or_si128(
+                _mm_loadu_si128(reinterpret_cast<const __m128i *>(text + p + _anchorB)), caseBit);
+            unsigned candidates = unsigned(
+                _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, firstChar), _mm_cmpeq_epi8(b, lastChar))));
+            while (candidates) {
+                const qint64 at = p + std::countr_zero(candidates);
+                if (matchesAt(at))
+                    return at;
+                candidates &= candidates - 1;
+            }
+        }
+#endif
+        for (; p + m <= to; ++p) {
+            if (matchesAt(p))
+                return p;
+        }
+        return -1;
+    }
+
+    bool occursIn(const char *name, quint32 n) const
     {
         const quint32 m = quint32(_reversed.size());
+        if (_impossible)
+            return false;
         if (m == 0)
             return true;
+        const auto *text = reinterpret_cast<const uchar *>(name);
+        const auto *word = reinterpret_cast<const uchar *>(_reversed.constData());
+        const uchar last = word[0];
         quint32 p = 0;
         while (p + m <= n) {
-            quint32 j = 0;
+            // Most windows end in a character that is not the word's last: skip on.
+            const uchar end = text[p + m - 1];
+            if (_lower[end] != last) {
+                p += _skip[end];
+                continue;
+            }
+            quint32 j = 1;
             quint32 q = p + m - 1;
             while (j < m) {
-                const uchar c = uchar(text[q]);
-                if (_reversed[j] == '\0' || lower(c) != uchar(_reversed[j]))
+                --q;
+                if (_lower[text[q]] != word[j])
                     break;
                 ++j;
-                if (j < m)
-                    --q;
             }
             if (j == m)
                 return true;
             // Signed: a mismatch near the start with a short shift would go below p.
-            const qint64 shifted = qint64(q) + _skip[uchar(text[q])] - m + 1;
+            const qint64 shifted = qint64(q) + _skip[text[q]] - m + 1;
             p = quint32(std::max<qint64>(shifted, qint64(p) + 1));
         }
         return false;
     }
 
+    // The two characters findIn looks for first: the rarest in names like those counted (by
+    // byte with the case bit set), so that few windows need a full comparison.
+    void chooseAnchors(const std::array<quint32, 256> &counts)
+    {
+        const qsizetype m = _forward.size();
+        const auto rarity = [&](qsizetype k) { return counts[uchar(_forward[k]) | 0x20]; };
+        qsizetype a = 0;
+        for (qsizetype k = 1; k < m; ++k)
+            a = rarity(k) < rarity(a) ? k : a;
+        qsizetype b = a == 0 && m > 1 ? 1 : 0;
+        for (qsizetype k = 0; k < m; ++k)
+            b = k != a && rarity(k) < rarity(b) ? k : b;
+        _anchorA = a;
+        _anchorB = m > 1 ? b : a;
+    }
+
     bool exclusion;
 
 private:
-    static uchar lower(uchar c) { return uchar(QChar::fromLatin1(char(c)).toLower().unicode()); }
-
+    const std::array<uchar, 256> &_lower;
+    qsizetype _anchorA = 0;
+    qsizetype _anchorB = 0;
     QByteArray _reversed;
+    QByteArray _forward;
+    bool _impossible = false;
     std::array<quint32, 256> _skip;
 };
 
@@ -99,22 +199,11 @@ BrowsableDBIterator::BrowsableDBIterator(const IndexEntry *entries, const quint8
                                          quint8 flagsRequiredOn, quint8 flagsRequiredOff)
     : _entries(entries)
     , _flags(flags)
-    , _remaining(count)
+    , _end(count)
     , _on(flagsRequiredOn)
     , _off(flagsRequiredOff)
 {
     LM_ASSERT((flagsRequiredOn & flagsRequiredOff) == 0);
-}
-
-const IndexEntry *BrowsableDBIterator::next()
-{
-    while (_remaining > 0) {
-        const int i = _position++;
-        --_remaining;
-        if ((_flags[i] & (_on | _off)) == _on)
-            return &_entries[i];
-    }
-    return nullptr;
 }
 
 bool IndexedDB::index(const uchar *base, qint64 size, quint32 chunkId, bool *missingChunk)
@@ -153,34 +242,40 @@ bool IndexedDB::index(const uchar *base, qint64 size, quint32 chunkId, bool *mis
     if (count < 1 || table + qint64(count) * 16 > size || names > size || payloads > size)
         return false;
 
-    std::vector<IndexEntry> entries(count);
-    std::vector<quint8> flagBytes(count);
-    // Every record may belong to one child run only, and runs lie after their category: the tree
-    // then has no cycles and no shared subtrees, so walking it always ends.
-    std::vector<bool> claimed(count, false);
-    QHash<quint32, quint32> categories;
+    IndexEntries entries;
+    IndexFlags flagBytes;
+    entries.resize(count);
+    flagBytes.resize(count);
+    std::vector<quint32> categories;
+    // Child runs lie after their category and after the run of every category before it (the
+    // breadth-first order our files are written in): a record then belongs to one run at most and
+    // the tree has no cycles, so walking it always ends, and checking it takes no memory.
+    quint64 runsEnd = 1;
+    quint64 previousName = 0; // a names area at the very start of the file is no names area
     for (quint32 i = 0; i < count; ++i) {
         const uchar *record = base + table + qint64(i) * 16;
         const quint8 flags = record[0];
         IndexEntry &e = entries[i];
         e.id = read32(record) & 0xFFFFFF;
         const qint64 nameOffset = names + read32(record + 4);
-        if (nameOffset >= size)
+        // Names lie in record order; a length is the distance to the next name less its
+        // terminator, so ascending offsets keep every name inside the file.
+        if (nameOffset >= size || quint64(nameOffset) <= previousName)
             return false;
+        previousName = quint64(nameOffset);
         e.nameOffset = quint32(nameOffset);
         e.value = read32(record + 8);
+        e.extra = 0;
         const bool endRecord = i + 1 == count;
         if ((flags & FLAG_CATEGORY) && !endRecord) {
             e.extra = read32(record + 12);
             const quint64 end = quint64(e.value) + e.childCount();
-            if (end > count - 1 || (e.childCount() > 0 && e.value <= i))
-                return false;
-            for (quint64 child = e.value; child < end; ++child) {
-                if (claimed[child])
+            if (e.childCount() > 0) {
+                if (end > count - 1 || e.value <= i || e.value < runsEnd)
                     return false;
-                claimed[child] = true;
+                runsEnd = end;
             }
-            categories.insert(e.id, i);
+            categories.push_back(i);
         } else if (!endRecord) {
             const qint64 payload = payloads + read32(record + 12);
             if (payload >= size)
@@ -189,19 +284,23 @@ bool IndexedDB::index(const uchar *base, qint64 size, quint32 chunkId, bool *mis
         }
         flagBytes[i] = quint8(flags | FLAG_SHOWN | FLAG_EXPANDED);
     }
-    // Names lie in record order: a length is the distance to the next name less its terminator.
-    for (quint32 i = 0; i + 1 < count; ++i) {
-        if (entries[i + 1].nameOffset <= entries[i].nameOffset || base[entries[i + 1].nameOffset - 1] != '\0')
-            return false;
-    }
     _size = quint64(size);
     _entries = std::move(entries);
     _flags = std::move(flagBytes);
     _categories = std::move(categories);
+    sortCategories();
     return true;
 }
 
-void IndexedDB::adopt(QByteArray names, std::vector<IndexEntry> entries, std::vector<quint8> flags)
+void IndexedDB::sortCategories()
+{
+    _categories.shrink_to_fit();
+    // By id; of two categories with one id the first in the table is found.
+    std::stable_sort(_categories.begin(), _categories.end(),
+                     [this](quint32 a, quint32 b) { return _entries[a].id < _entries[b].id; });
+}
+
+void IndexedDB::adopt(QByteArray names, IndexEntries entries, IndexFlags flags)
 {
     LM_ASSERT(!entries.empty() && entries.size() == flags.size());
     _ownedNames = std::move(names);
@@ -213,8 +312,9 @@ void IndexedDB::adopt(QByteArray names, std::vector<IndexEntry> entries, std::ve
     for (size_t i = 0; i + 1 < _entries.size(); ++i) {
         _flags[i] |= FLAG_SHOWN | FLAG_EXPANDED;
         if (_flags[i] & FLAG_CATEGORY)
-            _categories.insert(_entries[i].id, quint32(i));
+            _categories.push_back(quint32(i));
     }
+    sortCategories();
 }
 
 QByteArray IndexedDB::nameBytes(const IndexEntry *entry) const
@@ -232,8 +332,10 @@ QByteArrayView IndexedDB::payload(const IndexEntry *entry) const
 const IndexEntry *IndexedDB::lookup(quint32 id, bool isCategory) const
 {
     if (isCategory) {
-        const auto it = _categories.constFind(id);
-        return it == _categories.cend() ? nullptr : &_entries[*it];
+        const auto it =
+            std::lower_bound(_categories.cbegin(), _categories.cend(), id,
+                             [this](quint32 index, quint32 wanted) { return _entries[index].id < wanted; });
+        return it == _categories.cend() || _entries[*it].id != id ? nullptr : &_entries[*it];
     }
     for (size_t i = 0; i + 1 < _entries.size(); ++i) {
         if (_entries[i].id == id && !(_flags[i] & FLAG_CATEGORY))
@@ -272,6 +374,79 @@ void IndexedDB::reset()
     }
 }
 
+struct IndexedDB::Query
+{
+    std::vector<Matcher> matchers;
+    std::vector<quint32> order; // of the matchers, for items
+    quint32 inclusion = 0;
+    quint32 exclusion = 0;
+    quint8 required = 0;
+};
+
+// An item is shown when the words matched along its path and in its own name are exactly the
+// inclusion words.
+bool IndexedDB::itemShown(const IndexEntry &e, quint8 flag, quint32 inherited, const Query &query,
+                          int skip) const
+{
+    if ((flag & query.required) != query.required || (inherited & query.exclusion))
+        return false;
+    const bool searched = !(flag & FLAG_NOT_SEARCHED);
+    // The missing words first, longest first, stopping at the first that settles it.
+    for (const quint32 m : query.order) {
+        const quint32 bit = 1u << m;
+        if ((inherited & bit) || int(m) == skip)
+            continue;
+        const bool occurs = searched && query.matchers[m].occursIn(namePointer(&e), nameLength(&e));
+        if (occurs != bool(bit & query.inclusion))
+            return false;
+    }
+    return true;
+}
+
+bool IndexedDB::walkItems(quint32 begin, quint32 end, quint32 inherited, const Query &query)
+{
+    int scan = -1; // the longest inclusion word the path lacks: every shown item must hold it
+    for (const quint32 m : query.order) {
+        if ((query.inclusion & (1u << m)) && !(inherited & (1u << m))) {
+            scan = int(m);
+            break;
+        }
+    }
+    bool hit = false;
+    if (scan < 0 || (inherited & query.exclusion)) {
+        for (quint32 i = begin; i < end; ++i) {
+            const bool shown = itemShown(_entries[i], _flags[i], inherited, query, -1);
+            _flags[i] = quint8((_flags[i] & ~(FLAG_SHOWN | FLAG_EXPANDED)) | (shown ? FLAG_SHOWN : 0));
+            hit = hit || shown;
+        }
+        return hit;
+    }
+    for (quint32 i = begin; i < end; ++i)
+        _flags[i] &= quint8(~(FLAG_SHOWN | FLAG_EXPANDED));
+    // One pass over the names for that word; only the items holding it are looked at further.
+    const Matcher &word = query.matchers[size_t(scan)];
+    const qint64 namesEnd = _entries[end].nameOffset;
+    quint32 i = begin;
+    for (qint64 at = word.findIn(_base, _entries[begin].nameOffset, namesEnd); at >= 0;) {
+        // Hits are sparse: find the item by halving rather than stepping through the entries.
+        const auto owner =
+            std::upper_bound(_entries.begin() + i + 1, _entries.begin() + end + 1, at,
+                             [](qint64 offset, const IndexEntry &e) { return offset < e.nameOffset; });
+        i = quint32(owner - _entries.begin()) - 1;
+        const qint64 nameEnd = _entries[i + 1].nameOffset - 1; // the terminator
+        if (at + word.length() <= nameEnd && !(_flags[i] & FLAG_NOT_SEARCHED) &&
+            itemShown(_entries[i], _flags[i], inherited, query, scan)) {
+            _flags[i] |= FLAG_SHOWN;
+            hit = true;
+        }
+        if (at + word.length() <= nameEnd) // settled: on to the next name
+            at = i + 1 < end ? word.findIn(_base, _entries[i + 1].nameOffset, namesEnd) : -1;
+        else
+            at = word.findIn(_base, at + 1, namesEnd);
+    }
+    return hit;
+}
+
 void IndexedDB::setSubtree(quint32 index, quint8 set, quint8 clear)
 {
     const IndexEntry &e = _entries[index];
@@ -282,36 +457,47 @@ void IndexedDB::setSubtree(quint32 index, quint8 set, quint8 clear)
     }
 }
 
-bool IndexedDB::walk(quint32 first, quint32 count, quint32 inherited, quint32 inclusion, quint8 required,
-                     const std::vector<Matcher> &matchers)
+bool IndexedDB::walk(quint32 first, quint32 count, quint32 inherited, const Query &query)
 {
     bool hit = false;
     for (quint32 i = first; i < first + count; ++i) {
         quint8 &flag = _flags[i];
+        const IndexEntry &e = _entries[i];
         const bool category = flag & FLAG_CATEGORY;
-        if ((flag & required) != required) {
+        if ((flag & query.required) != query.required) {
             flag &= quint8(~(FLAG_SHOWN | FLAG_EXPANDED));
             if (category)
                 setSubtree(i, 0, FLAG_SHOWN | FLAG_EXPANDED);
             continue;
         }
+        if (!category) {
+            // The items of a run, their names side by side in the file, are searched together.
+            quint32 end = i + 1;
+            while (end < first + count && !(_flags[end] & FLAG_CATEGORY))
+                ++end;
+            hit = walkItems(i, end, inherited, query) || hit;
+            i = end - 1;
+            continue;
+        }
+        const bool searched = !(flag & FLAG_NOT_SEARCHED);
         quint32 mask = inherited;
-        if (!(flag & FLAG_NOT_SEARCHED)) {
-            for (size_t m = 0; m < matchers.size(); ++m) {
-                if (matchers[m].occursIn(namePointer(&_entries[i]), nameLength(&_entries[i])))
+        if (searched) {
+            for (size_t m = 0; m < query.matchers.size(); ++m) {
+                if (query.matchers[m].occursIn(namePointer(&e), nameLength(&e)))
                     mask |= 1u << m;
             }
         }
-        if (mask == inclusion) {
+        if (mask == query.inclusion) {
             flag = quint8((flag | FLAG_SHOWN) & ~FLAG_EXPANDED);
-            if (category)
-                setSubtree(i, FLAG_SHOWN, FLAG_EXPANDED);
+            setSubtree(i, FLAG_SHOWN, FLAG_EXPANDED);
             hit = true;
             continue;
         }
         flag &= quint8(~(FLAG_SHOWN | FLAG_EXPANDED));
-        if (category &&
-            walk(_entries[i].value, _entries[i].childCount(), mask, inclusion, required, matchers)) {
+        // An excluded word stays in the mask of everything below: nothing there can match.
+        if (mask & query.exclusion)
+            setSubtree(i, 0, FLAG_SHOWN | FLAG_EXPANDED);
+        else if (walk(e.value, e.childCount(), mask, query)) {
             flag |= FLAG_SHOWN | FLAG_EXPANDED;
             hit = true;
         }
@@ -337,23 +523,44 @@ bool IndexedDB::search(const QString &query, bool suppress, quint8 requiredFlags
     if (words.size() > kMaxWords)
         return false;
 
-    std::vector<Matcher> matchers;
-    quint32 inclusion = 0;
+    Query q;
+    q.required = requiredFlags;
     qsizetype longest = 0;
     for (const QString &w : words) {
         const bool exclusion = w.startsWith(QLatin1Char('-'));
         const QString text = exclusion ? w.mid(1) : w;
-        if (!exclusion)
-            inclusion |= 1u << matchers.size();
+        (exclusion ? q.exclusion : q.inclusion) |= 1u << q.matchers.size();
         longest = std::max(longest, text.size());
-        matchers.emplace_back(text, exclusion);
+        q.matchers.emplace_back(text, exclusion);
     }
     if (longest < 3)
         return false;
     if (!suppress) {
+        // Items test their rarest inclusion word first: it rules out most, and most names are
+        // scanned for it in one pass. Rarity comes from a sample of the names.
+        std::vector<qint64> seen(q.matchers.size(), 0);
+        const qint64 sampleFrom = _entries.front().nameOffset;
+        const qint64 sampleTo = std::min<qint64>(_entries.back().nameOffset, sampleFrom + kRaritySample);
+        std::array<quint32, 256> counts{};
+        for (qint64 at = sampleFrom; at < sampleTo; ++at)
+            ++counts[_base[at] | 0x20];
+        for (quint32 m = 0; m < q.matchers.size(); ++m) {
+            q.matchers[m].chooseAnchors(counts);
+            q.order.push_back(m);
+            for (qint64 at = q.matchers[m].findIn(_base, sampleFrom, sampleTo); at >= 0 && seen[m] < 1000;
+                 at = q.matchers[m].findIn(_base, at + 1, sampleTo))
+                ++seen[m];
+        }
+        std::stable_sort(q.order.begin(), q.order.end(), [&q, &seen](quint32 a, quint32 b) {
+            if (q.matchers[a].exclusion != q.matchers[b].exclusion)
+                return !q.matchers[a].exclusion;
+            if (seen[a] != seen[b])
+                return seen[a] < seen[b];
+            return q.matchers[a].length() > q.matchers[b].length();
+        });
         const IndexEntry *root = lookup(rootId(), true);
         LM_ASSERT(root);
-        walk(root->value, root->childCount(), 0, inclusion, requiredFlags, matchers);
+        walk(root->value, root->childCount(), 0, q);
     }
     return true;
 }

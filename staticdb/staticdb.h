@@ -14,6 +14,7 @@
 #include <QHash>
 #include <QString>
 
+#include <memory>
 #include <vector>
 
 class MemMappedFile;
@@ -31,15 +32,33 @@ enum StaticDbFlag : quint8 {
 // count from the indexed bytes' start (the mapping, or a dynamic index's own name buffer).
 struct IndexEntry
 {
-    quint32 id = 0;
-    quint32 nameOffset = 0;
-    quint32 value = 0; // category: index of the first child; leaf: the record's 32-bit value
-    quint32 extra = 0; // category: child categories << 16 | child items; leaf: payload offset
+    // No initialisers: an index of a million records is filled once, not zeroed first.
+    quint32 id;
+    quint32 nameOffset;
+    quint32 value; // category: index of the first child; leaf: the record's 32-bit value
+    quint32 extra; // category: child categories << 16 | child items; leaf: payload offset
 
     quint32 childCategories() const { return extra >> 16; }
     quint32 childItems() const { return extra & 0xFFFF; }
     quint32 childCount() const { return childCategories() + childItems(); }
 };
+
+// Vectors whose resize() leaves trivial elements uninitialised, for buffers filled right after.
+template <typename T> struct DefaultInitAllocator : std::allocator<T>
+{
+    template <typename U> struct rebind
+    {
+        using other = DefaultInitAllocator<U>;
+    };
+    using std::allocator<T>::allocator;
+    template <typename U> void construct(U *p) noexcept { ::new (static_cast<void *>(p)) U; }
+    template <typename U, typename... Args> void construct(U *p, Args &&...args)
+    {
+        ::new (static_cast<void *>(p)) U(std::forward<Args>(args)...);
+    }
+};
+using IndexEntries = std::vector<IndexEntry, DefaultInitAllocator<IndexEntry>>;
+using IndexFlags = std::vector<quint8, DefaultInitAllocator<quint8>>;
 
 // Yields the entries of a run whose flags have every bit of on and none of off.
 class BrowsableDBIterator
@@ -47,14 +66,23 @@ class BrowsableDBIterator
 public:
     BrowsableDBIterator(const IndexEntry *entries, const quint8 *flags, int count, quint8 flagsRequiredOn,
                         quint8 flagsRequiredOff);
-    const IndexEntry *next(); // nullptr at the end
+    // nullptr at the end.
+    const IndexEntry *next()
+    {
+        const quint8 mask = _on | _off;
+        int i = _position;
+        while (i < _end && (_flags[i] & mask) != _on)
+            ++i;
+        _position = i < _end ? i + 1 : _end;
+        return i < _end ? &_entries[i] : nullptr;
+    }
     quint8 flagsOf(const IndexEntry *entry) const { return _flags[entry - _entries]; }
 
 private:
     const IndexEntry *_entries;
     const quint8 *_flags;
-    int _remaining;
     int _position = 0;
+    int _end;
     quint8 _on;
     quint8 _off;
 };
@@ -112,20 +140,23 @@ public:
 protected:
     // Takes over an index built in memory: names lie in names (record order, each terminated, the
     // last entry an end record), categories have FLAG_CATEGORY set in flags.
-    void adopt(QByteArray names, std::vector<IndexEntry> entries, std::vector<quint8> flags);
+    void adopt(QByteArray names, IndexEntries entries, IndexFlags flags);
 
 private:
     class Matcher;
-    bool walk(quint32 first, quint32 count, quint32 inherited, quint32 inclusion, quint8 required,
-              const std::vector<Matcher> &matchers);
+    struct Query;
+    bool walk(quint32 first, quint32 count, quint32 inherited, const Query &query);
+    bool walkItems(quint32 begin, quint32 end, quint32 inherited, const Query &query);
+    bool itemShown(const IndexEntry &e, quint8 flag, quint32 inherited, const Query &query, int skip) const;
+    void sortCategories();
     void setSubtree(quint32 index, quint8 set, quint8 clear);
 
     const uchar *_base = nullptr;
     quint64 _size = 0;
     QByteArray _ownedNames; // dynamic indexes
-    std::vector<IndexEntry> _entries;
-    std::vector<quint8> _flags;
-    QHash<quint32, quint32> _categories; // id -> index
+    IndexEntries _entries;
+    IndexFlags _flags;
+    std::vector<quint32> _categories; // indexes of the category records, by id
 };
 
 class StaticDB : public IndexedDB
