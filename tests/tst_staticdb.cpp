@@ -206,14 +206,17 @@ void TestStaticDb::queryLimits()
 
 void TestStaticDb::partialMatchAtTheStart()
 {
-    // "Mille" ends like "apple" begins to end: the skip after that mismatch must not run backwards.
+    // "Mille" ends like "apple" begins to end: the skip after that mismatch must not run backwards,
+    // neither for a category's name nor in the items' names scanned together.
     StaticDbWriter writer(QDate(2016, 5, 1));
-    writer.addChunk(
-        1, node(true, 0, "", {node(false, 1, "Millet, puffed"), node(false, 2, "Mille-feuille, apple")}));
+    writer.addChunk(1, node(true, 0, "",
+                            {node(true, 1, "Millet, puffed", {node(false, 1, "Mille-feuille")}),
+                             node(true, 2, "Mille-feuille, apple", {node(false, 2, "Tart")}),
+                             node(false, 3, "Millet, puffed"), node(false, 4, "Mille-feuille, apple")}));
     writeDatabase(writer.build());
     StaticDB foods(1);
     QVERIFY(foods.search(QStringLiteral("apple"), false, 0));
-    QCOMPARE(shown(foods), QStringList{QStringLiteral("Mille-feuille, apple")});
+    QCOMPARE(shown(foods), list({"Mille-feuille, apple", "Mille-feuille, apple", "Tart"}));
 }
 
 void TestStaticDb::damagedFiles_data()
@@ -243,6 +246,13 @@ void TestStaticDb::damagedFiles_data()
     QByteArray cycle = good;
     cycle[88 + 16 + 16 + 11] = 0; // Fruits' children start at record 0: a cycle
     QTest::newRow("child run") << cycle << 1u << bad;
+    // A sound tree, but Apples' run comes before Baby foods' run: files are laid out breadth first.
+    QByteArray order = good;
+    order[88 + 16 + 32 + 11] = 7;
+    order[88 + 16 + 32 + 15] = 3;
+    order[88 + 16 + 48 + 11] = 5;
+    order[88 + 16 + 48 + 15] = 2;
+    QTest::newRow("runs out of order") << order << 1u << bad;
     QTest::newRow("empty file") << QByteArray() << 1u
                                 << QStringLiteral("Couldn't load food/exercise database %1");
 }
