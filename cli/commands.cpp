@@ -53,7 +53,7 @@ constexpr std::array kCommands = {
     Command{"export", "(--file F | --folder DIR | both) [--from DATE --to DATE] [--skip-empty]",
             "Reports and export", exportCommand},
 
-    Command{"publish", "", "Web", nullptr},
+    Command{"publish", "", "Web", publish},
     Command{"mealplan", "", "Web", nullptr},
     Command{"update-db", "[--check]", "Web", nullptr},
     Command{"metrics", "", "Web", nullptr},

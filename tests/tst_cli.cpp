@@ -1,8 +1,10 @@
 // The command-line tool as a user runs it: a real process, its output and exit status.
 
+#include "httptestserver.h"
 #include "testsupport.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -32,8 +34,14 @@ private:
         env.remove(QStringLiteral("TARNWELL_DEBUG"));
         process.setProcessEnvironment(env);
         process.start(binDir() + QStringLiteral("/tarnwell-cli"), arguments);
-        if (!process.waitForFinished(60000))
-            return {};
+        // The event loop keeps running: some commands talk to a server in this process.
+        QElapsedTimer timer;
+        timer.start();
+        while (process.state() != QProcess::NotRunning && !process.waitForFinished(5)) {
+            if (timer.elapsed() > 60000)
+                return {};
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        }
         return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
                 QString::fromUtf8(process.readAllStandardOutput()),
                 QString::fromUtf8(process.readAllStandardError())};
@@ -50,6 +58,7 @@ private slots:
     void brandDumpShowsLoaderWarnings();
     void profilesAndDailyRecords();
     void foodsExercisesAndMeals();
+    void publish();
     void invalidInputChangesNothing_data();
     void invalidInputChangesNothing();
     void failedStartUp();
@@ -73,8 +82,8 @@ void TestCli::exitStatuses_data()
     QTest::newRow("unknown global option")
         << QStringList{QStringLiteral("--colour"), QStringLiteral("day")} << 2 << none
         << QStringLiteral("tarnwell-cli: unknown option --colour (see --help)\n");
-    QTest::newRow("not available yet") << QStringList{QStringLiteral("publish")} << 2 << none
-                                       << QStringLiteral("tarnwell-cli: publish: not available yet\n");
+    QTest::newRow("not available yet") << QStringList{QStringLiteral("mealplan")} << 2 << none
+                                       << QStringLiteral("tarnwell-cli: mealplan: not available yet\n");
     QTest::newRow("missing option value") << QStringList{QStringLiteral("--profile")} << 2 << none
                                           << QStringLiteral("tarnwell-cli: option --profile needs a value\n");
     QTest::newRow("brand-dump without file")
@@ -372,6 +381,40 @@ void TestCli::foodsExercisesAndMeals()
     QCOMPARE(ok(args("meal-list")), QString());
     ok({QStringLiteral("remove"), QStringLiteral("food"), added});
     QVERIFY(!ok(args("day 2026-03-13")).contains(QLatin1String("Apples")));
+}
+
+void TestCli::publish()
+{
+    HttpTestServer server;
+    QVERIFY(server.start());
+    server.replies = {HttpTestServer::ok("<response errno=\"0\"/>"),
+                      HttpTestServer::ok("<response errno=\"2\" errstr=\"no such user\"/>")};
+    qputenv("http_proxy", QStringLiteral("127.0.0.1:%1").arg(server.serverPort()).toLatin1());
+    QCOMPARE(run({QStringLiteral("publish")}).err,
+             QStringLiteral(
+                 "Publish Diary: If you have a paid Tarnwell membership\n(a separate purchase from this "
+                 "software) you can publish up\nyour diary entries to your Tarnwell online\ndiary. This "
+                 "will let you share your diary with other\nTarnwell members. This process will also "
+                 "upload your\ncheck-in information.\n\nYou have not set your username or password. To "
+                 "do this,\ngo to the internet section of the preferences dialog\nand fill out the "
+                 "http://localhost/ login box.\ntarnwell-cli: nothing was published\n"));
+    QCOMPARE(run({QStringLiteral("profile-set"), QStringLiteral("--web-user"), QStringLiteral("ann"),
+                  QStringLiteral("--web-password"), QStringLiteral("secret")})
+                 .status,
+             0);
+    const Result published = run({QStringLiteral("publish")});
+    QCOMPARE(published.status, 0);
+    QVERIFY2(published.out.startsWith(
+                 QStringLiteral("Connecting\tok\tConnect to Internet (Using Proxy 127.0.0.1:")),
+             qPrintable(published.out));
+    QVERIFY(published.out.endsWith(QStringLiteral("Done\tok\nCompleted successfully\n")));
+    QVERIFY(server.requests.constFirst().contains("\r\n\r\nxml=%3C%3Fxml"));
+    const Result refused = run({QStringLiteral("publish")});
+    qunsetenv("http_proxy");
+    QCOMPARE(refused.status, 1);
+    QVERIFY(refused.out.contains(QStringLiteral("Reading\tfailed\tReading (FAILED!! Error message from "
+                                                "http://localhost/ <no such user>)\n")));
+    QVERIFY(refused.out.endsWith(QStringLiteral("\nComplete\n")));
 }
 
 void TestCli::invalidInputChangesNothing_data()
