@@ -39,7 +39,8 @@ inline bool writeBrand()
     if (!xml.open(QIODevice::WriteOnly))
         return false;
     xml.write("<brand><string id=\"brand_id\" value=\"bench\"/><bool id=\"datastore_compat\" value=\"false\"/>"
-              "<bool id=\"feature.family\" value=\"true\"/></brand>");
+              "<bool id=\"feature.family\" value=\"true\"/>"
+              "<string id=\"publish_auth_url\" value=\"http://localhost/publish\"/></brand>");
     xml.close();
     QFile archive(kHome + QStringLiteral("/brand.dat"));
     if (!archive.open(QIODevice::WriteOnly))

@@ -59,32 +59,40 @@ XmlWriter::~XmlWriter()
 QString XmlWriter::escape(const QString &value)
 {
     QString escaped;
-    escaped.reserve(value.size());
-    for (const QChar c : value) {
-        switch (c.unicode()) {
-        case '"':
-            escaped += QLatin1String("&quot;");
-            break;
-        case '&':
-            escaped += QLatin1String("&amp;");
-            break;
-        case '<':
-            escaped += QLatin1String("&lt;");
-            break;
-        case '>':
-            escaped += QLatin1String("&gt;");
-            break;
-        default:
-            escaped += c;
-        }
-    }
+    appendEscaped(&escaped, value);
     return escaped;
+}
+
+void XmlWriter::appendEscaped(QString *out, const QString &value)
+{
+    // Most values hold nothing to escape: copy runs between the characters that need it.
+    const QChar *begin = value.constData();
+    const QChar *run = begin;
+    const QChar *end = begin + value.size();
+    for (const QChar *c = begin; c != end; ++c) {
+        const char16_t u = c->unicode();
+        if (u != '"' && u != '&' && u != '<' && u != '>')
+            continue;
+        out->append(run, c - run);
+        out->append(u == '"'   ? QLatin1String("&quot;")
+                    : u == '&' ? QLatin1String("&amp;")
+                    : u == '<' ? QLatin1String("&lt;")
+                               : QLatin1String("&gt;"));
+        run = c + 1;
+    }
+    out->append(run, end - run);
+}
+
+void XmlWriter::indent(qsizetype level)
+{
+    for (qsizetype i = 0; i < level; ++i)
+        _out->append(QLatin1String("  "));
 }
 
 void XmlWriter::closeStartTag()
 {
     if (_startTagOpen) {
-        *_out += QLatin1String(">\n");
+        _out->append(QLatin1String(">\n"));
         _startTagOpen = false;
     }
 }
@@ -92,7 +100,10 @@ void XmlWriter::closeStartTag()
 void XmlWriter::startElement(const QString &name)
 {
     closeStartTag();
-    *_out += QString(2 * _open.size(), QLatin1Char(' ')) + QLatin1Char('<') + name + QLatin1Char(' ');
+    indent(_open.size());
+    _out->append(QLatin1Char('<'));
+    _out->append(name);
+    _out->append(QLatin1Char(' '));
     _open.append(name);
     _startTagOpen = true;
 }
@@ -100,7 +111,10 @@ void XmlWriter::startElement(const QString &name)
 void XmlWriter::attribute(const QString &name, const QString &value)
 {
     LM_ASSERT(_startTagOpen);
-    *_out += name + QLatin1String("=\"") + escape(value) + QLatin1String("\" ");
+    _out->append(name);
+    _out->append(QLatin1String("=\""));
+    appendEscaped(_out, value);
+    _out->append(QLatin1String("\" "));
 }
 
 void XmlWriter::attribute(const QString &name, float value)
@@ -118,11 +132,14 @@ void XmlWriter::endElement()
     LM_ASSERT(!_open.isEmpty());
     const QString name = _open.takeLast();
     if (_startTagOpen) {
-        *_out += QLatin1String("/>\n");
+        _out->append(QLatin1String("/>\n"));
         _startTagOpen = false;
         return;
     }
-    *_out += QString(2 * _open.size(), QLatin1Char(' ')) + QLatin1String("</") + name + QLatin1String(">\n");
+    indent(_open.size());
+    _out->append(QLatin1String("</"));
+    _out->append(name);
+    _out->append(QLatin1String(">\n"));
 }
 
 // --- the reply ---

@@ -33,9 +33,11 @@ public:
     void attribute(const QString &name, int value);
 
     static QString escape(const QString &value);
+    static void appendEscaped(QString *out, const QString &value);
 
 private:
     void closeStartTag();
+    void indent(qsizetype level);
 
     QString *_out;
     QStringList _open;
