@@ -1,0 +1,204 @@
+#include "net/metrics.h"
+
+#include "brand/brandengine.h"
+#include "db/lmsqldb.h"
+#include "db/synctriggers.h"
+#include "db/userdb.h"
+#include "net/netlog.h"
+#include "net/publish.h"
+
+#include <QMap>
+#include <QSqlQuery>
+#include <QTimer>
+
+namespace {
+
+constexpr int kRetryMs = 5000;
+
+QString webDate(const QString &day)
+{
+    return QStringLiteral("%1-%2-%3").arg(day.left(4), day.mid(4, 2), day.mid(6, 2));
+}
+
+LmSqlQueryPtr run(const QString &sql, const QVariantList &values)
+{
+    LmSqlQueryPtr query = LmSqlDb::instance()->prepare(sql);
+    if (!execBound(query, values))
+        return LmSqlQueryPtr();
+    return query;
+}
+
+} // namespace
+
+Metrics::Metrics(int user_id, QObject *parent)
+    : QObject(parent)
+    , _userId(user_id)
+{
+}
+
+Metrics::~Metrics() = default;
+
+QString Metrics::weightTrend(int user_id, const QString &day)
+{
+    LmSqlQueryPtr weighed =
+        run(QStringLiteral("SELECT COUNT(*) FROM (SELECT weight FROM user_checkins WHERE user_id = ? "
+                           "AND date <= ? AND WEIGHT NOT NULL LIMIT 2)"),
+            {user_id, day});
+    if (weighed.isNull() || !weighed->next() || weighed->value(0).toInt() < 2)
+        return QString();
+    return UserDB::weightTrend(user_id, day);
+}
+
+QString Metrics::buildDocument() const
+{
+    const int device = deviceId(QStringLiteral("metrics"));
+    QString document = QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\" ?>\n");
+    XmlWriter xml(&document);
+    xml.startElement(QStringLiteral("metrics"));
+    xml.attribute(QStringLiteral("protocol"), QStringLiteral("1.0"));
+    LmSqlQueryPtr logins =
+        run(QStringLiteral("SELECT date FROM metrics_startStats_sync WHERE user_id = ? AND state = ?"),
+            {_userId, 1});
+    while (!logins.isNull() && logins->next()) {
+        const QString day = logins->value(0).toString();
+        LmSqlQueryPtr count =
+            run(QStringLiteral("SELECT count FROM metrics_startStats where user_id = ? AND date == ?"),
+                {_userId, day});
+        xml.startElement(QStringLiteral("login"));
+        xml.attribute(QStringLiteral("date"), webDate(day));
+        xml.attribute(QStringLiteral("count"),
+                      !count.isNull() && count->next() ? count->value(0).toInt() : 0);
+        xml.endElement();
+    }
+    LmSqlQueryPtr checkins =
+        run(QStringLiteral("SELECT lastModified, date FROM user_checkins_sync WHERE user_id = ? AND state = "
+                           "? AND device = ? "
+                           "AND date in  (SELECT date from user_checkins where weight >= 0 and user_id = ?)"),
+            {_userId, 1, device, _userId});
+    while (!checkins.isNull() && checkins->next()) {
+        const QString day = checkins->value(1).toString();
+        xml.startElement(QStringLiteral("checkin"));
+        xml.attribute(QStringLiteral("modified"), webDate(checkins->value(0).toString()));
+        xml.attribute(QStringLiteral("date"), webDate(day));
+        xml.attribute(QStringLiteral("trend"), weightTrend(_userId, day));
+        xml.endElement();
+    }
+    QMap<QPair<QString, QString>, int> changedFoods; // (modified, day) -> rows
+    LmSqlQueryPtr foods =
+        run(QStringLiteral("SELECT lastModified, date FROM food_diary_sync, food_diary WHERE device=? "
+                           "AND food_diary_sync.food_id = food_diary.food_id AND user_id = ? and "
+                           "state = ?"),
+            {device, _userId, 1});
+    while (!foods.isNull() && foods->next())
+        ++changedFoods[{foods->value(0).toString(), foods->value(1).toString()}];
+    for (auto it = changedFoods.cbegin(); it != changedFoods.cend(); ++it) {
+        xml.startElement(QStringLiteral("fooddiary"));
+        xml.attribute(QStringLiteral("modified"), webDate(it.key().first));
+        xml.attribute(QStringLiteral("date"), webDate(it.key().second));
+        xml.attribute(QStringLiteral("count"), it.value());
+        xml.endElement();
+    }
+    xml.endElement();
+    return document;
+}
+
+void Metrics::start()
+{
+    if (_userId < 0) {
+        QTimer::singleShot(kRetryMs, this, &Metrics::start);
+        return;
+    }
+    QString url = BrandEngine::instance().getString(QStringLiteral("metrics_auth_url"));
+    if (!expandBrandUrl(url, _userId).isEmpty()) {
+        qCDebug(lcNet, "error creating metrics URL from brand string!");
+        QTimer::singleShot(kRetryMs, this, &Metrics::start);
+        return;
+    }
+    const QString body = QString::fromLatin1(LmPublish::encodeBody(buildDocument()));
+    _http = std::make_unique<LmHttp>(true, QUrl(url), 443);
+    connect(_http.get(), &LmHttp::readyRead, this, &Metrics::readData);
+    connect(_http.get(), &LmHttp::certCheckFailed, this, &Metrics::checkCertError);
+    connect(_http.get(), &LmHttp::done, this, &Metrics::httpsDone);
+    _mayProceed = true;
+    _answered = false;
+    _errorText.clear();
+    if (_http->error() != QHttps::NoError) {
+        _errorText = _http->errorString();
+        _http->abort();
+        QTimer::singleShot(0, this, [this] { emit done(true); });
+        return;
+    }
+    _http->post(QUrl(url), body);
+}
+
+void Metrics::checkCertError(int code, const QString &reason)
+{
+    qCWarning(lcNet, "metrics: certificate check failed (%d): %s", code, qUtf8Printable(reason));
+    if (code != 1) {
+        _mayProceed = false;
+        fail(QStringLiteral("Certificate check failed: ") + reason);
+    }
+}
+
+void Metrics::fail(const QString &text)
+{
+    _errorText = text;
+    _http->abort();
+}
+
+void Metrics::readData(const QHttpsResponseHeader &header)
+{
+    if (_answered)
+        return;
+    if (!_mayProceed) {
+        _http->abort();
+        return;
+    }
+    if (header.statusCode() != 200) {
+        _answered = true;
+        fail(QStringLiteral("error - %1").arg(header.statusCode()));
+    }
+}
+
+void Metrics::httpsDone(bool error)
+{
+    if (!error && !_answered) {
+        const QByteArray body = _http->readAll();
+        PublishResponse response;
+        if (_http->lastResponse().statusCode() != 200) {
+            // A reply without a body never reached readData().
+            _errorText = QStringLiteral("error - %1").arg(_http->lastResponse().statusCode());
+            error = true;
+        } else if (body.isEmpty()) {
+            _errorText = QStringLiteral("HTTPS error - No content");
+            error = true;
+        } else if (!response.parse(body)) {
+            _errorText = QStringLiteral("HTTPS error - Cannot interpret content");
+            error = true;
+        } else if (response.errnum != 0) {
+            _errorText = response.errstr;
+            error = true;
+        } else {
+            emit uploadOk();
+        }
+    } else if (error && _errorText.isEmpty()) {
+        _errorText = _http->errorString();
+        qCWarning(lcNet, "metrics: %s", qUtf8Printable(_errorText));
+    }
+    emit done(error || _answered);
+}
+
+void Metrics::resetUserMetrics(int user_id)
+{
+    const int device = deviceId(QStringLiteral("metrics"));
+    run(QStringLiteral(
+            "UPDATE food_diary_sync SET state = ? WHERE device = ? AND food_id IN (SELECT food_id FROM "
+            "food_diary WHERE user_id = ?) AND state = ?"),
+        {0, device, user_id, 1});
+    run(QStringLiteral(
+            "UPDATE user_checkins_sync SET state = ? WHERE device = ? AND user_id = ? AND state = ?"),
+        {0, device, user_id, 1});
+    run(QStringLiteral(
+            "UPDATE metrics_startStats_sync SET state = ? WHERE device = ? AND user_id = ? AND state = ?"),
+        {0, device, user_id, 1});
+}
