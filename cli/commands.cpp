@@ -54,9 +54,9 @@ constexpr std::array kCommands = {
             "Reports and export", exportCommand},
 
     Command{"publish", "", "Web", publish},
-    Command{"mealplan", "", "Web", nullptr},
+    Command{"mealplan", "", "Web", mealplan},
     Command{"update-db", "[--check]", "Web", nullptr},
-    Command{"metrics", "", "Web", nullptr},
+    Command{"metrics", "", "Web", metrics},
 
     Command{"backup", "FILE.tar", "Maintenance", nullptr},
     Command{"restore", "FILE.tar", "Maintenance", nullptr},

@@ -1,8 +1,12 @@
-// Web: publishing the diary.
+// Web: publishing the diary, the meal plan, usage metrics.
 
 #include "cli/commands.h"
 #include "cli/session.h"
 
+#include "db/savedmealdb.h"
+#include "model/dateconversion.h"
+#include "net/mealplandownload.h"
+#include "net/metrics.h"
 #include "net/publish.h"
 
 #include <QEventLoop>
@@ -35,6 +39,67 @@ int publish(Context &context, const QStringList &args)
     loop.exec();
     printLine(result);
     return result == QLatin1String("Completed successfully") ? Success : Failed;
+}
+
+int mealplan(Context &context, const QStringList &args)
+{
+    const Arguments a(args, {});
+    a.expectPositionals(0, 0, QStringLiteral("mealplan"));
+    const Session session(context);
+    const int userId = session.userId();
+    MealPlanDownloader *downloader = MealPlanDownloader::instance();
+    if (!downloader->download(userId)) {
+        if (downloader->errorText().isEmpty()) {
+            printLine(QStringLiteral("The coming week is planned already."));
+            return Success;
+        }
+        failure(downloader->errorText());
+    }
+    QEventLoop loop;
+    bool failed = false;
+    QString text;
+    QObject::connect(downloader, &MealPlanDownloader::finished, &loop,
+                     [&](bool error, const QString &message) {
+                         failed = error;
+                         text = message;
+                         loop.quit();
+                     });
+    loop.exec();
+    if (failed)
+        failure(text);
+    // What is planned now, day by day.
+    const MealPlanDB plans;
+    for (QDate day = downloader->firstDay(); day <= downloader->lastDay(); day = day.addDays(1)) {
+        for (const FoodDiaryItem &food : plans.getDay(userId, DateConversion::fromQDate(day)).foods) {
+            printLine(QStringLiteral("%1\t%2\t%3 x %4\t%5")
+                          .arg(day.toString(Qt::ISODate), mealName(food.meal, 1),
+                               QString::number(double(food.size)), escapeField(food.serv_name),
+                               escapeField(food.food_name)));
+        }
+    }
+    return Success;
+}
+
+int metrics(Context &context, const QStringList &args)
+{
+    const Arguments a(args, {});
+    a.expectPositionals(0, 0, QStringLiteral("metrics"));
+    const Session session(context);
+    const int userId = session.userId();
+    Metrics sender(userId);
+    QObject::connect(&sender, &Metrics::uploadOk, &sender, [userId] { Metrics::resetUserMetrics(userId); });
+    QEventLoop loop;
+    bool failed = false;
+    QObject::connect(&sender, &Metrics::done, &loop, [&](bool error) {
+        failed = error;
+        loop.quit();
+    });
+    sender.start();
+    loop.exec();
+    if (failed)
+        failure(sender.errorText());
+    printLine(QStringLiteral("Usage metrics sent."));
+    return Success;
 }
 
 } // namespace Cli

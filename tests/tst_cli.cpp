@@ -82,8 +82,8 @@ void TestCli::exitStatuses_data()
     QTest::newRow("unknown global option")
         << QStringList{QStringLiteral("--colour"), QStringLiteral("day")} << 2 << none
         << QStringLiteral("tarnwell-cli: unknown option --colour (see --help)\n");
-    QTest::newRow("not available yet") << QStringList{QStringLiteral("mealplan")} << 2 << none
-                                       << QStringLiteral("tarnwell-cli: mealplan: not available yet\n");
+    QTest::newRow("not available yet") << QStringList{QStringLiteral("update-db")} << 2 << none
+                                       << QStringLiteral("tarnwell-cli: update-db: not available yet\n");
     QTest::newRow("missing option value") << QStringList{QStringLiteral("--profile")} << 2 << none
                                           << QStringLiteral("tarnwell-cli: option --profile needs a value\n");
     QTest::newRow("brand-dump without file")
@@ -410,7 +410,29 @@ void TestCli::publish()
     QVERIFY(published.out.endsWith(QStringLiteral("Done\tok\nCompleted successfully\n")));
     QVERIFY(server.requests.constFirst().contains("\r\n\r\nxml=%3C%3Fxml"));
     const Result refused = run({QStringLiteral("publish")});
+
+    // The coming week's meal plan, stored and listed.
+    const QDate day = QDate::currentDate().addDays(3);
+    server.replies = {HttpTestServer::ok(
+        "<mealplan><food description=\"Porridge\" serving=\"1 bowl\" qty=\"2\" "
+        "meal=\"Breakfast\" date=\"" +
+        day.toString(QStringLiteral("yyyyMMdd")).toLatin1() + "\" calories=\"150\"/></mealplan>")};
+    QCOMPARE(run({QStringLiteral("mealplan")}).out,
+             day.toString(Qt::ISODate) + QStringLiteral("\tBreakfast\t2 x 1 bowl\tPorridge\n"));
+
+    // Metrics go over TLS: a certificate nobody trusts stops them.
+    const QString certificate = server.makeCertificate();
+    server.connectReply = "HTTP/1.1 200 OK\r\n\r\n";
+    server.tlsAfterConnect = true;
+    qputenv("https_proxy", QStringLiteral("127.0.0.1:%1").arg(server.serverPort()).toLatin1());
+    const Result metrics = run({QStringLiteral("metrics")});
+    qunsetenv("https_proxy");
     qunsetenv("http_proxy");
+    if (!certificate.isEmpty()) {
+        QCOMPARE(metrics.status, 1);
+        QVERIFY2(metrics.err.startsWith(QStringLiteral("tarnwell-cli: Certificate check failed: ")),
+                 qPrintable(metrics.err));
+    }
     QCOMPARE(refused.status, 1);
     QVERIFY(refused.out.contains(QStringLiteral("Reading\tfailed\tReading (FAILED!! Error message from "
                                                 "http://localhost/ <no such user>)\n")));
