@@ -300,6 +300,16 @@ void IndexedDB::sortCategories()
                      [this](quint32 a, quint32 b) { return _entries[a].id < _entries[b].id; });
 }
 
+void IndexedDB::clearIndex()
+{
+    _entries = IndexEntries();
+    _flags = IndexFlags();
+    _categories = std::vector<quint32>();
+    _ownedNames.clear();
+    _base = nullptr;
+    _size = 0;
+}
+
 void IndexedDB::adopt(QByteArray names, IndexEntries entries, IndexFlags flags)
 {
     LM_ASSERT(!entries.empty() && entries.size() == flags.size());
@@ -535,7 +545,7 @@ bool IndexedDB::search(const QString &query, bool suppress, quint8 requiredFlags
     }
     if (longest < 3)
         return false;
-    if (!suppress) {
+    if (!suppress && !_entries.empty()) {
         // Items test their rarest inclusion word first: it rules out most, and most names are
         // scanned for it in one pass. Rarity comes from a sample of the names.
         std::vector<qint64> seen(q.matchers.size(), 0);
@@ -570,11 +580,36 @@ QString StaticDB::fileName()
     return LmSettings::contentPath() + QStringLiteral("static.db");
 }
 
+namespace {
+
+// Every StaticDB of the process, so that an update can close and reopen them all.
+std::vector<StaticDB *> &openDatabases()
+{
+    static std::vector<StaticDB *> databases;
+    return databases;
+}
+
+} // namespace
+
 StaticDB::StaticDB(quint32 chunkId, bool *failed)
+    : _chunkId(chunkId)
 {
     LM_ASSERT(chunkId > 0);
+    openDatabases().push_back(this);
+    open(failed);
+}
+
+StaticDB::~StaticDB()
+{
+    close();
+    std::erase(openDatabases(), this);
+}
+
+bool StaticDB::open(bool *failed)
+{
     if (failed)
         *failed = false;
+    _error.clear();
     SharedMapping &mapping = shared();
     if (!mapping.file) {
         auto file = std::make_unique<MemMappedFile>(fileName());
@@ -594,7 +629,7 @@ StaticDB::StaticDB(quint32 chunkId, bool *failed)
                 "Static food/exercise database is corrupt (bad header). Please reinstall the software.");
         } else {
             _created = QString::fromLatin1(reinterpret_cast<const char *>(base + 36), 10);
-            if (!index(base, size, chunkId, &missingChunk)) {
+            if (!index(base, size, _chunkId, &missingChunk)) {
                 _error = missingChunk
                              ? QStringLiteral("Static food/exercise database is corrupt (missing chunk). "
                                               "Please reinstall the software.")
@@ -607,24 +642,40 @@ StaticDB::StaticDB(quint32 chunkId, bool *failed)
         }
     }
     if (_error.isEmpty())
-        return;
-    // A database that failed holds no share of the mapping.
-    if (_usesMapping) {
-        _usesMapping = false;
-        if (--mapping.users < 1)
-            mapping.file.reset();
-    }
+        return true;
+    close(); // a database that failed holds no share of the mapping
     qCWarning(lcStaticDb, "error in staticdb constructor: %s", qUtf8Printable(_error));
     if (!failed)
         Lm::fatal(_error);
     *failed = true;
+    return false;
 }
 
-StaticDB::~StaticDB()
+void StaticDB::close()
 {
+    clearIndex();
     if (!_usesMapping)
         return;
+    _usesMapping = false;
     SharedMapping &mapping = shared();
     if (--mapping.users < 1)
         mapping.file.reset();
+}
+
+void StaticDB::closeAll()
+{
+    for (StaticDB *db : openDatabases())
+        db->close();
+}
+
+bool StaticDB::reopenAll()
+{
+    bool all = true;
+    for (StaticDB *db : openDatabases()) {
+        bool failed = false;
+        if (!db->isOpen())
+            db->open(&failed);
+        all = all && !failed;
+    }
+    return all;
 }

@@ -138,6 +138,7 @@ public:
     bool index(const uchar *base, qint64 size, quint32 chunkId, bool *missingChunk);
 
 protected:
+    void clearIndex();
     // Takes over an index built in memory: names lie in names (record order, each terminated, the
     // last entry an end record), categories have FLAG_CATEGORY set in flags.
     void adopt(QByteArray names, IndexEntries entries, IndexFlags flags);
@@ -169,10 +170,20 @@ public:
 
     QString creationDate() const { return _created; } // "yyyy-MM-dd"
     QString errorString() const { return _error; }
+    bool isOpen() const { return _usesMapping; }
 
     static QString fileName(); // content folder + "static.db"
 
+    // Every open database lets go of the file (so that it can be replaced), and takes it up again
+    // afterwards; reopening never ends the program: false when a database did not open.
+    static void closeAll();
+    static bool reopenAll();
+
 private:
+    bool open(bool *failed);
+    void close();
+
+    quint32 _chunkId;
     QString _created;
     QString _error;
     bool _usesMapping = false;
