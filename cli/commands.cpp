@@ -55,7 +55,7 @@ constexpr std::array kCommands = {
 
     Command{"publish", "", "Web", publish},
     Command{"mealplan", "", "Web", mealplan},
-    Command{"update-db", "[--check]", "Web", nullptr},
+    Command{"update-db", "[--check]", "Web", updateDb},
     Command{"metrics", "", "Web", metrics},
 
     Command{"backup", "FILE.tar", "Maintenance", nullptr},

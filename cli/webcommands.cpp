@@ -3,11 +3,13 @@
 #include "cli/commands.h"
 #include "cli/session.h"
 
+#include "brand/brandengine.h"
 #include "db/savedmealdb.h"
 #include "model/dateconversion.h"
 #include "net/mealplandownload.h"
 #include "net/metrics.h"
 #include "net/publish.h"
+#include "staticdb/staticdbupdater.h"
 
 #include <QEventLoop>
 #include <QTimer>
@@ -99,6 +101,51 @@ int metrics(Context &context, const QStringList &args)
     if (failed)
         failure(sender.errorText());
     printLine(QStringLiteral("Usage metrics sent."));
+    return Success;
+}
+
+int updateDb(Context &context, const QStringList &args)
+{
+    const Arguments a(args, {}, {QStringLiteral("--check")});
+    a.expectPositionals(0, 0, QStringLiteral("update-db [--check]"));
+    const Session session(context);
+    const BrandEngine &brand = BrandEngine::instance();
+    if (!brand.idExists(QStringLiteral("update_rss_url")) ||
+        !brand.idExists(QStringLiteral("update_enabled")) || !brand.getBool(QStringLiteral("update_enabled")))
+        failure(QStringLiteral("Sorry, this product does not support database updates."));
+
+    StaticDbUpdater updater;
+    QEventLoop loop;
+    QObject::connect(&updater, &StaticDbUpdater::checkFinished, &loop, &QEventLoop::quit);
+    QObject::connect(&updater, &StaticDbUpdater::downloadFinished, &loop, &QEventLoop::quit);
+    if (!updater.check())
+        failure(QStringLiteral("the update feed address could not be made"));
+    loop.exec();
+    if (updater.state() == StaticDbUpdater::Failed)
+        failure(updater.errorText());
+    if (updater.result() == StaticDbUpdater::UpToDate) {
+        printLine(QStringLiteral("Your databases are up to date."));
+        return Success;
+    }
+    if (updater.result() == StaticDbUpdater::NoInformation) {
+        printLine(updater.hasMessage()
+                      ? updater.message()
+                      : QStringLiteral("Sorry, there are no database updates for your product"));
+        return Success;
+    }
+    printLine(QStringLiteral("An update is available: ") + updater.updateUrl());
+    if (a.has(QStringLiteral("--check")))
+        return Success;
+    if (!StaticDbUpdater::permissionTest())
+        failure(
+            QStringLiteral("You do not have the required permissions to update the static databases. Please "
+                           "contact your network administrator."));
+    if (!updater.download())
+        failure(updater.errorText());
+    loop.exec();
+    if (updater.state() != StaticDbUpdater::Finished)
+        failure(updater.errorText());
+    printLine(QStringLiteral("Your databases have been updated successfully."));
     return Success;
 }
 

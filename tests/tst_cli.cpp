@@ -59,6 +59,7 @@ private slots:
     void profilesAndDailyRecords();
     void foodsExercisesAndMeals();
     void publish();
+    void updateDb();
     void invalidInputChangesNothing_data();
     void invalidInputChangesNothing();
     void failedStartUp();
@@ -82,8 +83,8 @@ void TestCli::exitStatuses_data()
     QTest::newRow("unknown global option")
         << QStringList{QStringLiteral("--colour"), QStringLiteral("day")} << 2 << none
         << QStringLiteral("tarnwell-cli: unknown option --colour (see --help)\n");
-    QTest::newRow("not available yet") << QStringList{QStringLiteral("update-db")} << 2 << none
-                                       << QStringLiteral("tarnwell-cli: update-db: not available yet\n");
+    QTest::newRow("not available yet") << QStringList{QStringLiteral("backup"), QStringLiteral("x.tar")} << 2
+                                       << none << QStringLiteral("tarnwell-cli: backup: not available yet\n");
     QTest::newRow("missing option value") << QStringList{QStringLiteral("--profile")} << 2 << none
                                           << QStringLiteral("tarnwell-cli: option --profile needs a value\n");
     QTest::newRow("brand-dump without file")
@@ -437,6 +438,41 @@ void TestCli::publish()
     QVERIFY(refused.out.contains(QStringLiteral("Reading\tfailed\tReading (FAILED!! Error message from "
                                                 "http://localhost/ <no such user>)\n")));
     QVERIFY(refused.out.endsWith(QStringLiteral("\nComplete\n")));
+}
+
+void TestCli::updateDb()
+{
+    // A resource folder of its own: the update replaces its content/static.db.
+    const QString resources = _home.path() + QStringLiteral("/resources/");
+    QVERIFY(QDir().mkpath(resources + QStringLiteral("content")));
+    for (const char *name : {"brand.dat", "userdata.db", "content/static.db"})
+        QVERIFY(
+            QFile::copy(binDir() + QLatin1Char('/') + QLatin1String(name), resources + QLatin1String(name)));
+    QProcess gzip;
+    gzip.start(QStringLiteral("gzip"),
+               {QStringLiteral("-c"), resources + QStringLiteral("content/static.db")});
+    QVERIFY(gzip.waitForFinished(30000));
+    const QByteArray compressed = gzip.readAllStandardOutput();
+    QVERIFY(!compressed.isEmpty());
+
+    HttpTestServer server;
+    QVERIFY(server.start());
+    const QByteArray feed =
+        "<rss version=\"2.0\"><channel><title>t</title><link>l</link><description>d</description>"
+        "<item><title>staticdb_updates</title><link>http://localhost/new.db.gz</link>"
+        "<pubDate>Fri, 01 Jan 2100 00:00:00 GMT</pubDate></item></channel></rss>";
+    server.replies = {HttpTestServer::ok(feed), HttpTestServer::ok(feed), HttpTestServer::ok(compressed)};
+    qputenv("http_proxy", QStringLiteral("127.0.0.1:%1").arg(server.serverPort()).toLatin1());
+    const QStringList base = {QStringLiteral("--resourcedir"), resources, QStringLiteral("update-db")};
+    const Result checked = run(base + QStringList{QStringLiteral("--check")});
+    QCOMPARE(checked.out, QStringLiteral("An update is available: http://localhost/new.db.gz\n"));
+    const Result updated = run(base);
+    qunsetenv("http_proxy");
+    QCOMPARE(updated.err, QString());
+    QVERIFY(updated.out.endsWith(QStringLiteral("Your databases have been updated successfully.\n")));
+    QCOMPARE(server.requests.size(), 3);
+    QVERIFY(server.requests.at(2).startsWith("GET http://localhost/new.db.gz HTTP/1.1\r\n"));
+    QVERIFY(!QFile::exists(resources + QStringLiteral("content/static.db.backup")));
 }
 
 void TestCli::invalidInputChangesNothing_data()
