@@ -91,6 +91,8 @@ private slots:
     void tlsThroughProxy_data();
     void tlsThroughProxy();
     void explicitPortIgnored();
+    void proxyScriptFromTheWeb();
+    void statusTexts();
 };
 
 void TestHttp::responses_data()
@@ -297,6 +299,40 @@ void TestHttp::explicitPortIgnored()
     QCOMPARE(fetch(http, url).body, QByteArray("direct"));
     QCOMPARE(web.requests.size(), 1);
     QVERIFY(web.requests.constFirst().startsWith("GET http://127.0.0.1:8080/feed HTTP/1.1\r\n"));
+}
+
+void TestHttp::proxyScriptFromTheWeb()
+{
+    // The script comes straight from its server (port 80), then names our proxy.
+    HttpTestServer web;
+    if (!web.start(80))
+        QSKIP("port 80 of the loopback address is not free here");
+    web.replies = {
+        HttpTestServer::ok(QStringLiteral("function FindProxyForURL(url, host) { return "
+                                          "dnsDomainIs(host, '.example') ? 'PROXY 127.0.0.1:%1; DIRECT' : "
+                                          "'DIRECT'; }")
+                               .arg(_server.serverPort())
+                               .toLatin1())};
+    ProxyDiscovery::clearScriptCache();
+    LmSettings::writeValue(QStringLiteral("proxySettings"), QStringLiteral("pac http://127.0.0.1/proxy.pac"));
+    _server.replies = {HttpTestServer::ok("through the proxy")};
+    const QUrl url(QStringLiteral("http://diary.example/feed"));
+    LmHttp http(false, url);
+    QSignalSpy proxies(&http, &LmHttp::proxyFound);
+    QCOMPARE(fetch(http, url).body, QByteArray("through the proxy"));
+    QCOMPARE(proxies.constFirst().constFirst().toString(),
+             QStringLiteral("127.0.0.1:%1").arg(_server.serverPort()));
+    QVERIFY(web.requests.constFirst().startsWith("GET http://127.0.0.1/proxy.pac HTTP/1.1\r\n"));
+}
+
+void TestHttp::statusTexts()
+{
+    QCOMPARE(QHttps::statusText(QHttps::Connecting, QStringLiteral("example.org")),
+             QStringLiteral("Host example.org found"));
+    QCOMPARE(QHttps::statusText(QHttps::Connected, QString()), QStringLiteral("Connected to host"));
+    QCOMPARE(QHttps::statusText(QHttps::Unconnected, QStringLiteral("a")),
+             QStringLiteral("Connection to a closed"));
+    QVERIFY(QHttps::statusText(QHttps::Sending, QStringLiteral("a")).isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestHttp)
