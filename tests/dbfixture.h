@@ -8,6 +8,7 @@
 #include "brand/tarfilewriter.h"
 #include "common/lmmessage.h"
 #include "db/lmsqldb.h"
+#include "db/userdb.h"
 #include "testsupport.h"
 
 #include <QDir>
@@ -46,8 +47,8 @@ public:
             return false;
         xml.write(QByteArray("<brand><string id=\"brand_id\" value=\"testbrand\"/>"
                              "<bool id=\"datastore_compat\" value=\"false\"/>"
-                             "<bool id=\"feature.family\" value=\"")
-                  + (family ? "true" : "false") + "\"/>" + extraXml + "</brand>");
+                             "<bool id=\"feature.family\" value=\"") +
+                  (family ? "true" : "false") + "\"/>" + extraXml + "</brand>");
         xml.close();
         QFile archive(path(QStringLiteral("brand.dat")));
         if (!archive.open(QIODevice::WriteOnly))
@@ -70,6 +71,23 @@ public:
             return false;
         }
         return true;
+    }
+
+    // start(), a brand with the web texts and the given URLs, and a profile "Ann" with the web
+    // account ann / secret; the profile's id, -1 on failure.
+    int startWithWebProfile(const QByteArray &urlsXml)
+    {
+        if (!start() || !loadBrand(true, "<string id=\"app_name_short\" value=\"Tarnwell\"/>"
+                                         "<string id=\"web_address\" value=\"diary.example\"/>" +
+                                             urlsXml))
+            return -1;
+        UserProfile profile;
+        profile.name = QStringLiteral("Ann");
+        profile.dob = QStringLiteral("19850402");
+        UserSettings settings;
+        settings.web_username = QStringLiteral("ann");
+        settings.web_password = QStringLiteral("secret");
+        return UserDB::createUser(profile, settings, 168, QStringLiteral("20260101"));
     }
 
     // Shuts the database down and starts it again in the same home.

@@ -137,3 +137,5 @@ private:
     QSslCertificate _certificate;
     QSslKey _key;
 };
+
+Q_DECLARE_METATYPE(HttpTestServer::Reply)

@@ -52,7 +52,6 @@ private:
 private slots:
     void exitStatuses_data();
     void exitStatuses();
-    void helpListsEveryCommand();
     void brandDumpListsDefaultBrand();
     void brandDumpJson();
     void brandDumpShowsLoaderWarnings();
@@ -113,22 +112,6 @@ void TestCli::exitStatuses()
     QCOMPARE(result.status, status);
     QCOMPARE(result.out, out);
     QCOMPARE(result.err, err);
-}
-
-void TestCli::helpListsEveryCommand()
-{
-    const Result result = run({QStringLiteral("--help")});
-    QCOMPARE(result.status, 0);
-    const QStringList commands = {
-        QStringLiteral("brand-dump"), QStringLiteral("profiles"),  QStringLiteral("profile-add"),
-        QStringLiteral("checkin"),    QStringLiteral("water"),     QStringLiteral("search"),
-        QStringLiteral("log-food"),   QStringLiteral("day"),       QStringLiteral("export"),
-        QStringLiteral("publish"),    QStringLiteral("update-db"), QStringLiteral("backup"),
-    };
-    for (const QString &command : commands)
-        QVERIFY2(result.out.contains(
-                     QRegularExpression(QStringLiteral("\n  ") + command + QStringLiteral("[ \n]"))),
-                 qPrintable(command));
 }
 
 void TestCli::brandDumpListsDefaultBrand()

@@ -11,8 +11,6 @@
 #include <QElapsedTimer>
 #include <QSignalSpy>
 
-Q_DECLARE_METATYPE(HttpTestServer::Reply)
-
 // Waits with the event loop running, without failing the caller's test from a helper.
 #define WAIT_UNTIL(expr, timeout)                                                                            \
     do {                                                                                                     \
@@ -92,7 +90,6 @@ private slots:
     void tlsThroughProxy();
     void explicitPortIgnored();
     void proxyScriptFromTheWeb();
-    void statusTexts();
 };
 
 void TestHttp::responses_data()
@@ -323,16 +320,6 @@ void TestHttp::proxyScriptFromTheWeb()
     QCOMPARE(proxies.constFirst().constFirst().toString(),
              QStringLiteral("127.0.0.1:%1").arg(_server.serverPort()));
     QVERIFY(web.requests.constFirst().startsWith("GET http://127.0.0.1/proxy.pac HTTP/1.1\r\n"));
-}
-
-void TestHttp::statusTexts()
-{
-    QCOMPARE(QHttps::statusText(QHttps::Connecting, QStringLiteral("example.org")),
-             QStringLiteral("Host example.org found"));
-    QCOMPARE(QHttps::statusText(QHttps::Connected, QString()), QStringLiteral("Connected to host"));
-    QCOMPARE(QHttps::statusText(QHttps::Unconnected, QStringLiteral("a")),
-             QStringLiteral("Connection to a closed"));
-    QVERIFY(QHttps::statusText(QHttps::Sending, QStringLiteral("a")).isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestHttp)

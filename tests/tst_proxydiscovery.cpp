@@ -92,14 +92,11 @@ void TestProxyDiscovery::proxyList_data()
     row("http entry of several", "http=proxy1:8080 https=proxy2:8443", "proxy1:8080");
     row("http entry not first", "https=proxy2:8443  http=proxy1:8080", "proxy1:8080");
     row("single entry", "proxy3:3128", "proxy3:3128");
-    row("single entry, blanks around", "  proxy3:3128 ", "proxy3:3128");
     row("no http entry", "https=proxy2:8443 ftp=proxy5:21", "direct");
     row("no host", ":80", "direct");
     row("no port", "host:", "direct");
     row("port too big", "host:99999", "direct");
-    row("port zero", "host:0", "direct");
     row("port not a number", "host:8o80", "direct");
-    row("two colons", "http://host:80", "direct");
     row("empty", "", "direct");
 }
 
@@ -197,8 +194,6 @@ void TestProxyDiscovery::proxyScript_data()
     result("proxy, then direct", "PROXY proxy4:80; DIRECT", "proxy4:80");
     result("first of two proxies", " PROXY  proxy4:80;PROXY proxy5:81", "proxy4:80");
     result("direct", "DIRECT", "direct");
-    result("direct first", "DIRECT; PROXY proxy4:80", "direct");
-    result("keyword only", "PROXY", "direct");
     result("no host", "PROXY :80", "direct");
     result("other kind", "SOCKS proxy4:1080", "direct");
     row("plain host name", chooser, "http://wiki/start", "direct");
@@ -212,8 +207,6 @@ void TestProxyDiscovery::proxyScript_data()
         "function FindProxyForURL(url, host) { return /it'/.test(url) ? 'PROXY proxy4:80' : ''; }",
         "http://food.example/it'); x('", "proxy4:80");
     row("syntax error", "function FindProxyForURL(url, host) { return 'DIRECT' ", food, "direct");
-    row("throws a string", "function FindProxyForURL() { throw 'PROXY proxy4:80'; }", food, "direct");
-    row("no function", "var proxy = 'PROXY proxy4:80';", food, "direct");
     row("endless loop in the function", "function FindProxyForURL(url, host) { while (true) {} }", food,
         "direct");
     row("endless loop at the top", "for (;;) {}", food, "direct");

@@ -9,8 +9,6 @@
 
 #include <QSignalSpy>
 
-Q_DECLARE_METATYPE(HttpTestServer::Reply)
-
 namespace {
 
 const char kEmpty[] = "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\" ?>\n"
@@ -75,19 +73,10 @@ private:
 private slots:
     void init()
     {
-        QVERIFY(_db.start());
-        QVERIFY(_db.loadBrand(true,
-                              "<string id=\"app_name_short\" value=\"Tarnwell\"/>"
-                              "<string id=\"web_address\" value=\"diary.example\"/>"
-                              "<string id=\"publish_auth_url\" "
-                              "value=\"http://diary.example/publish?u=${USERNAME}&amp;p=${PWHASH}\"/>"));
-        UserProfile profile;
-        profile.name = QStringLiteral("Ann");
-        profile.dob = QStringLiteral("19850402");
-        UserSettings settings;
-        settings.web_username = QStringLiteral("ann");
-        settings.web_password = QStringLiteral("secret");
-        _user = UserDB::createUser(profile, settings, 168, QStringLiteral("20260101"));
+        _user =
+            _db.startWithWebProfile("<string id=\"publish_auth_url\" "
+                                    "value=\"http://diary.example/publish?u=${USERNAME}&amp;p=${PWHASH}\"/>");
+        QVERIFY(_user >= 0);
         QVERIFY(_server.start());
         _server.requests.clear();
         LmSettings::writeValue(QStringLiteral("proxySettings"),

@@ -17,8 +17,6 @@
 
 #include <zlib.h>
 
-Q_DECLARE_METATYPE(HttpTestServer::Reply)
-
 namespace {
 
 QByteArray database(const QDate &created, int foods = 1)

@@ -12,8 +12,6 @@
 
 #include <QSignalSpy>
 
-Q_DECLARE_METATYPE(HttpTestServer::Reply)
-
 namespace {
 
 QString today(int days = 0)
@@ -35,19 +33,10 @@ private:
 private slots:
     void init()
     {
-        QVERIFY(_db.start());
-        QVERIFY(_db.loadBrand(
-            true, "<string id=\"app_name_short\" value=\"Tarnwell\"/>"
-                  "<string id=\"web_address\" value=\"diary.example\"/>"
-                  "<string id=\"mealplan_auth_url\" value=\"http://diary.example/plan?u=${USERNAME}&amp;\"/>"
-                  "<string id=\"metrics_auth_url\" value=\"https://localhost/metrics?p=${PRODUCT}\"/>"));
-        UserProfile profile;
-        profile.name = QStringLiteral("Ann");
-        profile.dob = QStringLiteral("19850402");
-        UserSettings settings;
-        settings.web_username = QStringLiteral("ann");
-        settings.web_password = QStringLiteral("secret");
-        _user = UserDB::createUser(profile, settings, 168, QStringLiteral("20260101"));
+        _user = _db.startWithWebProfile(
+            "<string id=\"mealplan_auth_url\" value=\"http://diary.example/plan?u=${USERNAME}&amp;\"/>"
+            "<string id=\"metrics_auth_url\" value=\"https://localhost/metrics?p=${PRODUCT}\"/>");
+        QVERIFY(_user >= 0);
         QVERIFY(_server.start());
         _server.requests.clear();
         LmSettings::writeValue(QStringLiteral("proxySettings"),
@@ -133,9 +122,7 @@ void TestWebServices::weightTrend_data()
     QTest::addColumn<QString>("trend");
     QTest::newRow("no earlier weight") << -1.0 << QString();
     QTest::newRow("4 g") << 80.004 << "nochange";
-    QTest::newRow("200 g") << 80.2 << "increase";
     QTest::newRow("300 g") << 80.3 << "bigincrease";
-    QTest::newRow("-100 g") << 79.9 << "decrease";
     QTest::newRow("-300 g") << 79.7 << "bigdecrease";
 }
 
