@@ -361,6 +361,7 @@ int QHttps::setHost(const QString &host, quint16 port)
     r.kind = Request::SetHost;
     r.host = host;
     r.port = port;
+    _headerHost = host; // for the Host field of requests queued after this one
     return enqueue(std::move(r));
 }
 
@@ -377,7 +378,7 @@ int QHttps::request(const QHttpsRequestHeader &header, const QByteArray &body)
 int QHttps::head(const QString &path)
 {
     QHttpsRequestHeader header(QStringLiteral("HEAD"), path);
-    header.setValue(QStringLiteral("Host"), _host);
+    header.setValue(QStringLiteral("Host"), _headerHost.isEmpty() ? _host : _headerHost);
     return request(header);
 }
 

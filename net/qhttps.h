@@ -232,6 +232,7 @@ private:
     bool _tls = false;
     bool _tlsSetupFailed = false;
     QString _host;
+    QString _headerHost;
     quint16 _port = 80;
     std::deque<Request> _queue;
     int _nextId = 1;

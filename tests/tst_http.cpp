@@ -90,6 +90,7 @@ private slots:
     void tlsThroughProxy();
     void explicitPortIgnored();
     void proxyScriptFromTheWeb();
+    void headHasNoBody();
 };
 
 void TestHttp::responses_data()
@@ -320,6 +321,25 @@ void TestHttp::proxyScriptFromTheWeb()
     QCOMPARE(proxies.constFirst().constFirst().toString(),
              QStringLiteral("127.0.0.1:%1").arg(_server.serverPort()));
     QVERIFY(web.requests.constFirst().startsWith("GET http://127.0.0.1/proxy.pac HTTP/1.1\r\n"));
+}
+
+void TestHttp::headHasNoBody()
+{
+    // The length a HEAD response announces is not waited for; the connection serves on.
+    _server.replies = {HttpTestServer::reply("HTTP/1.1 200 OK\r\nContent-Length: 1234\r\n\r\n"),
+                       HttpTestServer::ok("after")};
+    QHttps client;
+    QSignalSpy done(&client, &QHttps::done);
+    client.setHost(QStringLiteral("127.0.0.1"), _server.serverPort());
+    client.head(QStringLiteral("/static.db.gz"));
+    QHttpsRequestHeader get(QStringLiteral("GET"), QStringLiteral("/next"));
+    get.setValue(QStringLiteral("Host"), QStringLiteral("127.0.0.1"));
+    client.request(get);
+    QVERIFY(done.wait(5000));
+    QCOMPARE(done.constFirst().constFirst().toBool(), false);
+    QCOMPARE(client.readAll(), QByteArray("after"));
+    QCOMPARE(_server.connections, 1);
+    QVERIFY(_server.requests.constFirst().startsWith("HEAD /static.db.gz HTTP/1.1\r\nHost: 127.0.0.1\r\n"));
 }
 
 QTEST_GUILESS_MAIN(TestHttp)
