@@ -67,7 +67,7 @@ private slots:
         LmSettings::setResourcePath(_home->path() + QStringLiteral("/resources/"));
         QVERIFY(QDir().mkpath(LmSettings::resourcePath()));
         QVERIFY(BrandEngine::instance().load(binDir() + QStringLiteral("/brand.dat")));
-        QHttps::setIdleTimeout(400);
+        QHttps::setIdleTimeout(1500); // short, but long enough for a TLS handshake under sanitizers
         LmHttp::setSetupWait(1500);
     }
     void init()
