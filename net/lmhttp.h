@@ -28,6 +28,7 @@ public:
     QByteArray readAll() { return _https->readAll(); }
     void abort() { _https->abort(); }
     QHttps::Error error() const;
+    bool setupFailed() const { return _setupFailed; } // the TLS connection or its tunnel
     QString errorString() const;
     QHttps *https() const { return _https; }
     const QHttpsResponseHeader &lastResponse() const { return _https->lastResponse(); }

@@ -183,7 +183,13 @@ void Metrics::httpsDone(bool error)
         }
     } else if (error && _errorText.isEmpty()) {
         _errorText = _http->errorString();
-        qCWarning(lcNet, "metrics: %s", qUtf8Printable(_errorText));
+        // Nothing is shown to the user: the same data goes next time.
+        const QHttps::Error code = _http->https()->error();
+        qCWarning(lcNet, "%s",
+                  code == QHttps::ConnectionRefused ? "Connection was refused"
+                  : code == QHttps::HostNotFound    ? "Host was not found"
+                  : _http->setupFailed()            ? "Cannot init SSL"
+                                                    : "Cannot read from socket");
     }
     emit done(error || _answered);
 }
