@@ -10,6 +10,9 @@
 #ifdef __SSE2__
 #include <emmintrin.h>
 #endif
+#if defined(__x86_64__) && defined(__GNUC__)
+#include <immintrin.h>
+#endif
 
 #include <algorithm>
 #include <bit>
@@ -44,6 +47,29 @@ SharedMapping &shared()
 } // namespace
 
 // Case-insensitive substring test over 8-bit text with a skip table.
+#if defined(__x86_64__) && defined(__GNUC__)
+// The first window at or after *p whose two anchor characters can match (the case bit aside), 32
+// windows at a time; -1 when there is none before 32 windows no longer fit, *p left there.
+__attribute__((target("avx2"))) qint64 scanAvx2(const uchar *text, qint64 *p, qint64 to, qint64 m, uchar a,
+                                                uchar b, qint64 anchorA, qint64 anchorB)
+{
+    const __m256i caseBit = _mm256_set1_epi8(0x20);
+    const __m256i first = _mm256_set1_epi8(char(a | 0x20));
+    const __m256i last = _mm256_set1_epi8(char(b | 0x20));
+    for (; *p + m - 1 + 32 <= to; *p += 32) {
+        const __m256i x = _mm256_or_si256(
+            _mm256_loadu_si256(reinterpret_cast<const __m256i *>(text + *p + anchorA)), caseBit);
+        const __m256i y = _mm256_or_si256(
+            _mm256_loadu_si256(reinterpret_cast<const __m256i *>(text + *p + anchorB)), caseBit);
+        const unsigned candidates = unsigned(
+            _mm256_movemask_epi8(_mm256_and_si256(_mm256_cmpeq_epi8(x, first), _mm256_cmpeq_epi8(y, last))));
+        if (candidates)
+            return *p + std::countr_zero(candidates);
+    }
+    return -1;
+}
+#endif
+
 // Latin-1 lower case, as a table: the matcher's inner loop must not call into QtCore.
 const std::array<uchar, 256> &latin1Lower()
 {
@@ -106,6 +132,20 @@ public:
             return true;
         };
         qint64 p = from;
+#if defined(__x86_64__) && defined(__GNUC__)
+        static const bool wide = __builtin_cpu_supports("avx2");
+        if (wide) {
+            for (;;) {
+                const qint64 at =
+                    scanAvx2(text, &p, to, m, word[_anchorA], word[_anchorB], _anchorA, _anchorB);
+                if (at < 0)
+                    break; // p is where 32 windows no longer fit: the narrower scans go on from there
+                if (matchesAt(at))
+                    return at;
+                p = at + 1;
+            }
+        }
+#endif
 #ifdef __SSE2__
         const __m128i caseBit = _mm_set1_epi8(0x20);
         const __m128i firstChar = _mm_set1_epi8(char(word[_anchorA] | 0x20));
@@ -438,9 +478,19 @@ bool IndexedDB::walkItems(quint32 begin, quint32 end, quint32 inherited, const Q
     const qint64 namesEnd = _entries[end].nameOffset;
     quint32 i = begin;
     for (qint64 at = word.findIn(_base, _entries[begin].nameOffset, namesEnd); at >= 0;) {
-        // Hits are sparse: find the item by halving rather than stepping through the entries.
+        // The item holding the hit: gallop forward from the last one, then halve. Hits come in
+        // order, and near ones stay in the cache.
+        quint32 low = i;
+        quint32 step = 1;
+        quint32 high = low + step;
+        while (high < end && _entries[high].nameOffset <= at) {
+            low = high;
+            step *= 2;
+            high = low + step;
+        }
+        high = std::min(high, end);
         const auto owner =
-            std::upper_bound(_entries.begin() + i + 1, _entries.begin() + end + 1, at,
+            std::upper_bound(_entries.begin() + low + 1, _entries.begin() + high, at,
                              [](qint64 offset, const IndexEntry &e) { return offset < e.nameOffset; });
         i = quint32(owner - _entries.begin()) - 1;
         const qint64 nameEnd = _entries[i + 1].nameOffset - 1; // the terminator
