@@ -7,6 +7,7 @@
 #include "app/profilepreferences.h"
 #include "brand/brandengine.h"
 #include "db/lmsqldb.h"
+#include "db/newprofile.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
 #include "model/energy.h"
@@ -127,35 +128,16 @@ int profileAdd(Context &context, const QStringList &args)
             usageError(QStringLiteral("a profile named '%1' exists already").arg(name));
     }
 
-    int userId = -1;
-    inTransaction([&] {
-        UserProfile profile;
-        profile.name = name;
-        profile.created = today();
-        profile.dob = DateConversion::fromQDate(born);
-        profile.sex = sex == QLatin1String("female") ? 1 : 0;
-        userId = UserDB::createUser(profile, settings, height, today());
-        UserDB::setMisc(userId, today(), 0, activity, -1, QString());
-        UserDB::setHeight(userId, today(), height);
-        if (weight > 0) {
-            CheckIn checkIn;
-            checkIn.date = today();
-            checkIn.weight = weight;
-            UserDB::setCheckIn(userId, checkIn);
-            // The first targets come from the built-in diet plan.
-            const int age = ageInYears(profile.dob, today());
-            if (age > 0) {
-                const float requirement =
-                    energyRequirement({float(weight), today(), activity, profile.sex, float(height), profile.dob});
-                Targets targets;
-                const auto planned = DietPlan::targets(requirement, MAINTAIN_WEIGHT, profile.sex, age);
-                for (int type = 0; type < kNutrientCount; ++type)
-                    targets.values[size_t(type)] = planned[size_t(type)];
-                UserDB::setTargets(userId, today(), targets);
-                UserDB::setMisc(userId, today(), MAINTAIN_WEIGHT, activity, -1, QLatin1String(DietPlan::kName));
-            }
-        }
-    });
+    NewProfile profile;
+    profile.name = name;
+    profile.sex = sex == QLatin1String("female") ? 1 : 0;
+    profile.dob = DateConversion::fromQDate(born);
+    profile.height = height;
+    profile.weight = weight;
+    profile.activity = activity;
+    profile.goal = MAINTAIN_WEIGHT;
+    profile.settings = settings;
+    const int userId = createProfile(profile, today());
     printLine(QString::number(userId));
     return Success;
 }
