@@ -25,8 +25,8 @@ int createProfile(const NewProfile &p, const QString &day)
             // The first targets come from the built-in diet plan.
             const int age = ageInYears(profile.dob, day);
             if (age > 0) {
-                const float requirement =
-                    energyRequirement({float(p.weight), day, p.activity, profile.sex, float(p.height), profile.dob});
+                const float requirement = energyRequirement(
+                    {float(p.weight), day, p.activity, profile.sex, float(p.height), profile.dob});
                 Targets targets;
                 const auto planned = DietPlan::targets(requirement, Goal(p.goal), profile.sex, age);
                 for (int type = 0; type < kNutrientCount; ++type)

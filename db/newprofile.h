@@ -9,12 +9,12 @@
 struct NewProfile
 {
     QString name;
-    int sex = 0;         // 0 male, 1 female
-    QString dob;         // day string
-    double height = 0;   // cm
-    double weight = -1;  // kg; -1 when not given
-    int activity = 1;    // 0-3
-    int goal = 0;        // Goal of model/energy.h
+    int sex = 0;        // 0 male, 1 female
+    QString dob;        // day string
+    double height = 0;  // cm
+    double weight = -1; // kg; -1 when not given
+    int activity = 1;   // 0-3
+    int goal = 0;       // Goal of model/energy.h
     UserSettings settings;
 };
 

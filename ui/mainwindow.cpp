@@ -3,6 +3,8 @@
 #include "brand/brandengine.h"
 
 #include "common/lmconstants.h"
+#include "db/userdb.h"
+#include "ui/newprofilewizard.h"
 
 #include <QLabel>
 #include <QMenuBar>
@@ -35,9 +37,25 @@ QString MainWindow::aboutText() const
         .arg(windowTitle().toHtmlEscaped(), QLatin1String(Lm::kVersion), credits);
 }
 
+bool MainWindow::openProfile(int user_id)
+{
+    if (user_id < 0) {
+        NewProfileWizard wizard(this);
+        if (wizard.exec() != QDialog::Accepted || wizard.createdUserId() < 0)
+            return false;
+        user_id = wizard.createdUserId();
+    }
+    _userId = user_id;
+    for (const UserProfile &user : UserDB::getUsers()) {
+        if (user.user_id == user_id)
+            statusBar()->showMessage(tr("Profile: %1").arg(user.name));
+    }
+    return true;
+}
+
 void MainWindow::processMessage(const QString &message)
 {
-    Q_UNUSED(message);
+    qDebug("%s received", qUtf8Printable(message));
     // Another copy was started: bring this one forward instead.
     setWindowState((windowState() & ~Qt::WindowMinimized) | Qt::WindowActive);
     show();

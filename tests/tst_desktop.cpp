@@ -1,0 +1,123 @@
+// The desktop program's widgets under the offscreen platform, and the program itself started
+// twice: the second copy wakes the first and ends.
+
+#include "dbfixture.h"
+#include "model/energy.h"
+#include "ui/mainwindow.h"
+#include "ui/newprofilewizard.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QDateEdit>
+#include <QDoubleSpinBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QProcess>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QSpinBox>
+#include <QTimer>
+
+class TestDesktop : public QObject
+{
+    Q_OBJECT
+
+private:
+    DbFixture _db;
+
+    // Runs action on the wizard once it is up.
+    template <typename Action> static void whenWizardShows(Action action)
+    {
+        QTimer::singleShot(0, [action] {
+            auto *wizard = qobject_cast<NewProfileWizard *>(QApplication::activeModalWidget());
+            QVERIFY(wizard);
+            action(wizard);
+        });
+    }
+
+private slots:
+    void init()
+    {
+        QVERIFY(_db.start());
+        // The windows want the real brand's texts and pictures.
+        BrandEngine::release();
+        QVERIFY(BrandEngine::instance().load(binDir() + QStringLiteral("/brand.dat")));
+    }
+    void cleanup() { _db.stop(); }
+
+    void wizardCreatesProfile();
+    void wizardCancelled();
+    void secondStartWakesFirst();
+};
+
+void TestDesktop::wizardCreatesProfile()
+{
+    QString shownTargets;
+    whenWizardShows([&shownTargets](NewProfileWizard *wizard) {
+        wizard->findChild<QLineEdit *>(QStringLiteral("name"))->setText(QStringLiteral("Ann"));
+        wizard->findChild<QRadioButton *>(QStringLiteral("female"))->setChecked(true);
+        wizard->findChild<QDateEdit *>(QStringLiteral("born"))->setDate(QDate(1985, 4, 2));
+        wizard->next();
+        // Imperial units: 5 ft 6 in and 136 lb are kept as 167.6 cm and 61.7 kg.
+        wizard->findChild<QComboBox *>(QStringLiteral("units"))->setCurrentIndex(1);
+        wizard->findChild<QSpinBox *>(QStringLiteral("heightFeet"))->setValue(5);
+        wizard->findChild<QSpinBox *>(QStringLiteral("heightInches"))->setValue(6);
+        wizard->findChild<QDoubleSpinBox *>(QStringLiteral("weight"))->setValue(136);
+        wizard->findChild<QComboBox *>(QStringLiteral("goal"))->setCurrentIndex(LOSE_WEIGHT);
+        wizard->next();
+        shownTargets = wizard->findChild<QLabel *>(QStringLiteral("targets"))->text();
+        wizard->button(QWizard::FinishButton)->click();
+    });
+    MainWindow window;
+    QVERIFY(window.openProfile(-1));
+    const QList<UserProfile> users = UserDB::getUsers();
+    QCOMPARE(users.size(), 1);
+    QCOMPARE(users.constFirst().name, QStringLiteral("Ann"));
+    QCOMPARE(users.constFirst().sex, 1);
+    QCOMPARE(window.currentUser(), users.constFirst().user_id);
+    QCOMPARE(UserDB::getSettings(window.currentUser()).measurement_units, 1);
+    const QString today = QDate::currentDate().toString(QStringLiteral("yyyyMMdd"));
+    QVERIFY(qAbs(UserDB::getLatestCheckIn(window.currentUser(), today)->weight - 61.69) < 0.01);
+    QVERIFY(qAbs(UserDB::getHeight(window.currentUser()) - 167.64) < 0.01);
+    // The targets shown are the ones stored.
+    const int energy = qRound(UserDB::getTargets(window.currentUser(), today).values[ENERGY]);
+    QVERIFY(energy >= 1200);
+    QVERIFY2(shownTargets.contains(QStringLiteral("Energy: <b>%1 calories</b>").arg(energy)),
+             qPrintable(shownTargets));
+}
+
+void TestDesktop::wizardCancelled()
+{
+    whenWizardShows([](NewProfileWizard *wizard) { wizard->reject(); });
+    MainWindow window;
+    QVERIFY(!window.openProfile(-1));
+    QCOMPARE(UserDB::numUsers(), 0);
+}
+
+void TestDesktop::secondStartWakesFirst()
+{
+    // Both copies run with the same login and data folders; the first waits in its wizard.
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("TARNWELL_DEBUG"), QStringLiteral("1"));
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    QProcess first;
+    first.setProcessEnvironment(env);
+    first.setProcessChannelMode(QProcess::MergedChannels);
+    first.start(binDir() + QStringLiteral("/tarnwell"));
+    QVERIFY(first.waitForStarted());
+    QByteArray firstOutput;
+    // Until it listens, a second copy would take over itself; wait for its first words.
+    QTRY_VERIFY_WITH_TIMEOUT((firstOutput += first.readAll()).contains("tarnwell.db"), 15000);
+
+    QProcess second;
+    second.setProcessEnvironment(env);
+    second.start(binDir() + QStringLiteral("/tarnwell"));
+    QVERIFY(second.waitForFinished(10000));
+    QCOMPARE(second.exitCode(), 0);
+    QTRY_VERIFY_WITH_TIMEOUT((firstOutput += first.readAll()).contains("Wake up! received"), 10000);
+    first.kill();
+    first.waitForFinished();
+}
+
+QTEST_MAIN(TestDesktop)
+#include "tst_desktop.moc"
