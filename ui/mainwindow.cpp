@@ -41,6 +41,7 @@ bool MainWindow::openProfile(int user_id)
 {
     if (user_id < 0) {
         NewProfileWizard wizard(this);
+        qDebug("no profile yet: running the new-profile wizard");
         if (wizard.exec() != QDialog::Accepted || wizard.createdUserId() < 0)
             return false;
         user_id = wizard.createdUserId();
