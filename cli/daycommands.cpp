@@ -13,6 +13,7 @@
 #include "model/summaryreport.h"
 #include "model/unitdescriptor.h"
 #include "reports/csvexportdiary.h"
+#include "reports/daysummary.h"
 
 #include <QFileInfo>
 #include <QJsonArray>
@@ -25,16 +26,6 @@
 
 namespace Cli {
 namespace {
-
-// Meals in the order the profile's snack mode shows them; mode 0 gathers every snack in one group.
-QList<QList<int>> mealGroups(int snackMode)
-{
-    if (snackMode == 1)
-        return {{1}, {2}, {3}, {4}, {5}, {6}};
-    if (snackMode == 0)
-        return {{1}, {3}, {5}, {2, 4, 6}};
-    return {{1}, {3}, {5}, {2}, {4}, {6}};
-}
 
 std::array<float, kNutrientCount> sum(const QList<FoodDiaryItem> &foods)
 {
@@ -272,45 +263,8 @@ int summary(Context &context, const QStringList &args)
 
     const Session session(context);
     const int userId = session.userId();
-    const UserSettings settings = UserDB::getSettings(userId);
-    UnitRegistry &units = UnitRegistry::instance();
-    units.applyPreferences(settings.measurement_units, settings.energy_units);
-
-    SummaryInputs in;
-    in.day = date;
-    in.height = UserDB::getHeight(userId);
-    if (const std::optional<CheckIn> checkIn = UserDB::getLatestCheckIn(userId, dayString)) {
-        in.weight = checkIn->weight;
-        in.chest = checkIn->chest;
-        in.waist = checkIn->waist;
-        in.hip = checkIn->hip;
-        in.thigh = checkIn->thigh;
-    }
-    const QMap<QString, DailyTotal> totals =
-        DiaryDB().getDailyTotals(userId, dayString, dayString, ALL_MEALS);
-    if (!totals.isEmpty()) {
-        in.eaten = totals.first().nutrients[ENERGY];
-        in.burned = totals.first().burned;
-    }
-    in.target = UserDB::getTargets(userId, dayString).values[ENERGY];
-
-    UserProfile profile;
-    for (const UserProfile &user : UserDB::getUsers()) {
-        if (user.user_id == userId)
-            profile = user;
-    }
-    const bool canForecast =
-        in.weight > 0 && in.height > 0 && profile.dob.size() == 8 && ageInYears(profile.dob, dayString) > 0;
-    if (canForecast) {
-        in.requirement =
-            energyRequirement({float(in.weight), dayString,
-                               UserDB::getLatestMiscInt(userId, QStringLiteral("activity"), dayString, 1),
-                               profile.sex, float(in.height), profile.dob});
-    } else {
-        in.weight = in.weight > 0 && in.height > 0 ? in.weight : -1; // no BMI or forecast without both
-    }
-    const QString html = summaryReport(in, *units.getUnit(UNIT_ENERGY), *units.getUnit(UNIT_WEIGHT),
-                                       *units.getUnit(UNIT_MEASUREMENT));
+    applyDisplayUnits(userId);
+    const QString html = daySummaryReport(userId, date);
     if (context.options.json)
         printJson(QJsonDocument(QJsonObject{{QStringLiteral("date"), date.toString(Qt::ISODate)},
                                             {QStringLiteral("html"), html}})

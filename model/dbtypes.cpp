@@ -39,6 +39,15 @@ QString mealName(int meal, int snackMode)
     }
 }
 
+QList<QList<int>> mealGroups(int snackMode)
+{
+    if (snackMode == 1)
+        return {{1}, {2}, {3}, {4}, {5}, {6}};
+    if (snackMode == 0)
+        return {{1}, {3}, {5}, {2, 4, 6}};
+    return {{1}, {3}, {5}, {2}, {4}, {6}};
+}
+
 void FoodInfoSource::setInstance(const FoodInfoSource *source)
 {
     g_foodInfo = source;

@@ -51,6 +51,11 @@ enum MealCode {
 // 2 below meals); a null text for codes without a name.
 QString mealName(int meal, int snackMode);
 
+// The meal groups in the order a snack mode shows them, each named by its last code: mode 1 puts
+// each snack between the meals, mode 0 gathers all three snacks in one group, mode 2 lists them
+// below the meals.
+QList<QList<int>> mealGroups(int snackMode);
+
 // Entry status as stored.
 enum EntryStatus { STATUS_LIVE = 1, STATUS_DELETED = 2 };
 

@@ -1,8 +1,10 @@
 // The desktop program's widgets under the offscreen platform, and the program itself started
 // twice: the second copy wakes the first and ends.
 
+#include "db/newprofile.h"
 #include "dbfixture.h"
 #include "model/energy.h"
+#include "ui/diaryview.h"
 #include "ui/mainwindow.h"
 #include "ui/newprofilewizard.h"
 
@@ -12,11 +14,14 @@
 #include <QDoubleSpinBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QProcess>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSpinBox>
+#include <QTextBrowser>
 #include <QTimer>
+#include <QTreeWidget>
 
 class TestDesktop : public QObject
 {
@@ -42,11 +47,15 @@ private slots:
         // The windows want the real brand's texts and pictures.
         BrandEngine::release();
         QVERIFY(BrandEngine::instance().load(binDir() + QStringLiteral("/brand.dat")));
+        QVERIFY(QDir().mkpath(LmSettings::contentPath()));
+        QVERIFY(QFile::copy(binDir() + QStringLiteral("/content/static.db"),
+                            LmSettings::contentPath() + QStringLiteral("static.db")));
     }
     void cleanup() { _db.stop(); }
 
     void wizardCreatesProfile();
     void wizardCancelled();
+    void searchAddsFoodToLunch();
     void secondStartWakesFirst();
 };
 
@@ -94,6 +103,58 @@ void TestDesktop::wizardCancelled()
     QCOMPARE(UserDB::numUsers(), 0);
 }
 
+void TestDesktop::searchAddsFoodToLunch()
+{
+    NewProfile profile;
+    profile.name = QStringLiteral("Ann");
+    profile.sex = 1;
+    profile.dob = QStringLiteral("19850402");
+    profile.height = 168;
+    profile.weight = 61.5;
+    const QString today = QDate::currentDate().toString(QStringLiteral("yyyyMMdd"));
+    const int user = createProfile(profile, today);
+    MainWindow window;
+    QVERIFY(window.openProfile(user));
+    window.show();
+
+    // Searching as you type; plain foods first.
+    auto *search = window.findChild<QLineEdit *>(QStringLiteral("search"));
+    auto *matches = window.findChild<QListWidget *>(QStringLiteral("matches"));
+    QTest::keyClicks(search, QStringLiteral("apple raw"));
+    QVERIFY(matches->count() > 10);
+    QCOMPARE(matches->item(0)->text(), QStringLiteral("Apples, raw, with skin"));
+    window.findChild<QComboBox *>(QStringLiteral("meal"))->setCurrentIndex(2); // lunch
+    auto *serving = window.findChild<QComboBox *>(QStringLiteral("serving"));
+    serving->setCurrentIndex(serving->findText(QStringLiteral("1 medium (3\" dia)")));
+    window.findChild<QDoubleSpinBox *>(QStringLiteral("quantity"))->setValue(2);
+    QTest::keyClick(matches, Qt::Key_Return);
+
+    // Lunch holds it, the day's total and the ticks follow.
+    auto *entries = window.findChild<QTreeWidget *>(QStringLiteral("entries"));
+    const auto lunchGroup = [entries] {
+        return entries->findItems(QStringLiteral("Lunch"), Qt::MatchExactly).value(0);
+    };
+    const QTreeWidgetItem *lunch = lunchGroup();
+    QVERIFY(lunch);
+    QCOMPARE(lunch->childCount(), 1);
+    QCOMPARE(lunch->child(0)->text(0), QStringLiteral("Apples, raw, with skin"));
+    QCOMPARE(lunch->child(0)->text(3), QStringLiteral("189"));
+    QVERIFY(window.findChild<QLabel *>(QStringLiteral("totals"))->text().contains(QLatin1String("189 cals")));
+    const QString tooltip = window.findChild<QLabel *>(QStringLiteral("ticks"))->toolTip();
+    QVERIFY2(tooltip.contains(QLatin1String("more calories")), qPrintable(tooltip));
+    window.showSection(MainWindow::ReportsSection);
+    QVERIFY(
+        window.findChild<QTextBrowser *>(QStringLiteral("report"))->toHtml().contains(QLatin1String("189")));
+
+    // The day before is empty; Delete removes the entry.
+    window.diary()->setDate(QDate::currentDate().addDays(-1));
+    QCOMPARE(lunchGroup()->childCount(), 0);
+    window.diary()->setDate(QDate::currentDate());
+    entries->setCurrentItem(lunchGroup()->child(0));
+    QTest::keyClick(entries, Qt::Key_Delete);
+    QCOMPARE(lunchGroup()->childCount(), 0);
+}
+
 void TestDesktop::secondStartWakesFirst()
 {
     // Both copies run with the same login and data folders; the first waits in its wizard.
@@ -107,7 +168,8 @@ void TestDesktop::secondStartWakesFirst()
     QVERIFY(first.waitForStarted());
     QByteArray firstOutput;
     // A copy busy starting up answers late; wait until the first one waits for the user.
-    QTRY_VERIFY_WITH_TIMEOUT((firstOutput += first.readAll()).contains("running the new-profile wizard"), 30000);
+    QTRY_VERIFY_WITH_TIMEOUT((firstOutput += first.readAll()).contains("running the new-profile wizard"),
+                             30000);
 
     QProcess second;
     second.setProcessEnvironment(env);

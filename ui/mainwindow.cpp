@@ -1,15 +1,23 @@
 #include "ui/mainwindow.h"
 
 #include "brand/brandengine.h"
-
 #include "common/lmconstants.h"
 #include "db/userdb.h"
+#include "reports/daysummary.h"
+#include "ui/diaryview.h"
 #include "ui/newprofilewizard.h"
 
+#include <QAction>
+#include <QApplication>
+#include <QHBoxLayout>
 #include <QLabel>
+#include <QListWidget>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QStackedWidget>
 #include <QStatusBar>
+#include <QTextBrowser>
+#include <QToolBar>
 
 MainWindow::MainWindow(QWidget *parent)
     : QMainWindow(parent)
@@ -18,15 +26,104 @@ MainWindow::MainWindow(QWidget *parent)
     setWindowTitle(brand.getString(QStringLiteral("app_name")));
     setWindowIcon(brand.getPixmap(QStringLiteral("graphics.image.profile.logo")));
 
-    auto *placeholder = new QLabel(this);
-    placeholder->setPixmap(brand.getPixmap(QStringLiteral("splash")));
-    placeholder->setAlignment(Qt::AlignCenter);
-    setCentralWidget(placeholder);
-    QMenu *help = menuBar()->addMenu(tr("&Help"));
-    help->addAction(tr("&About %1").arg(windowTitle()), this,
-                    [this] { QMessageBox::about(this, tr("About %1").arg(windowTitle()), aboutText()); });
+    _sections = new QListWidget(this);
+    _sections->setObjectName(QStringLiteral("sections"));
+    _sections->setViewMode(QListView::IconMode);
+    _sections->setFlow(QListView::TopToBottom);
+    _sections->setMovement(QListView::Static);
+    _sections->setIconSize(QSize(48, 48));
+    _sections->setFixedWidth(96);
+    const QPair<const char *, QString> sections[] = {
+        {"diary_icon", tr("Diary")}, {"checkin_icon", tr("Check-in")}, {"reports_icon", tr("Reports")}};
+    for (const auto &[icon, name] : sections)
+        new QListWidgetItem(QIcon(brand.getPixmap(QLatin1String(icon))), name, _sections);
+
+    _diary = new DiaryView(this);
+    auto *checkIn = new QLabel(tr("Check-ins come here."), this);
+    checkIn->setAlignment(Qt::AlignCenter);
+    _report = new QTextBrowser(this);
+    _report->setObjectName(QStringLiteral("report"));
+    _pages = new QStackedWidget(this);
+    _pages->addWidget(_diary);
+    _pages->addWidget(checkIn);
+    _pages->addWidget(_report);
+    connect(_sections, &QListWidget::currentRowChanged, this, &MainWindow::showSection);
+    connect(_diary, &DiaryView::dayChanged, this, &MainWindow::updateReport);
+
+    auto *central = new QWidget(this);
+    auto *layout = new QHBoxLayout(central);
+    layout->addWidget(_sections);
+    layout->addWidget(_pages, 1);
+    setCentralWidget(central);
+    createActions();
+    _sections->setCurrentRow(DiarySection);
     statusBar()->showMessage(tr("Ready"));
-    resize(1024, 720);
+    resize(1100, 740);
+}
+
+void MainWindow::createActions()
+{
+    const BrandEngine &brand = BrandEngine::instance();
+    const auto icon = [&brand](const char *id) { return QIcon(brand.getPixmap(QLatin1String(id))); };
+    QToolBar *tools = addToolBar(tr("Tools"));
+    tools->setObjectName(QStringLiteral("toolbar"));
+
+    QMenu *file = menuBar()->addMenu(tr("&File"));
+    file->addAction(tr("&Quit"), QKeySequence::Quit, qApp, &QApplication::closeAllWindows);
+
+    QMenu *edit = menuBar()->addMenu(tr("&Edit"));
+    QAction *find = edit->addAction(
+        icon("graphics.icon.search_small"), tr("&Find Food"), QKeySequence::Find, this, [this] {
+            showSection(DiarySection);
+            if (auto *search = _diary->findChild<QWidget *>(QStringLiteral("search")))
+                search->setFocus();
+        });
+    QAction *remove = edit->addAction(icon("graphics.icon.diary.delete"), tr("&Delete Entry"), this,
+                                      [this] { _diary->deleteSelectedEntry(); });
+    tools->addAction(find);
+    tools->addAction(remove);
+
+    QMenu *view = menuBar()->addMenu(tr("&View"));
+    QAction *previous = view->addAction(icon("graphics.icon.backarrow"), tr("&Previous Day"),
+                                        QKeySequence(Qt::ALT | Qt::Key_Left), this,
+                                        [this] { _diary->setDate(_diary->date().addDays(-1)); });
+    QAction *today =
+        view->addAction(icon("graphics.icon.checkin.today"), tr("&Today"), QKeySequence(Qt::CTRL | Qt::Key_T),
+                        this, [this] { _diary->setDate(QDate::currentDate()); });
+    QAction *next = view->addAction(icon("graphics.icon.frontarrow"), tr("&Next Day"),
+                                    QKeySequence(Qt::ALT | Qt::Key_Right), this,
+                                    [this] { _diary->setDate(_diary->date().addDays(1)); });
+    view->addSeparator();
+    const QPair<const char *, QString> sections[] = {
+        {"diary_icon", tr("&Diary")}, {"checkin_icon", tr("&Check-in")}, {"reports_icon", tr("&Reports")}};
+    for (int s = 0; s < 3; ++s) {
+        view->addAction(icon(sections[s].first), sections[s].second, QKeySequence(Qt::CTRL | (Qt::Key_1 + s)),
+                        this, [this, s] { showSection(s); });
+    }
+    tools->addSeparator();
+    tools->addAction(previous);
+    tools->addAction(today);
+    tools->addAction(next);
+
+    QMenu *help = menuBar()->addMenu(tr("&Help"));
+    help->addAction(icon("graphics.icon.help"), tr("&About %1").arg(windowTitle()), this,
+                    [this] { QMessageBox::about(this, tr("About %1").arg(windowTitle()), aboutText()); });
+}
+
+void MainWindow::showSection(int section)
+{
+    if (section < 0 || section > ReportsSection)
+        return;
+    _sections->setCurrentRow(section);
+    _pages->setCurrentIndex(section);
+    if (section == ReportsSection)
+        updateReport();
+}
+
+void MainWindow::updateReport()
+{
+    if (_userId >= 0 && _pages->currentIndex() == ReportsSection)
+        _report->setHtml(daySummaryReport(_userId, _diary->date()));
 }
 
 QString MainWindow::aboutText() const
@@ -51,6 +148,8 @@ bool MainWindow::openProfile(int user_id)
         if (user.user_id == user_id)
             statusBar()->showMessage(tr("Profile: %1").arg(user.name));
     }
+    _diary->setUser(user_id);
+    updateReport();
     return true;
 }
 

@@ -1,18 +1,30 @@
 #pragma once
 
+// The main window: the sections Diary, Check-in and Reports beside each other, a menu bar and
+// tool bar with every command and its shortcut, and the status bar.
+
 #include <QMainWindow>
+
+class DiaryView;
+class QListWidget;
+class QStackedWidget;
+class QTextBrowser;
 
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
 
 public:
+    enum Section { DiarySection, CheckInSection, ReportsSection };
+
     explicit MainWindow(QWidget *parent = nullptr);
 
     // Opens a profile; -1 runs the new-profile wizard first. False when there is none to open
     // (the wizard was cancelled).
     bool openProfile(int user_id);
     int currentUser() const { return _userId; }
+    DiaryView *diary() const { return _diary; }
+    void showSection(int section);
 
     // Version and the sources of the reference foods and exercises.
     QString aboutText() const;
@@ -22,5 +34,12 @@ public slots:
     void processMessage(const QString &message);
 
 private:
+    void createActions();
+    void updateReport();
+
     int _userId = -1;
+    QListWidget *_sections;
+    QStackedWidget *_pages;
+    DiaryView *_diary;
+    QTextBrowser *_report;
 };

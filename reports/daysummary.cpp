@@ -1,0 +1,49 @@
+#include "reports/daysummary.h"
+
+#include "db/diarydb.h"
+#include "db/userdb.h"
+#include "model/dateconversion.h"
+#include "model/energy.h"
+#include "model/summaryreport.h"
+#include "model/unitdescriptor.h"
+
+QString daySummaryReport(int userId, const QDate &date)
+{
+    const QString dayString = DateConversion::fromQDate(date);
+    const UnitRegistry &units = UnitRegistry::instance();
+    SummaryInputs in;
+    in.day = date;
+    in.height = UserDB::getHeight(userId);
+    if (const std::optional<CheckIn> checkIn = UserDB::getLatestCheckIn(userId, dayString)) {
+        in.weight = checkIn->weight;
+        in.chest = checkIn->chest;
+        in.waist = checkIn->waist;
+        in.hip = checkIn->hip;
+        in.thigh = checkIn->thigh;
+    }
+    const QMap<QString, DailyTotal> totals =
+        DiaryDB().getDailyTotals(userId, dayString, dayString, ALL_MEALS);
+    if (!totals.isEmpty()) {
+        in.eaten = totals.first().nutrients[ENERGY];
+        in.burned = totals.first().burned;
+    }
+    in.target = UserDB::getTargets(userId, dayString).values[ENERGY];
+
+    UserProfile profile;
+    for (const UserProfile &user : UserDB::getUsers()) {
+        if (user.user_id == userId)
+            profile = user;
+    }
+    const bool canForecast =
+        in.weight > 0 && in.height > 0 && profile.dob.size() == 8 && ageInYears(profile.dob, dayString) > 0;
+    if (canForecast) {
+        in.requirement =
+            energyRequirement({float(in.weight), dayString,
+                               UserDB::getLatestMiscInt(userId, QStringLiteral("activity"), dayString, 1),
+                               profile.sex, float(in.height), profile.dob});
+    } else {
+        in.weight = in.weight > 0 && in.height > 0 ? in.weight : -1; // no BMI or forecast without both
+    }
+    return summaryReport(in, *units.getUnit(UNIT_ENERGY), *units.getUnit(UNIT_WEIGHT),
+                         *units.getUnit(UNIT_MEASUREMENT));
+}

@@ -1,0 +1,365 @@
+#include "ui/diaryview.h"
+
+#include "app/profilepreferences.h"
+#include "brand/brandengine.h"
+#include "db/diarydb.h"
+#include "db/userdb.h"
+#include "model/dateconversion.h"
+#include "model/greenticks.h"
+#include "model/unitdescriptor.h"
+#include "staticdb/fooddb.h"
+
+#include <QComboBox>
+#include <QDoubleSpinBox>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QSplitter>
+#include <QToolButton>
+#include <QTreeWidget>
+#include <QVBoxLayout>
+
+#include <algorithm>
+#include <memory>
+
+namespace {
+
+constexpr int kShownMatches = 200;
+const int kColumns[] = {ENERGY, CARB, FAT, PROTEIN};
+
+QString number(double value)
+{
+    return QLocale::c().toString(value, 'g', 6);
+}
+
+// Shown items of a database, in table order.
+template <typename Name> void collect(const IndexedDB &db, QList<Match> *out, Name name)
+{
+    std::unique_ptr<BrowsableDBIterator> it(db.all(FLAG_SHOWN, FLAG_CATEGORY));
+    while (const IndexEntry *e = it->next())
+        out->append({int(e->id), name(e)});
+}
+
+// Enter and Delete on a list act on its current item.
+class KeyFilter : public QObject
+{
+public:
+    KeyFilter(QObject *parent, int key, std::function<void()> action)
+        : QObject(parent)
+        , _key(key)
+        , _action(std::move(action))
+    {
+    }
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::KeyPress) {
+            const int key = static_cast<QKeyEvent *>(event)->key();
+            if (key == _key || (_key == Qt::Key_Return && key == Qt::Key_Enter)) {
+                _action();
+                return true;
+            }
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    int _key;
+    std::function<void()> _action;
+};
+
+} // namespace
+
+QList<Match> rankMatches(QList<Match> matches, const QString &query, const QList<int> &preferred)
+{
+    QStringList words;
+    for (const QString &word : query.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+        if (!word.startsWith(QLatin1Char('-')))
+            words.append(word);
+    }
+    const auto key = [&](const Match &m) {
+        const qsizetype rank = preferred.indexOf(m.id);
+        const bool begins = std::any_of(words.cbegin(), words.cend(), [&m](const QString &w) {
+            return m.name.startsWith(w, Qt::CaseInsensitive);
+        });
+        return std::make_tuple(rank < 0 ? qsizetype(preferred.size()) : rank, begins ? 0 : 1, m.name.size());
+    };
+    std::stable_sort(matches.begin(), matches.end(),
+                     [&key](const Match &a, const Match &b) { return key(a) < key(b); });
+    return matches;
+}
+
+DiaryView::DiaryView(QWidget *parent)
+    : QWidget(parent)
+    , _date(QDate::currentDate())
+{
+    const BrandEngine &brand = BrandEngine::instance();
+    // The day, with its navigation.
+    auto *back = new QToolButton(this);
+    back->setIcon(QIcon(brand.getPixmap(QStringLiteral("graphics.icon.backarrow"))));
+    back->setToolTip(tr("Previous day"));
+    auto *forward = new QToolButton(this);
+    forward->setIcon(QIcon(brand.getPixmap(QStringLiteral("graphics.icon.frontarrow"))));
+    forward->setToolTip(tr("Next day"));
+    auto *today = new QPushButton(tr("Today"), this);
+    _title = new QLabel(this);
+    _title->setObjectName(QStringLiteral("dayTitle"));
+    QFont titleFont = _title->font();
+    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.4);
+    titleFont.setBold(true);
+    _title->setFont(titleFont);
+    connect(back, &QToolButton::clicked, this, [this] { setDate(_date.addDays(-1)); });
+    connect(forward, &QToolButton::clicked, this, [this] { setDate(_date.addDays(1)); });
+    connect(today, &QPushButton::clicked, this, [this] { setDate(QDate::currentDate()); });
+    auto *header = new QHBoxLayout;
+    header->addWidget(back);
+    header->addWidget(_title, 1);
+    header->addWidget(today);
+    header->addWidget(forward);
+
+    // The day's entries.
+    _entries = new QTreeWidget(this);
+    _entries->setObjectName(QStringLiteral("entries"));
+    _entries->setColumnCount(3 + int(std::size(kColumns)));
+    _entries->setRootIsDecorated(false);
+    _entries->setAlternatingRowColors(true);
+    _entries->installEventFilter(new KeyFilter(this, Qt::Key_Delete, [this] { deleteSelectedEntry(); }));
+    _totals = new QLabel(this);
+    _totals->setObjectName(QStringLiteral("totals"));
+    _ticks = new QLabel(this);
+    _ticks->setObjectName(QStringLiteral("ticks"));
+    _water = new QSpinBox(this);
+    _water->setObjectName(QStringLiteral("water"));
+    _water->setRange(0, 100);
+    _water->setSuffix(tr(" glasses"));
+    connect(_water, &QSpinBox::valueChanged, this, [this](int cups) {
+        if (_userId >= 0 && cups != UserDB::getWater(_userId, DateConversion::fromQDate(_date)))
+            UserDB::setWater(_userId, DateConversion::fromQDate(_date), cups);
+    });
+    auto *footer = new QHBoxLayout;
+    footer->addWidget(_ticks);
+    footer->addWidget(_totals, 1);
+    footer->addWidget(new QLabel(tr("Water:"), this));
+    footer->addWidget(_water);
+    auto *day = new QWidget(this);
+    auto *dayLayout = new QVBoxLayout(day);
+    dayLayout->setContentsMargins(0, 0, 0, 0);
+    dayLayout->addWidget(_entries, 1);
+    dayLayout->addLayout(footer);
+
+    // The food browser.
+    _query = new QLineEdit(this);
+    _query->setObjectName(QStringLiteral("search"));
+    _query->setPlaceholderText(tr("Search foods (at least 3 letters; -word leaves out)"));
+    _query->setClearButtonEnabled(true);
+    connect(_query, &QLineEdit::textChanged, this, &DiaryView::search);
+    _matches = new QListWidget(this);
+    _matches->setObjectName(QStringLiteral("matches"));
+    connect(_matches, &QListWidget::currentRowChanged, this, &DiaryView::updateServings);
+    connect(_matches, &QListWidget::itemActivated, this, [this] { addSelectedFood(); });
+    _matches->installEventFilter(new KeyFilter(this, Qt::Key_Return, [this] { addSelectedFood(); }));
+    _meal = new QComboBox(this);
+    _meal->setObjectName(QStringLiteral("meal"));
+    _serving = new QComboBox(this);
+    _serving->setObjectName(QStringLiteral("serving"));
+    _quantity = new QDoubleSpinBox(this);
+    _quantity->setObjectName(QStringLiteral("quantity"));
+    _quantity->setRange(0.01, 10000);
+    _quantity->setValue(1);
+    auto *add = new QPushButton(tr("&Add to diary"), this);
+    connect(add, &QPushButton::clicked, this, [this] { addSelectedFood(); });
+    auto *browser = new QWidget(this);
+    auto *form = new QFormLayout;
+    form->addRow(tr("&Meal:"), _meal);
+    form->addRow(tr("&Serving:"), _serving);
+    form->addRow(tr("&Quantity:"), _quantity);
+    auto *browserLayout = new QVBoxLayout(browser);
+    browserLayout->setContentsMargins(0, 0, 0, 0);
+    browserLayout->addWidget(_query);
+    browserLayout->addWidget(_matches, 1);
+    browserLayout->addLayout(form);
+    browserLayout->addWidget(add);
+
+    auto *splitter = new QSplitter(this);
+    splitter->addWidget(day);
+    splitter->addWidget(browser);
+    splitter->setStretchFactor(0, 3);
+    splitter->setStretchFactor(1, 2);
+    auto *layout = new QVBoxLayout(this);
+    layout->addLayout(header);
+    layout->addWidget(splitter, 1);
+    setTabOrder(_entries, _query);
+    setTabOrder(_query, _matches);
+}
+
+DiaryView::~DiaryView() = default;
+
+void DiaryView::setUser(int user_id)
+{
+    _userId = user_id;
+    _foods = std::make_unique<FoodDB>(user_id);
+    const UserSettings settings = UserDB::getSettings(user_id);
+    UnitRegistry::instance().applyPreferences(settings.measurement_units, settings.energy_units);
+    const int snackMode = ProfilePreferences::load(user_id).snackMode;
+    _meal->clear();
+    for (const int meal : {BREAKFAST, SNACK_1, LUNCH, SNACK_2, DINNER, SNACK_3})
+        _meal->addItem(mealName(meal, snackMode), meal);
+    QStringList headers = {tr("Food"), tr("Quantity"), tr("Serving")};
+    for (const int type : kColumns)
+        headers.append(UnitRegistry::instance().getUnitForNutrient(type)->getName());
+    _entries->setHeaderLabels(headers);
+    _entries->header()->setSectionResizeMode(0, QHeaderView::Stretch);
+    refresh();
+}
+
+void DiaryView::setDate(const QDate &date)
+{
+    if (!date.isValid() || date == _date)
+        return;
+    _date = date;
+    refresh();
+    emit dayChanged(date);
+}
+
+void DiaryView::refresh()
+{
+    _title->setText(DateConversion::longDayName(_date));
+    _entries->clear();
+    if (_userId < 0)
+        return;
+    const QString day = DateConversion::fromQDate(_date);
+    DiaryDay diary = DiaryDB().getDay(_userId, day);
+    diary.foods.removeIf([](const FoodDiaryItem &f) { return f.status == STATUS_DELETED; });
+    diary.exercises.removeIf([](const ExerciseDiaryItem &e) { return e.status == STATUS_DELETED; });
+    const ProfilePreferences preferences = ProfilePreferences::load(_userId);
+    const UnitRegistry &units = UnitRegistry::instance();
+    for (const QList<int> &group : mealGroups(preferences.snackMode)) {
+        auto *meal = new QTreeWidgetItem(_entries, {mealName(group.constLast(), preferences.snackMode)});
+        QFont bold = meal->font(0);
+        bold.setBold(true);
+        meal->setFont(0, bold);
+        meal->setFirstColumnSpanned(false);
+        for (const FoodDiaryItem &food : diary.foods) {
+            if (!group.contains(food.meal))
+                continue;
+            auto *entry = new QTreeWidgetItem(meal, {food.food_name, number(food.size), food.serv_name});
+            entry->setData(0, Qt::UserRole, food.food_id);
+            for (size_t c = 0; c < std::size(kColumns); ++c)
+                entry->setText(
+                    int(3 + c),
+                    units.getUnitForNutrient(kColumns[c])->formatValue(food.getNutrient(kColumns[c])));
+        }
+        for (size_t c = 0; c < std::size(kColumns); ++c) {
+            float sum = 0;
+            for (const FoodDiaryItem &food : diary.foods) {
+                if (group.contains(food.meal) && food.getNutrient(kColumns[c]) > 0)
+                    sum += food.getNutrient(kColumns[c]);
+            }
+            meal->setText(int(3 + c), units.getUnitForNutrient(kColumns[c])->formatValue(sum));
+        }
+        meal->setExpanded(true);
+    }
+    if (!diary.exercises.isEmpty()) {
+        auto *exercise = new QTreeWidgetItem(_entries, {mealName(EXERCISE, preferences.snackMode)});
+        for (const ExerciseDiaryItem &e : diary.exercises) {
+            auto *entry = new QTreeWidgetItem(exercise, {e.name, number(e.duration), tr("minutes")});
+            entry->setText(3, units.getUnit(UNIT_ENERGY)->formatValue(-e.energy()));
+        }
+        exercise->setExpanded(true);
+    }
+
+    const Targets targets = UserDB::getTargets(_userId, day);
+    const float net = diary.total(ALL_MEALS, ENERGY);
+    const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
+    QString totals = tr("Today: <b>%1</b>").arg(energy.formatValueWithUnit(net));
+    if (targets.values[ENERGY] > 0)
+        totals += tr(" of %1").arg(energy.formatValueWithUnit(targets.values[ENERGY]));
+    _totals->setText(totals);
+    float minutes = 0;
+    for (const ExerciseDiaryItem &e : diary.exercises)
+        minutes += e.duration;
+    if (targets.values[ENERGY] > 0) {
+        const GreenTicks ticks =
+            computeGreenTicks({net, float(targets.values[ENERGY]), minutes, float(preferences.exerciseTarget),
+                               preferences.budgetMode},
+                              energy);
+        _ticks->setPixmap(BrandEngine::instance().getPixmap(ticks.pictureId()));
+        _ticks->setToolTip(ticks.tooltip);
+        _ticks->setProperty("ticks", ticks.pictureId());
+    } else {
+        _ticks->clear();
+        _ticks->setToolTip(tr("Set an energy target to earn green ticks."));
+    }
+    const QSignalBlocker blocker(_water);
+    _water->setValue(UserDB::getWater(_userId, day));
+}
+
+void DiaryView::search(const QString &query)
+{
+    _matches->clear();
+    if (!_foods || !_foods->staticDB())
+        return;
+    FoodDBStatic &reference = *_foods->staticDB();
+    FoodDBDynamic &custom = *_foods->dynamicDB();
+    if (!reference.search(query, false, 0))
+        return; // words too short: nothing to show yet
+    custom.search(query, false, 0);
+    QList<Match> found;
+    collect(reference, &found, [&reference](const IndexEntry *e) { return reference.nameText(e); });
+    collect(custom, &found, [&custom](const IndexEntry *e) { return custom.name(int(e->id)); });
+    QList<int> preferred = Favorites::list(_userId, Favorites::FOODS);
+    preferred += _recent;
+    const QList<Match> ranked = rankMatches(found, query, preferred);
+    for (qsizetype i = 0; i < ranked.size() && i < kShownMatches; ++i) {
+        auto *item = new QListWidgetItem(ranked.at(i).name, _matches);
+        item->setData(Qt::UserRole, ranked.at(i).id);
+    }
+    if (_matches->count() > 0)
+        _matches->setCurrentRow(0);
+}
+
+void DiaryView::updateServings()
+{
+    _serving->clear();
+    const QListWidgetItem *current = _matches->currentItem();
+    if (!current)
+        return;
+    FoodDiaryItem item;
+    item.changeFood(current->data(Qt::UserRole).toInt());
+    for (const FoodServing &serving : item.getServings())
+        _serving->addItem(serving.name, serving.id);
+}
+
+bool DiaryView::addSelectedFood()
+{
+    const QListWidgetItem *current = _matches->currentItem();
+    if (!current || _userId < 0 || _serving->currentIndex() < 0)
+        return false;
+    const int id = current->data(Qt::UserRole).toInt();
+    FoodDiaryItem item;
+    item.user_id = _userId;
+    item.changeFood(id);
+    item.setServing(_serving->currentData().toInt());
+    item.setSize(float(_quantity->value()));
+    item.setDate(DateConversion::fromQDate(_date));
+    item.meal = _meal->currentData().toInt();
+    DiaryDB().addFoodEntry(item);
+    _recent.removeAll(id);
+    _recent.prepend(id);
+    refresh();
+    return item.food_id >= 0;
+}
+
+void DiaryView::deleteSelectedEntry()
+{
+    const QTreeWidgetItem *current = _entries->currentItem();
+    if (!current || !current->data(0, Qt::UserRole).isValid())
+        return;
+    DiaryDB().removeFoodEntry(current->data(0, Qt::UserRole).toInt());
+    refresh();
+}

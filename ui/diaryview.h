@@ -1,0 +1,70 @@
+#pragma once
+
+// One day of the diary: the meals with their entries and totals against the targets in force,
+// the green ticks, the water counter, and beside them the food browser that searches as you type
+// and adds the chosen food to a meal.
+
+#include <QDate>
+#include <QWidget>
+
+#include <memory>
+
+class FoodDB;
+class QComboBox;
+class QDoubleSpinBox;
+class QLabel;
+class QLineEdit;
+class QListWidget;
+class QSpinBox;
+class QTreeWidget;
+
+struct Match
+{
+    int id;
+    QString name;
+};
+
+// Matches as people look for plain foods: favourites and recently used items first, then names
+// that begin with a query word, then shorter names; ties keep their order.
+QList<Match> rankMatches(QList<Match> matches, const QString &query, const QList<int> &preferred);
+
+class DiaryView : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit DiaryView(QWidget *parent = nullptr);
+    ~DiaryView() override;
+
+    void setUser(int user_id);
+    QDate date() const { return _date; }
+    void setDate(const QDate &date);
+
+    // The browser: search, then add the current match.
+    void search(const QString &query);
+    bool addSelectedFood();
+    void deleteSelectedEntry();
+
+signals:
+    void dayChanged(const QDate &date);
+
+private:
+    void refresh();
+    void updateServings();
+
+    int _userId = -1;
+    QDate _date;
+    std::unique_ptr<FoodDB> _foods;
+    QList<int> _recent;
+
+    QLabel *_title;
+    QTreeWidget *_entries;
+    QLabel *_totals;
+    QLabel *_ticks;
+    QSpinBox *_water;
+    QLineEdit *_query;
+    QListWidget *_matches;
+    QComboBox *_meal;
+    QComboBox *_serving;
+    QDoubleSpinBox *_quantity;
+};
