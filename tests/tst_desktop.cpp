@@ -1,6 +1,7 @@
 // The desktop program's widgets under the offscreen platform, and the program itself started
 // twice: the second copy wakes the first and ends.
 
+#include "db/diarydb.h"
 #include "db/newprofile.h"
 #include "dbfixture.h"
 #include "model/energy.h"
@@ -56,6 +57,8 @@ private slots:
     void wizardCreatesProfile();
     void wizardCancelled();
     void searchAddsFoodToLunch();
+    void checkInAndUnitsEverywhere();
+    void dayCopied();
     void secondStartWakesFirst();
 };
 
@@ -153,6 +156,72 @@ void TestDesktop::searchAddsFoodToLunch()
     entries->setCurrentItem(lunchGroup()->child(0));
     QTest::keyClick(entries, Qt::Key_Delete);
     QCOMPARE(lunchGroup()->childCount(), 0);
+}
+
+namespace {
+
+int makeProfile()
+{
+    NewProfile profile;
+    profile.name = QStringLiteral("Ann");
+    profile.sex = 1;
+    profile.dob = QStringLiteral("19850402");
+    profile.height = 168;
+    profile.weight = 61.5;
+    return createProfile(profile, QDate::currentDate().toString(QStringLiteral("yyyyMMdd")));
+}
+
+} // namespace
+
+void TestDesktop::checkInAndUnitsEverywhere()
+{
+    MainWindow window;
+    QVERIFY(window.openProfile(makeProfile()));
+    window.showSection(MainWindow::CheckInSection);
+    auto *weight = window.findChild<QDoubleSpinBox *>(QStringLiteral("weight"));
+    QCOMPARE(weight->value(), 61.5); // today's, from the profile
+    weight->setValue(62.3);
+    window.findChild<QLineEdit *>(QStringLiteral("note"))->setText(QStringLiteral("after the holidays"));
+    window.findChild<QPushButton *>(QStringLiteral("save"))->click();
+    const QString today = QDate::currentDate().toString(QStringLiteral("yyyyMMdd"));
+    const CheckIn stored = *UserDB::getCheckIn(window.currentUser(), today);
+    QCOMPARE(stored.weight, 62.3);
+    QCOMPARE(stored.note, QStringLiteral("after the holidays"));
+    QCOMPARE(window.findChild<QTreeWidget *>(QStringLiteral("history"))->topLevelItemCount(), 1);
+
+    // Pounds and kilojoules, in the check-in and the diary alike.
+    QTimer::singleShot(0, [] {
+        auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+        QVERIFY(dialog);
+        dialog->findChild<QComboBox *>(QStringLiteral("units"))->setCurrentIndex(1);
+        dialog->findChild<QComboBox *>(QStringLiteral("energy"))->setCurrentIndex(1);
+        dialog->accept();
+    });
+    QVERIFY(window.editPreferences());
+    QCOMPARE(weight->suffix(), QStringLiteral(" lb"));
+    QVERIFY(qAbs(weight->value() - 137.3) < 0.05);
+    QVERIFY2(window.findChild<QLabel *>(QStringLiteral("totals"))->text().contains(QLatin1String(" kj")),
+             qPrintable(window.findChild<QLabel *>(QStringLiteral("totals"))->text()));
+}
+
+void TestDesktop::dayCopied()
+{
+    MainWindow window;
+    const int user = makeProfile();
+    QVERIFY(window.openProfile(user));
+    FoodDiaryItem soup(true);
+    soup.user_id = user;
+    soup.setDate(QDate::currentDate().toString(QStringLiteral("yyyyMMdd")));
+    soup.meal = DINNER;
+    soup.food_name = QStringLiteral("Soup");
+    soup.setNutrient(ENERGY, 200);
+    DiaryDB().addFoodEntry(soup);
+    QCOMPARE(window.diary()->copyDay(QDate::currentDate().addDays(1)), 1);
+    const DiaryDay tomorrow =
+        DiaryDB().getDay(user, QDate::currentDate().addDays(1).toString(QStringLiteral("yyyyMMdd")));
+    QCOMPARE(tomorrow.foods.size(), 1);
+    QCOMPARE(tomorrow.foods.constFirst().meal, int(DINNER));
+    QCOMPARE(tomorrow.foods.constFirst().getNutrient(ENERGY), 200.0f);
 }
 
 void TestDesktop::secondStartWakesFirst()

@@ -3,6 +3,7 @@
 #include "app/profilepreferences.h"
 #include "brand/brandengine.h"
 #include "db/diarydb.h"
+#include "db/lmsqldb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
 #include "model/greenticks.h"
@@ -353,6 +354,35 @@ bool DiaryView::addSelectedFood()
     _recent.prepend(id);
     refresh();
     return item.food_id >= 0;
+}
+
+int DiaryView::copyDay(const QDate &target)
+{
+    if (_userId < 0 || !target.isValid() || target == _date)
+        return 0;
+    const QString targetDay = DateConversion::fromQDate(target);
+    const DiaryDB diary;
+    DiaryDay day = diary.getDay(_userId, DateConversion::fromQDate(_date));
+    int copied = 0;
+    LmSqlDb::begin();
+    for (FoodDiaryItem food : std::as_const(day.foods)) {
+        if (food.status == STATUS_DELETED)
+            continue;
+        food.food_id = -1;
+        food.setDate(targetDay);
+        diary.addFoodEntry(food);
+        ++copied;
+    }
+    for (ExerciseDiaryItem exercise : std::as_const(day.exercises)) {
+        if (exercise.status == STATUS_DELETED)
+            continue;
+        exercise.ex_id = -1;
+        exercise.date = targetDay;
+        diary.addExerciseEntry(exercise);
+        ++copied;
+    }
+    LmSqlDb::commit();
+    return copied;
 }
 
 void DiaryView::deleteSelectedEntry()

@@ -44,6 +44,10 @@ public:
     void search(const QString &query);
     bool addSelectedFood();
     void deleteSelectedEntry();
+    // Copies every entry of the shown day to the same meals of another day; the entries copied.
+    int copyDay(const QDate &target);
+    // The profile's units or meal names changed.
+    void preferencesChanged() { setUser(_userId); }
 
 signals:
     void dayChanged(const QDate &date);

@@ -4,8 +4,10 @@
 #include "common/lmconstants.h"
 #include "db/userdb.h"
 #include "reports/daysummary.h"
+#include "ui/checkinview.h"
 #include "ui/diaryview.h"
 #include "ui/newprofilewizard.h"
+#include "ui/preferencesdialog.h"
 
 #include <QAction>
 #include <QApplication>
@@ -39,16 +41,17 @@ MainWindow::MainWindow(QWidget *parent)
         new QListWidgetItem(QIcon(brand.getPixmap(QLatin1String(icon))), name, _sections);
 
     _diary = new DiaryView(this);
-    auto *checkIn = new QLabel(tr("Check-ins come here."), this);
-    checkIn->setAlignment(Qt::AlignCenter);
+    _checkIn = new CheckInView(this);
     _report = new QTextBrowser(this);
     _report->setObjectName(QStringLiteral("report"));
     _pages = new QStackedWidget(this);
     _pages->addWidget(_diary);
-    _pages->addWidget(checkIn);
+    _pages->addWidget(_checkIn);
     _pages->addWidget(_report);
     connect(_sections, &QListWidget::currentRowChanged, this, &MainWindow::showSection);
     connect(_diary, &DiaryView::dayChanged, this, &MainWindow::updateReport);
+    connect(_diary, &DiaryView::dayChanged, _checkIn, &CheckInView::setDate);
+    connect(_checkIn, &CheckInView::checkInChanged, this, &MainWindow::updateReport);
 
     auto *central = new QWidget(this);
     auto *layout = new QHBoxLayout(central);
@@ -80,6 +83,12 @@ void MainWindow::createActions()
         });
     QAction *remove = edit->addAction(icon("graphics.icon.diary.delete"), tr("&Delete Entry"), this,
                                       [this] { _diary->deleteSelectedEntry(); });
+    edit->addAction(icon("graphics.icon.copy"), tr("&Copy Day to Tomorrow"), this, [this] {
+        const int copied = _diary->copyDay(_diary->date().addDays(1));
+        statusBar()->showMessage(tr("%n entries copied to the next day.", nullptr, copied), 5000);
+    });
+    edit->addSeparator();
+    edit->addAction(tr("&Preferences..."), QKeySequence::Preferences, this, &MainWindow::editPreferences);
     tools->addAction(find);
     tools->addAction(remove);
 
@@ -108,6 +117,25 @@ void MainWindow::createActions()
     QMenu *help = menuBar()->addMenu(tr("&Help"));
     help->addAction(icon("graphics.icon.help"), tr("&About %1").arg(windowTitle()), this,
                     [this] { QMessageBox::about(this, tr("About %1").arg(windowTitle()), aboutText()); });
+}
+
+bool MainWindow::editPreferences()
+{
+    if (_userId < 0)
+        return false;
+    PreferencesDialog dialog(_userId, this);
+    if (dialog.exec() != QDialog::Accepted)
+        return false;
+    applyPreferences();
+    return true;
+}
+
+void MainWindow::applyPreferences()
+{
+    // Units and meal names show everywhere at once.
+    _diary->preferencesChanged();
+    _checkIn->setUser(_userId);
+    updateReport();
 }
 
 void MainWindow::showSection(int section)
@@ -149,6 +177,8 @@ bool MainWindow::openProfile(int user_id)
             statusBar()->showMessage(tr("Profile: %1").arg(user.name));
     }
     _diary->setUser(user_id);
+    _checkIn->setUser(user_id);
+    _checkIn->setDate(_diary->date());
     updateReport();
     return true;
 }

@@ -5,6 +5,7 @@
 
 #include <QMainWindow>
 
+class CheckInView;
 class DiaryView;
 class QListWidget;
 class QStackedWidget;
@@ -24,7 +25,11 @@ public:
     bool openProfile(int user_id);
     int currentUser() const { return _userId; }
     DiaryView *diary() const { return _diary; }
+    CheckInView *checkIn() const { return _checkIn; }
     void showSection(int section);
+    // The preferences dialog; true when they changed.
+    bool editPreferences();
+    void applyPreferences();
 
     // Version and the sources of the reference foods and exercises.
     QString aboutText() const;
@@ -41,5 +46,6 @@ private:
     QListWidget *_sections;
     QStackedWidget *_pages;
     DiaryView *_diary;
+    CheckInView *_checkIn;
     QTextBrowser *_report;
 };

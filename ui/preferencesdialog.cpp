@@ -1,0 +1,86 @@
+#include "ui/preferencesdialog.h"
+
+#include "app/lmsettings.h"
+#include "app/profilepreferences.h"
+#include "db/userdb.h"
+
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QLineEdit>
+#include <QSpinBox>
+#include <QVBoxLayout>
+
+PreferencesDialog::PreferencesDialog(int user_id, QWidget *parent)
+    : QDialog(parent)
+    , _userId(user_id)
+{
+    setWindowTitle(tr("Preferences"));
+    setObjectName(QStringLiteral("preferences"));
+    const UserSettings settings = UserDB::getSettings(user_id);
+    const ProfilePreferences preferences = ProfilePreferences::load(user_id);
+
+    _units = new QComboBox(this);
+    _units->setObjectName(QStringLiteral("units"));
+    _units->addItems({tr("Metric (kg, cm)"), tr("Imperial (lb, in)")});
+    _units->setCurrentIndex(settings.measurement_units == 1 ? 1 : 0);
+    _energy = new QComboBox(this);
+    _energy->setObjectName(QStringLiteral("energy"));
+    _energy->addItem(tr("Calories"), 1);
+    _energy->addItem(tr("Kilojoules"), 0);
+    _energy->setCurrentIndex(settings.energy_units == 0 ? 1 : 0);
+    _snacks = new QComboBox(this);
+    _snacks->setObjectName(QStringLiteral("snacks"));
+    _snacks->addItems({tr("Display all snacks together"), tr("Group snacks between meals"),
+                       tr("Group snacks below meals")});
+    _snacks->setCurrentIndex(preferences.snackMode);
+    _budget = new QComboBox(this);
+    _budget->addItem(tr("Within 100 calories of my target"), 1);
+    _budget->addItem(tr("At or under my target"), 0);
+    _budget->setCurrentIndex(preferences.budgetMode == 0 ? 1 : 0);
+    _exercise = new QSpinBox(this);
+    _exercise->setRange(0, 1440);
+    _exercise->setSuffix(tr(" minutes a day"));
+    _exercise->setValue(preferences.exerciseTarget);
+    _webUser = new QLineEdit(settings.web_username, this);
+    _webPassword = new QLineEdit(settings.web_password, this);
+    _webPassword->setEchoMode(QLineEdit::Password);
+    _updateDays = new QSpinBox(this);
+    _updateDays->setRange(0, 365);
+    _updateDays->setSpecialValueText(tr("never"));
+    _updateDays->setSuffix(tr(" days"));
+    _updateDays->setValue(LmSettings::readValue(QStringLiteral("/staticdb/updateInterval"), 28).toInt());
+
+    auto *form = new QFormLayout;
+    form->addRow(tr("&Measurements:"), _units);
+    form->addRow(tr("&Energy:"), _energy);
+    form->addRow(tr("&Snacks:"), _snacks);
+    form->addRow(tr("Green tick for &food:"), _budget);
+    form->addRow(tr("Green tick for e&xercise:"), _exercise);
+    form->addRow(tr("Online diary &user:"), _webUser);
+    form->addRow(tr("Online diary &password:"), _webPassword);
+    form->addRow(tr("Check for database &updates every:"), _updateDays);
+    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
+    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    auto *layout = new QVBoxLayout(this);
+    layout->addLayout(form);
+    layout->addWidget(buttons);
+}
+
+void PreferencesDialog::accept()
+{
+    UserSettings settings = UserDB::getSettings(_userId);
+    settings.measurement_units = _units->currentIndex();
+    settings.energy_units = _energy->currentData().toInt();
+    settings.web_username = _webUser->text().trimmed();
+    settings.web_password = _webPassword->text();
+    UserDB::setSettings(_userId, settings);
+    ProfilePreferences preferences = ProfilePreferences::load(_userId);
+    preferences.snackMode = _snacks->currentIndex();
+    preferences.budgetMode = _budget->currentData().toInt();
+    preferences.exerciseTarget = _exercise->value();
+    preferences.save(_userId);
+    LmSettings::writeValue(QStringLiteral("/staticdb/updateInterval"), _updateDays->value());
+    QDialog::accept();
+}
