@@ -1,0 +1,89 @@
+// The desktop program on the ten-year diary with the real reference database: opening the main
+// window on a profile beside the floor of showing an empty main window, a keystroke in the food
+// search, and a change of day.
+
+#include "benchdiary.h"
+#include "ui/diaryview.h"
+#include "ui/mainwindow.h"
+
+#include <QApplication>
+#include <QLineEdit>
+
+#include <benchmark/benchmark.h>
+
+namespace {
+
+int g_user = 1;
+
+void BM_ShowMainWindow_Floor(benchmark::State &state)
+{
+    for (auto _ : state) {
+        QMainWindow window;
+        window.show();
+        QApplication::processEvents();
+    }
+}
+BENCHMARK(BM_ShowMainWindow_Floor)->Unit(benchmark::kMillisecond);
+
+void BM_ShowMainWindow(benchmark::State &state)
+{
+    for (auto _ : state) {
+        MainWindow window;
+        window.openProfile(g_user);
+        window.show();
+        QApplication::processEvents();
+    }
+}
+BENCHMARK(BM_ShowMainWindow)->Unit(benchmark::kMillisecond);
+
+// The query grows by one letter, as when typing "apple r" after "apple ".
+void BM_SearchKeystroke(benchmark::State &state)
+{
+    MainWindow window;
+    window.openProfile(g_user);
+    window.show();
+    auto *search = window.findChild<QLineEdit *>(QStringLiteral("search"));
+    bool longer = false;
+    for (auto _ : state) {
+        search->setText(longer ? QStringLiteral("apple r") : QStringLiteral("apple ra"));
+        longer = !longer;
+        QApplication::processEvents();
+    }
+}
+BENCHMARK(BM_SearchKeystroke)->Unit(benchmark::kMillisecond);
+
+void BM_ChangeDay(benchmark::State &state)
+{
+    MainWindow window;
+    window.openProfile(g_user);
+    window.show();
+    QDate day = BenchDiary::kFirstDay.addDays(400);
+    for (auto _ : state) {
+        day = day.addDays(1);
+        window.diary()->setDate(day);
+        QApplication::processEvents();
+    }
+}
+BENCHMARK(BM_ChangeDay)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    g_user = BenchDiary::open();
+    if (g_user < 0)
+        return 1;
+    // The windows want the real brand's texts and pictures.
+    BrandEngine::release();
+    if (!BrandEngine::instance().load(QStringLiteral(TARNWELL_BIN_DIR "/brand.dat")))
+        return 1;
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    LmSqlDb::shutDown();
+    BrandEngine::release();
+    return 0;
+}
