@@ -8,6 +8,7 @@
 #include "model/dateconversion.h"
 #include "model/greenticks.h"
 #include "model/unitdescriptor.h"
+#include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"
 
 #include <QComboBox>
@@ -19,6 +20,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QSplitter>
@@ -153,7 +155,13 @@ DiaryView::DiaryView(QWidget *parent)
     dayLayout->addWidget(_entries, 1);
     dayLayout->addLayout(footer);
 
-    // The food browser.
+    // The food and exercise browser.
+    _kind = new QComboBox(this);
+    _kind->setObjectName(QStringLiteral("kind"));
+    _kind->addItem(QIcon(brand.getPixmap(QStringLiteral("graphics.icon.food"))), tr("Foods"));
+    _kind->addItem(QIcon(brand.getPixmap(QStringLiteral("graphics.icon.exercise"))), tr("Exercises"));
+    connect(_kind, &QComboBox::currentIndexChanged, this,
+            [this](int index) { setBrowsingExercises(index == 1); });
     _query = new QLineEdit(this);
     _query->setObjectName(QStringLiteral("search"));
     _query->setPlaceholderText(tr("Search foods (at least 3 letters; -word leaves out)"));
@@ -178,9 +186,12 @@ DiaryView::DiaryView(QWidget *parent)
     auto *form = new QFormLayout;
     form->addRow(tr("&Meal:"), _meal);
     form->addRow(tr("&Serving:"), _serving);
-    form->addRow(tr("&Quantity:"), _quantity);
+    _quantityLabel = new QLabel(tr("&Quantity:"), this);
+    _quantityLabel->setBuddy(_quantity);
+    form->addRow(_quantityLabel, _quantity);
     auto *browserLayout = new QVBoxLayout(browser);
     browserLayout->setContentsMargins(0, 0, 0, 0);
+    browserLayout->addWidget(_kind);
     browserLayout->addWidget(_query);
     browserLayout->addWidget(_matches, 1);
     browserLayout->addLayout(form);
@@ -204,6 +215,7 @@ void DiaryView::setUser(int user_id)
 {
     _userId = user_id;
     _foods = std::make_unique<FoodDB>(user_id);
+    _exercises = std::make_unique<ExDB>(user_id);
     const UserSettings settings = UserDB::getSettings(user_id);
     UnitRegistry::instance().applyPreferences(settings.measurement_units, settings.energy_units);
     const int snackMode = ProfilePreferences::load(user_id).snackMode;
@@ -300,9 +312,41 @@ void DiaryView::refresh()
     _water->setValue(UserDB::getWater(_userId, day));
 }
 
+void DiaryView::setBrowsingExercises(bool exercises)
+{
+    _browsingExercises = exercises;
+    _meal->setEnabled(!exercises);
+    _serving->setEnabled(!exercises);
+    _quantityLabel->setText(exercises ? tr("&Minutes:") : tr("&Quantity:"));
+    _quantity->setValue(exercises ? 30 : 1);
+    if (_kind->currentIndex() != int(exercises))
+        _kind->setCurrentIndex(int(exercises));
+    search(_query->text());
+}
+
 void DiaryView::search(const QString &query)
 {
     _matches->clear();
+    if (_browsingExercises && _exercises && _exercises->staticDB()) {
+        ExDBStatic &reference = *_exercises->staticDB();
+        ExDBDynamic &custom = *_exercises->dynamicDB();
+        if (!reference.search(query, false, 0))
+            return;
+        custom.search(query, false, 0);
+        QList<Match> found;
+        collect(reference, &found, [&reference](const IndexEntry *e) { return reference.nameText(e); });
+        collect(custom, &found, [&custom](const IndexEntry *e) {
+            Exercise exercise;
+            custom.exercise(int(e->id), &exercise);
+            return exercise.name;
+        });
+        const QList<Match> ranked = rankMatches(found, query, Favorites::list(_userId, Favorites::EXERCISES));
+        for (qsizetype i = 0; i < ranked.size() && i < kShownMatches; ++i)
+            (new QListWidgetItem(ranked.at(i).name, _matches))->setData(Qt::UserRole, ranked.at(i).id);
+        if (_matches->count() > 0)
+            _matches->setCurrentRow(0);
+        return;
+    }
     if (!_foods || !_foods->staticDB())
         return;
     FoodDBStatic &reference = *_foods->staticDB();
@@ -328,7 +372,7 @@ void DiaryView::updateServings()
 {
     _serving->clear();
     const QListWidgetItem *current = _matches->currentItem();
-    if (!current)
+    if (!current || _browsingExercises)
         return;
     FoodDiaryItem item;
     item.changeFood(current->data(Qt::UserRole).toInt());
@@ -339,6 +383,31 @@ void DiaryView::updateServings()
 bool DiaryView::addSelectedFood()
 {
     const QListWidgetItem *current = _matches->currentItem();
+    if (current && _userId >= 0 && _browsingExercises) {
+        Exercise exercise;
+        if (!_exercises->exercise(current->data(Qt::UserRole).toInt(), &exercise))
+            return false;
+        const QString day = DateConversion::fromQDate(_date);
+        // The energy burned follows the body weight in force that day.
+        const auto weight =
+            UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"), _userId, day, -1);
+        if (!weight || weight->first <= 0) {
+            QMessageBox::information(
+                this, tr("Exercise"),
+                tr("Record your weight in a check-in first: the energy an exercise burns "
+                   "depends on it."));
+            return false;
+        }
+        ExerciseDiaryItem entry;
+        entry.user_id = _userId;
+        entry.date = day;
+        entry.duration = float(_quantity->value());
+        entry.rate = exercise.scale * float(weight->first);
+        entry.name = exercise.name;
+        DiaryDB().addExerciseEntry(entry);
+        refresh();
+        return entry.ex_id >= 0;
+    }
     if (!current || _userId < 0 || _serving->currentIndex() < 0)
         return false;
     const int id = current->data(Qt::UserRole).toInt();

@@ -9,6 +9,7 @@
 
 #include <memory>
 
+class ExDB;
 class FoodDB;
 class QComboBox;
 class QDoubleSpinBox;
@@ -40,7 +41,9 @@ public:
     QDate date() const { return _date; }
     void setDate(const QDate &date);
 
-    // The browser: search, then add the current match.
+    // The browser: foods or exercises; search, then add the current match (an exercise for the
+    // quantity's minutes, at the weight in force that day).
+    void setBrowsingExercises(bool exercises);
     void search(const QString &query);
     bool addSelectedFood();
     void deleteSelectedEntry();
@@ -59,6 +62,8 @@ private:
     int _userId = -1;
     QDate _date;
     std::unique_ptr<FoodDB> _foods;
+    std::unique_ptr<ExDB> _exercises;
+    bool _browsingExercises = false;
     QList<int> _recent;
 
     QLabel *_title;
@@ -66,9 +71,11 @@ private:
     QLabel *_totals;
     QLabel *_ticks;
     QSpinBox *_water;
+    QComboBox *_kind;
     QLineEdit *_query;
     QListWidget *_matches;
     QComboBox *_meal;
     QComboBox *_serving;
     QDoubleSpinBox *_quantity;
+    QLabel *_quantityLabel;
 };
