@@ -222,6 +222,29 @@ void TestDesktop::dayCopied()
     QCOMPARE(tomorrow.foods.size(), 1);
     QCOMPARE(tomorrow.foods.constFirst().meal, int(DINNER));
     QCOMPARE(tomorrow.foods.constFirst().getNutrient(ENERGY), 200.0f);
+    QVERIFY(window.diary()->undo()); // the copies go again
+    const QString nextDay = QDate::currentDate().addDays(1).toString(QStringLiteral("yyyyMMdd"));
+    QVERIFY(DiaryDB().getDay(user, nextDay).foods.constFirst().status == STATUS_DELETED);
+
+    // Two bowls instead of one, then at lunch; each change can be taken back.
+    auto *entries = window.findChild<QTreeWidget *>(QStringLiteral("entries"));
+    window.diary()->setDate(QDate::currentDate().addDays(-1));
+    window.diary()->setDate(QDate::currentDate());
+    const auto entry = [entries](const QString &meal) {
+        const QTreeWidgetItem *group = entries->findItems(meal, Qt::MatchExactly).value(0);
+        return group && group->childCount() ? group->child(0) : nullptr;
+    };
+    entries->setCurrentItem(entry(QStringLiteral("Dinner")));
+    QVERIFY(window.diary()->editSelectedEntry(0, 2.0f));
+    QCOMPARE(DiaryDB().getFoodEntry(soup.food_id).getNutrient(ENERGY), 400.0f);
+    QVERIFY(window.diary()->undo());
+    QCOMPARE(DiaryDB().getFoodEntry(soup.food_id).getNutrient(ENERGY), 200.0f);
+    entries->setCurrentItem(entry(QStringLiteral("Dinner")));
+    QVERIFY(window.diary()->moveSelectedEntry(LUNCH));
+    QVERIFY(entry(QStringLiteral("Lunch")) && !entry(QStringLiteral("Dinner")));
+    QVERIFY(window.diary()->undo());
+    QVERIFY(!window.diary()->undo());
+    QCOMPARE(DiaryDB().getFoodEntry(soup.food_id).meal, int(DINNER));
 }
 
 void TestDesktop::secondStartWakesFirst()

@@ -11,7 +11,10 @@
 #include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"
 
+#include <QCalendarWidget>
 #include <QComboBox>
+#include <QDialog>
+#include <QDialogButtonBox>
 #include <QDoubleSpinBox>
 #include <QFormLayout>
 #include <QHBoxLayout>
@@ -20,13 +23,16 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QSplitter>
+#include <QTextCharFormat>
 #include <QToolButton>
 #include <QTreeWidget>
 #include <QVBoxLayout>
+#include <QWidgetAction>
 
 #include <algorithm>
 #include <memory>
@@ -119,9 +125,26 @@ DiaryView::DiaryView(QWidget *parent)
     connect(back, &QToolButton::clicked, this, [this] { setDate(_date.addDays(-1)); });
     connect(forward, &QToolButton::clicked, this, [this] { setDate(_date.addDays(1)); });
     connect(today, &QPushButton::clicked, this, [this] { setDate(QDate::currentDate()); });
+    // A calendar whose days with entries stand out.
+    auto *calendarButton = new QToolButton(this);
+    calendarButton->setText(tr("Calendar"));
+    calendarButton->setPopupMode(QToolButton::InstantPopup);
+    _calendar = new QCalendarWidget(this);
+    _calendar->setObjectName(QStringLiteral("calendar"));
+    auto *calendarMenu = new QMenu(calendarButton);
+    auto *calendarAction = new QWidgetAction(calendarMenu);
+    calendarAction->setDefaultWidget(_calendar);
+    calendarMenu->addAction(calendarAction);
+    calendarButton->setMenu(calendarMenu);
+    connect(_calendar, &QCalendarWidget::clicked, this, [this, calendarMenu](const QDate &date) {
+        calendarMenu->close();
+        setDate(date);
+    });
+    connect(_calendar, &QCalendarWidget::currentPageChanged, this, &DiaryView::markCalendar);
     auto *header = new QHBoxLayout;
     header->addWidget(back);
     header->addWidget(_title, 1);
+    header->addWidget(calendarButton);
     header->addWidget(today);
     header->addWidget(forward);
 
@@ -132,6 +155,23 @@ DiaryView::DiaryView(QWidget *parent)
     _entries->setRootIsDecorated(false);
     _entries->setAlternatingRowColors(true);
     _entries->installEventFilter(new KeyFilter(this, Qt::Key_Delete, [this] { deleteSelectedEntry(); }));
+    _entries->installEventFilter(new KeyFilter(this, Qt::Key_F2, [this] { editSelectedEntryInDialog(); }));
+    connect(_entries, &QTreeWidget::itemDoubleClicked, this, [this] { editSelectedEntryInDialog(); });
+    _entries->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(_entries, &QTreeWidget::customContextMenuRequested, this, [this](const QPoint &at) {
+        const QTreeWidgetItem *item = _entries->itemAt(at);
+        if (!item || !item->data(0, Qt::UserRole).isValid())
+            return;
+        QMenu menu(this);
+        menu.addAction(tr("&Edit..."), this, &DiaryView::editSelectedEntryInDialog);
+        QMenu *move = menu.addMenu(tr("&Move to"));
+        for (int i = 0; i < _meal->count(); ++i) {
+            const int meal = _meal->itemData(i).toInt();
+            move->addAction(_meal->itemText(i), this, [this, meal] { moveSelectedEntry(meal); });
+        }
+        menu.addAction(tr("&Delete"), this, &DiaryView::deleteSelectedEntry);
+        menu.exec(_entries->viewport()->mapToGlobal(at));
+    });
     _totals = new QLabel(this);
     _totals->setObjectName(QStringLiteral("totals"));
     _ticks = new QLabel(this);
@@ -310,6 +350,23 @@ void DiaryView::refresh()
     }
     const QSignalBlocker blocker(_water);
     _water->setValue(UserDB::getWater(_userId, day));
+    const QSignalBlocker calendarBlocker(_calendar);
+    _calendar->setSelectedDate(_date);
+    markCalendar();
+}
+
+void DiaryView::markCalendar()
+{
+    if (_userId < 0)
+        return;
+    _calendar->setDateTextFormat(QDate(), QTextCharFormat()); // clears every mark
+    const QDate first(_calendar->yearShown(), _calendar->monthShown(), 1);
+    QTextCharFormat marked;
+    marked.setFontWeight(QFont::Bold);
+    marked.setForeground(palette().color(QPalette::Link));
+    for (const QString &day :
+         DiaryDB().getDatesWithEntries(_userId, first.addDays(-7), first.addDays(45), false))
+        _calendar->setDateTextFormat(QDate::fromString(day, QStringLiteral("yyyyMMdd")), marked);
 }
 
 void DiaryView::setBrowsingExercises(bool exercises)
@@ -405,8 +462,10 @@ bool DiaryView::addSelectedFood()
         entry.rate = exercise.scale * float(weight->first);
         entry.name = exercise.name;
         DiaryDB().addExerciseEntry(entry);
+        const int added = entry.ex_id;
+        rememberUndo([added] { DiaryDB().removeExerciseEntry(added); });
         refresh();
-        return entry.ex_id >= 0;
+        return added >= 0;
     }
     if (!current || _userId < 0 || _serving->currentIndex() < 0)
         return false;
@@ -421,8 +480,10 @@ bool DiaryView::addSelectedFood()
     DiaryDB().addFoodEntry(item);
     _recent.removeAll(id);
     _recent.prepend(id);
+    const int added = item.food_id;
+    rememberUndo([added] { DiaryDB().removeFoodEntry(added); });
     refresh();
-    return item.food_id >= 0;
+    return added >= 0;
 }
 
 int DiaryView::copyDay(const QDate &target)
@@ -432,7 +493,8 @@ int DiaryView::copyDay(const QDate &target)
     const QString targetDay = DateConversion::fromQDate(target);
     const DiaryDB diary;
     DiaryDay day = diary.getDay(_userId, DateConversion::fromQDate(_date));
-    int copied = 0;
+    QList<int> foods;
+    QList<int> exercises;
     LmSqlDb::begin();
     for (FoodDiaryItem food : std::as_const(day.foods)) {
         if (food.status == STATUS_DELETED)
@@ -440,7 +502,7 @@ int DiaryView::copyDay(const QDate &target)
         food.food_id = -1;
         food.setDate(targetDay);
         diary.addFoodEntry(food);
-        ++copied;
+        foods.append(food.food_id);
     }
     for (ExerciseDiaryItem exercise : std::as_const(day.exercises)) {
         if (exercise.status == STATUS_DELETED)
@@ -448,10 +510,33 @@ int DiaryView::copyDay(const QDate &target)
         exercise.ex_id = -1;
         exercise.date = targetDay;
         diary.addExerciseEntry(exercise);
-        ++copied;
+        exercises.append(exercise.ex_id);
     }
     LmSqlDb::commit();
-    return copied;
+    rememberUndo([foods, exercises] {
+        const DiaryDB diary;
+        for (const int id : foods)
+            diary.removeFoodEntry(id);
+        for (const int id : exercises)
+            diary.removeExerciseEntry(id);
+    });
+    return int(foods.size() + exercises.size());
+}
+
+void DiaryView::rememberUndo(std::function<void()> undo)
+{
+    _undo = std::move(undo);
+}
+
+bool DiaryView::undo()
+{
+    if (!_undo)
+        return false;
+    const std::function<void()> undo = std::move(_undo);
+    _undo = nullptr;
+    undo();
+    refresh();
+    return true;
 }
 
 void DiaryView::deleteSelectedEntry()
@@ -459,6 +544,83 @@ void DiaryView::deleteSelectedEntry()
     const QTreeWidgetItem *current = _entries->currentItem();
     if (!current || !current->data(0, Qt::UserRole).isValid())
         return;
-    DiaryDB().removeFoodEntry(current->data(0, Qt::UserRole).toInt());
+    const DiaryDB diary;
+    const FoodDiaryItem removed = diary.getFoodEntry(current->data(0, Qt::UserRole).toInt());
+    diary.removeFoodEntry(removed.food_id);
+    // Undone by a copy of the entry: the deleted row stays for the devices to learn of it.
+    rememberUndo([removed] {
+        FoodDiaryItem again = removed;
+        again.food_id = -1;
+        again.status = STATUS_LIVE;
+        DiaryDB().addFoodEntry(again);
+    });
     refresh();
+}
+
+bool DiaryView::editSelectedEntry(int servingId, float quantity)
+{
+    const QTreeWidgetItem *current = _entries->currentItem();
+    if (!current || !current->data(0, Qt::UserRole).isValid() || quantity <= 0)
+        return false;
+    const DiaryDB diary;
+    FoodDiaryItem entry = diary.getFoodEntry(current->data(0, Qt::UserRole).toInt());
+    const FoodDiaryItem before = entry;
+    if (entry.ref_id >= 0 && _foods->contains(entry.ref_id) && entry.loadFoodInfo(true)) {
+        entry.setServing(servingId);
+        entry.setSize(quantity);
+    } else {
+        // A food no longer in the database: its stored values scale with the quantity.
+        entry.scale(quantity / entry.size);
+        entry.size = quantity;
+    }
+    diary.updateFoodEntry(entry.food_id, entry);
+    rememberUndo([before] { DiaryDB().updateFoodEntry(before.food_id, before); });
+    refresh();
+    return true;
+}
+
+bool DiaryView::moveSelectedEntry(int meal)
+{
+    const QTreeWidgetItem *current = _entries->currentItem();
+    if (!current || !current->data(0, Qt::UserRole).isValid())
+        return false;
+    const DiaryDB diary;
+    FoodDiaryItem entry = diary.getFoodEntry(current->data(0, Qt::UserRole).toInt());
+    const FoodDiaryItem before = entry;
+    entry.meal = meal;
+    diary.updateFoodEntry(entry.food_id, entry);
+    rememberUndo([before] { DiaryDB().updateFoodEntry(before.food_id, before); });
+    refresh();
+    return true;
+}
+
+void DiaryView::editSelectedEntryInDialog()
+{
+    const QTreeWidgetItem *current = _entries->currentItem();
+    if (!current || !current->data(0, Qt::UserRole).isValid())
+        return;
+    FoodDiaryItem entry = DiaryDB().getFoodEntry(current->data(0, Qt::UserRole).toInt());
+    QDialog dialog(this);
+    dialog.setWindowTitle(entry.food_name);
+    auto *serving = new QComboBox(&dialog);
+    if (entry.ref_id >= 0 && _foods->contains(entry.ref_id) && entry.loadFoodInfo(true)) {
+        for (const FoodServing &s : entry.getServings())
+            serving->addItem(s.name, s.id);
+        serving->setCurrentIndex(serving->findData(entry.serving_id));
+    } else {
+        serving->addItem(entry.serv_name, entry.serving_id);
+        serving->setEnabled(false);
+    }
+    auto *quantity = new QDoubleSpinBox(&dialog);
+    quantity->setRange(0.01, 10000);
+    quantity->setValue(entry.size);
+    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
+    connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+    auto *form = new QFormLayout(&dialog);
+    form->addRow(tr("&Serving:"), serving);
+    form->addRow(tr("&Quantity:"), quantity);
+    form->addRow(buttons);
+    if (dialog.exec() == QDialog::Accepted)
+        editSelectedEntry(serving->currentData().toInt(), float(quantity->value()));
 }

@@ -7,6 +7,7 @@
 #include <QDate>
 #include <QWidget>
 
+#include <functional>
 #include <memory>
 
 class ExDB;
@@ -49,6 +50,13 @@ public:
     void deleteSelectedEntry();
     // Copies every entry of the shown day to the same meals of another day; the entries copied.
     int copyDay(const QDate &target);
+    // Changes the selected food entry's serving and quantity, or moves it to another meal.
+    bool editSelectedEntry(int servingId, float quantity);
+    bool moveSelectedEntry(int meal);
+    // Takes back the last change of the diary; false when there is none.
+    bool undo();
+    bool canUndo() const { return static_cast<bool>(_undo); }
+
     // The profile's units or meal names changed.
     void preferencesChanged() { setUser(_userId); }
 
@@ -57,6 +65,9 @@ signals:
 
 private:
     void refresh();
+    void markCalendar();
+    void editSelectedEntryInDialog();
+    void rememberUndo(std::function<void()> undo);
     void updateServings();
 
     int _userId = -1;
@@ -65,6 +76,8 @@ private:
     std::unique_ptr<ExDB> _exercises;
     bool _browsingExercises = false;
     QList<int> _recent;
+    std::function<void()> _undo;
+    class QCalendarWidget *_calendar;
 
     QLabel *_title;
     QTreeWidget *_entries;

@@ -75,6 +75,10 @@ void MainWindow::createActions()
     file->addAction(tr("&Quit"), QKeySequence::Quit, qApp, &QApplication::closeAllWindows);
 
     QMenu *edit = menuBar()->addMenu(tr("&Edit"));
+    edit->addAction(tr("&Undo"), QKeySequence::Undo, this, [this] {
+        if (!_diary->undo())
+            statusBar()->showMessage(tr("Nothing to undo."), 3000);
+    });
     QAction *find = edit->addAction(
         icon("graphics.icon.search_small"), tr("&Find Food"), QKeySequence::Find, this, [this] {
             showSection(DiarySection);
