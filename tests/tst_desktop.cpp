@@ -59,6 +59,9 @@ private slots:
     void searchAddsFoodToLunch();
     void checkInAndUnitsEverywhere();
     void dayCopied();
+    void savedMeals();
+    void ranking_data();
+    void ranking();
     void secondStartWakesFirst();
 };
 
@@ -245,6 +248,61 @@ void TestDesktop::dayCopied()
     QVERIFY(window.diary()->undo());
     QVERIFY(!window.diary()->undo());
     QCOMPARE(DiaryDB().getFoodEntry(soup.food_id).meal, int(DINNER));
+}
+
+void TestDesktop::savedMeals()
+{
+    MainWindow window;
+    const int user = makeProfile();
+    QVERIFY(window.openProfile(user));
+    FoodDiaryItem soup(true);
+    soup.user_id = user;
+    soup.setDate(QDate::currentDate().toString(QStringLiteral("yyyyMMdd")));
+    soup.meal = DINNER;
+    soup.food_name = QStringLiteral("Soup");
+    soup.setNutrient(ENERGY, 200);
+    DiaryDB().addFoodEntry(soup);
+    QVERIFY(window.diary()->saveMeal(DINNER, QStringLiteral("Soup supper")) >= 0);
+    QCOMPARE(window.diary()->saveMeal(BREAKFAST, QStringLiteral("Nothing")), -1);
+
+    // Tomorrow's lunch gets the saved meal, and undo takes it away.
+    window.diary()->setDate(QDate::currentDate().addDays(1));
+    window.diary()->setBrowsing(DiaryView::BrowseSavedMeals);
+    auto *matches = window.findChild<QListWidget *>(QStringLiteral("matches"));
+    QCOMPARE(matches->count(), 1);
+    QCOMPARE(matches->item(0)->text(), QStringLiteral("Soup supper"));
+    auto *meal = window.findChild<QComboBox *>(QStringLiteral("meal"));
+    meal->setCurrentIndex(meal->findData(LUNCH));
+    QVERIFY(window.diary()->addSelectedFood());
+    const QString tomorrow = QDate::currentDate().addDays(1).toString(QStringLiteral("yyyyMMdd"));
+    const QList<FoodDiaryItem> added = DiaryDB().getDay(user, tomorrow).foods;
+    QCOMPARE(added.size(), 1);
+    QCOMPARE(added.constFirst().meal, int(LUNCH));
+    QVERIFY(window.diary()->undo());
+    QCOMPARE(DiaryDB().getDay(user, tomorrow).foods.constFirst().status, int(STATUS_DELETED));
+}
+
+void TestDesktop::ranking_data()
+{
+    QTest::addColumn<QString>("query");
+    QTest::addColumn<QList<int>>("preferred");
+    QTest::addColumn<QList<int>>("order");
+    QTest::newRow("beginning with the word, then shorter") << "apple" << QList<int>{} << QList<int>{2, 1, 3};
+    QTest::newRow("favourites and recent first") << "apple" << QList<int>{3} << QList<int>{3, 2, 1};
+    QTest::newRow("only an exclusion word: shorter first") << "-pear" << QList<int>{} << QList<int>{2, 1, 3};
+}
+
+void TestDesktop::ranking()
+{
+    QFETCH(QString, query);
+    QFETCH(QList<int>, preferred);
+    const QList<Match> matches = {{1, QStringLiteral("Apples, raw, with skin")},
+                                  {2, QStringLiteral("Apple juice")},
+                                  {3, QStringLiteral("Babyfood, apple-banana juice")}};
+    QList<int> order;
+    for (const Match &m : rankMatches(matches, query, preferred))
+        order.append(m.id);
+    QTEST(order, "order");
 }
 
 void TestDesktop::secondStartWakesFirst()

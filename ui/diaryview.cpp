@@ -4,6 +4,7 @@
 #include "brand/brandengine.h"
 #include "db/diarydb.h"
 #include "db/lmsqldb.h"
+#include "db/savedmealdb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
 #include "model/greenticks.h"
@@ -19,6 +20,7 @@
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QInputDialog>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -160,6 +162,17 @@ DiaryView::DiaryView(QWidget *parent)
     _entries->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(_entries, &QTreeWidget::customContextMenuRequested, this, [this](const QPoint &at) {
         const QTreeWidgetItem *item = _entries->itemAt(at);
+        if (item && item->data(1, Qt::UserRole).isValid()) {
+            QMenu groupMenu(this);
+            groupMenu.addAction(tr("&Save as a Meal..."), this, [this, item] {
+                const int meal = item->data(1, Qt::UserRole).toInt();
+                const QString name = QInputDialog::getText(this, tr("Save Meal"), tr("&Name of the meal:"));
+                if (!name.trimmed().isEmpty() && saveMeal(meal, name) < 0)
+                    QMessageBox::information(this, tr("Save Meal"), tr("This meal has no foods to save."));
+            });
+            groupMenu.exec(_entries->viewport()->mapToGlobal(at));
+            return;
+        }
         if (!item || !item->data(0, Qt::UserRole).isValid())
             return;
         QMenu menu(this);
@@ -200,8 +213,8 @@ DiaryView::DiaryView(QWidget *parent)
     _kind->setObjectName(QStringLiteral("kind"));
     _kind->addItem(QIcon(brand.getPixmap(QStringLiteral("graphics.icon.food"))), tr("Foods"));
     _kind->addItem(QIcon(brand.getPixmap(QStringLiteral("graphics.icon.exercise"))), tr("Exercises"));
-    connect(_kind, &QComboBox::currentIndexChanged, this,
-            [this](int index) { setBrowsingExercises(index == 1); });
+    _kind->addItem(QIcon(brand.getPixmap(QStringLiteral("graphics.icon.mealplan"))), tr("My Saved Meals"));
+    connect(_kind, &QComboBox::currentIndexChanged, this, &DiaryView::setBrowsing);
     _query = new QLineEdit(this);
     _query->setObjectName(QStringLiteral("search"));
     _query->setPlaceholderText(tr("Search foods (at least 3 letters; -word leaves out)"));
@@ -212,6 +225,41 @@ DiaryView::DiaryView(QWidget *parent)
     connect(_matches, &QListWidget::currentRowChanged, this, &DiaryView::updateServings);
     connect(_matches, &QListWidget::itemActivated, this, [this] { addSelectedFood(); });
     _matches->installEventFilter(new KeyFilter(this, Qt::Key_Return, [this] { addSelectedFood(); }));
+    _matches->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(_matches, &QListWidget::customContextMenuRequested, this, [this](const QPoint &at) {
+        QListWidgetItem *item = _matches->itemAt(at);
+        if (!item || _userId < 0)
+            return;
+        const int id = item->data(Qt::UserRole).toInt();
+        QMenu menu(this);
+        if (_browsing == BrowseSavedMeals) {
+            menu.addAction(tr("&Rename..."), this, [this, id, item] {
+                const QString name = QInputDialog::getText(this, tr("Rename Meal"), tr("&Name:"),
+                                                           QLineEdit::Normal, item->text());
+                if (!name.trimmed().isEmpty()) {
+                    SavedMealDB::renameMeal(id, name.trimmed());
+                    search(_query->text());
+                }
+            });
+            menu.addAction(tr("&Delete"), this, [this, id, item] {
+                if (QMessageBox::question(this, tr("Delete Meal"),
+                                          tr("Delete the saved meal %1?").arg(item->text())) ==
+                    QMessageBox::Yes) {
+                    SavedMealDB::deleteMeal(id);
+                    search(_query->text());
+                }
+            });
+        } else {
+            const int type = _browsing == BrowseExercises ? Favorites::EXERCISES : Favorites::FOODS;
+            const bool favourite = Favorites::contains(_userId, type, id);
+            menu.addAction(favourite ? tr("Remove from &Favourites") : tr("Add to &Favourites"), this,
+                           [this, type, id, favourite] {
+                               favourite ? Favorites::remove(_userId, type, id)
+                                         : Favorites::add(_userId, type, id);
+                           });
+        }
+        menu.exec(_matches->viewport()->mapToGlobal(at));
+    });
     _meal = new QComboBox(this);
     _meal->setObjectName(QStringLiteral("meal"));
     _serving = new QComboBox(this);
@@ -293,6 +341,7 @@ void DiaryView::refresh()
     const UnitRegistry &units = UnitRegistry::instance();
     for (const QList<int> &group : mealGroups(preferences.snackMode)) {
         auto *meal = new QTreeWidgetItem(_entries, {mealName(group.constLast(), preferences.snackMode)});
+        meal->setData(1, Qt::UserRole, group.constLast());
         QFont bold = meal->font(0);
         bold.setBold(true);
         meal->setFont(0, bold);
@@ -369,22 +418,63 @@ void DiaryView::markCalendar()
         _calendar->setDateTextFormat(QDate::fromString(day, QStringLiteral("yyyyMMdd")), marked);
 }
 
-void DiaryView::setBrowsingExercises(bool exercises)
+void DiaryView::setBrowsing(int what)
 {
-    _browsingExercises = exercises;
+    _browsing = what;
+    const bool exercises = what == BrowseExercises;
     _meal->setEnabled(!exercises);
-    _serving->setEnabled(!exercises);
+    _serving->setEnabled(what == BrowseFoods);
     _quantityLabel->setText(exercises ? tr("&Minutes:") : tr("&Quantity:"));
+    _quantity->setEnabled(what != BrowseSavedMeals);
     _quantity->setValue(exercises ? 30 : 1);
-    if (_kind->currentIndex() != int(exercises))
-        _kind->setCurrentIndex(int(exercises));
+    if (_kind->currentIndex() != what)
+        _kind->setCurrentIndex(what);
     search(_query->text());
+}
+
+int DiaryView::saveMeal(int meal, const QString &name)
+{
+    if (_userId < 0 || name.trimmed().isEmpty())
+        return -1;
+    SavedMeal saved;
+    saved.user_id = _userId;
+    saved.name = name.trimmed();
+    const QList<int> group = [&] {
+        for (const QList<int> &g : mealGroups(ProfilePreferences::load(_userId).snackMode)) {
+            if (g.contains(meal))
+                return g;
+        }
+        return QList<int>{meal};
+    }();
+    for (const FoodDiaryItem &food : DiaryDB().getDay(_userId, DateConversion::fromQDate(_date)).foods) {
+        if (group.contains(food.meal) && food.status == STATUS_LIVE)
+            saved.foods.append(food);
+    }
+    if (saved.foods.isEmpty())
+        return -1;
+    const int id = SavedMealDB::createMeal(saved);
+    if (_browsing == BrowseSavedMeals)
+        search(_query->text());
+    return id;
 }
 
 void DiaryView::search(const QString &query)
 {
     _matches->clear();
-    if (_browsingExercises && _exercises && _exercises->staticDB()) {
+    if (_browsing == BrowseSavedMeals) {
+        // Few enough to filter by name as they are.
+        const QString wanted = query.trimmed();
+        const QList<QPair<int, QString>> meals = SavedMealDB::getMeals(SavedMealDB::categoryOf(_userId)) +
+                                                 SavedMealDB::getMeals(SavedMealDB::kSharedCategory);
+        for (const auto &meal : meals) {
+            if (wanted.isEmpty() || meal.second.contains(wanted, Qt::CaseInsensitive))
+                (new QListWidgetItem(meal.second, _matches))->setData(Qt::UserRole, meal.first);
+        }
+        if (_matches->count() > 0)
+            _matches->setCurrentRow(0);
+        return;
+    }
+    if (_browsing == BrowseExercises && _exercises && _exercises->staticDB()) {
         ExDBStatic &reference = *_exercises->staticDB();
         ExDBDynamic &custom = *_exercises->dynamicDB();
         if (!reference.search(query, false, 0))
@@ -429,7 +519,7 @@ void DiaryView::updateServings()
 {
     _serving->clear();
     const QListWidgetItem *current = _matches->currentItem();
-    if (!current || _browsingExercises)
+    if (!current || _browsing != BrowseFoods)
         return;
     FoodDiaryItem item;
     item.changeFood(current->data(Qt::UserRole).toInt());
@@ -440,7 +530,18 @@ void DiaryView::updateServings()
 bool DiaryView::addSelectedFood()
 {
     const QListWidgetItem *current = _matches->currentItem();
-    if (current && _userId >= 0 && _browsingExercises) {
+    if (current && _userId >= 0 && _browsing == BrowseSavedMeals) {
+        const QList<FoodDiaryItem> added =
+            SavedMealDB::addMealToDay(current->data(Qt::UserRole).toInt(), _userId,
+                                      DateConversion::fromQDate(_date), _meal->currentData().toInt());
+        rememberUndo([added] {
+            for (const FoodDiaryItem &food : added)
+                DiaryDB().removeFoodEntry(food.food_id);
+        });
+        refresh();
+        return !added.isEmpty();
+    }
+    if (current && _userId >= 0 && _browsing == BrowseExercises) {
         Exercise exercise;
         if (!_exercises->exercise(current->data(Qt::UserRole).toInt(), &exercise))
             return false;

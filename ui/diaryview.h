@@ -44,7 +44,11 @@ public:
 
     // The browser: foods or exercises; search, then add the current match (an exercise for the
     // quantity's minutes, at the weight in force that day).
-    void setBrowsingExercises(bool exercises);
+    enum Browse { BrowseFoods, BrowseExercises, BrowseSavedMeals };
+    void setBrowsing(int what);
+    void setBrowsingExercises(bool exercises) { setBrowsing(exercises ? BrowseExercises : BrowseFoods); }
+    // Saves the foods of a meal of the shown day under a name; the saved meal's id, -1 if none.
+    int saveMeal(int meal, const QString &name);
     void search(const QString &query);
     bool addSelectedFood();
     void deleteSelectedEntry();
@@ -74,7 +78,7 @@ private:
     QDate _date;
     std::unique_ptr<FoodDB> _foods;
     std::unique_ptr<ExDB> _exercises;
-    bool _browsingExercises = false;
+    int _browsing = BrowseFoods;
     QList<int> _recent;
     std::function<void()> _undo;
     class QCalendarWidget *_calendar;
