@@ -60,6 +60,7 @@ private slots:
     void checkInAndUnitsEverywhere();
     void dayCopied();
     void savedMeals();
+    void profilesAndColumns();
     void ranking_data();
     void ranking();
     void secondStartWakesFirst();
@@ -280,6 +281,36 @@ void TestDesktop::savedMeals()
     QCOMPARE(added.constFirst().meal, int(LUNCH));
     QVERIFY(window.diary()->undo());
     QCOMPARE(DiaryDB().getDay(user, tomorrow).foods.constFirst().status, int(STATUS_DELETED));
+}
+
+void TestDesktop::profilesAndColumns()
+{
+    MainWindow window;
+    const int ann = makeProfile();
+    NewProfile second;
+    second.name = QStringLiteral("Bob");
+    second.dob = QStringLiteral("19830120");
+    second.height = 180;
+    const int bob = createProfile(second, QStringLiteral("20260101"));
+    QVERIFY(window.openProfile(bob));
+    QCOMPARE(window.currentUser(), bob);
+
+    // Sodium beside energy; the choice stays with Bob.
+    window.diary()->setColumns({ENERGY, SODIUM});
+    auto *entries = window.findChild<QTreeWidget *>(QStringLiteral("entries"));
+    QCOMPARE(entries->columnCount(), 5);
+    QCOMPARE(entries->headerItem()->text(4), QStringLiteral("Sodium"));
+    window.diary()->setNutrientPanelHidden(true);
+    QVERIFY(UserDB::getSettings(bob).hideNutrientAndFluid);
+    QVERIFY(window.openProfile(ann));
+    QCOMPARE(entries->columnCount(), 7);
+    QVERIFY(window.openProfile(bob));
+    QCOMPARE(entries->columnCount(), 5);
+    QVERIFY(window.findChild<QWidget *>(QStringLiteral("nutrientPanel"))->isHidden());
+
+    QVERIFY(window.deleteProfile()); // Ann is open next
+    QCOMPARE(window.currentUser(), ann);
+    QCOMPARE(UserDB::getUserIds(), QList<int>{ann});
 }
 
 void TestDesktop::ranking_data()

@@ -42,7 +42,7 @@
 namespace {
 
 constexpr int kShownMatches = 200;
-const int kColumns[] = {ENERGY, CARB, FAT, PROTEIN};
+const QList<int> kDefaultColumns = {ENERGY, CARB, FAT, PROTEIN};
 
 QString number(double value)
 {
@@ -153,7 +153,7 @@ DiaryView::DiaryView(QWidget *parent)
     // The day's entries.
     _entries = new QTreeWidget(this);
     _entries->setObjectName(QStringLiteral("entries"));
-    _entries->setColumnCount(3 + int(std::size(kColumns)));
+    _columns = kDefaultColumns;
     _entries->setRootIsDecorated(false);
     _entries->setAlternatingRowColors(true);
     _entries->installEventFilter(new KeyFilter(this, Qt::Key_Delete, [this] { deleteSelectedEntry(); }));
@@ -197,7 +197,10 @@ DiaryView::DiaryView(QWidget *parent)
         if (_userId >= 0 && cups != UserDB::getWater(_userId, DateConversion::fromQDate(_date)))
             UserDB::setWater(_userId, DateConversion::fromQDate(_date), cups);
     });
-    auto *footer = new QHBoxLayout;
+    _panel = new QWidget(this);
+    _panel->setObjectName(QStringLiteral("nutrientPanel"));
+    auto *footer = new QHBoxLayout(_panel);
+    footer->setContentsMargins(0, 0, 0, 0);
     footer->addWidget(_ticks);
     footer->addWidget(_totals, 1);
     footer->addWidget(new QLabel(tr("Water:"), this));
@@ -206,7 +209,7 @@ DiaryView::DiaryView(QWidget *parent)
     auto *dayLayout = new QVBoxLayout(day);
     dayLayout->setContentsMargins(0, 0, 0, 0);
     dayLayout->addWidget(_entries, 1);
-    dayLayout->addLayout(footer);
+    dayLayout->addWidget(_panel);
 
     // The food and exercise browser.
     _kind = new QComboBox(this);
@@ -310,12 +313,41 @@ void DiaryView::setUser(int user_id)
     _meal->clear();
     for (const int meal : {BREAKFAST, SNACK_1, LUNCH, SNACK_2, DINNER, SNACK_3})
         _meal->addItem(mealName(meal, snackMode), meal);
+    // The nutrient columns the profile chose: nutrient types separated by commas.
+    _columns.clear();
+    for (const QString &part :
+         UserDB::diaryViewColumnSettings(user_id).split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        bool ok = false;
+        const int type = part.trimmed().toInt(&ok);
+        if (ok && type >= 0 && type < kNutrientCount && !_columns.contains(type))
+            _columns.append(type);
+    }
+    if (_columns.isEmpty())
+        _columns = kDefaultColumns;
+    _entries->setColumnCount(3 + int(_columns.size()));
     QStringList headers = {tr("Food"), tr("Quantity"), tr("Serving")};
-    for (const int type : kColumns)
+    for (const int type : std::as_const(_columns))
         headers.append(UnitRegistry::instance().getUnitForNutrient(type)->getName());
     _entries->setHeaderLabels(headers);
+    _panel->setVisible(!settings.hideNutrientAndFluid);
     _entries->header()->setSectionResizeMode(0, QHeaderView::Stretch);
     refresh();
+}
+
+void DiaryView::setColumns(const QList<int> &columns)
+{
+    QStringList parts;
+    for (const int type : columns)
+        parts.append(QString::number(type));
+    UserDB::setDiaryViewColumnSettings(_userId, parts.join(QLatin1Char(',')));
+    setUser(_userId);
+}
+
+void DiaryView::setNutrientPanelHidden(bool hidden)
+{
+    _panel->setVisible(!hidden);
+    if (_userId >= 0 && UserDB::getSettings(_userId).hideNutrientAndFluid != hidden)
+        UserDB::setNutrientFluidHidden(_userId, hidden);
 }
 
 void DiaryView::setDate(const QDate &date)
@@ -351,18 +383,18 @@ void DiaryView::refresh()
                 continue;
             auto *entry = new QTreeWidgetItem(meal, {food.food_name, number(food.size), food.serv_name});
             entry->setData(0, Qt::UserRole, food.food_id);
-            for (size_t c = 0; c < std::size(kColumns); ++c)
+            for (qsizetype c = 0; c < _columns.size(); ++c)
                 entry->setText(
                     int(3 + c),
-                    units.getUnitForNutrient(kColumns[c])->formatValue(food.getNutrient(kColumns[c])));
+                    units.getUnitForNutrient(_columns[c])->formatValue(food.getNutrient(_columns[c])));
         }
-        for (size_t c = 0; c < std::size(kColumns); ++c) {
+        for (qsizetype c = 0; c < _columns.size(); ++c) {
             float sum = 0;
             for (const FoodDiaryItem &food : diary.foods) {
-                if (group.contains(food.meal) && food.getNutrient(kColumns[c]) > 0)
-                    sum += food.getNutrient(kColumns[c]);
+                if (group.contains(food.meal) && food.getNutrient(_columns[c]) > 0)
+                    sum += food.getNutrient(_columns[c]);
             }
-            meal->setText(int(3 + c), units.getUnitForNutrient(kColumns[c])->formatValue(sum));
+            meal->setText(int(3 + c), units.getUnitForNutrient(_columns[c])->formatValue(sum));
         }
         meal->setExpanded(true);
     }
@@ -370,7 +402,9 @@ void DiaryView::refresh()
         auto *exercise = new QTreeWidgetItem(_entries, {mealName(EXERCISE, preferences.snackMode)});
         for (const ExerciseDiaryItem &e : diary.exercises) {
             auto *entry = new QTreeWidgetItem(exercise, {e.name, number(e.duration), tr("minutes")});
-            entry->setText(3, units.getUnit(UNIT_ENERGY)->formatValue(-e.energy()));
+            const qsizetype energyColumn = _columns.indexOf(ENERGY);
+            if (energyColumn >= 0)
+                entry->setText(int(3 + energyColumn), units.getUnit(UNIT_ENERGY)->formatValue(-e.energy()));
         }
         exercise->setExpanded(true);
     }

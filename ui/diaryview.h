@@ -61,6 +61,12 @@ public:
     bool undo();
     bool canUndo() const { return static_cast<bool>(_undo); }
 
+    // The nutrient columns (nutrient types), and whether the totals and water panel shows; both
+    // are kept with the profile.
+    QList<int> columns() const { return _columns; }
+    void setColumns(const QList<int> &columns);
+    void setNutrientPanelHidden(bool hidden);
+
     // The profile's units or meal names changed.
     void preferencesChanged() { setUser(_userId); }
 
@@ -81,6 +87,8 @@ private:
     int _browsing = BrowseFoods;
     QList<int> _recent;
     std::function<void()> _undo;
+    QList<int> _columns;
+    QWidget *_panel;
     class QCalendarWidget *_calendar;
 
     QLabel *_title;

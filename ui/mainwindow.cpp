@@ -3,6 +3,8 @@
 #include "brand/brandengine.h"
 #include "common/lmconstants.h"
 #include "db/userdb.h"
+#include "model/dbtypes.h"
+#include "model/unitdescriptor.h"
 #include "reports/daysummary.h"
 #include "ui/checkinview.h"
 #include "ui/diaryview.h"
@@ -14,6 +16,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
+#include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QStackedWidget>
@@ -72,6 +75,28 @@ void MainWindow::createActions()
     tools->setObjectName(QStringLiteral("toolbar"));
 
     QMenu *file = menuBar()->addMenu(tr("&File"));
+    _newProfile = file->addAction(tr("&New Profile..."), this, [this] { openProfile(-1); });
+    _switchProfile = file->addMenu(tr("&Switch Profile"));
+    connect(_switchProfile, &QMenu::aboutToShow, this, [this] {
+        _switchProfile->clear();
+        for (const UserProfile &user : UserDB::getUsers()) {
+            QAction *action =
+                _switchProfile->addAction(user.name, this, [this, id = user.user_id] { openProfile(id); });
+            action->setCheckable(true);
+            action->setChecked(user.user_id == _userId);
+        }
+    });
+    file->addAction(tr("&Delete Profile..."), this, [this] {
+        const QString name = _profileName;
+        if (QMessageBox::question(
+                this, tr("Delete Profile"),
+                tr("Delete the profile %1 with all its diary, check-ins and targets?\n\nThis "
+                   "cannot be undone.")
+                    .arg(name),
+                QMessageBox::Yes | QMessageBox::No, QMessageBox::No) == QMessageBox::Yes)
+            deleteProfile();
+    });
+    file->addSeparator();
     file->addAction(tr("&Quit"), QKeySequence::Quit, qApp, &QApplication::closeAllWindows);
 
     QMenu *edit = menuBar()->addMenu(tr("&Edit"));
@@ -106,6 +131,30 @@ void MainWindow::createActions()
     QAction *next = view->addAction(icon("graphics.icon.frontarrow"), tr("&Next Day"),
                                     QKeySequence(Qt::ALT | Qt::Key_Right), this,
                                     [this] { _diary->setDate(_diary->date().addDays(1)); });
+    view->addSeparator();
+    QMenu *columns = view->addMenu(icon("graphics.icon.nutrient"), tr("Nutrient &Columns"));
+    connect(columns, &QMenu::aboutToShow, this, [this, columns] {
+        columns->clear();
+        const QList<int> shown = _diary->columns();
+        for (int type = 0; type < kNutrientCount; ++type) {
+            QAction *action =
+                columns->addAction(UnitRegistry::instance().getUnitForNutrient(type)->getName());
+            action->setCheckable(true);
+            action->setChecked(shown.contains(type));
+            connect(action, &QAction::toggled, this, [this, type](bool on) {
+                QList<int> chosen = _diary->columns();
+                chosen.removeAll(type);
+                if (on)
+                    chosen.append(type);
+                std::sort(chosen.begin(), chosen.end());
+                _diary->setColumns(chosen);
+            });
+        }
+    });
+    _panelAction = view->addAction(tr("Show Nutrients and &Water"));
+    _panelAction->setCheckable(true);
+    _panelAction->setChecked(true);
+    connect(_panelAction, &QAction::toggled, this, [this](bool on) { _diary->setNutrientPanelHidden(!on); });
     view->addSeparator();
     const QPair<const char *, QString> sections[] = {
         {"diary_icon", tr("&Diary")}, {"checkin_icon", tr("&Check-in")}, {"reports_icon", tr("&Reports")}};
@@ -178,12 +227,33 @@ bool MainWindow::openProfile(int user_id)
     _userId = user_id;
     for (const UserProfile &user : UserDB::getUsers()) {
         if (user.user_id == user_id)
-            statusBar()->showMessage(tr("Profile: %1").arg(user.name));
+            _profileName = user.name;
     }
+    statusBar()->showMessage(tr("Profile: %1").arg(_profileName));
+    // More than one profile only where the edition is for a family.
+    const BrandEngine &brand = BrandEngine::instance();
+    const bool family =
+        brand.idExists(QStringLiteral("feature.family")) && brand.getBool(QStringLiteral("feature.family"));
+    _newProfile->setVisible(family);
+    _switchProfile->menuAction()->setVisible(family);
+    const QSignalBlocker blocker(_panelAction);
+    _panelAction->setChecked(!UserDB::getSettings(user_id).hideNutrientAndFluid);
     _diary->setUser(user_id);
     _checkIn->setUser(user_id);
     _checkIn->setDate(_diary->date());
     updateReport();
+    return true;
+}
+
+bool MainWindow::deleteProfile()
+{
+    if (_userId < 0)
+        return false;
+    UserDB::deleteUser(_userId);
+    _userId = -1;
+    const QList<int> users = UserDB::getUserIds();
+    if (!openProfile(users.isEmpty() ? -1 : users.constFirst()))
+        close(); // no profile left and none made: nothing to show
     return true;
 }
 

@@ -6,6 +6,8 @@
 #include <QMainWindow>
 
 class CheckInView;
+class QAction;
+class QMenu;
 class DiaryView;
 class QListWidget;
 class QStackedWidget;
@@ -30,6 +32,8 @@ public:
     // The preferences dialog; true when they changed.
     bool editPreferences();
     void applyPreferences();
+    // Deletes the open profile and opens the next one (or runs the wizard).
+    bool deleteProfile();
 
     // Version and the sources of the reference foods and exercises.
     QString aboutText() const;
@@ -43,6 +47,10 @@ private:
     void updateReport();
 
     int _userId = -1;
+    QString _profileName;
+    QAction *_newProfile;
+    QMenu *_switchProfile;
+    QAction *_panelAction;
     QListWidget *_sections;
     QStackedWidget *_pages;
     DiaryView *_diary;
