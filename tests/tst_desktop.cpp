@@ -5,6 +5,7 @@
 #include "db/newprofile.h"
 #include "dbfixture.h"
 #include "model/energy.h"
+#include "staticdb/fooddb.h"
 #include "ui/diaryview.h"
 #include "ui/mainwindow.h"
 #include "ui/newprofilewizard.h"
@@ -61,6 +62,7 @@ private slots:
     void dayCopied();
     void savedMeals();
     void profilesAndColumns();
+    void browseTreeAndCustomFoods();
     void ranking_data();
     void ranking();
     void secondStartWakesFirst();
@@ -311,6 +313,62 @@ void TestDesktop::profilesAndColumns()
     QVERIFY(window.deleteProfile()); // Ann is open next
     QCOMPARE(window.currentUser(), ann);
     QCOMPARE(UserDB::getUserIds(), QList<int>{ann});
+}
+
+void TestDesktop::browseTreeAndCustomFoods()
+{
+    MainWindow window;
+    const int user = makeProfile();
+    QVERIFY(window.openProfile(user));
+    auto *search = window.findChild<QLineEdit *>(QStringLiteral("search"));
+    auto *tree = window.findChild<QTreeWidget *>(QStringLiteral("browseTree"));
+
+    // Without a query the tree holds the 25 food groups, then the profile's own and the shared foods.
+    QCOMPARE(tree->topLevelItemCount(), 27);
+    QCOMPARE(tree->topLevelItem(25)->text(0), QStringLiteral("My Foods"));
+    QCOMPARE(tree->topLevelItem(26)->text(0), QStringLiteral("Shared Foods"));
+    // A search opens the groups and subcategories it found something in.
+    search->setText(QStringLiteral("cheddar -imitation"));
+    const QTreeWidgetItem *dairy =
+        tree->findItems(QStringLiteral("Dairy and Egg Products"), Qt::MatchExactly).value(0);
+    QVERIFY(dairy && dairy->isExpanded());
+    QVERIFY(
+        !tree->findItems(QStringLiteral("Cheese, cheddar"), Qt::MatchExactly | Qt::MatchRecursive).isEmpty());
+
+    // Two slices of cheddar become a food of the profile's own, values and all.
+    auto *matches = window.findChild<QListWidget *>(QStringLiteral("matches"));
+    const QList<QListWidgetItem *> cheddar =
+        matches->findItems(QStringLiteral("Cheese, cheddar"), Qt::MatchExactly);
+    QVERIFY(!cheddar.isEmpty());
+    matches->setCurrentItem(cheddar.constFirst());
+    auto *serving = window.findChild<QComboBox *>(QStringLiteral("serving"));
+    serving->setCurrentIndex(serving->findText(QStringLiteral("1 slice (1 oz)")));
+    window.findChild<QDoubleSpinBox *>(QStringLiteral("quantity"))->setValue(2);
+    QTimer::singleShot(0, [] {
+        auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+        QVERIFY(dialog);
+        dialog->findChild<QLineEdit *>(QStringLiteral("name"))
+            ->setText(QStringLiteral("Cheddar sandwich filling"));
+        dialog->accept();
+    });
+    const int id = window.diary()->copySelectedToCustom();
+    QVERIFY(id >= 0x1000000);
+    Food food;
+    QVERIFY(FoodDBDynamic(user).food(id, &food));
+    QCOMPARE(food.name, QStringLiteral("Cheddar sandwich filling"));
+    QCOMPARE(food.servings.constFirst().name, QStringLiteral("2 x 1 slice (1 oz)"));
+    QVERIFY(qAbs(food.values[FV_CALORIES] - 226.2f) < 0.01f); // 2 x 28 g at 404 per 100 g, to a tenth
+
+    // A category of one's own, found again by the search.
+    const int category =
+        window.diary()->newCustomCategory(DynamicDB::rootIdOf(user), QStringLiteral("Lunch box"));
+    QCOMPARE(category, 0x1000000);
+    search->setText(QStringLiteral("sandwich"));
+    const QTreeWidgetItem *mine = tree->findItems(QStringLiteral("My Foods"), Qt::MatchExactly).value(0);
+    QVERIFY(mine && mine->isExpanded());
+    QVERIFY(
+        !tree->findItems(QStringLiteral("Cheddar sandwich filling"), Qt::MatchExactly | Qt::MatchRecursive)
+             .isEmpty());
 }
 
 void TestDesktop::ranking_data()

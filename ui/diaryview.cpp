@@ -11,6 +11,7 @@
 #include "model/unitdescriptor.h"
 #include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"
+#include "ui/customfooddialog.h"
 
 #include <QCalendarWidget>
 #include <QComboBox>
@@ -28,8 +29,10 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QSpinBox>
 #include <QSplitter>
+#include <QTabWidget>
 #include <QTextCharFormat>
 #include <QToolButton>
 #include <QTreeWidget>
@@ -42,6 +45,8 @@
 namespace {
 
 constexpr int kShownMatches = 200;
+constexpr int kCategoryRole = Qt::UserRole + 1;
+constexpr int kCustomRole = Qt::UserRole + 2;
 const QList<int> kDefaultColumns = {ENERGY, CARB, FAT, PROTEIN};
 
 QString number(double value)
@@ -225,7 +230,8 @@ DiaryView::DiaryView(QWidget *parent)
     connect(_query, &QLineEdit::textChanged, this, &DiaryView::search);
     _matches = new QListWidget(this);
     _matches->setObjectName(QStringLiteral("matches"));
-    connect(_matches, &QListWidget::currentRowChanged, this, &DiaryView::updateServings);
+    connect(_matches, &QListWidget::currentItemChanged, this,
+            [this](QListWidgetItem *item) { select(item ? item->data(Qt::UserRole).toInt() : -1); });
     connect(_matches, &QListWidget::itemActivated, this, [this] { addSelectedFood(); });
     _matches->installEventFilter(new KeyFilter(this, Qt::Key_Return, [this] { addSelectedFood(); }));
     _matches->setContextMenuPolicy(Qt::CustomContextMenu);
@@ -263,6 +269,28 @@ DiaryView::DiaryView(QWidget *parent)
         }
         menu.exec(_matches->viewport()->mapToGlobal(at));
     });
+    _tree = new QTreeWidget(this);
+    _tree->setObjectName(QStringLiteral("browseTree"));
+    _tree->setHeaderHidden(true);
+    _tree->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(_tree, &QTreeWidget::itemExpanded, this, &DiaryView::fillTreeItem);
+    connect(_tree, &QTreeWidget::currentItemChanged, this, [this](QTreeWidgetItem *item) {
+        if (item && !item->data(0, kCategoryRole).toBool())
+            select(item->data(0, Qt::UserRole).toInt());
+    });
+    connect(_tree, &QTreeWidget::itemActivated, this, [this](QTreeWidgetItem *item) {
+        if (!item->data(0, kCategoryRole).toBool())
+            addSelectedFood();
+    });
+    connect(_tree, &QTreeWidget::customContextMenuRequested, this, &DiaryView::treeMenu);
+    _views = new QTabWidget(this);
+    _views->addTab(_matches, tr("Best matches"));
+    _views->addTab(_tree, tr("Browse"));
+    connect(_views, &QTabWidget::currentChanged, this, [this](int tab) {
+        const QListWidgetItem *item = _matches->currentItem();
+        if (tab == 0 && item)
+            select(item->data(Qt::UserRole).toInt());
+    });
     _meal = new QComboBox(this);
     _meal->setObjectName(QStringLiteral("meal"));
     _serving = new QComboBox(this);
@@ -284,7 +312,7 @@ DiaryView::DiaryView(QWidget *parent)
     browserLayout->setContentsMargins(0, 0, 0, 0);
     browserLayout->addWidget(_kind);
     browserLayout->addWidget(_query);
-    browserLayout->addWidget(_matches, 1);
+    browserLayout->addWidget(_views, 1);
     browserLayout->addLayout(form);
     browserLayout->addWidget(add);
 
@@ -332,6 +360,7 @@ void DiaryView::setUser(int user_id)
     _panel->setVisible(!settings.hideNutrientAndFluid);
     _entries->header()->setSectionResizeMode(0, QHeaderView::Stretch);
     refresh();
+    search(_query->text());
 }
 
 void DiaryView::setColumns(const QList<int> &columns)
@@ -495,6 +524,9 @@ int DiaryView::saveMeal(int meal, const QString &name)
 void DiaryView::search(const QString &query)
 {
     _matches->clear();
+    select(-1);
+    // The tree follows the search once the words are long enough.
+    const QScopeGuard tree([this] { populateTree(); });
     if (_browsing == BrowseSavedMeals) {
         // Few enough to filter by name as they are.
         const QString wanted = query.trimmed();
@@ -511,8 +543,11 @@ void DiaryView::search(const QString &query)
     if (_browsing == BrowseExercises && _exercises && _exercises->staticDB()) {
         ExDBStatic &reference = *_exercises->staticDB();
         ExDBDynamic &custom = *_exercises->dynamicDB();
-        if (!reference.search(query, false, 0))
+        if (!reference.search(query, false, 0)) {
+            reference.reset();
+            custom.reset();
             return;
+        }
         custom.search(query, false, 0);
         QList<Match> found;
         collect(reference, &found, [&reference](const IndexEntry *e) { return reference.nameText(e); });
@@ -532,8 +567,12 @@ void DiaryView::search(const QString &query)
         return;
     FoodDBStatic &reference = *_foods->staticDB();
     FoodDBDynamic &custom = *_foods->dynamicDB();
-    if (!reference.search(query, false, 0))
-        return; // words too short: nothing to show yet
+    if (!reference.search(query, false, 0)) {
+        // Words too short: nothing to rank, and the tree shows everything.
+        reference.reset();
+        custom.reset();
+        return;
+    }
     custom.search(query, false, 0);
     QList<Match> found;
     collect(reference, &found, [&reference](const IndexEntry *e) { return reference.nameText(e); });
@@ -549,25 +588,231 @@ void DiaryView::search(const QString &query)
         _matches->setCurrentRow(0);
 }
 
+void DiaryView::select(int id)
+{
+    _selectedId = id;
+    updateServings();
+}
+
+void DiaryView::populateTree()
+{
+    _tree->clear();
+    if (_browsing == BrowseSavedMeals || !_foods || !_foods->staticDB() || !_exercises->staticDB())
+        return;
+    const bool exercises = _browsing == BrowseExercises;
+    const IndexedDB &reference = exercises ? static_cast<const IndexedDB &>(*_exercises->staticDB())
+                                           : static_cast<const IndexedDB &>(*_foods->staticDB());
+    const DynamicDB &custom = exercises ? static_cast<const DynamicDB &>(*_exercises->dynamicDB())
+                                        : static_cast<const DynamicDB &>(*_foods->dynamicDB());
+    auto *root = _tree->invisibleRootItem();
+    root->setData(0, Qt::UserRole, int(reference.rootId()));
+    root->setData(0, kCategoryRole, true);
+    root->setData(0, kCustomRole, false);
+    fillTreeItem(root);
+    // The profile's own and the shared items after the reference ones.
+    for (const int id : {DynamicDB::rootIdOf(_userId), kSharedRootId}) {
+        const IndexEntry *entry = custom.lookup(quint32(id), true);
+        if (!entry || !(custom.flags(entry) & FLAG_SHOWN))
+            continue;
+        auto *item = new QTreeWidgetItem(_tree, {custom.nameText(entry)});
+        item->setData(0, Qt::UserRole, id);
+        item->setData(0, kCategoryRole, true);
+        item->setData(0, kCustomRole, true);
+        new QTreeWidgetItem(item); // filled when opened
+        if (custom.flags(entry) & FLAG_EXPANDED)
+            item->setExpanded(true);
+    }
+}
+
+void DiaryView::fillTreeItem(QTreeWidgetItem *parent)
+{
+    if (parent->childCount() == 1 && !parent->child(0)->data(0, Qt::UserRole).isValid())
+        delete parent->takeChild(0);
+    else if (parent->childCount() > 0)
+        return; // filled already
+    const bool exercises = _browsing == BrowseExercises;
+    const bool customItems = parent->data(0, kCustomRole).toBool();
+    const IndexedDB *db = nullptr;
+    if (customItems)
+        db = exercises ? static_cast<const IndexedDB *>(_exercises->dynamicDB()) : _foods->dynamicDB();
+    else
+        db = exercises ? static_cast<const IndexedDB *>(_exercises->staticDB()) : _foods->staticDB();
+    std::unique_ptr<BrowsableDBIterator> it(
+        db->children(parent->data(0, Qt::UserRole).toUInt(), FLAG_SHOWN, 0));
+    QList<QTreeWidgetItem *> expand;
+    while (const IndexEntry *e = it ? it->next() : nullptr) {
+        const bool category = db->isCategory(e);
+        QString name = db->nameText(e);
+        if (customItems && !category) { // the index keeps 8-bit names; the tables have them whole
+            Exercise exercise;
+            name = exercises
+                       ? (_exercises->dynamicDB()->exercise(int(e->id), &exercise) ? exercise.name : name)
+                       : _foods->dynamicDB()->name(int(e->id));
+        } else if (customItems) {
+            name = static_cast<const DynamicDB *>(db)->categoryName(int(e->id));
+        }
+        auto *item = new QTreeWidgetItem(parent, {name});
+        item->setData(0, Qt::UserRole, int(e->id));
+        item->setData(0, kCategoryRole, category);
+        item->setData(0, kCustomRole, customItems);
+        if (category) {
+            new QTreeWidgetItem(item);
+            if (db->flags(e) & FLAG_EXPANDED)
+                expand.append(item);
+        }
+    }
+    for (QTreeWidgetItem *item : expand)
+        item->setExpanded(true);
+}
+
+void DiaryView::treeMenu(const QPoint &at)
+{
+    QTreeWidgetItem *item = _tree->itemAt(at);
+    if (!item || _userId < 0)
+        return;
+    const int id = item->data(0, Qt::UserRole).toInt();
+    const bool category = item->data(0, kCategoryRole).toBool();
+    const bool customItem = item->data(0, kCustomRole).toBool();
+    const bool exercises = _browsing == BrowseExercises;
+    DynamicDB *custom = exercises ? static_cast<DynamicDB *>(_exercises->dynamicDB())
+                                  : static_cast<DynamicDB *>(_foods->dynamicDB());
+    const bool root = id == kSharedRootId || id == DynamicDB::rootIdOf(_userId);
+    QMenu menu(this);
+    if (category && customItem) {
+        if (!exercises)
+            menu.addAction(tr("New &Food Here..."), this, [this, id] { newCustomFood(id); });
+        menu.addAction(tr("New &Category..."), this, [this, id] {
+            const QString name = QInputDialog::getText(this, tr("New Category"), tr("&Name:"));
+            if (!name.trimmed().isEmpty())
+                newCustomCategory(id, name.trimmed());
+        });
+        if (!root) {
+            menu.addAction(tr("&Rename..."), this, [this, custom, id, item] {
+                const QString name = QInputDialog::getText(this, tr("Rename Category"), tr("&Name:"),
+                                                           QLineEdit::Normal, item->text(0));
+                if (!name.trimmed().isEmpty()) {
+                    custom->renameCategory(id, name.trimmed());
+                    search(_query->text());
+                }
+            });
+            menu.addAction(tr("&Delete"), this, [this, custom, id, item] {
+                if (QMessageBox::question(this, tr("Delete Category"),
+                                          tr("Delete %1 with everything in it?").arg(item->text(0))) ==
+                    QMessageBox::Yes) {
+                    custom->deleteCategory(id);
+                    search(_query->text());
+                }
+            });
+        }
+    } else if (!category && customItem) {
+        menu.addAction(tr("&Edit..."), this, [this, id, exercises] {
+            if (!exercises) {
+                CustomFoodDialog dialog(_foods->dynamicDB(), id, -1, nullptr, this);
+                if (dialog.exec() == QDialog::Accepted)
+                    search(_query->text());
+                return;
+            }
+            Exercise exercise;
+            _exercises->dynamicDB()->exercise(id, &exercise);
+            const QString name = QInputDialog::getText(this, tr("Edit Exercise"), tr("&Name:"),
+                                                       QLineEdit::Normal, exercise.name);
+            if (name.trimmed().isEmpty())
+                return;
+            bool ok = false;
+            const double met =
+                QInputDialog::getDouble(this, tr("Edit Exercise"), tr("&MET value:"),
+                                        exercise.scale / kCaloriesPerMetMinuteKg, 0.5, 30, 1, &ok);
+            if (ok) {
+                _exercises->dynamicDB()->updateExercise(id, name.trimmed(),
+                                                        float(met) * kCaloriesPerMetMinuteKg);
+                search(_query->text());
+            }
+        });
+        menu.addAction(tr("&Delete"), this, [this, custom, id, item, exercises] {
+            if (QMessageBox::question(this, tr("Delete"), tr("Delete %1?").arg(item->text(0))) !=
+                QMessageBox::Yes)
+                return;
+            exercises ? _exercises->dynamicDB()->deleteItem(id) : _foods->dynamicDB()->deleteItem(id);
+            Q_UNUSED(custom);
+            search(_query->text());
+        });
+    } else if (!category && !exercises) {
+        menu.addAction(tr("&Copy to My Foods..."), this, [this, id] {
+            select(id);
+            copySelectedToCustom();
+        });
+    }
+    if (menu.isEmpty())
+        return;
+    menu.exec(_tree->viewport()->mapToGlobal(at));
+}
+
+int DiaryView::newCustomCategory(int parent, const QString &name)
+{
+    DynamicDB *custom = _browsing == BrowseExercises ? static_cast<DynamicDB *>(_exercises->dynamicDB())
+                                                     : static_cast<DynamicDB *>(_foods->dynamicDB());
+    if (parent == kSharedRootId || parent == DynamicDB::rootIdOf(_userId))
+        DynamicDB::userRootId(_browsing == BrowseExercises ? ExDBDynamic::kTables : FoodDBDynamic::kTables,
+                              parent == kSharedRootId ? -1 : _userId);
+    const int id = custom->addCategory(parent, name);
+    search(_query->text());
+    return id;
+}
+
+int DiaryView::newCustomFood(int category)
+{
+    if (_userId < 0)
+        return -1;
+    if (category < 0)
+        category = FoodDBDynamic::userRootId(_userId);
+    CustomFoodDialog dialog(_foods->dynamicDB(), -1, category, nullptr, this);
+    if (dialog.exec() != QDialog::Accepted)
+        return -1;
+    search(_query->text());
+    return dialog.foodId();
+}
+
+int DiaryView::copySelectedToCustom()
+{
+    if (_userId < 0 || _browsing != BrowseFoods || _selectedId < 0 || FoodDB::isCustom(_selectedId) ||
+        _serving->currentIndex() < 0)
+        return -1;
+    // The reference food as one serving of the size chosen, with its values for that.
+    FoodDiaryItem item;
+    item.changeFood(_selectedId);
+    item.setServing(_serving->currentData().toInt());
+    item.setSize(float(_quantity->value()));
+    Food prefill;
+    prefill.name = item.food_name;
+    prefill.values = Food::fromNutrients(item.nutrients());
+    const QString serving = item.size == 1.0f
+                                ? item.serv_name
+                                : QStringLiteral("%1 x %2").arg(number(double(item.size)), item.serv_name);
+    prefill.servings = {{serving, 0, 1.0f}};
+    CustomFoodDialog dialog(_foods->dynamicDB(), -1, FoodDBDynamic::userRootId(_userId), &prefill, this);
+    if (dialog.exec() != QDialog::Accepted)
+        return -1;
+    search(_query->text());
+    return dialog.foodId();
+}
+
 void DiaryView::updateServings()
 {
     _serving->clear();
-    const QListWidgetItem *current = _matches->currentItem();
-    if (!current || _browsing != BrowseFoods)
+    if (_selectedId < 0 || _browsing != BrowseFoods || !_foods->contains(_selectedId))
         return;
     FoodDiaryItem item;
-    item.changeFood(current->data(Qt::UserRole).toInt());
+    item.changeFood(_selectedId);
     for (const FoodServing &serving : item.getServings())
         _serving->addItem(serving.name, serving.id);
 }
 
 bool DiaryView::addSelectedFood()
 {
-    const QListWidgetItem *current = _matches->currentItem();
+    const bool current = _selectedId >= 0;
     if (current && _userId >= 0 && _browsing == BrowseSavedMeals) {
-        const QList<FoodDiaryItem> added =
-            SavedMealDB::addMealToDay(current->data(Qt::UserRole).toInt(), _userId,
-                                      DateConversion::fromQDate(_date), _meal->currentData().toInt());
+        const QList<FoodDiaryItem> added = SavedMealDB::addMealToDay(
+            _selectedId, _userId, DateConversion::fromQDate(_date), _meal->currentData().toInt());
         rememberUndo([added] {
             for (const FoodDiaryItem &food : added)
                 DiaryDB().removeFoodEntry(food.food_id);
@@ -577,7 +822,7 @@ bool DiaryView::addSelectedFood()
     }
     if (current && _userId >= 0 && _browsing == BrowseExercises) {
         Exercise exercise;
-        if (!_exercises->exercise(current->data(Qt::UserRole).toInt(), &exercise))
+        if (!_exercises->exercise(_selectedId, &exercise))
             return false;
         const QString day = DateConversion::fromQDate(_date);
         // The energy burned follows the body weight in force that day.
@@ -604,7 +849,7 @@ bool DiaryView::addSelectedFood()
     }
     if (!current || _userId < 0 || _serving->currentIndex() < 0)
         return false;
-    const int id = current->data(Qt::UserRole).toInt();
+    const int id = _selectedId;
     FoodDiaryItem item;
     item.user_id = _userId;
     item.changeFood(id);

@@ -61,6 +61,12 @@ public:
     bool undo();
     bool canUndo() const { return static_cast<bool>(_undo); }
 
+    // The user's own foods: a new one in a category (or the profile's root), or a copy of the
+    // selected reference food for the chosen serving and quantity. The new food's id, -1 if none.
+    int newCustomFood(int category = -1);
+    int copySelectedToCustom();
+    int newCustomCategory(int parent, const QString &name);
+
     // The nutrient columns (nutrient types), and whether the totals and water panel shows; both
     // are kept with the profile.
     QList<int> columns() const { return _columns; }
@@ -75,6 +81,10 @@ signals:
 
 private:
     void refresh();
+    void populateTree();
+    void fillTreeItem(class QTreeWidgetItem *parent);
+    void treeMenu(const QPoint &at);
+    void select(int id);
     void markCalendar();
     void editSelectedEntryInDialog();
     void rememberUndo(std::function<void()> undo);
@@ -99,6 +109,9 @@ private:
     QComboBox *_kind;
     QLineEdit *_query;
     QListWidget *_matches;
+    class QTabWidget *_views;
+    QTreeWidget *_tree;
+    int _selectedId = -1;
     QComboBox *_meal;
     QComboBox *_serving;
     QDoubleSpinBox *_quantity;
