@@ -13,11 +13,13 @@
 #include "staticdb/fooddb.h"
 #include "ui/customfooddialog.h"
 
+#include <QApplication>
 #include <QCalendarWidget>
 #include <QComboBox>
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QDoubleSpinBox>
+#include <QDrag>
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -28,6 +30,8 @@
 #include <QListWidget>
 #include <QMenu>
 #include <QMessageBox>
+#include <QMimeData>
+#include <QMouseEvent>
 #include <QPushButton>
 #include <QScopeGuard>
 #include <QSpinBox>
@@ -87,6 +91,48 @@ public:
 private:
     int _key;
     std::function<void()> _action;
+};
+
+// Items travel between lists as "binary/lmitem": the kind and the id, as text ("food 9003",
+// "exercise 12150", "meal 4").
+const QString kItemMime = QStringLiteral("binary/lmitem");
+
+// Starts a drag of the item under the mouse once it has moved far enough.
+class DragStarter : public QObject
+{
+public:
+    DragStarter(QWidget *viewport, std::function<QByteArray(const QPoint &)> item)
+        : QObject(viewport)
+        , _viewport(viewport)
+        , _item(std::move(item))
+    {
+        viewport->installEventFilter(this);
+    }
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::MouseButtonPress)
+            _start = static_cast<QMouseEvent *>(event)->position().toPoint();
+        if (event->type() != QEvent::MouseMove)
+            return false;
+        const auto *move = static_cast<QMouseEvent *>(event);
+        if (!(move->buttons() & Qt::LeftButton) ||
+            (move->position().toPoint() - _start).manhattanLength() < QApplication::startDragDistance())
+            return false;
+        const QByteArray item = _item(_start);
+        if (item.isEmpty())
+            return false;
+        auto *data = new QMimeData;
+        data->setData(kItemMime, item);
+        auto *drag = new QDrag(_viewport);
+        drag->setMimeData(data);
+        drag->exec(Qt::CopyAction);
+        return true;
+    }
+
+private:
+    QWidget *_viewport;
+    std::function<QByteArray(const QPoint &)> _item;
+    QPoint _start;
 };
 
 } // namespace
@@ -315,6 +361,25 @@ DiaryView::DiaryView(QWidget *parent)
     browserLayout->addWidget(_views, 1);
     browserLayout->addLayout(form);
     browserLayout->addWidget(add);
+
+    // Drag a food, an exercise or a saved meal onto a meal of the day.
+    const auto kindName = [this] {
+        return _browsing == BrowseExercises    ? QByteArray("exercise ")
+               : _browsing == BrowseSavedMeals ? QByteArray("meal ")
+                                               : QByteArray("food ");
+    };
+    new DragStarter(_matches->viewport(), [this, kindName](const QPoint &at) {
+        const QListWidgetItem *item = _matches->itemAt(at);
+        return item ? kindName() + QByteArray::number(item->data(Qt::UserRole).toInt()) : QByteArray();
+    });
+    new DragStarter(_tree->viewport(), [this, kindName](const QPoint &at) {
+        const QTreeWidgetItem *item = _tree->itemAt(at);
+        return item && !item->data(0, kCategoryRole).toBool()
+                   ? kindName() + QByteArray::number(item->data(0, Qt::UserRole).toInt())
+                   : QByteArray();
+    });
+    _entries->viewport()->setAcceptDrops(true);
+    _entries->viewport()->installEventFilter(this);
 
     auto *splitter = new QSplitter(this);
     splitter->addWidget(day);
@@ -588,6 +653,45 @@ void DiaryView::search(const QString &query)
         _matches->setCurrentRow(0);
 }
 
+bool DiaryView::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched != _entries->viewport())
+        return QWidget::eventFilter(watched, event);
+    if (event->type() == QEvent::DragEnter || event->type() == QEvent::DragMove) {
+        auto *drag = static_cast<QDropEvent *>(event);
+        if (!drag->mimeData()->hasFormat(kItemMime))
+            return false;
+        drag->acceptProposedAction();
+        return true;
+    }
+    if (event->type() != QEvent::Drop)
+        return QWidget::eventFilter(watched, event);
+    auto *drop = static_cast<QDropEvent *>(event);
+    const QList<QByteArray> item = drop->mimeData()->data(kItemMime).split(' ');
+    const QTreeWidgetItem *target = _entries->itemAt(drop->position().toPoint());
+    while (target && target->parent())
+        target = target->parent();
+    if (item.size() != 2)
+        return false;
+    dropItem(QString::fromLatin1(item.at(0)), item.at(1).toInt(),
+             target ? target->data(1, Qt::UserRole).toInt() : 0);
+    drop->acceptProposedAction();
+    return true;
+}
+
+bool DiaryView::dropItem(const QString &kind, int id, int meal)
+{
+    const int browse = kind == QLatin1String("exercise") ? BrowseExercises
+                       : kind == QLatin1String("meal")   ? BrowseSavedMeals
+                                                         : BrowseFoods;
+    if (browse != _browsing)
+        return false; // drags come from the browser as it is
+    if (meal > 0)
+        _meal->setCurrentIndex(_meal->findData(meal));
+    select(id);
+    return addSelectedFood();
+}
+
 void DiaryView::select(int id)
 {
     _selectedId = id;
@@ -679,8 +783,26 @@ void DiaryView::treeMenu(const QPoint &at)
     const bool root = id == kSharedRootId || id == DynamicDB::rootIdOf(_userId);
     QMenu menu(this);
     if (category && customItem) {
-        if (!exercises)
+        if (!exercises) {
             menu.addAction(tr("New &Food Here..."), this, [this, id] { newCustomFood(id); });
+        } else {
+            menu.addAction(tr("New E&xercise Here..."), this, [this, id] {
+                const QString name = QInputDialog::getText(this, tr("New Exercise"), tr("&Name:"));
+                if (name.trimmed().isEmpty())
+                    return;
+                bool ok = false;
+                const double met = QInputDialog::getDouble(
+                    this, tr("New Exercise"), tr("&MET value (1 is sitting still, 8 is running):"), 4, 0.5,
+                    30, 1, &ok);
+                if (!ok)
+                    return;
+                if (id == kSharedRootId || id == DynamicDB::rootIdOf(_userId))
+                    ExDBDynamic::userRootId(id == kSharedRootId ? -1 : _userId);
+                _exercises->dynamicDB()->addExercise(id, name.trimmed(),
+                                                     float(met) * kCaloriesPerMetMinuteKg);
+                search(_query->text());
+            });
+        }
         menu.addAction(tr("New &Category..."), this, [this, id] {
             const QString name = QInputDialog::getText(this, tr("New Category"), tr("&Name:"));
             if (!name.trimmed().isEmpty())

@@ -73,11 +73,17 @@ public:
     void setColumns(const QList<int> &columns);
     void setNutrientPanelHidden(bool hidden);
 
+    // What a drop of "binary/lmitem" does: adds the item to the meal (0: the chosen one).
+    bool dropItem(const QString &kind, int id, int meal);
+
     // The profile's units or meal names changed.
     void preferencesChanged() { setUser(_userId); }
 
 signals:
     void dayChanged(const QDate &date);
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     void refresh();
