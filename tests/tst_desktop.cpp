@@ -9,6 +9,7 @@
 #include "ui/diaryview.h"
 #include "ui/mainwindow.h"
 #include "ui/newprofilewizard.h"
+#include "ui/profiledialog.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -310,6 +311,18 @@ void TestDesktop::profilesAndColumns()
     QVERIFY(window.openProfile(bob));
     QCOMPARE(entries->columnCount(), 5);
     QVERIFY(window.findChild<QWidget *>(QStringLiteral("nutrientPanel"))->isHidden());
+
+    // Renamed and grown, from today on.
+    QTimer::singleShot(0, [] {
+        auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+        QVERIFY(dialog);
+        dialog->findChild<QLineEdit *>(QStringLiteral("name"))->setText(QStringLiteral("Robert"));
+        dialog->findChild<QDoubleSpinBox *>(QStringLiteral("height"))->setValue(182);
+        dialog->accept();
+    });
+    QVERIFY(ProfileDialog(bob, &window).exec() == QDialog::Accepted);
+    QCOMPARE(UserDB::getUsers().constLast().name, QStringLiteral("Robert"));
+    QCOMPARE(UserDB::getHeight(bob), 182.0);
 
     QVERIFY(window.deleteProfile()); // Ann is open next
     QCOMPARE(window.currentUser(), ann);

@@ -10,6 +10,7 @@
 #include "ui/diaryview.h"
 #include "ui/newprofilewizard.h"
 #include "ui/preferencesdialog.h"
+#include "ui/profiledialog.h"
 
 #include <QAction>
 #include <QApplication>
@@ -85,6 +86,11 @@ void MainWindow::createActions()
             action->setCheckable(true);
             action->setChecked(user.user_id == _userId);
         }
+    });
+    file->addAction(tr("&Edit Profile..."), this, [this] {
+        ProfileDialog dialog(_userId, this);
+        if (dialog.exec() == QDialog::Accepted)
+            openProfile(_userId);
     });
     file->addAction(tr("&Delete Profile..."), this, [this] {
         const QString name = _profileName;

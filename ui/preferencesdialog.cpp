@@ -4,6 +4,7 @@
 #include "app/profilepreferences.h"
 #include "db/userdb.h"
 
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QFormLayout>
@@ -51,6 +52,15 @@ PreferencesDialog::PreferencesDialog(int user_id, QWidget *parent)
     _updateDays->setSuffix(tr(" days"));
     _updateDays->setValue(LmSettings::readValue(QStringLiteral("/staticdb/updateInterval"), 28).toInt());
 
+    _autoPublish = new QCheckBox(tr("Publish new entries when the program closes"), this);
+    _autoPublish->setChecked(settings.auto_publish);
+    _askBeforePublish = new QCheckBox(tr("Ask before publishing"), this);
+    _askBeforePublish->setChecked(settings.ask_before_publish);
+    _proxy = new QLineEdit(LmSettings::readValue(QStringLiteral("proxySettings")).toString(), this);
+    _proxy->setObjectName(QStringLiteral("proxy"));
+    _proxy->setPlaceholderText(tr("the system's (direct, host:port, or pac and an address)"));
+    _backupFolder = new QLineEdit(LmSettings::readValue(QStringLiteral("dataBackupPath")).toString(), this);
+    _backupFolder->setPlaceholderText(LmSettings::backupPath());
     auto *form = new QFormLayout;
     form->addRow(tr("&Measurements:"), _units);
     form->addRow(tr("&Energy:"), _energy);
@@ -59,6 +69,10 @@ PreferencesDialog::PreferencesDialog(int user_id, QWidget *parent)
     form->addRow(tr("Green tick for e&xercise:"), _exercise);
     form->addRow(tr("Online diary &user:"), _webUser);
     form->addRow(tr("Online diary &password:"), _webPassword);
+    form->addRow(QString(), _autoPublish);
+    form->addRow(QString(), _askBeforePublish);
+    form->addRow(tr("Pro&xy:"), _proxy);
+    form->addRow(tr("&Backup folder:"), _backupFolder);
     form->addRow(tr("Check for database &updates every:"), _updateDays);
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
@@ -75,6 +89,8 @@ void PreferencesDialog::accept()
     settings.energy_units = _energy->currentData().toInt();
     settings.web_username = _webUser->text().trimmed();
     settings.web_password = _webPassword->text();
+    settings.auto_publish = _autoPublish->isChecked();
+    settings.ask_before_publish = _askBeforePublish->isChecked();
     UserDB::setSettings(_userId, settings);
     ProfilePreferences preferences = ProfilePreferences::load(_userId);
     preferences.snackMode = _snacks->currentIndex();
@@ -82,5 +98,10 @@ void PreferencesDialog::accept()
     preferences.exerciseTarget = _exercise->value();
     preferences.save(_userId);
     LmSettings::writeValue(QStringLiteral("/staticdb/updateInterval"), _updateDays->value());
+    LmSettings::writeValue(QStringLiteral("proxySettings"), _proxy->text().trimmed());
+    if (_backupFolder->text().trimmed().isEmpty())
+        LmSettings::removeValue(QStringLiteral("dataBackupPath"));
+    else
+        LmSettings::writeValue(QStringLiteral("dataBackupPath"), _backupFolder->text().trimmed());
     QDialog::accept();
 }

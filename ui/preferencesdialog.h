@@ -27,4 +27,8 @@ private:
     QLineEdit *_webUser;
     QLineEdit *_webPassword;
     QSpinBox *_updateDays;
+    class QCheckBox *_autoPublish;
+    class QCheckBox *_askBeforePublish;
+    QLineEdit *_proxy;
+    QLineEdit *_backupFolder;
 };
