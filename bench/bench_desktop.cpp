@@ -8,12 +8,50 @@
 
 #include <QApplication>
 #include <QLineEdit>
+#include <QProcess>
+#include <QSettings>
 
 #include <benchmark/benchmark.h>
 
 namespace {
 
 int g_user = 1;
+
+// Whole programs, from exec to the shown window and out: ours on the ten-year diary beside an
+// empty Qt window.
+void runProgram(benchmark::State &state, const QString &program, bool diary)
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    env.insert(QStringLiteral("TARNWELL_EXIT_WHEN_SHOWN"), QStringLiteral("1"));
+    if (diary) {
+        env.insert(QStringLiteral("XDG_DATA_HOME"), BenchDiary::kHome + QStringLiteral("/data"));
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), BenchDiary::kHome + QStringLiteral("/config"));
+    }
+    for (auto _ : state) {
+        QProcess process;
+        process.setProcessEnvironment(env);
+        process.start(
+            program, diary ? QStringList{QStringLiteral("-resourcedir"), QStringLiteral(TARNWELL_BIN_DIR "/")}
+                           : QStringList());
+        if (!process.waitForFinished(60000) || process.exitCode() != 0) {
+            state.SkipWithError("the program did not start and end");
+            return;
+        }
+    }
+}
+
+void BM_StartProgram_Floor(benchmark::State &state)
+{
+    runProgram(state, QStringLiteral(TARNWELL_BENCH_DIR "/emptywindow"), false);
+}
+BENCHMARK(BM_StartProgram_Floor)->Unit(benchmark::kMillisecond);
+
+void BM_StartProgram(benchmark::State &state)
+{
+    runProgram(state, QStringLiteral(TARNWELL_BIN_DIR "/tarnwell"), true);
+}
+BENCHMARK(BM_StartProgram)->Unit(benchmark::kMillisecond);
 
 void BM_ShowMainWindow_Floor(benchmark::State &state)
 {
@@ -76,6 +114,12 @@ int main(int argc, char **argv)
     g_user = BenchDiary::open();
     if (g_user < 0)
         return 1;
+    // The program started below runs with the real brand, whose data folder is another one: point
+    // it at the diary.
+    QSettings program(BenchDiary::kHome + QStringLiteral("/config/tarnwell/Ambervale/Tarnwell.ini"),
+                      QSettings::IniFormat);
+    program.setValue(QStringLiteral("admin/userdbpath"), LmSettings::userDatabasePath());
+    program.sync();
     // The windows want the real brand's texts and pictures.
     BrandEngine::release();
     if (!BrandEngine::instance().load(QStringLiteral(TARNWELL_BIN_DIR "/brand.dat")))
