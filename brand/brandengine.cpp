@@ -1,5 +1,7 @@
 #include "brand/brandengine.h"
 
+#include <QPixmapCache>
+
 #include "brand/brandlog.h"
 #include "brand/tarfilereader.h"
 #include "common/lmassert.h"
@@ -63,6 +65,8 @@ void BrandEngine::release()
 
 bool BrandEngine::load(const QString &archivePath)
 {
+    static int generations = 0;
+    _generation = ++generations;
     const bool filename = !archivePath.isNull();
     LM_ASSERT(filename);
 
@@ -203,8 +207,13 @@ QByteArray BrandEngine::getImageData(const QString &id) const
 
 QPixmap BrandEngine::getPixmap(const QString &id) const
 {
+    // Windows ask for the same icons again and again: decode each image once per loaded brand.
+    const QString key = QStringLiteral("tarnwell-brand/%1/%2").arg(_generation).arg(id);
     QPixmap pixmap;
+    if (QPixmapCache::find(key, &pixmap))
+        return pixmap;
     pixmap.loadFromData(getImageData(id));
+    QPixmapCache::insert(key, pixmap);
     return pixmap;
 }
 

@@ -74,6 +74,8 @@ public:
 
 private:
     BrandEngine();
+
+    int _generation = 0; // tells the decoded images of one load from another's
     void loadDocument(TarFileReader &archive, const QString &memberName);
     void handleElement(TarFileReader &archive, const QDomElement &element, const QString &memberName);
 
