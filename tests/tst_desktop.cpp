@@ -253,6 +253,14 @@ void TestDesktop::dayCopied()
     QVERIFY(window.diary()->undo());
     QVERIFY(!window.diary()->undo());
     QCOMPARE(DiaryDB().getFoodEntry(soup.food_id).meal, int(DINNER));
+
+    // The whole dinner, copied to lunch two days on.
+    entries->setCurrentItem(entries->findItems(QStringLiteral("Dinner"), Qt::MatchExactly).value(0));
+    QCOMPARE(window.diary()->copySelection(QDate::currentDate().addDays(2), LUNCH), 1);
+    const DiaryDay later =
+        DiaryDB().getDay(user, QDate::currentDate().addDays(2).toString(QStringLiteral("yyyyMMdd")));
+    QCOMPARE(later.foods.size(), 1);
+    QCOMPARE(later.foods.constFirst().meal, int(LUNCH));
 }
 
 void TestDesktop::savedMeals()

@@ -1,5 +1,6 @@
 #include "ui/diaryview.h"
 
+#include "app/lmsettings.h"
 #include "app/profilepreferences.h"
 #include "brand/brandengine.h"
 #include "db/diarydb.h"
@@ -16,6 +17,7 @@
 #include <QApplication>
 #include <QCalendarWidget>
 #include <QComboBox>
+#include <QDateEdit>
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QDoubleSpinBox>
@@ -215,6 +217,10 @@ DiaryView::DiaryView(QWidget *parent)
         const QTreeWidgetItem *item = _entries->itemAt(at);
         if (item && item->data(1, Qt::UserRole).isValid()) {
             QMenu groupMenu(this);
+            groupMenu.addAction(tr("&Copy Meal To..."), this, [this, item] {
+                _entries->setCurrentItem(const_cast<QTreeWidgetItem *>(item));
+                copySelectionInDialog();
+            });
             groupMenu.addAction(tr("&Save as a Meal..."), this, [this, item] {
                 const int meal = item->data(1, Qt::UserRole).toInt();
                 const QString name = QInputDialog::getText(this, tr("Save Meal"), tr("&Name of the meal:"));
@@ -228,6 +234,7 @@ DiaryView::DiaryView(QWidget *parent)
             return;
         QMenu menu(this);
         menu.addAction(tr("&Edit..."), this, &DiaryView::editSelectedEntryInDialog);
+        menu.addAction(tr("&Copy To..."), this, &DiaryView::copySelectionInDialog);
         QMenu *move = menu.addMenu(tr("&Move to"));
         for (int i = 0; i < _meal->count(); ++i) {
             const int meal = _meal->itemData(i).toInt();
@@ -399,6 +406,11 @@ void DiaryView::setUser(int user_id)
 {
     _userId = user_id;
     _foods = std::make_unique<FoodDB>(user_id);
+    _recent.clear();
+    for (const QString &id : LmSettings::readValue(QStringLiteral("profiles/%1/recentFoods").arg(user_id))
+                                 .toString()
+                                 .split(QLatin1Char(','), Qt::SkipEmptyParts))
+        _recent.append(id.toInt());
     _exercises = std::make_unique<ExDB>(user_id);
     const UserSettings settings = UserDB::getSettings(user_id);
     UnitRegistry::instance().applyPreferences(settings.measurement_units, settings.energy_units);
@@ -982,10 +994,81 @@ bool DiaryView::addSelectedFood()
     DiaryDB().addFoodEntry(item);
     _recent.removeAll(id);
     _recent.prepend(id);
+    while (_recent.size() > 30)
+        _recent.removeLast();
+    QStringList recent;
+    for (const int r : std::as_const(_recent))
+        recent.append(QString::number(r));
+    LmSettings::writeValue(QStringLiteral("profiles/%1/recentFoods").arg(_userId),
+                           recent.join(QLatin1Char(',')));
     const int added = item.food_id;
     rememberUndo([added] { DiaryDB().removeFoodEntry(added); });
     refresh();
     return added >= 0;
+}
+
+int DiaryView::copyFoods(const QList<FoodDiaryItem> &foods, const QDate &target, int meal)
+{
+    const QString targetDay = DateConversion::fromQDate(target);
+    const DiaryDB diary;
+    QList<int> copied;
+    LmSqlDb::begin();
+    for (FoodDiaryItem food : foods) {
+        if (food.status == STATUS_DELETED)
+            continue;
+        food.food_id = -1;
+        food.setDate(targetDay);
+        if (meal > 0)
+            food.meal = meal;
+        diary.addFoodEntry(food);
+        copied.append(food.food_id);
+    }
+    LmSqlDb::commit();
+    rememberUndo([copied] {
+        const DiaryDB diary;
+        for (const int id : copied)
+            diary.removeFoodEntry(id);
+    });
+    refresh();
+    return int(copied.size());
+}
+
+int DiaryView::copySelection(const QDate &target, int meal)
+{
+    const QTreeWidgetItem *current = _entries->currentItem();
+    if (!current || _userId < 0 || !target.isValid())
+        return 0;
+    const DiaryDB diary;
+    QList<FoodDiaryItem> foods;
+    if (current->data(0, Qt::UserRole).isValid()) {
+        foods.append(diary.getFoodEntry(current->data(0, Qt::UserRole).toInt()));
+    } else if (current->data(1, Qt::UserRole).isValid()) {
+        for (int i = 0; i < current->childCount(); ++i)
+            foods.append(diary.getFoodEntry(current->child(i)->data(0, Qt::UserRole).toInt()));
+    }
+    return copyFoods(foods, target, meal);
+}
+
+void DiaryView::copySelectionInDialog()
+{
+    QDialog dialog(this);
+    dialog.setWindowTitle(tr("Copy To"));
+    auto *day = new QDateEdit(_date.addDays(1), &dialog);
+    day->setCalendarPopup(true);
+    day->setDisplayFormat(QStringLiteral("yyyy-MM-dd"));
+    auto *meal = new QComboBox(&dialog);
+    meal->addItem(tr("The same meal"), 0);
+    for (int i = 0; i < _meal->count(); ++i)
+        meal->addItem(_meal->itemText(i), _meal->itemData(i));
+    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
+    connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+    auto *form = new QFormLayout(&dialog);
+    form->addRow(tr("&Day:"), day);
+    form->addRow(tr("&Meal:"), meal);
+    form->addRow(buttons);
+    if (dialog.exec() == QDialog::Accepted)
+        copySelection(day->date(), meal->currentData().toInt());
 }
 
 int DiaryView::copyDay(const QDate &target)

@@ -4,6 +4,8 @@
 // the green ticks, the water counter, and beside them the food browser that searches as you type
 // and adds the chosen food to a meal.
 
+#include "model/dbtypes.h"
+
 #include <QDate>
 #include <QWidget>
 
@@ -54,6 +56,9 @@ public:
     void deleteSelectedEntry();
     // Copies every entry of the shown day to the same meals of another day; the entries copied.
     int copyDay(const QDate &target);
+    // Copies the selected entry, or all of the selected meal, to a day and meal (0: the same
+    // meals); the entries copied.
+    int copySelection(const QDate &target, int meal);
     // Changes the selected food entry's serving and quantity, or moves it to another meal.
     bool editSelectedEntry(int servingId, float quantity);
     bool moveSelectedEntry(int meal);
@@ -93,6 +98,8 @@ private:
     void select(int id);
     void markCalendar();
     void editSelectedEntryInDialog();
+    void copySelectionInDialog();
+    int copyFoods(const QList<FoodDiaryItem> &foods, const QDate &target, int meal);
     void rememberUndo(std::function<void()> undo);
     void updateServings();
 
