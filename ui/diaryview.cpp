@@ -435,6 +435,9 @@ void DiaryView::setUser(int user_id)
         headers.append(UnitRegistry::instance().getUnitForNutrient(type)->getName());
     _entries->setHeaderLabels(headers);
     _panel->setVisible(!settings.hideNutrientAndFluid);
+    // The name takes the room; quantities and values only what they need.
+    _entries->header()->setStretchLastSection(false);
+    _entries->header()->setSectionResizeMode(QHeaderView::ResizeToContents);
     _entries->header()->setSectionResizeMode(0, QHeaderView::Stretch);
     refresh();
     search(_query->text());
@@ -494,7 +497,7 @@ void DiaryView::refresh()
                     int(3 + c),
                     units.getUnitForNutrient(_columns[c])->formatValue(food.getNutrient(_columns[c])));
         }
-        for (qsizetype c = 0; c < _columns.size(); ++c) {
+        for (qsizetype c = 0; c < _columns.size() && meal->childCount() > 0; ++c) {
             float sum = 0;
             for (const FoodDiaryItem &food : diary.foods) {
                 if (group.contains(food.meal) && food.getNutrient(_columns[c]) > 0)
