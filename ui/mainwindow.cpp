@@ -123,7 +123,8 @@ void MainWindow::createActions()
         statusBar()->showMessage(tr("%n entries copied to the next day.", nullptr, copied), 5000);
     });
     edit->addSeparator();
-    edit->addAction(tr("&Preferences..."), QKeySequence::Preferences, this, &MainWindow::editPreferences);
+    edit->addAction(tr("&Preferences..."), QKeySequence(Qt::CTRL | Qt::Key_Comma), this,
+                    &MainWindow::editPreferences);
     tools->addAction(find);
     tools->addAction(remove);
 
