@@ -179,6 +179,19 @@ int makeProfile()
     return createProfile(profile, QDate::currentDate().toString(QStringLiteral("yyyyMMdd")));
 }
 
+// Today's dinner: a soup of 200 calories.
+FoodDiaryItem addSoup(int user)
+{
+    FoodDiaryItem soup(true);
+    soup.user_id = user;
+    soup.setDate(QDate::currentDate().toString(QStringLiteral("yyyyMMdd")));
+    soup.meal = DINNER;
+    soup.food_name = QStringLiteral("Soup");
+    soup.setNutrient(ENERGY, 200);
+    DiaryDB().addFoodEntry(soup);
+    return soup;
+}
+
 } // namespace
 
 void TestDesktop::checkInAndUnitsEverywhere()
@@ -217,13 +230,7 @@ void TestDesktop::dayCopied()
     MainWindow window;
     const int user = makeProfile();
     QVERIFY(window.openProfile(user));
-    FoodDiaryItem soup(true);
-    soup.user_id = user;
-    soup.setDate(QDate::currentDate().toString(QStringLiteral("yyyyMMdd")));
-    soup.meal = DINNER;
-    soup.food_name = QStringLiteral("Soup");
-    soup.setNutrient(ENERGY, 200);
-    DiaryDB().addFoodEntry(soup);
+    const FoodDiaryItem soup = addSoup(user);
     QCOMPARE(window.diary()->copyDay(QDate::currentDate().addDays(1)), 1);
     const DiaryDay tomorrow =
         DiaryDB().getDay(user, QDate::currentDate().addDays(1).toString(QStringLiteral("yyyyMMdd")));
@@ -268,13 +275,7 @@ void TestDesktop::savedMeals()
     MainWindow window;
     const int user = makeProfile();
     QVERIFY(window.openProfile(user));
-    FoodDiaryItem soup(true);
-    soup.user_id = user;
-    soup.setDate(QDate::currentDate().toString(QStringLiteral("yyyyMMdd")));
-    soup.meal = DINNER;
-    soup.food_name = QStringLiteral("Soup");
-    soup.setNutrient(ENERGY, 200);
-    DiaryDB().addFoodEntry(soup);
+    const FoodDiaryItem soup = addSoup(user);
     QVERIFY(window.diary()->saveMeal(DINNER, QStringLiteral("Soup supper")) >= 0);
     QCOMPARE(window.diary()->saveMeal(BREAKFAST, QStringLiteral("Nothing")), -1);
 

@@ -620,10 +620,11 @@ void DiaryView::search(const QString &query)
             _matches->setCurrentRow(0);
         return;
     }
-    if (_browsing == BrowseExercises && _exercises && _exercises->staticDB()) {
-        ExDBStatic &reference = *_exercises->staticDB();
-        ExDBDynamic &custom = *_exercises->dynamicDB();
+    // Reference items and the profile's own, best first.
+    const auto searchBoth = [&](IndexedDB &reference, IndexedDB &custom, const auto &customName,
+                                const QList<int> &preferred) {
         if (!reference.search(query, false, 0)) {
+            // Words too short: nothing to rank, and the tree shows everything.
             reference.reset();
             custom.reset();
             return;
@@ -631,41 +632,31 @@ void DiaryView::search(const QString &query)
         custom.search(query, false, 0);
         QList<Match> found;
         collect(reference, &found, [&reference](const IndexEntry *e) { return reference.nameText(e); });
-        collect(custom, &found, [&custom](const IndexEntry *e) {
-            Exercise exercise;
-            custom.exercise(int(e->id), &exercise);
-            return exercise.name;
-        });
-        const QList<Match> ranked = rankMatches(found, query, Favorites::list(_userId, Favorites::EXERCISES));
+        collect(custom, &found, customName);
+        const QList<Match> ranked = rankMatches(found, query, preferred);
         for (qsizetype i = 0; i < ranked.size() && i < kShownMatches; ++i)
             (new QListWidgetItem(ranked.at(i).name, _matches))->setData(Qt::UserRole, ranked.at(i).id);
         if (_matches->count() > 0)
             _matches->setCurrentRow(0);
+    };
+    if (!_foods || !_foods->staticDB() || !_exercises->staticDB())
+        return;
+    if (_browsing == BrowseExercises) {
+        ExDBDynamic &custom = *_exercises->dynamicDB();
+        searchBoth(
+            *_exercises->staticDB(), custom,
+            [&custom](const IndexEntry *e) {
+                Exercise exercise;
+                custom.exercise(int(e->id), &exercise);
+                return exercise.name;
+            },
+            Favorites::list(_userId, Favorites::EXERCISES));
         return;
     }
-    if (!_foods || !_foods->staticDB())
-        return;
-    FoodDBStatic &reference = *_foods->staticDB();
     FoodDBDynamic &custom = *_foods->dynamicDB();
-    if (!reference.search(query, false, 0)) {
-        // Words too short: nothing to rank, and the tree shows everything.
-        reference.reset();
-        custom.reset();
-        return;
-    }
-    custom.search(query, false, 0);
-    QList<Match> found;
-    collect(reference, &found, [&reference](const IndexEntry *e) { return reference.nameText(e); });
-    collect(custom, &found, [&custom](const IndexEntry *e) { return custom.name(int(e->id)); });
-    QList<int> preferred = Favorites::list(_userId, Favorites::FOODS);
-    preferred += _recent;
-    const QList<Match> ranked = rankMatches(found, query, preferred);
-    for (qsizetype i = 0; i < ranked.size() && i < kShownMatches; ++i) {
-        auto *item = new QListWidgetItem(ranked.at(i).name, _matches);
-        item->setData(Qt::UserRole, ranked.at(i).id);
-    }
-    if (_matches->count() > 0)
-        _matches->setCurrentRow(0);
+    searchBoth(
+        *_foods->staticDB(), custom, [&custom](const IndexEntry *e) { return custom.name(int(e->id)); },
+        Favorites::list(_userId, Favorites::FOODS) + _recent);
 }
 
 bool DiaryView::eventFilter(QObject *watched, QEvent *event)
