@@ -856,12 +856,11 @@ void DiaryView::treeMenu(const QPoint &at)
                 search(_query->text());
             }
         });
-        menu.addAction(tr("&Delete"), this, [this, custom, id, item, exercises] {
+        menu.addAction(tr("&Delete"), this, [this, custom, id, item] {
             if (QMessageBox::question(this, tr("Delete"), tr("Delete %1?").arg(item->text(0))) !=
                 QMessageBox::Yes)
                 return;
-            exercises ? _exercises->dynamicDB()->deleteItem(id) : _foods->dynamicDB()->deleteItem(id);
-            Q_UNUSED(custom);
+            custom->deleteItem(id);
             search(_query->text());
         });
     } else if (!category && !exercises) {
