@@ -75,6 +75,7 @@ public:
     QString buildDocument();
     static QByteArray encodeBody(const QString &document);
     const QStringList &publishedDays() const { return _publishedDays; }
+    LmHttp *http() const { return _http.get(); }
     int itemCount() const { return _itemCount; }
 
 signals:

@@ -4,6 +4,7 @@
 #include "db/diarydb.h"
 #include "db/newprofile.h"
 #include "dbfixture.h"
+#include "httptestserver.h"
 #include "model/energy.h"
 #include "staticdb/fooddb.h"
 #include "ui/diaryview.h"
@@ -65,6 +66,7 @@ private slots:
     void savedMeals();
     void profilesAndColumns();
     void browseTreeAndCustomFoods();
+    void publishFromTheWindow();
     void ranking_data();
     void ranking();
     void secondStartWakesFirst();
@@ -392,6 +394,40 @@ void TestDesktop::browseTreeAndCustomFoods()
     QVERIFY(
         !tree->findItems(QStringLiteral("Cheddar sandwich filling"), Qt::MatchExactly | Qt::MatchRecursive)
              .isEmpty());
+}
+
+void TestDesktop::publishFromTheWindow()
+{
+    HttpTestServer server;
+    QVERIFY(server.start());
+    server.replies = {HttpTestServer::ok("<response errno=\"0\"/>")};
+    LmSettings::writeValue(QStringLiteral("proxySettings"),
+                           QStringLiteral("127.0.0.1:%1").arg(server.serverPort()));
+    MainWindow window;
+    const int user = makeProfile();
+    UserSettings settings = UserDB::getSettings(user);
+    settings.web_username = QStringLiteral("ann");
+    settings.web_password = QStringLiteral("secret");
+    UserDB::setSettings(user, settings);
+    QVERIFY(window.openProfile(user));
+    addSoup(user);
+
+    // The dialog ticks its steps and counts down after a success; OK closes it.
+    QString button;
+    QTimer poll;
+    connect(&poll, &QTimer::timeout, &window, [&button] {
+        auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+        auto *ok = dialog ? dialog->findChild<QPushButton *>(QStringLiteral("button")) : nullptr;
+        if (ok && ok->text().startsWith(QLatin1String("OK"))) {
+            button = ok->text();
+            ok->click();
+        }
+    });
+    poll.start(20);
+    QCOMPARE(window.publishDiary(), QStringLiteral("Completed successfully"));
+    QCOMPARE(button, QStringLiteral("OK (5)"));
+    QVERIFY(server.requests.constFirst().contains("xml=%3C%3Fxml"));
+    QVERIFY(DiaryDB().getUnpublishedDates(user).isEmpty());
 }
 
 void TestDesktop::ranking_data()

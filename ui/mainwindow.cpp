@@ -2,24 +2,31 @@
 
 #include "brand/brandengine.h"
 #include "common/lmconstants.h"
+#include "db/diarydb.h"
 #include "db/userdb.h"
 #include "model/dbtypes.h"
 #include "model/unitdescriptor.h"
+#include "net/mealplandownload.h"
 #include "reports/daysummary.h"
 #include "ui/checkinview.h"
 #include "ui/diaryview.h"
 #include "ui/newprofilewizard.h"
 #include "ui/preferencesdialog.h"
 #include "ui/profiledialog.h"
+#include "ui/publishdialog.h"
+#include "ui/updatedialog.h"
 
 #include <QAction>
 #include <QApplication>
+#include <QCloseEvent>
+#include <QEventLoop>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QProgressDialog>
 #include <QStackedWidget>
 #include <QStatusBar>
 #include <QTextBrowser>
@@ -174,6 +181,52 @@ void MainWindow::createActions()
     tools->addAction(today);
     tools->addAction(next);
 
+    QMenu *web = menuBar()->addMenu(tr("&Tools"));
+    const auto flag = [&brand](const char *id) {
+        return brand.idExists(QLatin1String(id)) && brand.getBool(QLatin1String(id));
+    };
+    if (flag("publish_enabled")) {
+        QAction *publish = web->addAction(icon("graphics.icon.publish"), tr("&Publish Diary"), this,
+                                          [this] { publishDiary(); });
+        tools->addSeparator();
+        tools->addAction(publish);
+    }
+    if (flag("mealplans_enabled")) {
+        web->addAction(icon("graphics.icon.mealplan"), tr("Download &Meal Plan"), this, [this] {
+            MealPlanDownloader *downloader = MealPlanDownloader::instance();
+            if (!downloader->download(_userId)) {
+                QMessageBox::information(this, tr("Meal Plan"),
+                                         downloader->errorText().isEmpty()
+                                             ? tr("The coming week is planned already.")
+                                             : downloader->errorText());
+                return;
+            }
+            QProgressDialog progress(tr("Downloading your meal plan..."), QString(), 0, 0, this);
+            progress.setWindowModality(Qt::WindowModal);
+            QEventLoop loop;
+            bool failed = false;
+            QString text;
+            connect(downloader, &MealPlanDownloader::finished, &loop,
+                    [&](bool error, const QString &message) {
+                        failed = error;
+                        text = message;
+                        loop.quit();
+                    });
+            progress.show();
+            loop.exec();
+            progress.hide();
+            if (failed)
+                QMessageBox::warning(this, tr("Meal Plan"), text);
+            else
+                QMessageBox::information(this, tr("Meal Plan"),
+                                         tr("Your meal plan for the coming week is stored."));
+        });
+    }
+    if (flag("update_enabled") && brand.idExists(QStringLiteral("update_rss_url"))) {
+        web->addAction(icon("graphics.icon.updatedb"), tr("Check for Database &Updates"), this,
+                       [this] { Ui::runDatabaseUpdate(this, true); });
+    }
+
     QMenu *help = menuBar()->addMenu(tr("&Help"));
     help->addAction(icon("graphics.icon.help"), tr("&About %1").arg(windowTitle()), this,
                     [this] { QMessageBox::about(this, tr("About %1").arg(windowTitle()), aboutText()); });
@@ -250,6 +303,32 @@ bool MainWindow::openProfile(int user_id)
     _checkIn->setDate(_diary->date());
     updateReport();
     return true;
+}
+
+QString MainWindow::publishDiary()
+{
+    if (_userId < 0)
+        return QString();
+    PublishProgressDialog dialog(this);
+    const QString result = dialog.publish(_userId);
+    updateReport();
+    return result;
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    // Publish on the way out, when the profile wants it and there is something new.
+    if (_userId >= 0) {
+        const UserSettings settings = UserDB::getSettings(_userId);
+        if (settings.auto_publish && !settings.web_username.isEmpty() &&
+            !DiaryDB().getUnpublishedDates(_userId).isEmpty() &&
+            (!settings.ask_before_publish ||
+             QMessageBox::question(this, tr("Publish Diary"),
+                                   QStringLiteral("Do you want to publish new diary entries to the online "
+                                                  "diary now?")) == QMessageBox::Yes))
+            publishDiary();
+    }
+    QMainWindow::closeEvent(event);
 }
 
 bool MainWindow::deleteProfile()

@@ -34,9 +34,14 @@ public:
     void applyPreferences();
     // Deletes the open profile and opens the next one (or runs the wizard).
     bool deleteProfile();
+    // Publishes the profile's changes with the progress dialog; the result text.
+    QString publishDiary();
 
     // Version and the sources of the reference foods and exercises.
     QString aboutText() const;
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
 
 public slots:
     // Texts from another starting copy of the program ("Wake up!").
