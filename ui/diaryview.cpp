@@ -396,8 +396,10 @@ DiaryView::DiaryView(QWidget *parent)
     auto *layout = new QVBoxLayout(this);
     layout->addLayout(header);
     layout->addWidget(splitter, 1);
-    setTabOrder(_entries, _query);
-    setTabOrder(_query, _matches);
+    // Left to right, top to bottom: the day, then the browser as it reads.
+    QWidget *const order[] = {_entries, _water, _kind, _query, _views, _meal, _serving, _quantity, add};
+    for (size_t i = 1; i < std::size(order); ++i)
+        setTabOrder(order[i - 1], order[i]);
 }
 
 DiaryView::~DiaryView() = default;
