@@ -428,6 +428,12 @@ void TestDesktop::publishFromTheWindow()
     QCOMPARE(button, QStringLiteral("OK (5)"));
     QVERIFY(server.requests.constFirst().contains("xml=%3C%3Fxml"));
     QVERIFY(DiaryDB().getUnpublishedDates(user).isEmpty());
+
+    // And the diary as CSV: the header, the soup, the final line feed.
+    const QString csv = _db.path(QStringLiteral("diary.csv"));
+    QCOMPARE(window.exportDiaryTo(csv), QString());
+    QCOMPARE(DbTest::readFile(csv).count('\n'), 2);
+    QVERIFY(DbTest::readFile(csv).contains("\"Soup\""));
 }
 
 void TestDesktop::ranking_data()

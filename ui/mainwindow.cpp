@@ -4,9 +4,11 @@
 #include "common/lmconstants.h"
 #include "db/diarydb.h"
 #include "db/userdb.h"
+#include "model/dateconversion.h"
 #include "model/dbtypes.h"
 #include "model/unitdescriptor.h"
 #include "net/mealplandownload.h"
+#include "reports/csvexportdiary.h"
 #include "reports/daysummary.h"
 #include "ui/checkinview.h"
 #include "ui/diaryview.h"
@@ -20,6 +22,7 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QEventLoop>
+#include <QFileDialog>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
@@ -108,6 +111,13 @@ void MainWindow::createActions()
                     .arg(name),
                 QMessageBox::Yes | QMessageBox::No, QMessageBox::No) == QMessageBox::Yes)
             deleteProfile();
+    });
+    file->addSeparator();
+    file->addAction(tr("&Export Diary as CSV..."), this, [this] {
+        const QString fileName = QFileDialog::getSaveFileName(
+            this, tr("Export Diary"), QStringLiteral("diary.csv"), tr("CSV files (*.csv)"));
+        if (!fileName.isEmpty())
+            exportDiaryTo(fileName);
     });
     file->addSeparator();
     file->addAction(tr("&Quit"), QKeySequence::Quit, qApp, &QApplication::closeAllWindows);
@@ -303,6 +313,23 @@ bool MainWindow::openProfile(int user_id)
     _checkIn->setDate(_diary->date());
     updateReport();
     return true;
+}
+
+QString MainWindow::exportDiaryTo(const QString &fileName)
+{
+    // The whole diary, from its first day with an item to its last.
+    const QSet<QString> days = DiaryDB().getAllDatesWithEntries(_userId, false);
+    QString error = QStringLiteral("There is nothing in the diary to export!");
+    if (!days.isEmpty()) {
+        const auto [first, last] = std::minmax_element(days.cbegin(), days.cend());
+        error = exportDiary(_userId, fileName, QString(), DateConversion::toQDate(*first),
+                            DateConversion::toQDate(*last), false);
+    }
+    if (!error.isEmpty())
+        QMessageBox::warning(this, tr("Export Diary"), error);
+    else
+        statusBar()->showMessage(tr("The diary is in %1.").arg(fileName), 5000);
+    return error;
 }
 
 QString MainWindow::publishDiary()

@@ -36,6 +36,8 @@ public:
     bool deleteProfile();
     // Publishes the profile's changes with the progress dialog; the result text.
     QString publishDiary();
+    // The whole diary as CSV; the error text, empty on success.
+    QString exportDiaryTo(const QString &fileName);
 
     // Version and the sources of the reference foods and exercises.
     QString aboutText() const;
