@@ -200,6 +200,7 @@ void TestDesktop::checkInAndUnitsEverywhere()
 {
     MainWindow window;
     QVERIFY(window.openProfile(makeProfile()));
+    window.show();
     window.showSection(MainWindow::CheckInSection);
     auto *weight = window.findChild<QDoubleSpinBox *>(QStringLiteral("weight"));
     QCOMPARE(weight->value(), 61.5); // today's, from the profile

@@ -154,6 +154,21 @@ void CheckInView::refresh()
     _steps->setValue(c.steps >= 0 ? int(c.steps) : -1);
     _note->setText(c.note);
 
+    _historyStale = true;
+    if (isVisible())
+        fillHistory();
+}
+
+void CheckInView::showEvent(QShowEvent *event)
+{
+    if (_historyStale)
+        fillHistory(); // years of check-ins wait until someone looks
+    QWidget::showEvent(event);
+}
+
+void CheckInView::fillHistory()
+{
+    _historyStale = false;
     _history->clear();
     for (const CheckIn &earlier : UserDB::getCheckIns(_userId)) {
         auto *item = new QTreeWidgetItem(

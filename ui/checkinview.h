@@ -29,8 +29,12 @@ public:
 signals:
     void checkInChanged();
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 private:
     void refresh();
+    void fillHistory();
 
     int _userId = -1;
     QDate _date = QDate::currentDate();
@@ -43,4 +47,5 @@ private:
     QSpinBox *_steps;
     QLineEdit *_note;
     QTreeWidget *_history;
+    bool _historyStale = true;
 };

@@ -184,18 +184,25 @@ DiaryView::DiaryView(QWidget *parent)
     auto *calendarButton = new QToolButton(this);
     calendarButton->setText(tr("Calendar"));
     calendarButton->setPopupMode(QToolButton::InstantPopup);
-    _calendar = new QCalendarWidget(this);
-    _calendar->setObjectName(QStringLiteral("calendar"));
+    // Made when first opened: the window starts faster without it.
     auto *calendarMenu = new QMenu(calendarButton);
-    auto *calendarAction = new QWidgetAction(calendarMenu);
-    calendarAction->setDefaultWidget(_calendar);
-    calendarMenu->addAction(calendarAction);
     calendarButton->setMenu(calendarMenu);
-    connect(_calendar, &QCalendarWidget::clicked, this, [this, calendarMenu](const QDate &date) {
-        calendarMenu->close();
-        setDate(date);
+    connect(calendarMenu, &QMenu::aboutToShow, this, [this, calendarMenu] {
+        if (_calendar)
+            return;
+        _calendar = new QCalendarWidget(calendarMenu);
+        _calendar->setObjectName(QStringLiteral("calendar"));
+        auto *calendarAction = new QWidgetAction(calendarMenu);
+        calendarAction->setDefaultWidget(_calendar);
+        calendarMenu->addAction(calendarAction);
+        connect(_calendar, &QCalendarWidget::clicked, this, [this, calendarMenu](const QDate &date) {
+            calendarMenu->close();
+            setDate(date);
+        });
+        connect(_calendar, &QCalendarWidget::currentPageChanged, this, &DiaryView::markCalendar);
+        _calendar->setSelectedDate(_date);
+        markCalendar();
     });
-    connect(_calendar, &QCalendarWidget::currentPageChanged, this, &DiaryView::markCalendar);
     auto *header = new QHBoxLayout;
     header->addWidget(back);
     header->addWidget(_title, 1);
@@ -439,7 +446,6 @@ void DiaryView::setUser(int user_id)
     _panel->setVisible(!settings.hideNutrientAndFluid);
     // The name takes the room; quantities and values only what they need.
     _entries->header()->setStretchLastSection(false);
-    _entries->header()->setSectionResizeMode(QHeaderView::ResizeToContents);
     _entries->header()->setSectionResizeMode(0, QHeaderView::Stretch);
     refresh();
     search(_query->text());
@@ -520,6 +526,10 @@ void DiaryView::refresh()
         exercise->setExpanded(true);
     }
 
+    // Measured once per day shown; a resize mode would measure again on every item added.
+    for (int c = 1; c < _entries->columnCount(); ++c)
+        _entries->resizeColumnToContents(c);
+
     const Targets targets = UserDB::getTargets(_userId, day);
     const float net = diary.total(ALL_MEALS, ENERGY);
     const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
@@ -544,14 +554,16 @@ void DiaryView::refresh()
     }
     const QSignalBlocker blocker(_water);
     _water->setValue(UserDB::getWater(_userId, day));
-    const QSignalBlocker calendarBlocker(_calendar);
-    _calendar->setSelectedDate(_date);
-    markCalendar();
+    if (_calendar) {
+        const QSignalBlocker calendarBlocker(_calendar);
+        _calendar->setSelectedDate(_date);
+        markCalendar();
+    }
 }
 
 void DiaryView::markCalendar()
 {
-    if (_userId < 0)
+    if (_userId < 0 || !_calendar)
         return;
     _calendar->setDateTextFormat(QDate(), QTextCharFormat()); // clears every mark
     const QDate first(_calendar->yearShown(), _calendar->monthShown(), 1);

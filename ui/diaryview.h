@@ -112,7 +112,7 @@ private:
     std::function<void()> _undo;
     QList<int> _columns;
     QWidget *_panel;
-    class QCalendarWidget *_calendar;
+    class QCalendarWidget *_calendar = nullptr;
 
     QLabel *_title;
     QTreeWidget *_entries;
