@@ -197,6 +197,14 @@ LmSqlQueryPtr LmSqlDb::prepare(const QString &sql) const
     return LmSqlQueryPtr(query);
 }
 
+LmSqlQueryPtr runBound(const QString &sql, const QVariantList &values)
+{
+    LmSqlQueryPtr query = LmSqlDb::instance()->prepare(sql);
+    if (!execBound(query, values))
+        return LmSqlQueryPtr();
+    return query;
+}
+
 bool execBound(LmSqlQueryPtr &query, const QVariantList &values)
 {
     for (qsizetype i = 0; i < values.size(); ++i)

@@ -125,6 +125,8 @@ private:
 // Binds the values to the statement's placeholders in order and runs it. A failure is logged
 // with the statement and SQLite's text, and reported as false.
 bool execBound(LmSqlQueryPtr &query, const QVariantList &values = {});
+// Prepares a statement and runs it with the values; a null handle when it failed (logged).
+LmSqlQueryPtr runBound(const QString &sql, const QVariantList &values = {});
 
 // Makes sure the user database folder holds a usable database called name: an existing non-empty
 // file, a copy from an older data location of the brand, or a copy of the template in the

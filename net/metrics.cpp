@@ -4,6 +4,7 @@
 #include "db/lmsqldb.h"
 #include "db/synctriggers.h"
 #include "db/userdb.h"
+#include "model/dateconversion.h"
 #include "net/netlog.h"
 #include "net/publish.h"
 
@@ -14,19 +15,6 @@
 namespace {
 
 constexpr int kRetryMs = 5000;
-
-QString webDate(const QString &day)
-{
-    return QStringLiteral("%1-%2-%3").arg(day.left(4), day.mid(4, 2), day.mid(6, 2));
-}
-
-LmSqlQueryPtr run(const QString &sql, const QVariantList &values)
-{
-    LmSqlQueryPtr query = LmSqlDb::instance()->prepare(sql);
-    if (!execBound(query, values))
-        return LmSqlQueryPtr();
-    return query;
-}
 
 } // namespace
 
@@ -41,9 +29,9 @@ Metrics::~Metrics() = default;
 QString Metrics::weightTrend(int user_id, const QString &day)
 {
     LmSqlQueryPtr weighed =
-        run(QStringLiteral("SELECT COUNT(*) FROM (SELECT weight FROM user_checkins WHERE user_id = ? "
-                           "AND date <= ? AND WEIGHT NOT NULL LIMIT 2)"),
-            {user_id, day});
+        runBound(QStringLiteral("SELECT COUNT(*) FROM (SELECT weight FROM user_checkins WHERE user_id = ? "
+                                "AND date <= ? AND WEIGHT NOT NULL LIMIT 2)"),
+                 {user_id, day});
     if (weighed.isNull() || !weighed->next() || weighed->value(0).toInt() < 2)
         return QString();
     return UserDB::weightTrend(user_id, day);
@@ -57,44 +45,44 @@ QString Metrics::buildDocument() const
     xml.startElement(QStringLiteral("metrics"));
     xml.attribute(QStringLiteral("protocol"), QStringLiteral("1.0"));
     LmSqlQueryPtr logins =
-        run(QStringLiteral("SELECT date FROM metrics_startStats_sync WHERE user_id = ? AND state = ?"),
-            {_userId, 1});
+        runBound(QStringLiteral("SELECT date FROM metrics_startStats_sync WHERE user_id = ? AND state = ?"),
+                 {_userId, 1});
     while (!logins.isNull() && logins->next()) {
         const QString day = logins->value(0).toString();
         LmSqlQueryPtr count =
-            run(QStringLiteral("SELECT count FROM metrics_startStats where user_id = ? AND date == ?"),
-                {_userId, day});
+            runBound(QStringLiteral("SELECT count FROM metrics_startStats where user_id = ? AND date == ?"),
+                     {_userId, day});
         xml.startElement(QStringLiteral("login"));
-        xml.attribute(QStringLiteral("date"), webDate(day));
+        xml.attribute(QStringLiteral("date"), DateConversion::toWebDate(day));
         xml.attribute(QStringLiteral("count"),
                       !count.isNull() && count->next() ? count->value(0).toInt() : 0);
         xml.endElement();
     }
-    LmSqlQueryPtr checkins =
-        run(QStringLiteral("SELECT lastModified, date FROM user_checkins_sync WHERE user_id = ? AND state = "
-                           "? AND device = ? "
-                           "AND date in  (SELECT date from user_checkins where weight >= 0 and user_id = ?)"),
-            {_userId, 1, device, _userId});
+    LmSqlQueryPtr checkins = runBound(
+        QStringLiteral("SELECT lastModified, date FROM user_checkins_sync WHERE user_id = ? AND state = "
+                       "? AND device = ? "
+                       "AND date in  (SELECT date from user_checkins where weight >= 0 and user_id = ?)"),
+        {_userId, 1, device, _userId});
     while (!checkins.isNull() && checkins->next()) {
         const QString day = checkins->value(1).toString();
         xml.startElement(QStringLiteral("checkin"));
-        xml.attribute(QStringLiteral("modified"), webDate(checkins->value(0).toString()));
-        xml.attribute(QStringLiteral("date"), webDate(day));
+        xml.attribute(QStringLiteral("modified"), DateConversion::toWebDate(checkins->value(0).toString()));
+        xml.attribute(QStringLiteral("date"), DateConversion::toWebDate(day));
         xml.attribute(QStringLiteral("trend"), weightTrend(_userId, day));
         xml.endElement();
     }
     QMap<QPair<QString, QString>, int> changedFoods; // (modified, day) -> rows
     LmSqlQueryPtr foods =
-        run(QStringLiteral("SELECT lastModified, date FROM food_diary_sync, food_diary WHERE device=? "
-                           "AND food_diary_sync.food_id = food_diary.food_id AND user_id = ? and "
-                           "state = ?"),
-            {device, _userId, 1});
+        runBound(QStringLiteral("SELECT lastModified, date FROM food_diary_sync, food_diary WHERE device=? "
+                                "AND food_diary_sync.food_id = food_diary.food_id AND user_id = ? and "
+                                "state = ?"),
+                 {device, _userId, 1});
     while (!foods.isNull() && foods->next())
         ++changedFoods[{foods->value(0).toString(), foods->value(1).toString()}];
     for (auto it = changedFoods.cbegin(); it != changedFoods.cend(); ++it) {
         xml.startElement(QStringLiteral("fooddiary"));
-        xml.attribute(QStringLiteral("modified"), webDate(it.key().first));
-        xml.attribute(QStringLiteral("date"), webDate(it.key().second));
+        xml.attribute(QStringLiteral("modified"), DateConversion::toWebDate(it.key().first));
+        xml.attribute(QStringLiteral("date"), DateConversion::toWebDate(it.key().second));
         xml.attribute(QStringLiteral("count"), it.value());
         xml.endElement();
     }
@@ -197,14 +185,15 @@ void Metrics::httpsDone(bool error)
 void Metrics::resetUserMetrics(int user_id)
 {
     const int device = deviceId(QStringLiteral("metrics"));
-    run(QStringLiteral(
-            "UPDATE food_diary_sync SET state = ? WHERE device = ? AND food_id IN (SELECT food_id FROM "
-            "food_diary WHERE user_id = ?) AND state = ?"),
-        {0, device, user_id, 1});
-    run(QStringLiteral(
-            "UPDATE user_checkins_sync SET state = ? WHERE device = ? AND user_id = ? AND state = ?"),
-        {0, device, user_id, 1});
-    run(QStringLiteral(
+    runBound(QStringLiteral(
+                 "UPDATE food_diary_sync SET state = ? WHERE device = ? AND food_id IN (SELECT food_id FROM "
+                 "food_diary WHERE user_id = ?) AND state = ?"),
+             {0, device, user_id, 1});
+    runBound(QStringLiteral(
+                 "UPDATE user_checkins_sync SET state = ? WHERE device = ? AND user_id = ? AND state = ?"),
+             {0, device, user_id, 1});
+    runBound(
+        QStringLiteral(
             "UPDATE metrics_startStats_sync SET state = ? WHERE device = ? AND user_id = ? AND state = ?"),
         {0, device, user_id, 1});
 }

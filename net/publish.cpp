@@ -19,11 +19,6 @@
 
 namespace {
 
-QString webDate(const QString &day)
-{
-    return day.left(4) + QLatin1Char('-') + day.mid(4, 2) + QLatin1Char('-') + day.mid(6, 2);
-}
-
 QString webAddress()
 {
     return BrandEngine::instance().getString(QStringLiteral("web_address"));
@@ -238,7 +233,7 @@ QString LmPublish::buildDocument()
     if (execBound(changed, {_userId})) {
         while (changed->next()) {
             xml.startElement(QStringLiteral("checkin"));
-            xml.attribute(QStringLiteral("date"), webDate(changed->value(0).toString()));
+            xml.attribute(QStringLiteral("date"), DateConversion::toWebDate(changed->value(0).toString()));
             const char *names[] = {"weight", "chest", "hips", "thigh", "waist"};
             for (int i = 0; i < 5; ++i) {
                 const QVariant v = changed->value(i + 1);
@@ -256,7 +251,7 @@ QString LmPublish::buildDocument()
     if (execBound(deleted, {2, _userId})) {
         while (deleted->next()) {
             xml.startElement(QStringLiteral("checkin"));
-            xml.attribute(QStringLiteral("date"), webDate(deleted->value(0).toString()));
+            xml.attribute(QStringLiteral("date"), DateConversion::toWebDate(deleted->value(0).toString()));
             xml.endElement();
         }
     }
@@ -272,7 +267,7 @@ QString LmPublish::buildDocument()
             const int cups = waters->value(1).toInt();
             LM_ASSERT(date.size() == 8 && cups >= 0);
             xml.startElement(QStringLiteral("water"));
-            xml.attribute(QStringLiteral("date"), webDate(date));
+            xml.attribute(QStringLiteral("date"), DateConversion::toWebDate(date));
             xml.attribute(QStringLiteral("cups"), cups);
             xml.endElement();
         }
@@ -294,7 +289,7 @@ bool LmPublish::writeDay(XmlWriter &xml, const QString &day)
     _publishedDays.append(day);
 
     xml.startElement(QStringLiteral("diaryday"));
-    xml.attribute(QStringLiteral("date"), webDate(day));
+    xml.attribute(QStringLiteral("date"), DateConversion::toWebDate(day));
     struct Group
     {
         char letter;
@@ -312,7 +307,7 @@ bool LmPublish::writeDay(XmlWriter &xml, const QString &day)
             if (!open) {
                 xml.startElement(QStringLiteral("group"));
                 xml.attribute(QStringLiteral("id"), int(group.letter)); // the code, as the server expects
-                xml.attribute(QStringLiteral("date"), webDate(day));
+                xml.attribute(QStringLiteral("date"), DateConversion::toWebDate(day));
                 xml.attribute(QStringLiteral("meal"), QString(QLatin1Char(group.letter)));
                 xml.attribute(QStringLiteral("desc"), QLatin1String(group.word));
                 open = true;
@@ -336,7 +331,7 @@ bool LmPublish::writeDay(XmlWriter &xml, const QString &day)
     if (!diary.exercises.isEmpty()) {
         xml.startElement(QStringLiteral("group"));
         xml.attribute(QStringLiteral("id"), int('E'));
-        xml.attribute(QStringLiteral("date"), webDate(day));
+        xml.attribute(QStringLiteral("date"), DateConversion::toWebDate(day));
         xml.attribute(QStringLiteral("meal"), QStringLiteral("E"));
         xml.attribute(QStringLiteral("desc"), QStringLiteral("Exercise"));
         for (const ExerciseDiaryItem &exercise : diary.exercises) {

@@ -329,22 +329,6 @@ QHttps::QHttps(QSslSocket *socket, const QString &peerName, QObject *parent)
 
 QHttps::~QHttps() = default;
 
-QString QHttps::statusText(int state, const QString &host)
-{
-    const bool named = !host.isEmpty();
-    switch (state) {
-    case Connecting:
-        return named ? QStringLiteral("Host %1 found").arg(host) : QStringLiteral("Host found");
-    case Connected:
-        return named ? QStringLiteral("Connected to host %1").arg(host) : QStringLiteral("Connected to host");
-    case Unconnected:
-        return named ? QStringLiteral("Connection to %1 closed").arg(host)
-                     : QStringLiteral("Connection closed");
-    default:
-        return QString();
-    }
-}
-
 void QHttps::setIdleTimeout(int ms)
 {
     g_idleTimeout = ms;

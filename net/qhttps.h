@@ -182,10 +182,6 @@ public:
     // Aborts the current request and drops the queued ones (error Aborted).
     void abort();
 
-    // What a state change means for the user ("Connected to host example.org"); empty for states
-    // without a text. Without a host the texts name none.
-    static QString statusText(int state, const QString &host);
-
     // The silence after which a connection or response counts as closed; 60 s unless a test
     // needs it shorter.
     static void setIdleTimeout(int ms);

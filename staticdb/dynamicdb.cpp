@@ -61,14 +61,6 @@ DynamicDB::DynamicDB(const Tables &tables, int user_id)
     rebuild();
 }
 
-LmSqlQueryPtr DynamicDB::run(const QString &sql, const QVariantList &values)
-{
-    LmSqlQueryPtr query = LmSqlDb::instance()->prepare(sql);
-    if (!execBound(query, values))
-        return LmSqlQueryPtr();
-    return query;
-}
-
 QString DynamicDB::sql(const char *text) const
 {
     // Not arg(): it numbers the placeholders a text holds, not the ones named.
@@ -81,7 +73,7 @@ QString DynamicDB::sql(const char *text) const
 
 bool DynamicDB::change(const char *text, const QVariantList &values)
 {
-    const bool ok = !run(sql(text), values).isNull();
+    const bool ok = !runBound(sql(text), values).isNull();
     rebuild();
     return ok;
 }
@@ -92,12 +84,12 @@ int DynamicDB::userRootId(const Tables &tables, int user_id)
     const int root = rootIdOf(user_id);
     const QLatin1String table(tables.categoryTable);
     LmSqlQueryPtr count =
-        run(QStringLiteral("SELECT COUNT(*) FROM %1 WHERE category_id = ?").arg(table), {root});
+        runBound(QStringLiteral("SELECT COUNT(*) FROM %1 WHERE category_id = ?").arg(table), {root});
     if (!count.isNull() && count->next() && count->value(0).toInt() < 1) {
         const QString owner = user_id == -1 ? QStringLiteral("Shared ") : QStringLiteral("My ");
-        run(QStringLiteral("INSERT INTO %1(category_id, parent_id, %2) VALUES (?, ?, ?)")
-                .arg(table, QLatin1String(tables.nameColumn)),
-            {root, 0, owner + QLatin1String(tables.baseName)});
+        runBound(QStringLiteral("INSERT INTO %1(category_id, parent_id, %2) VALUES (?, ?, ?)")
+                     .arg(table, QLatin1String(tables.nameColumn)),
+                 {root, 0, owner + QLatin1String(tables.baseName)});
     }
     return root;
 }
@@ -107,7 +99,7 @@ int DynamicDB::addCategory(int parent, const QString &name, int id)
     if (id < 0) {
         // Roots lie above the range looked at, so the first category is 0x1000000 all the same.
         LmSqlQueryPtr next =
-            run(sql("SELECT MAX(category_id)+1 FROM %1 WHERE category_id+1 < ?"), {kUserRootBase});
+            runBound(sql("SELECT MAX(category_id)+1 FROM %1 WHERE category_id+1 < ?"), {kUserRootBase});
         const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
         id = candidate >= kFirstCustomId + 1 ? candidate : kFirstCustomId;
     }
@@ -137,7 +129,7 @@ bool DynamicDB::deleteItem(int id)
 
 QString DynamicDB::categoryName(int id) const
 {
-    LmSqlQueryPtr query = run(sql("SELECT %4 FROM %1 WHERE category_id = ?"), {id});
+    LmSqlQueryPtr query = runBound(sql("SELECT %4 FROM %1 WHERE category_id = ?"), {id});
     return !query.isNull() && query->next() ? query->value(0).toString() : QString();
 }
 
@@ -156,12 +148,12 @@ QList<QPair<int, QString>> pairs(LmSqlQueryPtr query)
 QList<QPair<int, QString>> DynamicDB::subcategories(int category) const
 {
     return pairs(
-        run(sql("SELECT category_id, %4 FROM %1 WHERE parent_id = ? ORDER BY UPPER(%4)"), {category}));
+        runBound(sql("SELECT category_id, %4 FROM %1 WHERE parent_id = ? ORDER BY UPPER(%4)"), {category}));
 }
 
 QList<QPair<int, QString>> DynamicDB::itemsOf(int category) const
 {
-    return pairs(run(sql("SELECT %3, %4 FROM %2 WHERE category_id = ? ORDER BY UPPER(%4)"), {category}));
+    return pairs(runBound(sql("SELECT %3, %4 FROM %2 WHERE category_id = ? ORDER BY UPPER(%4)"), {category}));
 }
 
 bool DynamicDB::deleteCategoryRows(int id)
@@ -171,8 +163,8 @@ bool DynamicDB::deleteCategoryRows(int id)
         if (sub.first != id)
             ok = deleteCategoryRows(sub.first) && ok;
     }
-    ok = !run(sql("DELETE FROM %2 WHERE category_id = ?"), {id}).isNull() && ok;
-    ok = !run(sql("DELETE FROM %1 WHERE category_id = ?"), {id}).isNull() && ok;
+    ok = !runBound(sql("DELETE FROM %2 WHERE category_id = ?"), {id}).isNull() && ok;
+    ok = !runBound(sql("DELETE FROM %1 WHERE category_id = ?"), {id}).isNull() && ok;
     return ok;
 }
 

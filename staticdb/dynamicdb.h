@@ -57,8 +57,6 @@ public:
     void rebuild();
 
 protected:
-    // Runs a statement with its values bound in order; a null handle when it failed.
-    static LmSqlQueryPtr run(const QString &sql, const QVariantList &values);
     // The statement text with %1 category table, %2 item table, %3 item id, %4 name column.
     QString sql(const char *text) const;
     // A changing statement, then the index rebuilt.

@@ -48,7 +48,7 @@ ExDBDynamic::ExDBDynamic(int user_id)
 
 bool ExDBDynamic::exercise(int id, Exercise *exercise) const
 {
-    LmSqlQueryPtr query = run(
+    LmSqlQueryPtr query = runBound(
         QStringLiteral("SELECT category_id, description, scale FROM custom_exercises WHERE activity_id = ?"),
         {id});
     if (query.isNull() || !query->next())
@@ -61,7 +61,7 @@ bool ExDBDynamic::exercise(int id, Exercise *exercise) const
 
 int ExDBDynamic::categoryOf(int id) const
 {
-    LmSqlQueryPtr query = run(
+    LmSqlQueryPtr query = runBound(
         QStringLiteral("SELECT category_id, description, scale FROM custom_exercises WHERE activity_id = ?"),
         {id});
     return !query.isNull() && query->next() ? query->value(0).toInt() : -1;
@@ -69,7 +69,7 @@ int ExDBDynamic::categoryOf(int id) const
 
 int ExDBDynamic::addExercise(int category, const QString &description, float scale)
 {
-    LmSqlQueryPtr next = run(QStringLiteral("SELECT MAX(activity_id)+1 FROM custom_exercises"), {});
+    LmSqlQueryPtr next = runBound(QStringLiteral("SELECT MAX(activity_id)+1 FROM custom_exercises"), {});
     const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
     // Unlike foods, a candidate equal to the first id is taken as it is.
     const int id = candidate >= kFirstCustomId ? candidate : kFirstCustomId;

@@ -66,14 +66,6 @@ private:
     qsizetype _pos = 0;
 };
 
-LmSqlQueryPtr run(const QString &sql, const QVariantList &values)
-{
-    LmSqlQueryPtr query = LmSqlDb::instance()->prepare(sql);
-    if (!execBound(query, values))
-        return LmSqlQueryPtr();
-    return query;
-}
-
 // FoodValue of each nutrient column of custom_foods, in the statements' column order.
 constexpr int kColumnOrder[FV_COUNT] = {FV_CALORIES,      FV_FAT,         FV_PROTEIN, FV_CARB,  FV_FIBER,
                                         FV_SATURATED_FAT, FV_CHOLESTEROL, FV_SODIUM,  FV_SUGAR, FV_CALCIUM};
@@ -241,8 +233,8 @@ FoodDBDynamic::FoodDBDynamic(int user_id)
 
 QVariant FoodDBDynamic::column(const char *name, int id) const
 {
-    LmSqlQueryPtr query =
-        run(QStringLiteral("SELECT %1 FROM custom_foods WHERE food_id = ?").arg(QLatin1String(name)), {id});
+    LmSqlQueryPtr query = runBound(
+        QStringLiteral("SELECT %1 FROM custom_foods WHERE food_id = ?").arg(QLatin1String(name)), {id});
     return !query.isNull() && query->next() ? query->value(0) : QVariant();
 }
 
@@ -270,9 +262,9 @@ int FoodDBDynamic::categoryOf(int id) const
 bool FoodDBDynamic::food(int id, Food *food) const
 {
     LmSqlQueryPtr query =
-        run(QStringLiteral("SELECT calories, fat, protein, carb, fiber, saturated_fat, cholesterol, "
-                           "sodium, sugar, calcium FROM custom_foods WHERE food_id = ?"),
-            {id});
+        runBound(QStringLiteral("SELECT calories, fat, protein, carb, fiber, saturated_fat, cholesterol, "
+                                "sodium, sugar, calcium FROM custom_foods WHERE food_id = ?"),
+                 {id});
     if (query.isNull() || !query->next())
         return false;
     food->values.fill(kAbsentValue);
@@ -296,7 +288,7 @@ QList<FoodServing> FoodDBDynamic::servings(int id) const
 int FoodDBDynamic::addFood(const QString &name, const QString &servingName,
                            const std::array<float, FV_COUNT> &values, int category)
 {
-    LmSqlQueryPtr next = run(QStringLiteral("SELECT MAX(food_id)+1 FROM custom_foods"), {});
+    LmSqlQueryPtr next = runBound(QStringLiteral("SELECT MAX(food_id)+1 FROM custom_foods"), {});
     const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
     const int id = candidate > kFirstCustomId ? candidate : kFirstCustomId;
     const QVariantList bound =
@@ -349,8 +341,8 @@ int Favorites::typeOf(int modeBits)
 bool Favorites::add(int user_id, int type, int item_id)
 {
     favoriteCache().user_id = -2;
-    return !run(QStringLiteral("INSERT INTO favorites (user_id, item_type, item_id) VALUES (?, ?, ?)"),
-                {user_id, type, item_id})
+    return !runBound(QStringLiteral("INSERT INTO favorites (user_id, item_type, item_id) VALUES (?, ?, ?)"),
+                     {user_id, type, item_id})
                 .isNull();
 }
 
@@ -358,14 +350,15 @@ bool Favorites::remove(int user_id, int type, int item_id)
 {
     // Removing must not leave the removed item in a cached list either.
     favoriteCache().user_id = -2;
-    return !run(QStringLiteral("DELETE FROM favorites where user_id = ? AND item_type = ? AND item_id = ?"),
+    return !runBound(
+                QStringLiteral("DELETE FROM favorites where user_id = ? AND item_type = ? AND item_id = ?"),
                 {user_id, type, item_id})
                 .isNull();
 }
 
 bool Favorites::contains(int user_id, int type, int item_id)
 {
-    LmSqlQueryPtr query = run(
+    LmSqlQueryPtr query = runBound(
         QStringLiteral("SELECT item_id FROM favorites where user_id = ? AND item_type = ? AND item_id = ?"),
         {user_id, type, item_id});
     return !query.isNull() && query->next();
@@ -379,7 +372,7 @@ QList<int> Favorites::list(int user_id, int type)
     if (cache.user_id == user_id && cache.type == type)
         return cache.items;
     QList<int> items;
-    LmSqlQueryPtr query = run(
+    LmSqlQueryPtr query = runBound(
         QStringLiteral("SELECT item_id FROM favorites where user_id = ? AND item_type = ?"), {user_id, type});
     if (query.isNull())
         return items;

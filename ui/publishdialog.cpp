@@ -2,7 +2,6 @@
 
 #include "brand/brandengine.h"
 #include "net/publish.h"
-#include "net/qhttps.h"
 
 #include <QGridLayout>
 #include <QLabel>
@@ -71,8 +70,6 @@ QString PublishProgressDialog::publish(int user_id)
         result = text;
         finish(text);
     });
-    connect(publisher.http(), &LmHttp::stateChanged, this, &PublishProgressDialog::updateState);
-    connect(publisher.http(), &LmHttp::proxyFound, this, &PublishProgressDialog::processProxyInfo);
     connect(publisher.http(), &LmHttp::dataSendProgress, this, &PublishProgressDialog::updateProgress);
     if (!publisher.publish())
         return QString();
@@ -81,35 +78,11 @@ QString PublishProgressDialog::publish(int user_id)
     return result;
 }
 
-void PublishProgressDialog::updateState(int state)
-{
-    if (_finished)
-        return;
-    const QPair<int, int> steps[] = {{QHttps::Connecting, 0},
-                                     {QHttps::Sending, 1},
-                                     {QHttps::Reading, 2},
-                                     {QHttps::Closing, 3},
-                                     {QHttps::Unconnected, 4}};
-    for (const auto &[httpState, step] : steps) {
-        if (state == httpState) {
-            _texts[step]->setEnabled(true);
-            _marks[step]->setPixmap(mark("graphics.icon.tick"));
-        }
-    }
-}
-
 void PublishProgressDialog::updateProgress(int done, int total)
 {
     // The bar reaches its end only when the whole publish has.
     _progress->setMaximum(std::max(total, 1));
     _progress->setValue(done == total ? done - 1 : done);
-}
-
-void PublishProgressDialog::processProxyInfo(const QString &proxy)
-{
-    _texts[0]->setText(proxy == QLatin1String("DIRECT")
-                           ? QStringLiteral("Connect to Internet (Using DIRECT connection)")
-                           : QStringLiteral("Connect to Internet (Using Proxy ") + proxy + QLatin1Char(')'));
 }
 
 void PublishProgressDialog::setStep(int step, bool ok, const QString &text)

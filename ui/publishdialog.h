@@ -22,9 +22,7 @@ public:
     QString publish(int user_id);
 
 public slots:
-    void updateState(int state);
     void updateProgress(int done, int total);
-    void processProxyInfo(const QString &proxy);
     void setStep(int step, bool ok, const QString &text);
     void finish(const QString &result);
 
