@@ -1,16 +1,18 @@
 #include "brand/brandengine.h"
 
-#include <QPixmapCache>
-
 #include "brand/brandlog.h"
 #include "brand/tarfilereader.h"
 #include "common/lmassert.h"
 #include "common/lmconstants.h"
 
+#include <QBuffer>
 #include <QCryptographicHash>
-#include <QDomDocument>
+#include <QFileInfo>
+#include <QImageReader>
+#include <QPixmapCache>
 #include <QRegularExpression>
 #include <QUrl>
+#include <QXmlStreamReader>
 
 #include <algorithm>
 
@@ -35,6 +37,19 @@ const QString kMembershipText = QStringLiteral(
     "${BRAND_ID} members. This process will also upload your\ncheck-in information.\n\nYou have not set your "
     "username or password. To do this,\ngo to the internet section of the preferences dialog\nand fill out "
     "the ${WEB_ADDRESS} login box.");
+
+// Whether a member's whole name matches the pattern. A plain name ('.' matches itself) that is
+// in the catalogue needs no regular expression: dozens of them made a visible part of the start.
+bool hasMember(const TarFileReader &archive, const QString &pattern)
+{
+    const bool plain = std::all_of(pattern.cbegin(), pattern.cend(), [](QChar c) {
+        return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') || c == u'/' ||
+               c == u'_' || c == u'-' || c == u'.';
+    });
+    if (plain && archive.catalogue().count(pattern.toUtf8()) > 0)
+        return true;
+    return !archive.list(pattern, Qt::CaseSensitive).isEmpty();
+}
 
 } // namespace
 
@@ -83,25 +98,31 @@ bool BrandEngine::load(const QString &archivePath)
 
 void BrandEngine::loadDocument(TarFileReader &archive, const QString &memberName)
 {
-    // A document that does not parse in full counts as not a brand file: half of one must
-    // not load.
-    QDomDocument document;
-    const bool parsed = bool(document.setContent(archive.read(memberName)));
-    const QDomElement root = document.documentElement();
-    if (!parsed || root.tagName() != QLatin1String("brand")) {
+    // The root's child elements, taken only once the whole document has parsed: half of a
+    // brand file must not load.
+    QXmlStreamReader xml(archive.read(memberName));
+    QList<Element> elements;
+    bool brandRoot = false;
+    if (xml.readNextStartElement()) {
+        brandRoot = xml.qualifiedName() == QLatin1String("brand");
+        while (brandRoot && xml.readNextStartElement()) {
+            elements.append({xml.qualifiedName().toString(), xml.attributes()});
+            xml.skipCurrentElement();
+        }
+    }
+    while (!xml.atEnd())
+        xml.readNext();
+    if (xml.hasError() || !brandRoot) {
         qCWarning(lcBrand, "BrandEngine: Skipping what looks not to be a branding xml file: %s",
                   qUtf8Printable(memberName));
         return;
     }
-    for (QDomNode node = root.firstChild(); !node.isNull(); node = node.nextSibling()) {
-        if (!node.isElement())
+    for (const Element &element : std::as_const(elements)) {
+        if (element.attributes.hasAttribute(QLatin1String("platform")) &&
+            !platformMatches(element.attributes.value(QLatin1String("platform")).toString()))
             continue;
-        const QDomElement element = node.toElement();
-        if (element.hasAttribute(QStringLiteral("platform")) &&
-            !platformMatches(element.attribute(QStringLiteral("platform"))))
-            continue;
-        if (element.hasAttribute(QStringLiteral("product"))) {
-            const QString product = element.attribute(QStringLiteral("product"));
+        if (element.attributes.hasAttribute(QLatin1String("product"))) {
+            const QString product = element.attributes.value(QLatin1String("product")).toString();
             if (!productMatches(product, QLatin1String(Lm::kProductKeyword))) {
                 qCWarning(lcBrand,
                           "BrandEngine: Skipping element as it is not flagged for this product but '%s'",
@@ -113,11 +134,11 @@ void BrandEngine::loadDocument(TarFileReader &archive, const QString &memberName
     }
 }
 
-void BrandEngine::handleElement(TarFileReader &archive, const QDomElement &element, const QString &memberName)
+void BrandEngine::handleElement(TarFileReader &archive, const Element &element, const QString &memberName)
 {
-    const QString tag = element.tagName();
-    const QString id = element.attribute(QStringLiteral("id"));
-    const QString value = element.attribute(QStringLiteral("value"));
+    const QString &tag = element.tag;
+    const QString id = element.attributes.value(QLatin1String("id")).toString();
+    const QString value = element.attributes.value(QLatin1String("value")).toString();
     if (tag == QLatin1String("string")) {
         if (!id.isEmpty() && !value.isEmpty())
             _strings.insert(id, value);
@@ -129,9 +150,9 @@ void BrandEngine::handleElement(TarFileReader &archive, const QDomElement &eleme
         if (!id.isEmpty() && (lower == QLatin1String("true") || lower == QLatin1String("false")))
             _bools.insert(id, lower == QLatin1String("true"));
     } else if (tag == QLatin1String("image")) {
-        const QString fileRef = element.attribute(QStringLiteral("fileref"));
+        const QString fileRef = element.attributes.value(QLatin1String("fileref")).toString();
         if (!id.isEmpty() && !fileRef.isEmpty()) {
-            if (archive.list(fileRef, Qt::CaseSensitive).isEmpty()) {
+            if (!hasMember(archive, fileRef)) {
                 qCWarning(lcBrand, "BrandEngine: can't find image file '%s' in archive",
                           qUtf8Printable(fileRef));
             }
@@ -212,7 +233,16 @@ QPixmap BrandEngine::getPixmap(const QString &id) const
     QPixmap pixmap;
     if (QPixmapCache::find(key, &pixmap))
         return pixmap;
-    pixmap.loadFromData(getImageData(id));
+    QByteArray data = getImageData(id);
+    // Reading by the member's suffix keeps Qt from loading every image plug-in to sniff the data
+    // (milliseconds at start-up); a member whose name lies about its contents is still sniffed.
+    QBuffer buffer(&data);
+    QImageReader reader(&buffer, QFileInfo(_images.value(id).fileRef).suffix().toLatin1());
+    reader.setAutoDetectImageFormat(false);
+    QImage image = reader.read();
+    if (image.isNull())
+        image = QImage::fromData(data);
+    pixmap = QPixmap::fromImage(std::move(image));
     QPixmapCache::insert(key, pixmap);
     return pixmap;
 }

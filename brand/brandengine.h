@@ -13,12 +13,12 @@
 #include <QPixmap>
 #include <QString>
 #include <QStringList>
+#include <QXmlStreamReader>
 
 #include <memory>
 #include <vector>
 
 class TarFileReader;
-class QDomElement;
 
 // Values for the URL variables that are not fixed by the build.
 struct BrandUrlValues
@@ -77,7 +77,12 @@ private:
 
     int _generation = 0; // tells the decoded images of one load from another's
     void loadDocument(TarFileReader &archive, const QString &memberName);
-    void handleElement(TarFileReader &archive, const QDomElement &element, const QString &memberName);
+    struct Element
+    {
+        QString tag;
+        QXmlStreamAttributes attributes;
+    };
+    void handleElement(TarFileReader &archive, const Element &element, const QString &memberName);
 
     struct ImageRef
     {

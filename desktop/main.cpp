@@ -16,16 +16,21 @@
 #include "ui/singleapplication.h"
 #include "ui/updatedialog.h"
 
+#include <QBuffer>
 #include <QDialog>
 #include <QDir>
+#include <QFontDatabase>
+#include <QImageReader>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSqlDatabase>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -79,6 +84,18 @@ int main(int argc, char *argv[])
     if (app.sendMessage(QStringLiteral("Wake up!"), 5000))
         return 0;
     app.initialize();
+    // Loading the SQL driver and the image plug-ins and reading the system's fonts take
+    // milliseconds: they run beside the brand, the splash and the database, and whatever needs
+    // them first waits for them.
+    std::jthread warmUp([] {
+        const QString warmUpConnection = QStringLiteral("tarnwell-warm-up");
+        QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), warmUpConnection);
+        QSqlDatabase::removeDatabase(warmUpConnection);
+        QFontDatabase::families();
+        QByteArray header("\x89PNG\r\n\x1a\n");
+        QBuffer buffer(&header);
+        QImageReader(&buffer).canRead();
+    });
     Lm::installMessageHandler(Lm::MessageHandlerMode::Desktop);
     Ui::installMessageBoxes();
 

@@ -34,6 +34,7 @@
 #include <QStatusBar>
 #include <QTextBrowser>
 #include <QToolBar>
+#include <QVBoxLayout>
 
 MainWindow::MainWindow(QWidget *parent)
     : QMainWindow(parent)
@@ -55,17 +56,16 @@ MainWindow::MainWindow(QWidget *parent)
         new QListWidgetItem(QIcon(brand.getPixmap(QLatin1String(icon))), name, _sections);
 
     _diary = new DiaryView(this);
-    _checkIn = new CheckInView(this);
+    _checkInPage = new QWidget(this);
+    (new QVBoxLayout(_checkInPage))->setContentsMargins(0, 0, 0, 0);
     _report = new QTextBrowser(this);
     _report->setObjectName(QStringLiteral("report"));
     _pages = new QStackedWidget(this);
     _pages->addWidget(_diary);
-    _pages->addWidget(_checkIn);
+    _pages->addWidget(_checkInPage);
     _pages->addWidget(_report);
     connect(_sections, &QListWidget::currentRowChanged, this, &MainWindow::showSection);
     connect(_diary, &DiaryView::dayChanged, this, &MainWindow::updateReport);
-    connect(_diary, &DiaryView::dayChanged, _checkIn, &CheckInView::setDate);
-    connect(_checkIn, &CheckInView::checkInChanged, this, &MainWindow::updateReport);
 
     auto *central = new QWidget(this);
     auto *layout = new QHBoxLayout(central);
@@ -257,14 +257,32 @@ void MainWindow::applyPreferences()
 {
     // Units and meal names show everywhere at once.
     _diary->preferencesChanged();
-    _checkIn->setUser(_userId);
+    if (_checkIn)
+        _checkIn->setUser(_userId);
     updateReport();
+}
+
+CheckInView *MainWindow::checkIn()
+{
+    if (_checkIn)
+        return _checkIn;
+    _checkIn = new CheckInView(_checkInPage);
+    _checkInPage->layout()->addWidget(_checkIn);
+    connect(_diary, &DiaryView::dayChanged, _checkIn, &CheckInView::setDate);
+    connect(_checkIn, &CheckInView::checkInChanged, this, &MainWindow::updateReport);
+    if (_userId >= 0) {
+        _checkIn->setUser(_userId);
+        _checkIn->setDate(_diary->date());
+    }
+    return _checkIn;
 }
 
 void MainWindow::showSection(int section)
 {
     if (section < 0 || section > ReportsSection)
         return;
+    if (section == CheckInSection)
+        checkIn();
     _sections->setCurrentRow(section);
     _pages->setCurrentIndex(section);
     if (section == ReportsSection)
@@ -309,8 +327,10 @@ bool MainWindow::openProfile(int user_id)
     const QSignalBlocker blocker(_panelAction);
     _panelAction->setChecked(!UserDB::getSettings(user_id).hideNutrientAndFluid);
     _diary->setUser(user_id);
-    _checkIn->setUser(user_id);
-    _checkIn->setDate(_diary->date());
+    if (_checkIn) {
+        _checkIn->setUser(user_id);
+        _checkIn->setDate(_diary->date());
+    }
     updateReport();
     return true;
 }

@@ -27,7 +27,8 @@ public:
     bool openProfile(int user_id);
     int currentUser() const { return _userId; }
     DiaryView *diary() const { return _diary; }
-    CheckInView *checkIn() const { return _checkIn; }
+    // Made when first wanted: the window starts faster without it.
+    CheckInView *checkIn();
     void showSection(int section);
     // The preferences dialog; true when they changed.
     bool editPreferences();
@@ -61,6 +62,7 @@ private:
     QListWidget *_sections;
     QStackedWidget *_pages;
     DiaryView *_diary;
-    CheckInView *_checkIn;
+    QWidget *_checkInPage;
+    CheckInView *_checkIn = nullptr;
     QTextBrowser *_report;
 };

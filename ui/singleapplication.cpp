@@ -1,9 +1,17 @@
 #include "ui/singleapplication.h"
 
 #include <QCryptographicHash>
+#include <QDeadlineTimer>
 #include <QDir>
+#include <QFile>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QThread>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 SingleApplication::SingleApplication(const QString &identifier, int &argc, char **argv)
     : QApplication(argc, argv)
@@ -11,7 +19,11 @@ SingleApplication::SingleApplication(const QString &identifier, int &argc, char 
 {
 }
 
-SingleApplication::~SingleApplication() = default;
+SingleApplication::~SingleApplication()
+{
+    if (_lockFd >= 0)
+        ::close(_lockFd);
+}
 
 QString SingleApplication::serverName(const QString &identifier)
 {
@@ -43,11 +55,21 @@ bool SingleApplication::sendMessage(const QString &message, int timeoutMs)
 
 bool SingleApplication::initialize()
 {
-    _lock =
-        std::make_unique<QLockFile>(QDir::tempPath() + QLatin1Char('/') + _name + QStringLiteral(".lock"));
-    _lock->setStaleLockTime(0);
-    if (!_lock->tryLock(100))
+    // The kernel drops the lock when the process ends, however it ends: no stale lock to judge,
+    // and nothing is written to disk on every start.
+    const QByteArray path = QFile::encodeName(QDir::tempPath() + QLatin1Char('/') + _name + QStringLiteral(".lock"));
+    _lockFd = ::open(path.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (_lockFd < 0)
         return false;
+    const QDeadlineTimer deadline(100);
+    while (::flock(_lockFd, LOCK_EX | LOCK_NB) != 0) {
+        if ((errno != EWOULDBLOCK && errno != EINTR) || deadline.hasExpired()) {
+            ::close(_lockFd);
+            _lockFd = -1;
+            return false;
+        }
+        QThread::msleep(5);
+    }
     QLocalServer::removeServer(_name); // a socket left by a copy that crashed
     _server = new QLocalServer(this);
     _server->setSocketOptions(QLocalServer::UserAccessOption);

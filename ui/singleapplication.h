@@ -6,10 +6,7 @@
 // which copy listens when two start at once.
 
 #include <QApplication>
-#include <QLockFile>
 #include <QString>
-
-#include <memory>
 
 class QLocalServer;
 
@@ -35,6 +32,6 @@ private:
     void acceptConnection();
 
     QString _name;
-    std::unique_ptr<QLockFile> _lock;
+    int _lockFd = -1;
     QLocalServer *_server = nullptr;
 };
