@@ -395,6 +395,19 @@ void TestDesktop::browseTreeAndCustomFoods()
     QVERIFY(
         !tree->findItems(QStringLiteral("Cheddar sandwich filling"), Qt::MatchExactly | Qt::MatchRecursive)
              .isEmpty());
+
+    // Moving: the food into the new category; a category goes anywhere but into its own branch.
+    const int inner = window.diary()->newCustomCategory(category, QStringLiteral("Fillings"));
+    QStringList paths;
+    for (const auto &target : window.diary()->customMoveTargets(id, false))
+        paths.append(target.second);
+    QCOMPARE(paths, (QStringList{QStringLiteral("My Foods"), QStringLiteral("My Foods / Lunch box"),
+                                 QStringLiteral("My Foods / Lunch box / Fillings"), QStringLiteral("Shared Foods")}));
+    QVERIFY(window.diary()->moveCustom(id, false, inner));
+    QCOMPARE(FoodDBDynamic(user).itemsOf(inner).value(0).first, id);
+    QVERIFY(!window.diary()->moveCustom(category, true, inner));
+    QVERIFY(window.diary()->moveCustom(inner, true, kSharedRootId));
+    QCOMPARE(FoodDBDynamic(user).subcategories(kSharedRootId).value(0).second, QStringLiteral("Fillings"));
 }
 
 void TestDesktop::publishFromTheWindow()

@@ -46,6 +46,7 @@
 #include <QWidgetAction>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 
 namespace {
@@ -837,6 +838,7 @@ void DiaryView::treeMenu(const QPoint &at)
                     search(_query->text());
                 }
             });
+            menu.addAction(tr("&Move To..."), this, [this, id] { moveCustomInDialog(id, true); });
             menu.addAction(tr("&Delete"), this, [this, custom, id, item] {
                 if (QMessageBox::question(this, tr("Delete Category"),
                                           tr("Delete %1 with everything in it?").arg(item->text(0))) ==
@@ -870,6 +872,7 @@ void DiaryView::treeMenu(const QPoint &at)
                 search(_query->text());
             }
         });
+        menu.addAction(tr("&Move To..."), this, [this, id] { moveCustomInDialog(id, false); });
         menu.addAction(tr("&Delete"), this, [this, custom, id, item] {
             if (QMessageBox::question(this, tr("Delete"), tr("Delete %1?").arg(item->text(0))) !=
                 QMessageBox::Yes)
@@ -886,6 +889,54 @@ void DiaryView::treeMenu(const QPoint &at)
     if (menu.isEmpty())
         return;
     menu.exec(_tree->viewport()->mapToGlobal(at));
+}
+
+QList<QPair<int, QString>> DiaryView::customMoveTargets(int id, bool category) const
+{
+    const bool exercises = _browsing == BrowseExercises;
+    const DynamicDB *custom = exercises ? static_cast<const DynamicDB *>(_exercises->dynamicDB())
+                                        : static_cast<const DynamicDB *>(_foods->dynamicDB());
+    const QLatin1String base(exercises ? ExDBDynamic::kTables.baseName : FoodDBDynamic::kTables.baseName);
+    QList<QPair<int, QString>> targets;
+    // Depth first, as paths; a category never goes under itself.
+    const std::function<void(int, const QString &)> walk = [&](int parent, const QString &path) {
+        if (category && parent == id)
+            return;
+        targets.append({parent, path});
+        for (const auto &[child, name] : custom->subcategories(parent))
+            walk(child, path + QStringLiteral(" / ") + name);
+    };
+    walk(DynamicDB::rootIdOf(_userId), tr("My %1").arg(base));
+    walk(kSharedRootId, tr("Shared %1").arg(base));
+    return targets;
+}
+
+bool DiaryView::moveCustom(int id, bool category, int target)
+{
+    const bool exercises = _browsing == BrowseExercises;
+    DynamicDB *custom = exercises ? static_cast<DynamicDB *>(_exercises->dynamicDB())
+                                  : static_cast<DynamicDB *>(_foods->dynamicDB());
+    const auto targets = customMoveTargets(id, category);
+    if (!std::any_of(targets.cbegin(), targets.cend(), [target](const auto &t) { return t.first == target; }))
+        return false;
+    if (target == kSharedRootId || target == DynamicDB::rootIdOf(_userId))
+        DynamicDB::userRootId(exercises ? ExDBDynamic::kTables : FoodDBDynamic::kTables,
+                              target == kSharedRootId ? -1 : _userId);
+    const bool moved = category ? custom->moveCategory(id, target) : custom->moveItem(id, target);
+    search(_query->text());
+    return moved;
+}
+
+void DiaryView::moveCustomInDialog(int id, bool category)
+{
+    const auto targets = customMoveTargets(id, category);
+    QStringList paths;
+    for (const auto &target : targets)
+        paths.append(target.second);
+    bool ok = false;
+    const QString chosen = QInputDialog::getItem(this, tr("Move"), tr("&Move to:"), paths, 0, false, &ok);
+    if (ok && paths.contains(chosen))
+        moveCustom(id, category, targets[paths.indexOf(chosen)].first);
 }
 
 int DiaryView::newCustomCategory(int parent, const QString &name)

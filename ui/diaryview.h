@@ -71,6 +71,10 @@ public:
     int newCustomFood(int category = -1);
     int copySelectedToCustom();
     int newCustomCategory(int parent, const QString &name);
+    // Where a custom item or category of the kind browsed can move: (category, path) of the
+    // profile's and the shared categories, leaving out a category's own branch.
+    QList<QPair<int, QString>> customMoveTargets(int id, bool category) const;
+    bool moveCustom(int id, bool category, int target);
 
     // The nutrient columns (nutrient types), and whether the totals and water panel shows; both
     // are kept with the profile.
@@ -95,6 +99,7 @@ private:
     void populateTree();
     void fillTreeItem(class QTreeWidgetItem *parent);
     void treeMenu(const QPoint &at);
+    void moveCustomInDialog(int id, bool category);
     void select(int id);
     void markCalendar();
     void editSelectedEntryInDialog();
