@@ -9,7 +9,10 @@
 #include "staticdb/fooddb.h"
 #include "ui/diaryview.h"
 #include "ui/mainwindow.h"
+#include "ui/checkinview.h"
+#include "ui/customfooddialog.h"
 #include "ui/newprofilewizard.h"
+#include "ui/preferencesdialog.h"
 #include "ui/profiledialog.h"
 
 #include <QApplication>
@@ -25,8 +28,10 @@
 #include <QRadioButton>
 #include <QSpinBox>
 #include <QTextBrowser>
+#include <QTabWidget>
 #include <QTimer>
 #include <QTreeWidget>
+#include <QWizard>
 
 class TestDesktop : public QObject
 {
@@ -66,6 +71,8 @@ private slots:
     void savedMeals();
     void profilesAndColumns();
     void browseTreeAndCustomFoods();
+    void tabOrderFollowsTheEye_data();
+    void tabOrderFollowsTheEye();
     void publishFromTheWindow();
     void ranking_data();
     void ranking();
@@ -408,6 +415,106 @@ void TestDesktop::browseTreeAndCustomFoods()
     QVERIFY(!window.diary()->moveCustom(category, true, inner));
     QVERIFY(window.diary()->moveCustom(inner, true, kSharedRootId));
     QCOMPARE(FoodDBDynamic(user).subcategories(kSharedRootId).value(0).second, QStringLiteral("Fillings"));
+}
+
+QString describe(const QWidget *w)
+{
+    QString text = w->property("text").toString();
+    if (text.isEmpty())
+        text = w->objectName();
+    return QString::fromLatin1(w->metaObject()->className()) + QStringLiteral(" \"") + text + u'"';
+}
+
+// The widgets Tab visits from the first one, in order, until it comes round again.
+QList<QWidget *> tabChain(QWidget *top)
+{
+    QList<QWidget *> chain;
+    const auto stop = [top](QWidget *w) {
+        return w->isVisibleTo(top) && w->isEnabled() && (w->focusPolicy() & Qt::TabFocus) && w != top &&
+               top->isAncestorOf(w) && !w->focusProxy();
+    };
+    // From where the focus is when the window opens.
+    QWidget *first = top->focusWidget() ? top->focusWidget() : top->nextInFocusChain();
+    while (first != top && !stop(first))
+        first = first->nextInFocusChain();
+    for (QWidget *w = first; w != top;) {
+        chain.append(w);
+        do
+            w = w->nextInFocusChain();
+        while (w != top && w != first && !stop(w));
+        if (w == first)
+            break;
+    }
+    return chain;
+}
+
+// Every step of Tab goes right along a row or down to a later row, except where a page has
+// columns side by side (given as their left edges): there it reads each column top to bottom.
+QString tabOrderProblem(QWidget *top)
+{
+    const QList<QWidget *> chain = tabChain(top);
+    if (chain.isEmpty())
+        return QStringLiteral("nothing takes the focus");
+    for (qsizetype i = 1; i < chain.size(); ++i) {
+        const QRect a(chain[i - 1]->mapTo(top, QPoint(0, 0)), chain[i - 1]->size());
+        const QRect b(chain[i]->mapTo(top, QPoint(0, 0)), chain[i]->size());
+        const bool sameRow = b.center().y() >= a.top() && b.center().y() <= a.bottom();
+        if (sameRow ? b.left() < a.left() : b.top() < a.top())
+            return describe(chain[i]) + QStringLiteral(" comes after ") + describe(chain[i - 1]);
+    }
+    return QString();
+}
+
+void TestDesktop::tabOrderFollowsTheEye_data()
+{
+    QTest::addColumn<QString>("window");
+    QTest::newRow("preferences") << QStringLiteral("preferences");
+    QTest::newRow("profile") << QStringLiteral("profile");
+    QTest::newRow("custom food") << QStringLiteral("custom food");
+    QTest::newRow("check-in") << QStringLiteral("check-in");
+    QTest::newRow("wizard") << QStringLiteral("wizard");
+}
+
+void TestDesktop::tabOrderFollowsTheEye()
+{
+    QFETCH(QString, window);
+    const int user = makeProfile();
+    std::unique_ptr<QWidget> top;
+    FoodDBDynamic foods(user);
+    if (window == QLatin1String("preferences"))
+        top = std::make_unique<PreferencesDialog>(user);
+    else if (window == QLatin1String("profile"))
+        top = std::make_unique<ProfileDialog>(user);
+    else if (window == QLatin1String("custom food"))
+        top = std::make_unique<CustomFoodDialog>(&foods, -1, FoodDBDynamic::userRootId(user), nullptr);
+    else if (window == QLatin1String("check-in"))
+        top = std::make_unique<CheckInView>();
+    else
+        top = std::make_unique<NewProfileWizard>();
+    top->resize(top->sizeHint().expandedTo(QSize(600, 400)));
+    top->show();
+    QVERIFY(QTest::qWaitForWindowExposed(top.get()));
+    // Pages of tabs and of the wizard: each as it is shown.
+    const QList<QTabWidget *> tabs = top->findChildren<QTabWidget *>();
+    auto *wizard = qobject_cast<QWizard *>(top.get());
+    int pages = wizard ? int(wizard->pageIds().size()) : 1;
+    for (QTabWidget *tab : tabs)
+        pages = std::max(pages, tab->count());
+    for (int page = 0; page < pages; ++page) {
+        for (QTabWidget *tab : tabs)
+            tab->setCurrentIndex(std::min(page, tab->count() - 1));
+        QString problem = tabOrderProblem(top.get());
+        if (!problem.isEmpty())
+            QFAIL(qPrintable(QStringLiteral("page %1: %2").arg(page).arg(problem)));
+        if (wizard && page + 1 < pages) {
+            auto *name = wizard->findChild<QLineEdit *>(QStringLiteral("name"));
+            if (name && name->text().isEmpty())
+                name->setText(QStringLiteral("Tab"));
+            const int before = wizard->currentId();
+            wizard->next();
+            QVERIFY(wizard->currentId() != before);
+        }
+    }
 }
 
 void TestDesktop::publishFromTheWindow()

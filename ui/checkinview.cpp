@@ -170,6 +170,8 @@ void CheckInView::fillHistory()
 {
     _historyStale = false;
     _history->clear();
+    if (_userId < 0)
+        return;
     for (const CheckIn &earlier : UserDB::getCheckIns(_userId)) {
         auto *item = new QTreeWidgetItem(
             _history,

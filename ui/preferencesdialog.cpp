@@ -46,12 +46,6 @@ PreferencesDialog::PreferencesDialog(int user_id, QWidget *parent)
     _webUser = new QLineEdit(settings.web_username, this);
     _webPassword = new QLineEdit(settings.web_password, this);
     _webPassword->setEchoMode(QLineEdit::Password);
-    _updateDays = new QSpinBox(this);
-    _updateDays->setRange(0, 365);
-    _updateDays->setSpecialValueText(tr("never"));
-    _updateDays->setSuffix(tr(" days"));
-    _updateDays->setValue(LmSettings::readValue(QStringLiteral("/staticdb/updateInterval"), 28).toInt());
-
     _autoPublish = new QCheckBox(tr("Publish new entries when the program closes"), this);
     _autoPublish->setChecked(settings.auto_publish);
     _askBeforePublish = new QCheckBox(tr("Ask before publishing"), this);
@@ -61,6 +55,11 @@ PreferencesDialog::PreferencesDialog(int user_id, QWidget *parent)
     _proxy->setPlaceholderText(tr("the system's (direct, host:port, or pac and an address)"));
     _backupFolder = new QLineEdit(LmSettings::readValue(QStringLiteral("dataBackupPath")).toString(), this);
     _backupFolder->setPlaceholderText(LmSettings::backupPath());
+    _updateDays = new QSpinBox(this);
+    _updateDays->setRange(0, 365);
+    _updateDays->setSpecialValueText(tr("never"));
+    _updateDays->setSuffix(tr(" days"));
+    _updateDays->setValue(LmSettings::readValue(QStringLiteral("/staticdb/updateInterval"), 28).toInt());
     auto *form = new QFormLayout;
     form->addRow(tr("&Measurements:"), _units);
     form->addRow(tr("&Energy:"), _energy);
