@@ -8,6 +8,7 @@
 #include <QBuffer>
 #include <QCryptographicHash>
 #include <QFileInfo>
+#include <QGuiApplication>
 #include <QImageReader>
 #include <QPixmapCache>
 #include <QRegularExpression>
@@ -228,21 +229,45 @@ QByteArray BrandEngine::getImageData(const QString &id) const
 
 QPixmap BrandEngine::getPixmap(const QString &id) const
 {
+    const auto *app = qobject_cast<const QGuiApplication *>(QCoreApplication::instance());
+    return getPixmap(id, app ? app->devicePixelRatio() : 1.0);
+}
+
+QPixmap BrandEngine::getPixmap(const QString &id, qreal devicePixelRatio) const
+{
+    const auto it = _images.constFind(id);
+    if (it == _images.cend())
+        Lm::fatal(notFound(id));
+    // The denser picture, where there is one.
+    QString member = it->fileRef;
+    qreal ratio = 1.0;
+    if (devicePixelRatio > 1.0) {
+        const QFileInfo name(it->fileRef);
+        const QString dense = (name.path() == QLatin1String(".") ? QString() : name.path() + u'/') +
+                              name.completeBaseName() + QStringLiteral("@2x.") + name.suffix();
+        if (it->archive->catalogue().count(dense.toUtf8()) > 0) {
+            member = dense;
+            ratio = 2.0;
+        }
+    }
     // Windows ask for the same icons again and again: decode each image once per loaded brand.
-    const QString key = QStringLiteral("tarnwell-brand/%1/%2").arg(_generation).arg(id);
+    const QString key = QStringLiteral("tarnwell-brand/%1/%2/%3").arg(_generation).arg(ratio).arg(id);
     QPixmap pixmap;
     if (QPixmapCache::find(key, &pixmap))
         return pixmap;
-    QByteArray data = getImageData(id);
+    QByteArray data = it->archive->read(member);
+    if (data.isEmpty())
+        Lm::fatal(QStringLiteral("Couldn't find image file '%1' for brand id '%2'").arg(it->fileRef, id));
     // Reading by the member's suffix keeps Qt from loading every image plug-in to sniff the data
     // (milliseconds at start-up); a member whose name lies about its contents is still sniffed.
     QBuffer buffer(&data);
-    QImageReader reader(&buffer, QFileInfo(_images.value(id).fileRef).suffix().toLatin1());
+    QImageReader reader(&buffer, QFileInfo(member).suffix().toLatin1());
     reader.setAutoDetectImageFormat(false);
     QImage image = reader.read();
     if (image.isNull())
         image = QImage::fromData(data);
     pixmap = QPixmap::fromImage(std::move(image));
+    pixmap.setDevicePixelRatio(ratio);
     QPixmapCache::insert(key, pixmap);
     return pixmap;
 }

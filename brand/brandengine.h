@@ -52,7 +52,10 @@ public:
     // The image's file contents, read from its archive now; fatal when the id is unknown or the
     // file is missing or empty.
     QByteArray getImageData(const QString &id) const;
+    // Decoded once per load. Where the screens are denser than 1 and the archive holds
+    // "<name>@2x.<suffix>" beside the image, that one is used, at a device pixel ratio of 2.
     QPixmap getPixmap(const QString &id) const;
+    QPixmap getPixmap(const QString &id, qreal devicePixelRatio) const;
     QPixmap *getNewPixmap(const QString &id) const; // owned by the caller
     QString getImageFile(const QString &id) const;  // the member name; fatal when unknown
 

@@ -40,9 +40,9 @@ QByteArray brandXml(const QByteArray &elements)
     return "<?xml version=\"1.0\"?>\n<brand>\n" + elements + "\n</brand>\n";
 }
 
-QByteArray pngBytes()
+QByteArray pngBytes(int scale = 1)
 {
-    QImage image(4, 3, QImage::Format_ARGB32);
+    QImage image(4 * scale, 3 * scale, QImage::Format_ARGB32);
     image.fill(Qt::red);
     QByteArray bytes;
     QBuffer buffer(&bytes);
@@ -234,8 +234,15 @@ void TestBrandEngine::images()
                                            "<image id=\"empty\" fileref=\"empty.png\"/>"
                                            "<image id=\"gone\" fileref=\"gone.png\"/>")},
         {QStringLiteral("img/logo.png"), pngBytes()},
+        {QStringLiteral("img/logo@2x.png"), pngBytes(2)},
         {QStringLiteral("empty.png"), QByteArray()},
     });
+    // Dense screens get the picture made for them, at the same size on screen.
+    for (const qreal ratio : {1.0, 2.0, 3.0}) {
+        const QPixmap logo = brand.getPixmap(QStringLiteral("logo"), ratio);
+        QCOMPARE(logo.deviceIndependentSize(), QSizeF(4, 3));
+        QCOMPARE(logo.devicePixelRatio(), ratio > 1 ? 2.0 : 1.0);
+    }
     QCOMPARE(brand.getImageFile(QStringLiteral("logo")), QStringLiteral("img/logo.png"));
     QCOMPARE(brand.getPixmap(QStringLiteral("logo")).size(), QSize(4, 3));
     std::unique_ptr<QPixmap> owned(brand.getNewPixmap(QStringLiteral("logo")));

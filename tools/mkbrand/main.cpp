@@ -1,7 +1,8 @@
 // mkbrand OUTPUT SOURCE_DIR
 //
 // Packs a brand folder into a brand archive: the XML documents as they are and every
-// images/*.svg rendered to images/*.png at its own size. Members are written in name order so
+// images/*.svg rendered to images/*.png at its own size, and to images/*@2x.png at twice it for
+// high-density screens. Members are written in name order so
 // that the same sources give the same archive layout.
 
 #include "brand/tarfilewriter.h"
@@ -26,7 +27,7 @@ int fail(const QString &message)
     return 1;
 }
 
-bool renderSvg(const QString &source, const QString &target, QString *error)
+bool renderSvg(const QString &source, const QString &target, int scale, QString *error)
 {
     QSvgRenderer renderer(source);
     if (!renderer.isValid()) {
@@ -38,11 +39,11 @@ bool renderSvg(const QString &source, const QString &target, QString *error)
         *error = QStringLiteral("%1 has no size").arg(source);
         return false;
     }
-    QImage image(size, QImage::Format_ARGB32_Premultiplied);
+    QImage image(size * scale, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     QPainter painter(&image);
     painter.setRenderHint(QPainter::Antialiasing);
-    renderer.render(&painter);
+    renderer.render(&painter, QRectF(QPointF(0, 0), QSizeF(size * scale)));
     painter.end();
     if (!QDir().mkpath(QFileInfo(target).absolutePath()) || !image.save(target, "PNG")) {
         *error = QStringLiteral("cannot write %1").arg(target);
@@ -77,12 +78,15 @@ int main(int argc, char *argv[])
         if (relative.endsWith(QLatin1String(".xml"))) {
             members[relative] = path;
         } else if (relative.endsWith(QLatin1String(".svg"))) {
-            const QString member = relative.left(relative.size() - 4) + QStringLiteral(".png");
-            const QString rendered = renderDir.filePath(member);
-            QString error;
-            if (!renderSvg(path, rendered, &error))
-                return fail(error);
-            members[member] = rendered;
+            const QString base = relative.left(relative.size() - 4);
+            for (const int scale : {1, 2}) {
+                const QString member = base + (scale == 1 ? QStringLiteral(".png") : QStringLiteral("@2x.png"));
+                const QString rendered = renderDir.filePath(member);
+                QString error;
+                if (!renderSvg(path, rendered, scale, &error))
+                    return fail(error);
+                members[member] = rendered;
+            }
         } else if (relative.endsWith(QLatin1String(".png"))) {
             members[relative] = path;
         }
