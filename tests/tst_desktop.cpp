@@ -166,6 +166,28 @@ void TestDesktop::searchAddsFoodToLunch()
     QVERIFY(
         window.findChild<QTextBrowser *>(QStringLiteral("report"))->toHtml().contains(QLatin1String("189")));
 
+    // Quantity and serving change where they stand: F2, a value, Enter.
+    window.showSection(MainWindow::DiarySection);
+    entries->setCurrentItem(lunchGroup()->child(0), 1);
+    QTest::keyClick(entries, Qt::Key_F2);
+    auto *quantity = entries->viewport()->findChild<QDoubleSpinBox *>();
+    QVERIFY(quantity);
+    QCOMPARE(quantity->value(), 2.0);
+    quantity->selectAll();
+    QTest::keyClicks(quantity, QStringLiteral("3"));
+    QTest::keyClick(quantity, Qt::Key_Return);
+    QTRY_COMPARE(lunchGroup()->child(0)->text(3), QStringLiteral("284"));
+    entries->setCurrentItem(lunchGroup()->child(0), 2);
+    entries->editItem(lunchGroup()->child(0), 2);
+    auto *servings = entries->viewport()->findChild<QComboBox *>();
+    QVERIFY(servings);
+    QCOMPARE(servings->currentText(), QStringLiteral("1 medium (3\" dia)"));
+    servings->setCurrentIndex(servings->findText(QStringLiteral("1 large (3-1/4\" dia)")));
+    QTest::keyClick(servings, Qt::Key_Return);
+    QTRY_COMPARE(lunchGroup()->child(0)->text(2), QStringLiteral("1 large (3-1/4\" dia)"));
+    QVERIFY(window.diary()->undo());
+    QCOMPARE(lunchGroup()->child(0)->text(3), QStringLiteral("284"));
+
     // The day before is empty; Delete removes the entry.
     window.diary()->setDate(QDate::currentDate().addDays(-1));
     QCOMPARE(lunchGroup()->childCount(), 0);

@@ -37,6 +37,7 @@
 #include <QPushButton>
 #include <QScopeGuard>
 #include <QSpinBox>
+#include <QStyledItemDelegate>
 #include <QSplitter>
 #include <QTabWidget>
 #include <QTextCharFormat>
@@ -68,6 +69,65 @@ template <typename Name> void collect(const IndexedDB &db, QList<Match> *out, Na
     while (const IndexEntry *e = it->next())
         out->append({int(e->id), name(e)});
 }
+
+// Quantity and serving of a food entry, edited where they stand. The change goes to the diary
+// once the editor has closed: the day is drawn again then, and the edited row with it.
+class EntryDelegate : public QStyledItemDelegate
+{
+public:
+    explicit EntryDelegate(DiaryView *view)
+        : QStyledItemDelegate(view)
+        , _view(view)
+    {
+    }
+
+    QWidget *createEditor(QWidget *parent, const QStyleOptionViewItem &, const QModelIndex &index) const override
+    {
+        const QVariant entryId = index.siblingAtColumn(0).data(Qt::UserRole);
+        if (!entryId.isValid())
+            return nullptr;
+        FoodDiaryItem entry = DiaryDB().getFoodEntry(entryId.toInt());
+        if (index.column() == 1) {
+            auto *quantity = new QDoubleSpinBox(parent);
+            quantity->setRange(0.01, 10000);
+            quantity->setFrame(false);
+            return quantity;
+        }
+        if (index.column() != 2 || !_view->servingsKnown(entry))
+            return nullptr;
+        auto *serving = new QComboBox(parent);
+        for (const FoodServing &s : entry.getServings())
+            serving->addItem(s.name, s.id);
+        return serving;
+    }
+    void setEditorData(QWidget *editor, const QModelIndex &index) const override
+    {
+        const FoodDiaryItem entry = DiaryDB().getFoodEntry(index.siblingAtColumn(0).data(Qt::UserRole).toInt());
+        if (auto *quantity = qobject_cast<QDoubleSpinBox *>(editor))
+            quantity->setValue(entry.size);
+        else if (auto *serving = qobject_cast<QComboBox *>(editor))
+            serving->setCurrentIndex(serving->findData(entry.serving_id));
+    }
+    void setModelData(QWidget *editor, QAbstractItemModel *, const QModelIndex &index) const override
+    {
+        const int entryId = index.siblingAtColumn(0).data(Qt::UserRole).toInt();
+        const FoodDiaryItem entry = DiaryDB().getFoodEntry(entryId);
+        int servingId = entry.serving_id;
+        float size = entry.size;
+        if (auto *quantity = qobject_cast<QDoubleSpinBox *>(editor))
+            size = float(quantity->value());
+        else if (auto *serving = qobject_cast<QComboBox *>(editor))
+            servingId = serving->currentData().toInt();
+        if (servingId == entry.serving_id && size == entry.size)
+            return;
+        QMetaObject::invokeMethod(
+            _view, [view = _view, entryId, servingId, size] { view->editEntry(entryId, servingId, size); },
+            Qt::QueuedConnection);
+    }
+
+private:
+    DiaryView *_view;
+};
 
 // Enter and Delete on a list act on its current item.
 class KeyFilter : public QObject
@@ -218,8 +278,16 @@ DiaryView::DiaryView(QWidget *parent)
     _entries->setRootIsDecorated(false);
     _entries->setAlternatingRowColors(true);
     _entries->installEventFilter(new KeyFilter(this, Qt::Key_Delete, [this] { deleteSelectedEntry(); }));
-    _entries->installEventFilter(new KeyFilter(this, Qt::Key_F2, [this] { editSelectedEntryInDialog(); }));
-    connect(_entries, &QTreeWidget::itemDoubleClicked, this, [this] { editSelectedEntryInDialog(); });
+    _entries->setItemDelegate(new EntryDelegate(this));
+    _entries->setEditTriggers(QAbstractItemView::EditKeyPressed | QAbstractItemView::SelectedClicked);
+    // F2 and a double-click edit the quantity where it stands, or the cell clicked.
+    _entries->installEventFilter(new KeyFilter(this, Qt::Key_F2, [this] {
+        if (QTreeWidgetItem *item = _entries->currentItem())
+            _entries->editItem(item, _entries->currentColumn() == 2 ? 2 : 1);
+    }));
+    connect(_entries, &QTreeWidget::itemDoubleClicked, this, [this](QTreeWidgetItem *item, int column) {
+        _entries->editItem(item, column == 2 ? 2 : 1);
+    });
     _entries->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(_entries, &QTreeWidget::customContextMenuRequested, this, [this](const QPoint &at) {
         const QTreeWidgetItem *item = _entries->itemAt(at);
@@ -501,6 +569,7 @@ void DiaryView::refresh()
                 continue;
             auto *entry = new QTreeWidgetItem(meal, {food.food_name, number(food.size), food.serv_name});
             entry->setData(0, Qt::UserRole, food.food_id);
+            entry->setFlags(entry->flags() | Qt::ItemIsEditable);
             for (qsizetype c = 0; c < _columns.size(); ++c)
                 entry->setText(
                     int(3 + c),
@@ -1203,12 +1272,25 @@ void DiaryView::deleteSelectedEntry()
 bool DiaryView::editSelectedEntry(int servingId, float quantity)
 {
     const QTreeWidgetItem *current = _entries->currentItem();
-    if (!current || !current->data(0, Qt::UserRole).isValid() || quantity <= 0)
+    return current && current->data(0, Qt::UserRole).isValid() &&
+           editEntry(current->data(0, Qt::UserRole).toInt(), servingId, quantity);
+}
+
+bool DiaryView::servingsKnown(FoodDiaryItem &entry) const
+{
+    return entry.ref_id >= 0 && _foods && _foods->contains(entry.ref_id) && entry.loadFoodInfo(true);
+}
+
+bool DiaryView::editEntry(int entryId, int servingId, float quantity)
+{
+    if (quantity <= 0)
         return false;
     const DiaryDB diary;
-    FoodDiaryItem entry = diary.getFoodEntry(current->data(0, Qt::UserRole).toInt());
+    FoodDiaryItem entry = diary.getFoodEntry(entryId);
+    if (entry.food_id != entryId)
+        return false;
     const FoodDiaryItem before = entry;
-    if (entry.ref_id >= 0 && _foods->contains(entry.ref_id) && entry.loadFoodInfo(true)) {
+    if (servingsKnown(entry)) {
         entry.setServing(servingId);
         entry.setSize(quantity);
     } else {
@@ -1246,7 +1328,7 @@ void DiaryView::editSelectedEntryInDialog()
     QDialog dialog(this);
     dialog.setWindowTitle(entry.food_name);
     auto *serving = new QComboBox(&dialog);
-    if (entry.ref_id >= 0 && _foods->contains(entry.ref_id) && entry.loadFoodInfo(true)) {
+    if (servingsKnown(entry)) {
         for (const FoodServing &s : entry.getServings())
             serving->addItem(s.name, s.id);
         serving->setCurrentIndex(serving->findData(entry.serving_id));

@@ -61,6 +61,9 @@ public:
     int copySelection(const QDate &target, int meal);
     // Changes the selected food entry's serving and quantity, or moves it to another meal.
     bool editSelectedEntry(int servingId, float quantity);
+    bool editEntry(int entryId, int servingId, float quantity);
+    // Whether the entry's food is still there to offer its servings (then they are loaded).
+    bool servingsKnown(FoodDiaryItem &entry) const;
     bool moveSelectedEntry(int meal);
     // Takes back the last change of the diary; false when there is none.
     bool undo();
