@@ -58,8 +58,8 @@ constexpr std::array kCommands = {
     Command{"update-db", "[--check]", "Web", updateDb},
     Command{"metrics", "", "Web", metrics},
 
-    Command{"backup", "FILE.tar", "Maintenance", nullptr},
-    Command{"restore", "FILE.tar", "Maintenance", nullptr},
+    Command{"backup", "FILE.tar", "Maintenance", backup},
+    Command{"restore", "FILE.tar", "Maintenance", restore},
 };
 
 } // namespace

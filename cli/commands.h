@@ -13,7 +13,7 @@ struct Command
     const char *name;
     const char *synopsis; // arguments, for --help
     const char *group;
-    CommandFunction run;  // nullptr: not available yet
+    CommandFunction run;
 };
 
 std::span<const Command> commands();
@@ -50,5 +50,7 @@ int updateDb(Context &context, const QStringList &args);
 int day(Context &context, const QStringList &args);
 int exportCommand(Context &context, const QStringList &args);
 int summary(Context &context, const QStringList &args);
+int backup(Context &context, const QStringList &args);
+int restore(Context &context, const QStringList &args);
 
 } // namespace Cli

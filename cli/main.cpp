@@ -44,8 +44,6 @@ QString helpText()
         text += QLatin1String("  ") + QLatin1String(command.name);
         if (*command.synopsis)
             text += QLatin1Char(' ') + QLatin1String(command.synopsis);
-        if (!command.run)
-            text += QLatin1String("  (not available yet)");
         text += QLatin1Char('\n');
     }
     text += QLatin1String("\nReference data:\n") + QLatin1String(Lm::kReferenceDataCredits) + QLatin1Char('\n');
@@ -86,8 +84,6 @@ int run(const QStringList &arguments)
     const Cli::Command *command = Cli::findCommand(name);
     if (!command)
         Cli::usageError(QStringLiteral("unknown command '%1' (see --help)").arg(name));
-    if (!command->run)
-        Cli::usageError(QStringLiteral("%1: not available yet").arg(name));
 
     if (!context.options.resourceDir.isEmpty()) {
         if (!QDir(context.options.resourceDir).exists())

@@ -71,6 +71,7 @@ private slots:
     void savedMeals();
     void profilesAndColumns();
     void browseTreeAndCustomFoods();
+    void backUpAndRestore();
     void tabOrderFollowsTheEye_data();
     void tabOrderFollowsTheEye();
     void publishFromTheWindow();
@@ -445,6 +446,26 @@ QString describe(const QWidget *w)
     if (text.isEmpty())
         text = w->objectName();
     return QString::fromLatin1(w->metaObject()->className()) + QStringLiteral(" \"") + text + u'"';
+}
+
+void TestDesktop::backUpAndRestore()
+{
+    MainWindow window;
+    const int user = makeProfile();
+    QVERIFY(window.openProfile(user));
+    const QString archive = LmSettings::backupPath() + QStringLiteral("diary.tar");
+    QVERIFY(QDir().mkpath(LmSettings::backupPath()));
+    QCOMPARE(window.backUpDataTo(archive), QString());
+
+    // Dinner after the backup is gone once it is restored; the window shows the diary restored.
+    addSoup(user);
+    window.diary()->setDate(QDate::currentDate().addDays(-1));
+    window.diary()->setDate(QDate::currentDate());
+    auto *entries = window.findChild<QTreeWidget *>(QStringLiteral("entries"));
+    QCOMPARE(entries->findItems(QStringLiteral("Soup"), Qt::MatchExactly | Qt::MatchRecursive).size(), 1);
+    QCOMPARE(window.restoreDataFrom(archive), QString());
+    QCOMPARE(window.currentUser(), user);
+    QVERIFY(entries->findItems(QStringLiteral("Soup"), Qt::MatchExactly | Qt::MatchRecursive).isEmpty());
 }
 
 // The widgets Tab visits from the first one, in order, until it comes round again.

@@ -1,3 +1,4 @@
+#include "db/databackup.h"
 #include "db/lmsqldb.h"
 #include "dbfixture.h"
 
@@ -46,6 +47,9 @@ private slots:
     void restoreDatabaseHeader();
     void locateOrCreateDatabase_data();
     void locateOrCreateDatabase();
+    void backUpAndRestore();
+    void restoreRefused_data();
+    void restoreRefused();
 
 private:
     bool openDatabase();
@@ -276,6 +280,108 @@ void TestLmSqlDb::locateOrCreateDatabase()
     QVERIFY(readFile(_db.databasePath()) == (expected.isNull() ? readFile(templatePath) : expected));
     QCOMPARE(presenter.boxes,
              setup == u"blocked folder" ? QStringList{u"Error: Could not create folder: "_s} : QStringList());
+}
+
+namespace {
+
+// An archive with the given members, in the fixture's home.
+QString archiveOf(const DbFixture &db, const QList<QPair<QString, QByteArray>> &members)
+{
+    const QString path = db.path(u"backup.tar"_s);
+    QFile out(path);
+    if (!out.open(QIODevice::WriteOnly))
+        return QString();
+    TarFileWriter writer(out);
+    for (const auto &[name, contents] : members) {
+        const QString source = db.path(u"member"_s);
+        if (!writeFile(source, contents) || !writer.addFile(source, name))
+            return QString();
+    }
+    return path;
+}
+
+int waterOn(int user)
+{
+    return UserDB::getWater(user, u"20260301"_s);
+}
+
+} // namespace
+
+void TestLmSqlDb::backUpAndRestore()
+{
+    QVERIFY(_db.start(false));
+    const int user = UserDB::createUser(UserProfile(), UserSettings(), 168, u"20260101"_s);
+    UserDB::setWater(user, u"20260301"_s, 5);
+    const QString archive = _db.path(u"data.tar"_s);
+    QCOMPARE(DataBackup::backUp(archive), QString());
+    UserDB::setWater(user, u"20260301"_s, 8);
+
+    // The running diary goes back to the backup's, and the one replaced stays beside it.
+    QCOMPARE(DataBackup::restore(archive), QString());
+    QCOMPARE(waterOn(user), 5);
+    const QString side = _db.databasePath() + u".before-restore"_s;
+    QVERIFY(QFile::exists(side));
+    QCOMPARE(DataBackup::backUp(_db.path(u"nowhere/data.tar"_s)).left(12), u"Cannot write"_s);
+
+    // A backup of the template (version 204) is upgraded as it starts.
+    const QString older = archiveOf(_db, {{QLatin1String(DataBackup::kMember), readFile(_db.path(u"resources/userdata.db"_s))}});
+    QCOMPARE(DataBackup::restore(older), QString());
+    QCOMPARE(UserDB::numUsers(), 0);
+    QCOMPARE(DbTest::column(u"SELECT itemvalue FROM userdata_meta WHERE itemkey = 'schema_version'"_s), QStringList{u"412"_s});
+}
+
+void TestLmSqlDb::restoreRefused_data()
+{
+    QTest::addColumn<QString>("archive");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("no archive") << u"missing"_s << u"Cannot read"_s;
+    QTest::newRow("no database in it") << u"other member"_s << u"is no backup of this program"_s;
+    QTest::newRow("not a database") << u"text"_s << u"damaged or is no database"_s;
+    QTest::newRow("cut short") << u"half"_s << u"damaged or is no database"_s;
+    QTest::newRow("another program's database") << u"foreign"_s << u"holds no diary"_s;
+    QTest::newRow("too new") << u"version 500"_s << u"has version 500"_s;
+}
+
+void TestLmSqlDb::restoreRefused()
+{
+    QFETCH(QString, archive);
+    QFETCH(QString, message);
+    QVERIFY(_db.start(false));
+    const int user = UserDB::createUser(UserProfile(), UserSettings(), 168, u"20260101"_s);
+    UserDB::setWater(user, u"20260301"_s, 5);
+    const QByteArray diary = readFile(_db.databasePath());
+
+    QByteArray member;
+    if (archive == u"half") {
+        member = diary.left(diary.size() / 2);
+    } else if (archive == u"foreign" || archive == u"version 500") {
+        const QString path = _db.path(u"other.db"_s);
+        {
+            QSqlDatabase other = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"other"_s);
+            other.setDatabaseName(path);
+            QVERIFY(other.open());
+            QSqlQuery q(other);
+            QVERIFY(archive == u"foreign"
+                        ? q.exec(u"CREATE TABLE recipes (name TEXT)"_s)
+                        : q.exec(u"CREATE TABLE userdata_meta (itemkey TEXT, itemvalue TEXT)"_s) &&
+                              q.exec(u"INSERT INTO userdata_meta VALUES ('schema_version', '500')"_s));
+            other.close();
+        }
+        QSqlDatabase::removeDatabase(u"other"_s);
+        member = readFile(path);
+    } else {
+        member = "not a database at all";
+    }
+    const QString path = archive == u"missing" ? _db.path(u"missing.tar"_s)
+                                               : archiveOf(_db, {{archive == u"other member" ? u"notes.txt"_s
+                                                                                              : QLatin1String(DataBackup::kMember),
+                                                                  member}});
+    const QString error = DataBackup::restore(path);
+    QVERIFY2(error.contains(message), qPrintable(error));
+    // Nothing changed: the diary runs on, byte for byte as it was, and nothing was left beside it.
+    QCOMPARE(waterOn(user), 5);
+    QVERIFY(readFile(_db.databasePath()) == diary);
+    QVERIFY(QDir(LmSettings::userDatabasePath()).entryList({u"userdata.db.*"_s}).isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestLmSqlDb)

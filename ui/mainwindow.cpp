@@ -1,7 +1,9 @@
 #include "ui/mainwindow.h"
 
 #include "brand/brandengine.h"
+#include "app/lmsettings.h"
 #include "common/lmconstants.h"
+#include "db/databackup.h"
 #include "db/diarydb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
@@ -21,6 +23,8 @@
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
+#include <QDate>
+#include <QDir>
 #include <QEventLoop>
 #include <QFileDialog>
 #include <QHBoxLayout>
@@ -118,6 +122,24 @@ void MainWindow::createActions()
             this, tr("Export Diary"), QStringLiteral("diary.csv"), tr("CSV files (*.csv)"));
         if (!fileName.isEmpty())
             exportDiaryTo(fileName);
+    });
+    file->addAction(tr("&Back Up Data..."), this, [this] {
+        const QString name = QStringLiteral("%1 %2.tar").arg(windowTitle(), QDate::currentDate().toString(Qt::ISODate));
+        const QString fileName = QFileDialog::getSaveFileName(this, tr("Back Up Data"),
+                                                              LmSettings::backupPath() + name, tr("TAR files (*.tar)"));
+        if (!fileName.isEmpty())
+            backUpDataTo(fileName);
+    });
+    file->addAction(tr("&Restore Data..."), this, [this] {
+        const QString fileName = QFileDialog::getOpenFileName(this, tr("Restore Data"), LmSettings::backupPath(),
+                                                              tr("TAR files (*.tar)"));
+        if (fileName.isEmpty() ||
+            QMessageBox::question(this, tr("Restore Data"),
+                                  tr("Everything in the diary is replaced by the backup in %1.\n\nThe diary as "
+                                     "it is now is kept beside it as userdata.db.before-restore. Restore?")
+                                      .arg(QDir::toNativeSeparators(fileName))) != QMessageBox::Yes)
+            return;
+        restoreDataFrom(fileName);
     });
     file->addSeparator();
     file->addAction(tr("&Quit"), QKeySequence::Quit, qApp, &QApplication::closeAllWindows);
@@ -333,6 +355,32 @@ bool MainWindow::openProfile(int user_id)
     }
     updateReport();
     return true;
+}
+
+QString MainWindow::backUpDataTo(const QString &fileName)
+{
+    const QString error = DataBackup::backUp(fileName);
+    if (!error.isEmpty())
+        QMessageBox::warning(this, tr("Back Up Data"), error);
+    else
+        statusBar()->showMessage(tr("The data is backed up in %1.").arg(QDir::toNativeSeparators(fileName)), 5000);
+    return error;
+}
+
+QString MainWindow::restoreDataFrom(const QString &fileName)
+{
+    const QString error = DataBackup::restore(fileName);
+    if (!error.isEmpty()) {
+        QMessageBox::warning(this, tr("Restore Data"), error);
+        return error;
+    }
+    // Profiles and their ids come from the backup now.
+    const QList<int> users = UserDB::getUserIds();
+    const int user = users.contains(_userId) ? _userId : users.value(0, -1);
+    if (user >= 0)
+        openProfile(user);
+    statusBar()->showMessage(tr("The data is restored from %1.").arg(QDir::toNativeSeparators(fileName)), 5000);
+    return QString();
 }
 
 QString MainWindow::exportDiaryTo(const QString &fileName)

@@ -39,6 +39,10 @@ public:
     QString publishDiary();
     // The whole diary as CSV; the error text, empty on success.
     QString exportDiaryTo(const QString &fileName);
+    // The data backup, and its restore (which opens the profile again, or the backup's first);
+    // the error text, shown too, empty on success.
+    QString backUpDataTo(const QString &fileName);
+    QString restoreDataFrom(const QString &fileName);
 
     // Version and the sources of the reference foods and exercises.
     QString aboutText() const;

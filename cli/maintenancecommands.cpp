@@ -1,0 +1,35 @@
+// Maintenance: the data backup and its restore.
+
+#include "cli/commands.h"
+#include "cli/session.h"
+
+#include "db/databackup.h"
+
+#include <QDir>
+
+namespace Cli {
+
+int backup(Context &context, const QStringList &args)
+{
+    const Arguments a(args, {});
+    a.expectPositionals(1, 1, QStringLiteral("backup FILE.tar"));
+    const Session session(context);
+    const QString archive = a.positionals().constFirst();
+    if (const QString error = DataBackup::backUp(archive); !error.isEmpty())
+        failure(error);
+    printLine(QStringLiteral("Backed up to ") + QDir::toNativeSeparators(archive));
+    return Success;
+}
+
+int restore(Context &context, const QStringList &args)
+{
+    const Arguments a(args, {});
+    a.expectPositionals(1, 1, QStringLiteral("restore FILE.tar"));
+    const Session session(context);
+    if (const QString error = DataBackup::restore(a.positionals().constFirst()); !error.isEmpty())
+        failure(error);
+    printLine(QStringLiteral("Restored from ") + QDir::toNativeSeparators(a.positionals().constFirst()));
+    return Success;
+}
+
+} // namespace Cli
