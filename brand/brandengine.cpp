@@ -44,8 +44,8 @@ const QString kMembershipText = QStringLiteral(
 bool hasMember(const TarFileReader &archive, const QString &pattern)
 {
     const bool plain = std::all_of(pattern.cbegin(), pattern.cend(), [](QChar c) {
-        return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') || c == u'/' ||
-               c == u'_' || c == u'-' || c == u'.';
+        return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') ||
+               c == u'/' || c == u'_' || c == u'-' || c == u'.';
     });
     if (plain && archive.catalogue().count(pattern.toUtf8()) > 0)
         return true;

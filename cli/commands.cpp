@@ -19,7 +19,8 @@ constexpr std::array kCommands = {
             "[--snack-mode 0|1|2]",
             "Profiles", profileSet},
 
-    Command{"checkin", "DATE [--weight W] [--chest C] [--waist W] [--hip H] [--thigh T] [--steps N] [--note TEXT]",
+    Command{"checkin",
+            "DATE [--weight W] [--chest C] [--waist W] [--hip H] [--thigh T] [--steps N] [--note TEXT]",
             "Daily records", checkin},
     Command{"checkin-remove", "DATE", "Daily records", checkinRemove},
     Command{"water", "DATE CUPS", "Daily records", water},
@@ -35,7 +36,8 @@ constexpr std::array kCommands = {
             "--name N --serving S --calories X [--carb G] [--fat G] [--protein G] [--fiber G] [--satfat G] "
             "[--cholesterol MG] [--sodium MG] [--sugar G] [--calcium MG] [--category ID] [--shared]",
             "Foods and exercises", foodAdd},
-    Command{"exercise-add", "--name N --met M [--category ID] [--shared]", "Foods and exercises", exerciseAdd},
+    Command{"exercise-add", "--name N --met M [--category ID] [--shared]", "Foods and exercises",
+            exerciseAdd},
     Command{"food-remove", "ID", "Foods and exercises", foodRemove},
     Command{"exercise-remove", "ID", "Foods and exercises", exerciseRemove},
     Command{"favorite", "add|remove food|exercise ID | list food|exercise", "Foods and exercises", favorite},

@@ -54,8 +54,9 @@ QString checkDatabase(const QString &path)
             bool number = false;
             const int v = version.value(0).toInt(&number);
             if (!number || v < LmSchema::kTemplateVersion || v > LmSchema::kLastReadableVersion)
-                error = QStringLiteral("The diary in the backup has version %1, which this version of the program "
-                                       "cannot read.")
+                error = QStringLiteral(
+                            "The diary in the backup has version %1, which this version of the program "
+                            "cannot read.")
                             .arg(version.value(0).toString());
         }
         check.finish();
@@ -80,7 +81,8 @@ QString DataBackup::backUp(const QString &archivePath)
 
     QSaveFile file(archivePath);
     if (!file.open(QIODevice::WriteOnly))
-        return QStringLiteral("Cannot write %1: %2").arg(QDir::toNativeSeparators(archivePath), file.errorString());
+        return QStringLiteral("Cannot write %1: %2")
+            .arg(QDir::toNativeSeparators(archivePath), file.errorString());
     QString error;
     {
         TarFileWriter writer(file);
@@ -127,7 +129,8 @@ QString DataBackup::restore(const QString &archivePath)
     const QString side = sideCopyFile();
     QFile::remove(side);
     std::string startError;
-    if (QFile::rename(current, side) && QFile::rename(incoming, current) && LmSqlDb::startUp(startError, true))
+    if (QFile::rename(current, side) && QFile::rename(incoming, current) &&
+        LmSqlDb::startUp(startError, true))
         return QString();
 
     // Back to the diary as it was.
@@ -140,6 +143,7 @@ QString DataBackup::restore(const QString &archivePath)
     QFile::remove(incoming);
     std::string again;
     LmSqlDb::startUp(again, true);
-    return startError.empty() ? QStringLiteral("The backup could not be put in place of the diary.")
-                              : QStringLiteral("The restored diary did not start: ") + QString::fromStdString(startError);
+    return startError.empty()
+               ? QStringLiteral("The backup could not be put in place of the diary.")
+               : QStringLiteral("The restored diary did not start: ") + QString::fromStdString(startError);
 }

@@ -14,7 +14,8 @@ Q_LOGGING_CATEGORY(lcProxy, "tarnwell.net.proxy")
 
 namespace {
 
-using ScriptRunner = bool (*)(const QString &script, const QString &url, const QString &host, QString *result);
+using ScriptRunner = bool (*)(const QString &script, const QString &url, const QString &host,
+                              QString *result);
 
 // The script engine's module, looked for beside the program, then where the build puts it.
 ScriptRunner scriptRunner()
@@ -29,7 +30,8 @@ ScriptRunner scriptRunner()
             if (const auto run = reinterpret_cast<ScriptRunner>(module.resolve("tarnwellRunProxyScript")))
                 return run;
         }
-        qCWarning(lcProxy, "The proxy script engine (libtarnwell_proxyscript.so) is missing: proxy scripts fail");
+        qCWarning(lcProxy,
+                  "The proxy script engine (libtarnwell_proxyscript.so) is missing: proxy scripts fail");
         return ScriptRunner(nullptr);
     }();
     return runner;

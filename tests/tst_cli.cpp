@@ -82,8 +82,9 @@ void TestCli::exitStatuses_data()
     QTest::newRow("unknown global option")
         << QStringList{QStringLiteral("--colour"), QStringLiteral("day")} << 2 << none
         << QStringLiteral("tarnwell-cli: unknown option --colour (see --help)\n");
-    QTest::newRow("backup without file") << QStringList{QStringLiteral("backup")} << 2 << none
-                                         << QStringLiteral("tarnwell-cli: usage: tarnwell-cli backup FILE.tar\n");
+    QTest::newRow("backup without file")
+        << QStringList{QStringLiteral("backup")} << 2 << none
+        << QStringLiteral("tarnwell-cli: usage: tarnwell-cli backup FILE.tar\n");
     QTest::newRow("restore of no archive")
         << QStringList{QStringLiteral("restore"), QStringLiteral("/nonexistent/x.tar")} << 1 << none
         << QStringLiteral("tarnwell-cli: Cannot read /nonexistent/x.tar.\n");

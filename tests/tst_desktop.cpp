@@ -7,10 +7,10 @@
 #include "httptestserver.h"
 #include "model/energy.h"
 #include "staticdb/fooddb.h"
-#include "ui/diaryview.h"
-#include "ui/mainwindow.h"
 #include "ui/checkinview.h"
 #include "ui/customfooddialog.h"
+#include "ui/diaryview.h"
+#include "ui/mainwindow.h"
 #include "ui/newprofilewizard.h"
 #include "ui/preferencesdialog.h"
 #include "ui/profiledialog.h"
@@ -27,8 +27,8 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSpinBox>
-#include <QTextBrowser>
 #include <QTabWidget>
+#include <QTextBrowser>
 #include <QTimer>
 #include <QTreeWidget>
 #include <QWizard>
@@ -432,7 +432,8 @@ void TestDesktop::browseTreeAndCustomFoods()
     for (const auto &target : window.diary()->customMoveTargets(id, false))
         paths.append(target.second);
     QCOMPARE(paths, (QStringList{QStringLiteral("My Foods"), QStringLiteral("My Foods / Lunch box"),
-                                 QStringLiteral("My Foods / Lunch box / Fillings"), QStringLiteral("Shared Foods")}));
+                                 QStringLiteral("My Foods / Lunch box / Fillings"),
+                                 QStringLiteral("Shared Foods")}));
     QVERIFY(window.diary()->moveCustom(id, false, inner));
     QCOMPARE(FoodDBDynamic(user).itemsOf(inner).value(0).first, id);
     QVERIFY(!window.diary()->moveCustom(category, true, inner));

@@ -324,10 +324,12 @@ void TestLmSqlDb::backUpAndRestore()
     QCOMPARE(DataBackup::backUp(_db.path(u"nowhere/data.tar"_s)).left(12), u"Cannot write"_s);
 
     // A backup of the template (version 204) is upgraded as it starts.
-    const QString older = archiveOf(_db, {{QLatin1String(DataBackup::kMember), readFile(_db.path(u"resources/userdata.db"_s))}});
+    const QString older = archiveOf(
+        _db, {{QLatin1String(DataBackup::kMember), readFile(_db.path(u"resources/userdata.db"_s))}});
     QCOMPARE(DataBackup::restore(older), QString());
     QCOMPARE(UserDB::numUsers(), 0);
-    QCOMPARE(DbTest::column(u"SELECT itemvalue FROM userdata_meta WHERE itemkey = 'schema_version'"_s), QStringList{u"412"_s});
+    QCOMPARE(DbTest::column(u"SELECT itemvalue FROM userdata_meta WHERE itemkey = 'schema_version'"_s),
+             QStringList{u"412"_s});
 }
 
 void TestLmSqlDb::restoreRefused_data()
@@ -372,10 +374,12 @@ void TestLmSqlDb::restoreRefused()
     } else {
         member = "not a database at all";
     }
-    const QString path = archive == u"missing" ? _db.path(u"missing.tar"_s)
-                                               : archiveOf(_db, {{archive == u"other member" ? u"notes.txt"_s
-                                                                                              : QLatin1String(DataBackup::kMember),
-                                                                  member}});
+    const QString path =
+        archive == u"missing"
+            ? _db.path(u"missing.tar"_s)
+            : archiveOf(_db,
+                        {{archive == u"other member" ? u"notes.txt"_s : QLatin1String(DataBackup::kMember),
+                          member}});
     const QString error = DataBackup::restore(path);
     QVERIFY2(error.contains(message), qPrintable(error));
     // Nothing changed: the diary runs on, byte for byte as it was, and nothing was left beside it.

@@ -37,8 +37,8 @@
 #include <QPushButton>
 #include <QScopeGuard>
 #include <QSpinBox>
-#include <QStyledItemDelegate>
 #include <QSplitter>
+#include <QStyledItemDelegate>
 #include <QTabWidget>
 #include <QTextCharFormat>
 #include <QToolButton>
@@ -81,7 +81,8 @@ public:
     {
     }
 
-    QWidget *createEditor(QWidget *parent, const QStyleOptionViewItem &, const QModelIndex &index) const override
+    QWidget *createEditor(QWidget *parent, const QStyleOptionViewItem &,
+                          const QModelIndex &index) const override
     {
         const QVariant entryId = index.siblingAtColumn(0).data(Qt::UserRole);
         if (!entryId.isValid())
@@ -102,7 +103,8 @@ public:
     }
     void setEditorData(QWidget *editor, const QModelIndex &index) const override
     {
-        const FoodDiaryItem entry = DiaryDB().getFoodEntry(index.siblingAtColumn(0).data(Qt::UserRole).toInt());
+        const FoodDiaryItem entry =
+            DiaryDB().getFoodEntry(index.siblingAtColumn(0).data(Qt::UserRole).toInt());
         if (auto *quantity = qobject_cast<QDoubleSpinBox *>(editor))
             quantity->setValue(entry.size);
         else if (auto *serving = qobject_cast<QComboBox *>(editor))
@@ -285,9 +287,8 @@ DiaryView::DiaryView(QWidget *parent)
         if (QTreeWidgetItem *item = _entries->currentItem())
             _entries->editItem(item, _entries->currentColumn() == 2 ? 2 : 1);
     }));
-    connect(_entries, &QTreeWidget::itemDoubleClicked, this, [this](QTreeWidgetItem *item, int column) {
-        _entries->editItem(item, column == 2 ? 2 : 1);
-    });
+    connect(_entries, &QTreeWidget::itemDoubleClicked, this,
+            [this](QTreeWidgetItem *item, int column) { _entries->editItem(item, column == 2 ? 2 : 1); });
     _entries->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(_entries, &QTreeWidget::customContextMenuRequested, this, [this](const QPoint &at) {
         const QTreeWidgetItem *item = _entries->itemAt(at);

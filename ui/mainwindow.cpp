@@ -1,7 +1,7 @@
 #include "ui/mainwindow.h"
 
-#include "brand/brandengine.h"
 #include "app/lmsettings.h"
+#include "brand/brandengine.h"
 #include "common/lmconstants.h"
 #include "db/databackup.h"
 #include "db/diarydb.h"
@@ -124,20 +124,22 @@ void MainWindow::createActions()
             exportDiaryTo(fileName);
     });
     file->addAction(tr("&Back Up Data..."), this, [this] {
-        const QString name = QStringLiteral("%1 %2.tar").arg(windowTitle(), QDate::currentDate().toString(Qt::ISODate));
-        const QString fileName = QFileDialog::getSaveFileName(this, tr("Back Up Data"),
-                                                              LmSettings::backupPath() + name, tr("TAR files (*.tar)"));
+        const QString name =
+            QStringLiteral("%1 %2.tar").arg(windowTitle(), QDate::currentDate().toString(Qt::ISODate));
+        const QString fileName = QFileDialog::getSaveFileName(
+            this, tr("Back Up Data"), LmSettings::backupPath() + name, tr("TAR files (*.tar)"));
         if (!fileName.isEmpty())
             backUpDataTo(fileName);
     });
     file->addAction(tr("&Restore Data..."), this, [this] {
-        const QString fileName = QFileDialog::getOpenFileName(this, tr("Restore Data"), LmSettings::backupPath(),
-                                                              tr("TAR files (*.tar)"));
+        const QString fileName = QFileDialog::getOpenFileName(
+            this, tr("Restore Data"), LmSettings::backupPath(), tr("TAR files (*.tar)"));
         if (fileName.isEmpty() ||
-            QMessageBox::question(this, tr("Restore Data"),
-                                  tr("Everything in the diary is replaced by the backup in %1.\n\nThe diary as "
-                                     "it is now is kept beside it as userdata.db.before-restore. Restore?")
-                                      .arg(QDir::toNativeSeparators(fileName))) != QMessageBox::Yes)
+            QMessageBox::question(
+                this, tr("Restore Data"),
+                tr("Everything in the diary is replaced by the backup in %1.\n\nThe diary as "
+                   "it is now is kept beside it as userdata.db.before-restore. Restore?")
+                    .arg(QDir::toNativeSeparators(fileName))) != QMessageBox::Yes)
             return;
         restoreDataFrom(fileName);
     });
@@ -363,7 +365,8 @@ QString MainWindow::backUpDataTo(const QString &fileName)
     if (!error.isEmpty())
         QMessageBox::warning(this, tr("Back Up Data"), error);
     else
-        statusBar()->showMessage(tr("The data is backed up in %1.").arg(QDir::toNativeSeparators(fileName)), 5000);
+        statusBar()->showMessage(tr("The data is backed up in %1.").arg(QDir::toNativeSeparators(fileName)),
+                                 5000);
     return error;
 }
 
@@ -374,12 +377,15 @@ QString MainWindow::restoreDataFrom(const QString &fileName)
         QMessageBox::warning(this, tr("Restore Data"), error);
         return error;
     }
-    // Profiles and their ids come from the backup now.
+    // Profiles and their ids come from the backup now; one without any starts with the wizard.
     const QList<int> users = UserDB::getUserIds();
-    const int user = users.contains(_userId) ? _userId : users.value(0, -1);
-    if (user >= 0)
-        openProfile(user);
-    statusBar()->showMessage(tr("The data is restored from %1.").arg(QDir::toNativeSeparators(fileName)), 5000);
+    if (!openProfile(users.contains(_userId) ? _userId : users.value(0, -1))) {
+        _userId = -1;
+        close();
+        return QString();
+    }
+    statusBar()->showMessage(tr("The data is restored from %1.").arg(QDir::toNativeSeparators(fileName)),
+                             5000);
     return QString();
 }
 

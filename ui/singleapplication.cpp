@@ -57,7 +57,8 @@ bool SingleApplication::initialize()
 {
     // The kernel drops the lock when the process ends, however it ends: no stale lock to judge,
     // and nothing is written to disk on every start.
-    const QByteArray path = QFile::encodeName(QDir::tempPath() + QLatin1Char('/') + _name + QStringLiteral(".lock"));
+    const QByteArray path =
+        QFile::encodeName(QDir::tempPath() + QLatin1Char('/') + _name + QStringLiteral(".lock"));
     _lockFd = ::open(path.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (_lockFd < 0)
         return false;

@@ -80,7 +80,8 @@ int main(int argc, char *argv[])
         } else if (relative.endsWith(QLatin1String(".svg"))) {
             const QString base = relative.left(relative.size() - 4);
             for (const int scale : {1, 2}) {
-                const QString member = base + (scale == 1 ? QStringLiteral(".png") : QStringLiteral("@2x.png"));
+                const QString member =
+                    base + (scale == 1 ? QStringLiteral(".png") : QStringLiteral("@2x.png"));
                 const QString rendered = renderDir.filePath(member);
                 QString error;
                 if (!renderSvg(path, rendered, scale, &error))
