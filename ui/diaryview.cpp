@@ -85,16 +85,16 @@ public:
                           const QModelIndex &index) const override
     {
         const QVariant entryId = index.siblingAtColumn(0).data(Qt::UserRole);
-        if (!entryId.isValid())
+        if (!entryId.isValid() || (index.column() != 1 && index.column() != 2))
             return nullptr;
-        FoodDiaryItem entry = DiaryDB().getFoodEntry(entryId.toInt());
         if (index.column() == 1) {
             auto *quantity = new QDoubleSpinBox(parent);
             quantity->setRange(0.01, 10000);
             quantity->setFrame(false);
             return quantity;
         }
-        if (index.column() != 2 || !_view->servingsKnown(entry))
+        FoodDiaryItem entry = DiaryDB().getFoodEntry(entryId.toInt());
+        if (!_view->servingsKnown(entry))
             return nullptr;
         auto *serving = new QComboBox(parent);
         for (const FoodServing &s : entry.getServings())
