@@ -3,6 +3,7 @@
 #include "cli/commands.h"
 #include "cli/session.h"
 
+#include "app/singlecopy.h"
 #include "db/databackup.h"
 
 #include <QDir>
@@ -25,6 +26,9 @@ int restore(Context &context, const QStringList &args)
 {
     const Arguments a(args, {});
     a.expectPositionals(1, 1, QStringLiteral("restore FILE.tar"));
+    // A running program would go on writing to the diary put aside.
+    if (SingleCopy::isRunning())
+        failure(QStringLiteral("The program is running: close it before restoring."));
     const Session session(context);
     if (const QString error = DataBackup::restore(a.positionals().constFirst()); !error.isEmpty())
         failure(error);

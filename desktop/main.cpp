@@ -6,6 +6,7 @@
 #include "app/lmsettings.h"
 #include "app/messagehandler.h"
 #include "app/notificationdispatcher.h"
+#include "app/singlecopy.h"
 #include "brand/brandengine.h"
 #include "common/lmassert.h"
 #include "common/lmconstants.h"
@@ -33,8 +34,6 @@
 #include <thread>
 
 namespace {
-
-const QString kIdentifier = QStringLiteral("zxcv71mnbvzxcv;po;iuyhgf;lkjhgfds_quonderblitmarq");
 
 bool brandFlag(const char *id)
 {
@@ -76,7 +75,7 @@ int shutDown(int status)
 
 int main(int argc, char *argv[])
 {
-    SingleApplication app(kIdentifier, argc, argv);
+    SingleApplication app(QLatin1String(SingleCopy::kIdentifier), argc, argv);
     QApplication::setApplicationName(QLatin1String(Lm::kProductName));
     QApplication::setApplicationVersion(QLatin1String(Lm::kVersion));
     QApplication::setOrganizationDomain(QLatin1String(Lm::kVendorDomain));

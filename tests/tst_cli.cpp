@@ -1,5 +1,6 @@
 // The command-line tool as a user runs it: a real process, its output and exit status.
 
+#include "app/singlecopy.h"
 #include "httptestserver.h"
 #include "testsupport.h"
 
@@ -62,6 +63,7 @@ private slots:
     void invalidInputChangesNothing_data();
     void invalidInputChangesNothing();
     void failedStartUp();
+    void noRestoreUnderRunningProgram();
 };
 
 void TestCli::exitStatuses_data()
@@ -570,6 +572,20 @@ void TestCli::failedStartUp()
     QVERIFY(process.waitForFinished(60000));
     QCOMPARE(process.exitCode(), 1);
     QVERIFY(process.readAllStandardError().startsWith("tarnwell-cli: "));
+}
+
+void TestCli::noRestoreUnderRunningProgram()
+{
+    // The desktop program holds its lock while it runs.
+    const int lock = SingleCopy::acquireLock(QLatin1String(SingleCopy::kIdentifier), 0);
+    QVERIFY(lock >= 0);
+    const Result refused = run({QStringLiteral("restore"), QStringLiteral("/nonexistent/x.tar")});
+    SingleCopy::releaseLock(lock);
+    QCOMPARE(refused.status, 1);
+    QCOMPARE(refused.err,
+             QStringLiteral("tarnwell-cli: The program is running: close it before restoring.\n"));
+    QCOMPARE(run({QStringLiteral("restore"), QStringLiteral("/nonexistent/x.tar")}).err,
+             QStringLiteral("tarnwell-cli: Cannot read /nonexistent/x.tar.\n"));
 }
 
 QTEST_GUILESS_MAIN(TestCli)

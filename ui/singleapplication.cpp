@@ -1,39 +1,20 @@
 #include "ui/singleapplication.h"
 
-#include <QCryptographicHash>
-#include <QDeadlineTimer>
-#include <QDir>
-#include <QFile>
+#include "app/singlecopy.h"
+
 #include <QLocalServer>
 #include <QLocalSocket>
-#include <QThread>
-
-#include <cerrno>
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 SingleApplication::SingleApplication(const QString &identifier, int &argc, char **argv)
     : QApplication(argc, argv)
-    , _name(serverName(identifier))
+    , _identifier(identifier)
+    , _name(SingleCopy::serverName(identifier))
 {
 }
 
 SingleApplication::~SingleApplication()
 {
-    if (_lockFd >= 0)
-        ::close(_lockFd);
-}
-
-QString SingleApplication::serverName(const QString &identifier)
-{
-    QString login = qEnvironmentVariable("USER");
-    if (login.isEmpty())
-        login = QDir::homePath();
-    // Socket names are paths with a short length limit: a digest keeps them short.
-    const QByteArray digest =
-        QCryptographicHash::hash((identifier + QLatin1Char('\n') + login).toUtf8(), QCryptographicHash::Sha1);
-    return QStringLiteral("tarnwell-") + QString::fromLatin1(digest.toHex().left(20));
+    SingleCopy::releaseLock(_lockFd);
 }
 
 bool SingleApplication::sendMessage(const QString &message, int timeoutMs)
@@ -55,22 +36,9 @@ bool SingleApplication::sendMessage(const QString &message, int timeoutMs)
 
 bool SingleApplication::initialize()
 {
-    // The kernel drops the lock when the process ends, however it ends: no stale lock to judge,
-    // and nothing is written to disk on every start.
-    const QByteArray path =
-        QFile::encodeName(QDir::tempPath() + QLatin1Char('/') + _name + QStringLiteral(".lock"));
-    _lockFd = ::open(path.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    _lockFd = SingleCopy::acquireLock(_identifier, 100);
     if (_lockFd < 0)
         return false;
-    const QDeadlineTimer deadline(100);
-    while (::flock(_lockFd, LOCK_EX | LOCK_NB) != 0) {
-        if ((errno != EWOULDBLOCK && errno != EINTR) || deadline.hasExpired()) {
-            ::close(_lockFd);
-            _lockFd = -1;
-            return false;
-        }
-        QThread::msleep(5);
-    }
     QLocalServer::removeServer(_name); // a socket left by a copy that crashed
     _server = new QLocalServer(this);
     _server->setSocketOptions(QLocalServer::UserAccessOption);

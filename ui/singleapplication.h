@@ -2,8 +2,8 @@
 
 // One running copy of the program per login. A starting copy hands its message ("Wake up!") to
 // the running one over a local socket and ends; the running one hears it as messageReceived().
-// The socket's name comes from the program's identifier and the login name; a lock file decides
-// which copy listens when two start at once.
+// The socket's name comes from the program's identifier and the login name (SingleCopy); its
+// lock decides which copy listens when two start at once.
 
 #include <QApplication>
 #include <QString>
@@ -23,14 +23,13 @@ public:
     // Starts listening for later copies; false when another copy holds the lock.
     bool initialize();
 
-    static QString serverName(const QString &identifier);
-
 signals:
     void messageReceived(const QString &message);
 
 private:
     void acceptConnection();
 
+    QString _identifier;
     QString _name;
     int _lockFd = -1;
     QLocalServer *_server = nullptr;
