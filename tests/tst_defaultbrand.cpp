@@ -88,6 +88,10 @@ void TestDefaultBrand::everyImageDecodes()
         const QPixmap pixmap = brand.getPixmap(id);
         QVERIFY2(!pixmap.isNull(), qPrintable(id));
         QVERIFY2(pixmap.width() >= 16 && pixmap.height() >= 16, qPrintable(id));
+        // Each has its picture for dense screens, at the same size on screen.
+        const QPixmap dense = brand.getPixmap(id, 2.0);
+        QVERIFY2(dense.devicePixelRatio() == 2.0 && dense.deviceIndependentSize() == QSizeF(pixmap.size()),
+                 qPrintable(id));
     }
     QCOMPARE(brand.getPixmap(QStringLiteral("graphics.icon.tick")).size(), QSize(32, 32));
     QCOMPARE(brand.getPixmap(QStringLiteral("splash")).size(), QSize(480, 300));

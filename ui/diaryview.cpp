@@ -564,7 +564,6 @@ void DiaryView::refresh()
         QFont bold = meal->font(0);
         bold.setBold(true);
         meal->setFont(0, bold);
-        meal->setFirstColumnSpanned(false);
         for (const FoodDiaryItem &food : diary.foods) {
             if (!group.contains(food.meal))
                 continue;
