@@ -43,7 +43,8 @@ public:
     // one starting with "http=" counts. A single entry is taken as it is.
     static bool parseProxyList(const QString &list, QString *host, quint16 *port);
     // FindProxyForURL(url, host) of an auto-configuration script, with the usual helper functions
-    // defined. Empty when the script fails or runs longer than two seconds.
+    // defined. Empty when the script fails, runs longer than two seconds, or the engine's module
+    // (libtarnwell_proxyscript.so, loaded on first use) cannot be found.
     static QString runProxyScript(const QString &script, const QString &url, const QString &host);
     // "PROXY host:port; DIRECT" gives the first proxy; anything else means no proxy.
     static bool parseScriptResult(const QString &result, QString *host, quint16 *port);
