@@ -354,6 +354,20 @@ void TestDesktop::profilesAndColumns()
     QCOMPARE(entries->columnCount(), 5);
     QVERIFY(window.findChild<QWidget *>(QStringLiteral("nutrientPanel"))->isHidden());
 
+    // The preferences choose them too: sodium off, fibre on.
+    QTimer::singleShot(0, [] {
+        auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+        QVERIFY(dialog);
+        auto *columns = dialog->findChild<QListWidget *>(QStringLiteral("columns"));
+        QCOMPARE(columns->item(SODIUM)->checkState(), Qt::Checked);
+        columns->item(SODIUM)->setCheckState(Qt::Unchecked);
+        columns->item(FIBER)->setCheckState(Qt::Checked);
+        dialog->accept();
+    });
+    QVERIFY(window.editPreferences());
+    QCOMPARE(window.diary()->columns(), (QList<int>{ENERGY, FIBER}));
+    QCOMPARE(entries->columnCount(), 5);
+
     // Renamed and grown, from today on.
     QTimer::singleShot(0, [] {
         auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());

@@ -497,17 +497,7 @@ void DiaryView::setUser(int user_id)
     _meal->clear();
     for (const int meal : {BREAKFAST, SNACK_1, LUNCH, SNACK_2, DINNER, SNACK_3})
         _meal->addItem(mealName(meal, snackMode), meal);
-    // The nutrient columns the profile chose: nutrient types separated by commas.
-    _columns.clear();
-    for (const QString &part :
-         UserDB::diaryViewColumnSettings(user_id).split(QLatin1Char(','), Qt::SkipEmptyParts)) {
-        bool ok = false;
-        const int type = part.trimmed().toInt(&ok);
-        if (ok && type >= 0 && type < kNutrientCount && !_columns.contains(type))
-            _columns.append(type);
-    }
-    if (_columns.isEmpty())
-        _columns = kDefaultColumns;
+    _columns = columnsOf(user_id);
     _entries->setColumnCount(3 + int(_columns.size()));
     QStringList headers = {tr("Food"), tr("Quantity"), tr("Serving")};
     for (const int type : std::as_const(_columns))
@@ -521,12 +511,31 @@ void DiaryView::setUser(int user_id)
     search(_query->text());
 }
 
-void DiaryView::setColumns(const QList<int> &columns)
+QList<int> DiaryView::columnsOf(int user_id)
+{
+    // Nutrient types separated by commas; anything else in the text is passed over.
+    QList<int> columns;
+    for (const QString &part :
+         UserDB::diaryViewColumnSettings(user_id).split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        bool ok = false;
+        const int type = part.trimmed().toInt(&ok);
+        if (ok && type >= 0 && type < kNutrientCount && !columns.contains(type))
+            columns.append(type);
+    }
+    return columns.isEmpty() ? kDefaultColumns : columns;
+}
+
+void DiaryView::saveColumns(int user_id, const QList<int> &columns)
 {
     QStringList parts;
     for (const int type : columns)
         parts.append(QString::number(type));
-    UserDB::setDiaryViewColumnSettings(_userId, parts.join(QLatin1Char(',')));
+    UserDB::setDiaryViewColumnSettings(user_id, parts.join(QLatin1Char(',')));
+}
+
+void DiaryView::setColumns(const QList<int> &columns)
+{
+    saveColumns(_userId, columns);
     setUser(_userId);
 }
 

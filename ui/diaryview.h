@@ -82,6 +82,10 @@ public:
     // The nutrient columns (nutrient types), and whether the totals and water panel shows; both
     // are kept with the profile.
     QList<int> columns() const { return _columns; }
+    // A profile's columns as kept (energy, carbohydrate, fat and protein when none are), and
+    // keeping them.
+    static QList<int> columnsOf(int user_id);
+    static void saveColumns(int user_id, const QList<int> &columns);
     void setColumns(const QList<int> &columns);
     void setNutrientPanelHidden(bool hidden);
 

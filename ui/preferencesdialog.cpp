@@ -3,12 +3,15 @@
 #include "app/lmsettings.h"
 #include "app/profilepreferences.h"
 #include "db/userdb.h"
+#include "model/unitdescriptor.h"
+#include "ui/diaryview.h"
 
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QFormLayout>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QSpinBox>
 #include <QVBoxLayout>
 
@@ -43,6 +46,17 @@ PreferencesDialog::PreferencesDialog(int user_id, QWidget *parent)
     _exercise->setRange(0, 1440);
     _exercise->setSuffix(tr(" minutes a day"));
     _exercise->setValue(preferences.exerciseTarget);
+    // The diary's nutrient columns, in nutrient order.
+    _columns = new QListWidget(this);
+    _columns->setObjectName(QStringLiteral("columns"));
+    const QList<int> shown = DiaryView::columnsOf(user_id);
+    for (int type = 0; type < kNutrientCount; ++type) {
+        auto *item =
+            new QListWidgetItem(UnitRegistry::instance().getUnitForNutrient(type)->getName(), _columns);
+        item->setData(Qt::UserRole, type);
+        item->setCheckState(shown.contains(type) ? Qt::Checked : Qt::Unchecked);
+    }
+    _columns->setMaximumHeight(_columns->sizeHintForRow(0) * 5 + 2 * _columns->frameWidth());
     _webUser = new QLineEdit(settings.web_username, this);
     _webPassword = new QLineEdit(settings.web_password, this);
     _webPassword->setEchoMode(QLineEdit::Password);
@@ -66,6 +80,7 @@ PreferencesDialog::PreferencesDialog(int user_id, QWidget *parent)
     form->addRow(tr("&Snacks:"), _snacks);
     form->addRow(tr("Green tick for &food:"), _budget);
     form->addRow(tr("Green tick for e&xercise:"), _exercise);
+    form->addRow(tr("Diary &columns:"), _columns);
     form->addRow(tr("Online diary &user:"), _webUser);
     form->addRow(tr("Online diary &password:"), _webPassword);
     form->addRow(QString(), _autoPublish);
@@ -96,6 +111,12 @@ void PreferencesDialog::accept()
     preferences.budgetMode = _budget->currentData().toInt();
     preferences.exerciseTarget = _exercise->value();
     preferences.save(_userId);
+    QList<int> columns;
+    for (int row = 0; row < _columns->count(); ++row) {
+        if (_columns->item(row)->checkState() == Qt::Checked)
+            columns.append(_columns->item(row)->data(Qt::UserRole).toInt());
+    }
+    DiaryView::saveColumns(_userId, columns);
     LmSettings::writeValue(QStringLiteral("/staticdb/updateInterval"), _updateDays->value());
     LmSettings::writeValue(QStringLiteral("proxySettings"), _proxy->text().trimmed());
     if (_backupFolder->text().trimmed().isEmpty())

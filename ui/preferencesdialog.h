@@ -1,7 +1,8 @@
 #pragma once
 
 // The profile's preferences: units of measure and energy, how snacks are shown, the budget and
-// exercise target of the green ticks; the web account; the database update interval.
+// exercise target of the green ticks; the diary's columns; the web account, publishing, proxy,
+// backup folder and the database update interval.
 
 #include <QDialog>
 
@@ -31,4 +32,5 @@ private:
     class QCheckBox *_askBeforePublish;
     QLineEdit *_proxy;
     QLineEdit *_backupFolder;
+    class QListWidget *_columns;
 };
