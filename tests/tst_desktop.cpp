@@ -189,6 +189,35 @@ void TestDesktop::searchAddsFoodToLunch()
     QVERIFY(window.diary()->undo());
     QCOMPARE(lunchGroup()->child(0)->text(3), QStringLiteral("284"));
 
+    // Half an hour's walk: its minutes change in place too, Delete removes it, undo brings it back.
+    window.findChild<QComboBox *>(QStringLiteral("kind"))->setCurrentIndex(1);
+    search->setText(QStringLiteral("walking"));
+    QVERIFY(matches->count() > 0);
+    window.findChild<QDoubleSpinBox *>(QStringLiteral("quantity"))->setValue(30);
+    QTest::keyClick(matches, Qt::Key_Return);
+    const auto walk = [entries] {
+        const QTreeWidgetItem *group =
+            entries->findItems(QStringLiteral("Exercise"), Qt::MatchExactly).value(0);
+        return group && group->childCount() ? group->child(0) : nullptr;
+    };
+    QVERIFY(walk());
+    QCOMPARE(walk()->text(1), QStringLiteral("30"));
+    const QString burned30 = walk()->text(3);
+    entries->setCurrentItem(walk(), 1);
+    QTest::keyClick(entries, Qt::Key_F2);
+    auto *minutes = entries->viewport()->findChild<QDoubleSpinBox *>();
+    QVERIFY(minutes);
+    minutes->selectAll();
+    QTest::keyClicks(minutes, QStringLiteral("60"));
+    QTest::keyClick(minutes, Qt::Key_Return);
+    QTRY_COMPARE(walk()->text(1), QStringLiteral("60"));
+    QCOMPARE(walk()->text(3).toFloat(), 2 * burned30.toFloat());
+    entries->setCurrentItem(walk());
+    QTest::keyClick(entries, Qt::Key_Delete);
+    QVERIFY(!walk());
+    QVERIFY(window.diary()->undo());
+    QVERIFY(walk() && walk()->text(1) == QStringLiteral("60"));
+
     // The day before is empty; Delete removes the entry.
     window.diary()->setDate(QDate::currentDate().addDays(-1));
     QCOMPARE(lunchGroup()->childCount(), 0);

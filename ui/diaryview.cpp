@@ -55,6 +55,7 @@ namespace {
 constexpr int kShownMatches = 200;
 constexpr int kCategoryRole = Qt::UserRole + 1;
 constexpr int kCustomRole = Qt::UserRole + 2;
+constexpr int kExerciseRole = Qt::UserRole + 3; // an exercise entry's id, in the day's tree
 const QList<int> kDefaultColumns = {ENERGY, CARB, FAT, PROTEIN};
 
 QString number(double value)
@@ -84,6 +85,13 @@ public:
     QWidget *createEditor(QWidget *parent, const QStyleOptionViewItem &,
                           const QModelIndex &index) const override
     {
+        if (index.siblingAtColumn(0).data(kExerciseRole).isValid() && index.column() == 1) {
+            auto *minutes = new QDoubleSpinBox(parent);
+            minutes->setRange(1, 1440);
+            minutes->setDecimals(0);
+            minutes->setFrame(false);
+            return minutes;
+        }
         const QVariant entryId = index.siblingAtColumn(0).data(Qt::UserRole);
         if (!entryId.isValid() || (index.column() != 1 && index.column() != 2))
             return nullptr;
@@ -103,6 +111,11 @@ public:
     }
     void setEditorData(QWidget *editor, const QModelIndex &index) const override
     {
+        if (const QVariant exercise = index.siblingAtColumn(0).data(kExerciseRole); exercise.isValid()) {
+            qobject_cast<QDoubleSpinBox *>(editor)->setValue(
+                DiaryDB().getExerciseEntry(exercise.toInt()).duration);
+            return;
+        }
         const FoodDiaryItem entry =
             DiaryDB().getFoodEntry(index.siblingAtColumn(0).data(Qt::UserRole).toInt());
         if (auto *quantity = qobject_cast<QDoubleSpinBox *>(editor))
@@ -112,6 +125,14 @@ public:
     }
     void setModelData(QWidget *editor, QAbstractItemModel *, const QModelIndex &index) const override
     {
+        if (const QVariant exercise = index.siblingAtColumn(0).data(kExerciseRole); exercise.isValid()) {
+            const auto minutes = float(qobject_cast<QDoubleSpinBox *>(editor)->value());
+            QMetaObject::invokeMethod(
+                _view,
+                [view = _view, id = exercise.toInt(), minutes] { view->editExerciseEntry(id, minutes); },
+                Qt::QueuedConnection);
+            return;
+        }
         const int entryId = index.siblingAtColumn(0).data(Qt::UserRole).toInt();
         const FoodDiaryItem entry = DiaryDB().getFoodEntry(entryId);
         int servingId = entry.serving_id;
@@ -305,6 +326,14 @@ DiaryView::DiaryView(QWidget *parent)
                     QMessageBox::information(this, tr("Save Meal"), tr("This meal has no foods to save."));
             });
             groupMenu.exec(_entries->viewport()->mapToGlobal(at));
+            return;
+        }
+        if (item && item->data(0, kExerciseRole).isValid()) {
+            QMenu menu(this);
+            menu.addAction(tr("&Change Minutes"), this,
+                           [this, item] { _entries->editItem(const_cast<QTreeWidgetItem *>(item), 1); });
+            menu.addAction(tr("&Delete"), this, &DiaryView::deleteSelectedEntry);
+            menu.exec(_entries->viewport()->mapToGlobal(at));
             return;
         }
         if (!item || !item->data(0, Qt::UserRole).isValid())
@@ -598,6 +627,8 @@ void DiaryView::refresh()
         auto *exercise = new QTreeWidgetItem(_entries, {mealName(EXERCISE, preferences.snackMode)});
         for (const ExerciseDiaryItem &e : diary.exercises) {
             auto *entry = new QTreeWidgetItem(exercise, {e.name, number(e.duration), tr("minutes")});
+            entry->setData(0, kExerciseRole, e.ex_id);
+            entry->setFlags(entry->flags() | Qt::ItemIsEditable);
             const qsizetype energyColumn = _columns.indexOf(ENERGY);
             if (energyColumn >= 0)
                 entry->setText(int(3 + energyColumn), units.getUnit(UNIT_ENERGY)->formatValue(-e.energy()));
@@ -1263,6 +1294,19 @@ bool DiaryView::undo()
 void DiaryView::deleteSelectedEntry()
 {
     const QTreeWidgetItem *current = _entries->currentItem();
+    if (current && current->data(0, kExerciseRole).isValid()) {
+        const DiaryDB diary;
+        const ExerciseDiaryItem removed = diary.getExerciseEntry(current->data(0, kExerciseRole).toInt());
+        diary.removeExerciseEntry(removed.ex_id);
+        rememberUndo([removed] {
+            ExerciseDiaryItem again = removed;
+            again.ex_id = -1;
+            again.status = STATUS_LIVE;
+            DiaryDB().addExerciseEntry(again);
+        });
+        refresh();
+        return;
+    }
     if (!current || !current->data(0, Qt::UserRole).isValid())
         return;
     const DiaryDB diary;
@@ -1283,6 +1327,20 @@ bool DiaryView::editSelectedEntry(int servingId, float quantity)
     const QTreeWidgetItem *current = _entries->currentItem();
     return current && current->data(0, Qt::UserRole).isValid() &&
            editEntry(current->data(0, Qt::UserRole).toInt(), servingId, quantity);
+}
+
+bool DiaryView::editExerciseEntry(int exerciseId, float minutes)
+{
+    const DiaryDB diary;
+    ExerciseDiaryItem entry = diary.getExerciseEntry(exerciseId);
+    if (minutes <= 0 || entry.ex_id != exerciseId || entry.duration == minutes)
+        return false;
+    const ExerciseDiaryItem before = entry;
+    entry.duration = minutes;
+    diary.updateExerciseEntry(entry);
+    rememberUndo([before] { DiaryDB().updateExerciseEntry(before); });
+    refresh();
+    return true;
 }
 
 bool DiaryView::servingsKnown(FoodDiaryItem &entry) const

@@ -62,6 +62,7 @@ public:
     // Changes the selected food entry's serving and quantity, or moves it to another meal.
     bool editSelectedEntry(int servingId, float quantity);
     bool editEntry(int entryId, int servingId, float quantity);
+    bool editExerciseEntry(int exerciseId, float minutes);
     // Whether the entry's food is still there to offer its servings (then they are loaded).
     bool servingsKnown(FoodDiaryItem &entry) const;
     bool moveSelectedEntry(int meal);
