@@ -221,9 +221,14 @@ QByteArray BrandEngine::getImageData(const QString &id) const
     const auto it = _images.constFind(id);
     if (it == _images.cend())
         Lm::fatal(notFound(id));
-    const QByteArray data = it->archive->read(it->fileRef);
+    return readImage(*it, it->fileRef, id);
+}
+
+QByteArray BrandEngine::readImage(const ImageRef &image, const QString &member, const QString &id) const
+{
+    const QByteArray data = image.archive->read(member);
     if (data.isEmpty())
-        Lm::fatal(QStringLiteral("Couldn't find image file '%1' for brand id '%2'").arg(it->fileRef, id));
+        Lm::fatal(QStringLiteral("Couldn't find image file '%1' for brand id '%2'").arg(image.fileRef, id));
     return data;
 }
 
@@ -255,9 +260,7 @@ QPixmap BrandEngine::getPixmap(const QString &id, qreal devicePixelRatio) const
     QPixmap pixmap;
     if (QPixmapCache::find(key, &pixmap))
         return pixmap;
-    QByteArray data = it->archive->read(member);
-    if (data.isEmpty())
-        Lm::fatal(QStringLiteral("Couldn't find image file '%1' for brand id '%2'").arg(it->fileRef, id));
+    QByteArray data = readImage(*it, member, id);
     // Reading by the member's suffix keeps Qt from loading every image plug-in to sniff the data
     // (milliseconds at start-up); a member whose name lies about its contents is still sniffed.
     QBuffer buffer(&data);

@@ -93,6 +93,9 @@ private:
         QString fileRef;
     };
 
+    // A member of the image's archive; fatal when it is missing or empty.
+    QByteArray readImage(const ImageRef &image, const QString &member, const QString &id) const;
+
     std::vector<std::unique_ptr<TarFileReader>> _archives;
     QHash<QString, bool> _bools;
     QHash<QString, int> _ints;

@@ -908,8 +908,7 @@ void DiaryView::treeMenu(const QPoint &at)
     const bool category = item->data(0, kCategoryRole).toBool();
     const bool customItem = item->data(0, kCustomRole).toBool();
     const bool exercises = _browsing == BrowseExercises;
-    DynamicDB *custom = exercises ? static_cast<DynamicDB *>(_exercises->dynamicDB())
-                                  : static_cast<DynamicDB *>(_foods->dynamicDB());
+    DynamicDB *custom = browsedCustom();
     const bool root = id == kSharedRootId || id == DynamicDB::rootIdOf(_userId);
     QMenu menu(this);
     if (category && customItem) {
@@ -926,8 +925,7 @@ void DiaryView::treeMenu(const QPoint &at)
                     30, 1, &ok);
                 if (!ok)
                     return;
-                if (id == kSharedRootId || id == DynamicDB::rootIdOf(_userId))
-                    ExDBDynamic::userRootId(id == kSharedRootId ? -1 : _userId);
+                makeRootRow(id);
                 _exercises->dynamicDB()->addExercise(id, name.trimmed(),
                                                      float(met) * kCaloriesPerMetMinuteKg);
                 search(_query->text());
@@ -1000,12 +998,28 @@ void DiaryView::treeMenu(const QPoint &at)
     menu.exec(_tree->viewport()->mapToGlobal(at));
 }
 
+DynamicDB *DiaryView::browsedCustom() const
+{
+    return _browsing == BrowseExercises ? static_cast<DynamicDB *>(_exercises->dynamicDB())
+                                        : static_cast<DynamicDB *>(_foods->dynamicDB());
+}
+
+const DynamicDB::Tables &DiaryView::browsedTables() const
+{
+    return _browsing == BrowseExercises ? ExDBDynamic::kTables : FoodDBDynamic::kTables;
+}
+
+void DiaryView::makeRootRow(int category)
+{
+    // The roots are in the index from the start; their rows only once something is filed there.
+    if (category == kSharedRootId || category == DynamicDB::rootIdOf(_userId))
+        DynamicDB::userRootId(browsedTables(), category == kSharedRootId ? -1 : _userId);
+}
+
 QList<QPair<int, QString>> DiaryView::customMoveTargets(int id, bool category) const
 {
-    const bool exercises = _browsing == BrowseExercises;
-    const DynamicDB *custom = exercises ? static_cast<const DynamicDB *>(_exercises->dynamicDB())
-                                        : static_cast<const DynamicDB *>(_foods->dynamicDB());
-    const QLatin1String base(exercises ? ExDBDynamic::kTables.baseName : FoodDBDynamic::kTables.baseName);
+    const DynamicDB *custom = browsedCustom();
+    const QLatin1String base(browsedTables().baseName);
     QList<QPair<int, QString>> targets;
     // Depth first, as paths; a category never goes under itself.
     const std::function<void(int, const QString &)> walk = [&](int parent, const QString &path) {
@@ -1022,15 +1036,11 @@ QList<QPair<int, QString>> DiaryView::customMoveTargets(int id, bool category) c
 
 bool DiaryView::moveCustom(int id, bool category, int target)
 {
-    const bool exercises = _browsing == BrowseExercises;
-    DynamicDB *custom = exercises ? static_cast<DynamicDB *>(_exercises->dynamicDB())
-                                  : static_cast<DynamicDB *>(_foods->dynamicDB());
+    DynamicDB *custom = browsedCustom();
     const auto targets = customMoveTargets(id, category);
     if (!std::any_of(targets.cbegin(), targets.cend(), [target](const auto &t) { return t.first == target; }))
         return false;
-    if (target == kSharedRootId || target == DynamicDB::rootIdOf(_userId))
-        DynamicDB::userRootId(exercises ? ExDBDynamic::kTables : FoodDBDynamic::kTables,
-                              target == kSharedRootId ? -1 : _userId);
+    makeRootRow(target);
     const bool moved = category ? custom->moveCategory(id, target) : custom->moveItem(id, target);
     search(_query->text());
     return moved;
@@ -1050,12 +1060,8 @@ void DiaryView::moveCustomInDialog(int id, bool category)
 
 int DiaryView::newCustomCategory(int parent, const QString &name)
 {
-    DynamicDB *custom = _browsing == BrowseExercises ? static_cast<DynamicDB *>(_exercises->dynamicDB())
-                                                     : static_cast<DynamicDB *>(_foods->dynamicDB());
-    if (parent == kSharedRootId || parent == DynamicDB::rootIdOf(_userId))
-        DynamicDB::userRootId(_browsing == BrowseExercises ? ExDBDynamic::kTables : FoodDBDynamic::kTables,
-                              parent == kSharedRootId ? -1 : _userId);
-    const int id = custom->addCategory(parent, name);
+    makeRootRow(parent);
+    const int id = browsedCustom()->addCategory(parent, name);
     search(_query->text());
     return id;
 }

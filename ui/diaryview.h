@@ -5,6 +5,7 @@
 // and adds the chosen food to a meal.
 
 #include "model/dbtypes.h"
+#include "staticdb/dynamicdb.h"
 
 #include <QDate>
 #include <QWidget>
@@ -108,6 +109,10 @@ private:
     void fillTreeItem(class QTreeWidgetItem *parent);
     void treeMenu(const QPoint &at);
     void moveCustomInDialog(int id, bool category);
+    // The custom foods or exercises, as browsed, and the row of a root category made when needed.
+    DynamicDB *browsedCustom() const;
+    const DynamicDB::Tables &browsedTables() const;
+    void makeRootRow(int category);
     void select(int id);
     void markCalendar();
     void editSelectedEntryInDialog();
