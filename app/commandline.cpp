@@ -14,6 +14,9 @@ CommandLine parseCommandLine(const QStringList &arguments)
         } else if (arg == QLatin1String("-resourcedir")) {
             if (i + 1 >= arguments.size())
                 Lm::fatal(QStringLiteral("-resourcedir must be followed by a directory path"));
+            // The resource folder is set once; a second one is the same error as setting it twice.
+            const bool resourcePath = !result.resourceDir.isNull();
+            LM_ASSERT(!resourcePath);
             result.resourceDir = arguments.at(++i);
         } else {
             Lm::fatal(QStringLiteral("Unknown argument: %1").arg(arg));

@@ -220,8 +220,10 @@ QString LmSettings::backupPath()
             path = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) + QLatin1Char('/') +
                    brandId() + QStringLiteral(" Backups/");
             write(DataBackupPath, path);
+            // Where a backup goes by default must exist when the user is first offered it.
+            QDir().mkpath(path);
         }
-        cached = path;
+        cached = withSeparator(path);
     }
     return cached;
 }

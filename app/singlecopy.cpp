@@ -4,6 +4,7 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QThread>
 
 #include <cerrno>
@@ -14,15 +15,17 @@
 
 namespace {
 
-QByteArray lockPath(const QString &identifier)
+// One copy per login session: the session's runtime folder, or the temporary folder where the
+// session has none.
+QString runtimeFolder()
 {
-    return QFile::encodeName(QDir::tempPath() + QLatin1Char('/') + SingleCopy::serverName(identifier) +
-                             QStringLiteral(".lock"));
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (!runtime.isEmpty() && QFileInfo(runtime).isDir())
+        return QDir::cleanPath(runtime) + QLatin1Char('/');
+    return QDir::tempPath() + QLatin1Char('/');
 }
 
-} // namespace
-
-QString SingleCopy::serverName(const QString &identifier)
+QString baseName(const QString &identifier)
 {
     // The account, not $USER or $HOME: those change with the environment a copy starts in.
     const passwd *account = ::getpwuid(::getuid());
@@ -31,6 +34,19 @@ QString SingleCopy::serverName(const QString &identifier)
     const QByteArray digest =
         QCryptographicHash::hash((identifier + QLatin1Char('\n') + login).toUtf8(), QCryptographicHash::Sha1);
     return QStringLiteral("tarnwell-") + QString::fromLatin1(digest.toHex().left(20));
+}
+
+QByteArray lockPath(const QString &identifier)
+{
+    return QFile::encodeName(runtimeFolder() + baseName(identifier) + QStringLiteral(".lock"));
+}
+
+} // namespace
+
+QString SingleCopy::serverName(const QString &identifier)
+{
+    // A full path: the socket lives in the session's folder, not in the shared temporary one.
+    return runtimeFolder() + baseName(identifier);
 }
 
 int SingleCopy::acquireLock(const QString &identifier, int waitMs)

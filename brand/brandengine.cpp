@@ -47,7 +47,7 @@ bool hasMember(const TarFileReader &archive, const QString &pattern)
         return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') ||
                c == u'/' || c == u'_' || c == u'-' || c == u'.';
     });
-    if (plain && archive.catalogue().count(pattern.toUtf8()) > 0)
+    if (plain && archive.catalogue().count(pattern.toLatin1()) > 0)
         return true;
     return !archive.list(pattern, Qt::CaseSensitive).isEmpty();
 }
@@ -250,7 +250,7 @@ QPixmap BrandEngine::getPixmap(const QString &id, qreal devicePixelRatio) const
         const QFileInfo name(it->fileRef);
         const QString dense = (name.path() == QLatin1String(".") ? QString() : name.path() + u'/') +
                               name.completeBaseName() + QStringLiteral("@2x.") + name.suffix();
-        if (it->archive->catalogue().count(dense.toUtf8()) > 0) {
+        if (it->archive->catalogue().count(dense.toLatin1()) > 0) {
             member = dense;
             ratio = 2.0;
         }
@@ -299,8 +299,15 @@ QString BrandEngine::expandBrandVariables(const QString &text) const
 {
     static const QRegularExpression re(QStringLiteral("\\$\\{([^\\}]+)\\}"));
     QString result = text;
+    int rounds = 0;
     for (QRegularExpressionMatch match = re.match(result); match.hasMatch(); match = re.match(result)) {
         const QString name = match.captured(1);
+        if (++rounds > kMaxExpansionRounds || result.size() > kMaxExpandedLength) {
+            qCWarning(lcBrand, "BrandEngine: Stopped expanding '${%s}': the brand's values refer to each other "
+                               "without end",
+                      qUtf8Printable(name));
+            break;
+        }
         const QString value = getString(name.toLower());
         result.replace(QStringLiteral("${") + name + QLatin1Char('}'), value);
     }
@@ -309,7 +316,8 @@ QString BrandEngine::expandBrandVariables(const QString &text) const
 
 QString BrandEngine::expandUrlVariables(QString &url, const BrandUrlValues &values) const
 {
-    const QString userName = values.userName;
+    // Percent-encoded: "al ice&x" or "bob#1" must not split the query, and no "${" survives it.
+    const QString userName = QString::fromLatin1(QUrl::toPercentEncoding(values.userName));
     const QString pwHash =
         values.password.isEmpty()
             ? QString()

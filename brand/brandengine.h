@@ -63,12 +63,17 @@ public:
     QStringList ids(ValueType type) const;
 
     // Replaces each "${NAME}" by getString(name in lower case), repeatedly from the start, until
-    // no variable is left. An unknown name is fatal; a value that refers to itself never ends.
+    // no variable is left. An unknown name is fatal. A value that refers to itself would never
+    // end: after kMaxExpansionRounds replacements, or once the text outgrows kMaxExpandedLength,
+    // the expansion stops with a warning and the text stays as far as it got.
     QString expandBrandVariables(const QString &text) const;
+    static constexpr int kMaxExpansionRounds = 64;
+    static constexpr qsizetype kMaxExpandedLength = 64 * 1024;
 
     // Fills the URL variables of a brand URL in place, then expands the remaining brand
-    // variables. Returns an error text, empty on success (the text explains that the web account
-    // is not set when the URL needs it).
+    // variables. The user's values go in percent-encoded, so that they can neither change the
+    // URL's shape nor be taken for brand variables. Returns an error text, empty on success (the
+    // text explains that the web account is not set when the URL needs it).
     QString expandUrlVariables(QString &url, const BrandUrlValues &values) const;
 
     // The platform and product filters applied to every element at load.

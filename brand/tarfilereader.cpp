@@ -70,7 +70,7 @@ qint64 TarFileReader::parseOctal(const char *oct_str, int length)
 
 QByteArray TarFileReader::read(const QString &memberName)
 {
-    const auto it = _catalogue.find(memberName.toUtf8());
+    const auto it = _catalogue.find(memberName.toLatin1());
     if (it == _catalogue.end() || !_file.isOpen())
         return QByteArray();
     const Entry &entry = it->second;
@@ -93,7 +93,7 @@ QStringList TarFileReader::list(const QString &pattern, Qt::CaseSensitivity cs) 
     if (!re.isValid())
         return names;
     for (const auto &[name, entry] : _catalogue) {
-        const QString text = QString::fromUtf8(name);
+        const QString text = QString::fromLatin1(name);
         if (re.match(text).hasMatch())
             names.append(text);
     }

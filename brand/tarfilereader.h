@@ -3,7 +3,8 @@
 // Reads plain tar archives: catalogues the member headers once at open (seeking over the data),
 // then hands out whole members as byte arrays. Only the name and size fields of a header are
 // used. Never reads outside the file: a member whose data would run past the end of the file
-// reads as empty.
+// reads as empty. Member names are 8-bit strings: as text each byte is one Latin-1 character, so
+// every name read from the catalogue finds its member again whatever its encoding.
 
 #include <QByteArray>
 #include <QFile>

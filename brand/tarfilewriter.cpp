@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -45,7 +46,10 @@ bool TarFileWriter::addFile(const QString &sourcePath, const QString &memberName
     const qint64 size = info.size();
     const qint64 mtime = info.lastModified().toSecsSinceEpoch();
 
-    const QByteArray name = (memberName.isEmpty() ? sourcePath : memberName).toUtf8();
+    // Names are 8-bit: Latin-1 as it is, anything beyond it as its UTF-8 bytes.
+    const QString text = memberName.isEmpty() ? sourcePath : memberName;
+    const bool latin1 = std::all_of(text.cbegin(), text.cend(), [](QChar c) { return c.unicode() < 256; });
+    const QByteArray name = latin1 ? text.toLatin1() : text.toUtf8();
     if (name.size() > kMaxNameLength) {
         fail(QStringLiteral("Contents file name exceeds 99 characters"));
         return false;

@@ -377,7 +377,8 @@ int removeCustom(Context &context, const QStringList &args, bool exercise)
     }
     if (!removed)
         failure(QStringLiteral("the %1 could not be removed").arg(kindName(exercise)));
-    Favorites::remove(userId, exercise ? Favorites::EXERCISES : Favorites::FOODS, id);
+    if (!Favorites::remove(userId, exercise ? Favorites::EXERCISES : Favorites::FOODS, id))
+        failure(QStringLiteral("the %1 was removed, but not from the favourites").arg(kindName(exercise)));
     return Success;
 }
 
@@ -444,7 +445,8 @@ int favorite(Context &context, const QStringList &args)
     } else {
         if (!present)
             usageError(QStringLiteral("%1 %2 is not a favourite").arg(kindName(exercise)).arg(id));
-        Favorites::remove(userId, type, id);
+        if (!Favorites::remove(userId, type, id))
+            failure(QStringLiteral("the favourite could not be removed"));
     }
     return Success;
 }
@@ -488,8 +490,7 @@ int logFood(Context &context, const QStringList &args)
     item.setSize(qty);
     item.setDate(day);
     item.meal = meal;
-    DiaryDB().addFoodEntry(item);
-    if (item.food_id < 0)
+    if (!DiaryDB().addFoodEntry(item))
         failure(QStringLiteral("the entry could not be stored"));
     printLine(QString::number(item.food_id));
     return Success;
@@ -518,8 +519,7 @@ int logExercise(Context &context, const QStringList &args)
     item.duration = float(minutes);
     item.rate = found.scale * float(weight->first);
     item.name = found.name;
-    DiaryDB().addExerciseEntry(item);
-    if (item.ex_id < 0)
+    if (!DiaryDB().addExerciseEntry(item))
         failure(QStringLiteral("the entry could not be stored"));
     printLine(QString::number(item.ex_id));
     return Success;
@@ -535,18 +535,19 @@ int removeEntry(Context &context, const QStringList &args)
     const Session session(context);
     const int userId = session.userId();
     const DiaryDB diary;
-    if (exercise) {
-        const ExerciseDiaryItem entry = diary.getExerciseEntry(id);
-        if (entry.ex_id != id || entry.user_id != userId || entry.status != STATUS_LIVE)
-            usageError(QStringLiteral("no exercise entry %1").arg(id));
-        diary.removeExerciseEntry(id);
-    } else {
+    // Checked and removed under one write lock: the entry removed is the one checked.
+    storeOrFail([&] {
+        if (exercise) {
+            const ExerciseDiaryItem entry = diary.getExerciseEntry(id);
+            if (entry.ex_id != id || entry.user_id != userId || entry.status != STATUS_LIVE)
+                usageError(QStringLiteral("no exercise entry %1").arg(id));
+            return diary.removeExerciseEntry(id);
+        }
         const FoodDiaryItem entry = diary.getFoodEntry(id);
-        if (entry.food_id != id || entry.user_id != userId || entry.status != STATUS_LIVE ||
-            entry.date.isEmpty())
+        if (entry.food_id != id || entry.user_id != userId || entry.status != STATUS_LIVE || entry.date.isEmpty())
             usageError(QStringLiteral("no food entry %1").arg(id));
-        diary.removeFoodEntry(id);
-    }
+        return diary.removeFoodEntry(id);
+    });
     return Success;
 }
 
@@ -622,7 +623,12 @@ int mealAdd(Context &context, const QStringList &args)
     const Session session(context);
     const int userId = session.userId();
     const QPair<int, QString> saved = findSavedMeal(userId, a.positionals().at(0));
-    for (const FoodDiaryItem &entry : SavedMealDB::addMealToDay(saved.first, userId, day, meal))
+    QList<FoodDiaryItem> added;
+    storeOrFail([&] {
+        added = SavedMealDB::addMealToDay(saved.first, userId, day, meal);
+        return !added.isEmpty() || SavedMealDB::getMealFoods(saved.first).isEmpty();
+    });
+    for (const FoodDiaryItem &entry : std::as_const(added))
         printLine(QString::number(entry.food_id));
     return Success;
 }
@@ -633,7 +639,8 @@ int mealRemove(Context &context, const QStringList &args)
     a.expectPositionals(1, 1, QStringLiteral("meal-remove NAME|ID"));
     const Session session(context);
     const int userId = session.userId();
-    SavedMealDB::deleteMeal(findSavedMeal(userId, a.positionals().at(0)).first);
+    const int mealId = findSavedMeal(userId, a.positionals().at(0)).first;
+    storeOrFail([&] { return SavedMealDB::deleteMeal(mealId); });
     return Success;
 }
 

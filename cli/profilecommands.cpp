@@ -19,20 +19,6 @@
 namespace Cli {
 namespace {
 
-// Runs the changes in one transaction: all of them land or none.
-template<typename Change>
-void inTransaction(Change change)
-{
-    LmSqlDb::begin();
-    try {
-        change();
-    } catch (...) {
-        LmSqlDb::rollback();
-        throw;
-    }
-    LmSqlDb::commit();
-}
-
 QString today()
 {
     return DateConversion::fromQDate(QDate::currentDate());
@@ -172,7 +158,7 @@ int profileSet(Context &context, const QStringList &args)
         settings.ask_before_publish =
             parseYesNo(a.value(QStringLiteral("--ask-before-publish")), QStringLiteral("--ask-before-publish"));
     }
-    inTransaction([&] { UserDB::setSettings(userId, settings); });
+    storeOrFail([&] { return UserDB::setSettings(userId, settings); });
     preferences.save(userId);
     return Success;
 }
@@ -189,35 +175,42 @@ int checkin(Context &context, const QStringList &args)
     const int userId = session.userId();
     const DisplayUnits units = DisplayUnits::of(userId);
 
-    CheckIn checkIn = UserDB::getCheckIn(userId, day).value_or(CheckIn{});
-    checkIn.date = day;
+    // What the options set, applied to the day's row under the write lock: values given by another
+    // program in the meantime stay.
+    std::optional<double> given[5];
     bool any = false;
-    for (const QString &option : measures) {
+    for (int i = 0; i < measures.size(); ++i) {
+        const QString &option = measures.at(i);
         if (!a.has(option))
             continue;
         any = true;
-        const bool isWeight = option == QLatin1String("--weight");
-        const UnitDescriptor &unit = isWeight ? units.weight() : units.length();
-        const double shown = parseNumber(a.value(option), option, 0, unit.toDisplay(isWeight ? 500 : 300));
-        const double stored = unit.fromDisplayValue(shown);
-        double &field = isWeight                                ? checkIn.weight
-                        : option == QLatin1String("--chest")    ? checkIn.chest
-                        : option == QLatin1String("--waist")    ? checkIn.waist
-                        : option == QLatin1String("--hip")      ? checkIn.hip
-                                                                : checkIn.thigh;
-        field = shown == 0 ? -1 : stored; // 0 clears a measurement
+        const UnitDescriptor &unit = i == 0 ? units.weight() : units.length();
+        const double shown = parseNumber(a.value(option), option, 0, unit.toDisplay(i == 0 ? 500 : 300));
+        given[i] = shown == 0 ? -1 : unit.fromDisplayValue(shown); // 0 clears a measurement
     }
+    std::optional<double> steps;
     if (a.has(QStringLiteral("--steps"))) {
         any = true;
-        checkIn.steps = parseInteger(a.value(QStringLiteral("--steps")), QStringLiteral("--steps"), 0, 1000000);
+        steps = parseInteger(a.value(QStringLiteral("--steps")), QStringLiteral("--steps"), 0, 1000000);
     }
-    if (a.has(QStringLiteral("--note"))) {
+    if (a.has(QStringLiteral("--note")))
         any = true;
-        checkIn.note = a.value(QStringLiteral("--note"));
-    }
     if (!any)
         usageError(QStringLiteral("checkin needs at least one measurement or a note"));
-    inTransaction([&] { UserDB::setCheckIn(userId, checkIn); });
+    storeOrFail([&] {
+        CheckIn checkIn = UserDB::getCheckIn(userId, day).value_or(CheckIn{});
+        checkIn.date = day;
+        double *fields[5] = {&checkIn.weight, &checkIn.chest, &checkIn.waist, &checkIn.hip, &checkIn.thigh};
+        for (int i = 0; i < 5; ++i) {
+            if (given[i])
+                *fields[i] = *given[i];
+        }
+        if (steps)
+            checkIn.steps = *steps;
+        if (a.has(QStringLiteral("--note")))
+            checkIn.note = a.value(QStringLiteral("--note"));
+        return UserDB::setCheckIn(userId, checkIn);
+    });
     return Success;
 }
 
@@ -228,9 +221,11 @@ int checkinRemove(Context &context, const QStringList &args)
     const QString day = dayArgument(a.positionals().constFirst());
     const Session session(context);
     const int userId = session.userId();
-    if (!UserDB::getCheckIn(userId, day))
-        failure(QStringLiteral("no check-in on %1").arg(a.positionals().constFirst()));
-    inTransaction([&] { UserDB::removeCheckIn(userId, day); });
+    storeOrFail([&] {
+        if (!UserDB::getCheckIn(userId, day))
+            failure(QStringLiteral("no check-in on %1").arg(a.positionals().constFirst()));
+        return UserDB::removeCheckIn(userId, day);
+    });
     return Success;
 }
 
@@ -242,7 +237,7 @@ int water(Context &context, const QStringList &args)
     const int cups = parseInteger(a.positionals().at(1), QStringLiteral("CUPS"), 0, 100);
     const Session session(context);
     const int userId = session.userId();
-    inTransaction([&] { UserDB::setWater(userId, day, cups); });
+    storeOrFail([&] { return UserDB::setWater(userId, day, cups); });
     return Success;
 }
 
@@ -260,19 +255,29 @@ int target(Context &context, const QStringList &args)
     const int userId = session.userId();
     const DisplayUnits units = DisplayUnits::of(userId);
 
-    Targets targets = UserDB::getTargets(userId, day); // unchanged values stay in force
-    bool any = false;
+    std::optional<double> given[kNutrientCount];
     for (int i = 0; i < options.size(); ++i) {
         if (!a.has(options.at(i)))
             continue;
-        any = true;
         const double max = i == 0 ? units.energy().toDisplay(20000) : 100000;
         const double value = parseNumber(a.value(options.at(i)), options.at(i), 0, max);
-        targets.values[size_t(i)] = i == 0 ? units.energy().fromDisplayValue(value) : value;
+        given[i] = i == 0 ? units.energy().fromDisplayValue(value) : value;
     }
-    if (!any)
+    if (std::none_of(std::begin(given), std::end(given), [](const auto &v) { return v.has_value(); }))
         usageError(QStringLiteral("target needs at least one value"));
-    inTransaction([&] { UserDB::setTargets(userId, day, targets); });
+    storeOrFail([&] {
+        // The day's own row keeps its other values; a new row starts from the values in force.
+        Targets targets = UserDB::getTargetsOn(userId, day).value_or(UserDB::getTargets(userId, day));
+        for (int i = 0; i < kNutrientCount; ++i) {
+            if (given[i])
+                targets.values[size_t(i)] = *given[i];
+        }
+        // Targets are read through their energy value: a row without it would never be in force.
+        if (targets.values[ENERGY] < 0)
+            usageError(QStringLiteral("no energy target is in force on %1: give --calories too")
+                           .arg(DateConversion::toWebDate(day)));
+        return UserDB::setTargets(userId, day, targets);
+    });
     return Success;
 }
 

@@ -97,6 +97,15 @@ QJsonObject nutrientsJson(const std::array<float, kNutrientCount> &values)
     return object;
 }
 
+void storeOrFail(const std::function<bool()> &change)
+{
+    LmWriteTransaction write;
+    // Anything thrown leaves the transaction to roll back in write's destructor.
+    if (!write.isOpen() || !write.commit(change()))
+        failure(QStringLiteral("the diary could not be written (another program kept it busy, or the disk "
+                               "refused); nothing was changed"));
+}
+
 QString dayArgument(const QString &text, const QString &what)
 {
     return DateConversion::fromQDate(parseDate(text, what));

@@ -12,6 +12,7 @@
 #include <QJsonObject>
 
 #include <array>
+#include <functional>
 
 #include <memory>
 
@@ -57,6 +58,10 @@ void applyDisplayUnits(int userId);
 // storage units (unknown values null).
 QString nutrientsText(const std::array<float, kNutrientCount> &values);
 QJsonObject nutrientsJson(const std::array<float, kNutrientCount> &values);
+
+// Runs change (returning whether each step was stored) in one write transaction: all of it lands
+// or none, and the command fails with status 1 unless it did.
+void storeOrFail(const std::function<bool()> &change);
 
 // "yyyyMMdd" of a date argument.
 QString dayArgument(const QString &text, const QString &what = QStringLiteral("DATE"));

@@ -73,9 +73,10 @@ DiaryDB::DiaryDB(const QString &suffix, bool keepDeleted)
 {
 }
 
-void DiaryDB::addFoodEntry(FoodDiaryItem &fdi) const
+bool DiaryDB::addFoodEntry(FoodDiaryItem &fdi) const
 {
     LM_ASSERT(fdi.food_id < 0);
+    LmWriteTransaction write;
     LmSqlQueryPtr insert = prepare(
         QStringLiteral("INSERT INTO food_") + _suffix
         + QStringLiteral(" (food_id, user_id, date, meal, status, ref_id, food_name, serving_id, serv_name, size, "
@@ -87,12 +88,18 @@ void DiaryDB::addFoodEntry(FoodDiaryItem &fdi) const
                            fdi.serving_id, fdi.serv_name,
                            double(fdi.size)};
     values += nutrientValues(fdi);
-    if (!execBound(insert, values))
-        return;
+    if (!write.isOpen() || !execBound(insert, values))
+        return false;
     LmSqlQueryPtr maxId = prepare(QStringLiteral("SELECT MAX(food_id) FROM food_") + _suffix);
-    if (execBound(maxId) && maxId->next())
-        fdi.food_id = maxId->value(0).toInt();
+    if (!execBound(maxId) || !maxId->next())
+        return false;
+    const int id = maxId->value(0).toInt();
+    LmSqlDb::releaseQuery(maxId);
+    if (!write.commit())
+        return false;
+    fdi.food_id = id;
     fdi.status = STATUS_LIVE;
+    return true;
 }
 
 FoodDiaryItem DiaryDB::getFoodEntry(int food_id) const
@@ -107,9 +114,10 @@ FoodDiaryItem DiaryDB::getFoodEntry(int food_id) const
     return FoodDiaryItem();
 }
 
-void DiaryDB::updateFoodEntry(int food_id, const FoodDiaryItem &fdi) const
+bool DiaryDB::updateFoodEntry(int food_id, const FoodDiaryItem &fdi) const
 {
     LM_ASSERT(food_id==fdi.food_id);
+    LmWriteTransaction write;
     LmSqlQueryPtr query = prepare(
         QStringLiteral("UPDATE food_") + _suffix
         + QStringLiteral(" SET user_id = ?, date = ?, meal = ?, status = ?, ref_id = ?, food_name = ?, serving_id = "
@@ -122,20 +130,21 @@ void DiaryDB::updateFoodEntry(int food_id, const FoodDiaryItem &fdi) const
                            double(fdi.size)};
     values += nutrientValues(fdi);
     values.append(food_id);
-    execBound(query, values);
+    return write.commit(write.isOpen() && execBound(query, values));
 }
 
-void DiaryDB::removeFoodEntry(int food_id) const
+bool DiaryDB::removeFoodEntry(int food_id) const
 {
+    LmWriteTransaction write;
+    if (!write.isOpen())
+        return false;
     if (_keepDeleted) {
         LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE food_") + _suffix + QStringLiteral(" SET status = ? WHERE food_id = ?"));
-        execBound(query, {STATUS_DELETED, food_id});
         LmSqlQueryPtr sync = prepare(QStringLiteral("UPDATE food_diary_sync SET state = ? WHERE food_id = ?"));
-        execBound(sync, {2, food_id});
-    } else {
-        LmSqlQueryPtr query = prepare(QStringLiteral("DELETE FROM food_") + _suffix + QStringLiteral(" WHERE food_id = ?"));
-        execBound(query, {food_id});
+        return write.commit(execBound(query, {STATUS_DELETED, food_id}) && execBound(sync, {2, food_id}));
     }
+    LmSqlQueryPtr query = prepare(QStringLiteral("DELETE FROM food_") + _suffix + QStringLiteral(" WHERE food_id = ?"));
+    return write.commit(execBound(query, {food_id}));
 }
 
 ExerciseDiaryItem DiaryDB::getExerciseEntry(int ex_id) const
@@ -157,9 +166,10 @@ ExerciseDiaryItem DiaryDB::getExerciseEntry(int ex_id) const
     return item;
 }
 
-void DiaryDB::addExerciseEntry(ExerciseDiaryItem &item) const
+bool DiaryDB::addExerciseEntry(ExerciseDiaryItem &item) const
 {
     const bool hasId = item.ex_id >= 0;
+    LmWriteTransaction write;
     LmSqlQueryPtr insert = prepare(QStringLiteral("INSERT INTO exer_") + _suffix
                                    + QStringLiteral(" (ex_id, user_id, date, duration, rate, name, status) VALUES ")
                                    + (hasId ? QStringLiteral("(?, ?, ?, ?, ?, ?, ?)")
@@ -168,35 +178,44 @@ void DiaryDB::addExerciseEntry(ExerciseDiaryItem &item) const
     if (hasId)
         values.append(item.ex_id);
     values << item.user_id << item.date << double(item.duration) << double(item.rate) << item.name << STATUS_LIVE;
-    if (!execBound(insert, values))
-        return;
+    if (!write.isOpen() || !execBound(insert, values))
+        return false;
+    int id = item.ex_id;
+    if (!hasId) {
+        LmSqlQueryPtr maxId = prepare(QStringLiteral("SELECT MAX(ex_id) FROM exer_") + _suffix);
+        if (!execBound(maxId) || !maxId->next())
+            return false;
+        id = maxId->value(0).toInt();
+    }
+    if (!write.commit())
+        return false;
+    item.ex_id = id;
     item.status = STATUS_LIVE;
-    if (hasId)
-        return;
-    LmSqlQueryPtr maxId = prepare(QStringLiteral("SELECT MAX(ex_id) FROM exer_") + _suffix);
-    if (execBound(maxId) && maxId->next())
-        item.ex_id = maxId->value(0).toInt();
+    return true;
 }
 
-void DiaryDB::updateExerciseEntry(const ExerciseDiaryItem &item) const
+bool DiaryDB::updateExerciseEntry(const ExerciseDiaryItem &item) const
 {
+    LmWriteTransaction write;
     LmSqlQueryPtr query =
         prepare(QStringLiteral("UPDATE exer_") + _suffix
                 + QStringLiteral(" SET user_id = ?, date = ?, duration = ?, rate = ?, name = ?, status = ? WHERE ex_id = ?"));
-    execBound(query, {item.user_id, item.date, double(item.duration), double(item.rate), item.name, item.status, item.ex_id});
+    return write.commit(write.isOpen() && execBound(query, {item.user_id, item.date, double(item.duration),
+                                                            double(item.rate), item.name, item.status, item.ex_id}));
 }
 
-void DiaryDB::removeExerciseEntry(int ex_id) const
+bool DiaryDB::removeExerciseEntry(int ex_id) const
 {
+    LmWriteTransaction write;
+    if (!write.isOpen())
+        return false;
     if (_keepDeleted) {
         LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE exer_") + _suffix + QStringLiteral(" SET status = ? WHERE ex_id = ?"));
-        execBound(query, {STATUS_DELETED, ex_id});
         LmSqlQueryPtr sync = prepare(QStringLiteral("UPDATE exer_diary_sync SET state = ? WHERE ex_id = ?"));
-        execBound(sync, {2, ex_id});
-    } else {
-        LmSqlQueryPtr query = prepare(QStringLiteral("DELETE FROM exer_") + _suffix + QStringLiteral(" WHERE ex_id = ?"));
-        execBound(query, {ex_id});
+        return write.commit(execBound(query, {STATUS_DELETED, ex_id}) && execBound(sync, {2, ex_id}));
     }
+    LmSqlQueryPtr query = prepare(QStringLiteral("DELETE FROM exer_") + _suffix + QStringLiteral(" WHERE ex_id = ?"));
+    return write.commit(execBound(query, {ex_id}));
 }
 
 DiaryDay DiaryDB::getDay(int user_id, const QString &day) const
@@ -328,24 +347,26 @@ QMap<QString, DailyTotal> DiaryDB::getDailyTotals(int user_id, const QString &st
     return totals;
 }
 
-void DiaryDB::markPublished(int user_id) const
+bool DiaryDB::markPublished(int user_id) const
 {
     LM_ASSERT(user_id!=-1);
+    LmWriteTransaction write;
     const int website = deviceId(QStringLiteral("website"));
     LmSqlQueryPtr foods = prepare(QStringLiteral("DELETE FROM food_") + _suffix
                                   + QStringLiteral("_sync WHERE device = ? AND state = ? AND food_id IN (SELECT food_id "
                                                    "FROM food_diary WHERE user_id = ?)"));
-    execBound(foods, {website, 2, user_id});
+    bool ok = write.isOpen() && execBound(foods, {website, 2, user_id});
     LmSqlQueryPtr exercises = prepare(QStringLiteral("DELETE FROM exer_") + _suffix
                                       + QStringLiteral("_sync WHERE device = ? AND state = ? AND ex_id IN (SELECT ex_id "
                                                        "FROM exer_diary WHERE user_id = ?)"));
-    execBound(exercises, {website, 2, user_id});
+    ok = ok && execBound(exercises, {website, 2, user_id});
     LmSqlQueryPtr foodState = prepare(QStringLiteral("UPDATE food_") + _suffix
                                       + QStringLiteral("_sync SET state = ? WHERE device = ? AND food_id IN (SELECT "
                                                        "food_id FROM food_diary WHERE user_id = ?)"));
-    execBound(foodState, {0, website, user_id});
+    ok = ok && execBound(foodState, {0, website, user_id});
     LmSqlQueryPtr exerciseState = prepare(QStringLiteral("UPDATE exer_") + _suffix
                                           + QStringLiteral("_sync SET state = ? WHERE device = ? AND ex_id IN (SELECT "
                                                            "ex_id FROM exer_diary WHERE user_id = ?)"));
-    execBound(exerciseState, {0, website, user_id});
+    ok = ok && execBound(exerciseState, {0, website, user_id});
+    return write.commit(ok);
 }

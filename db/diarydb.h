@@ -5,7 +5,8 @@
 // or the meal plan ("mealplan": food_mealplan, exer_mealplan; deletions are real).
 //
 // getDay() returns deleted entries too (status 2); callers that show a day skip them. Range
-// queries and sums leave them out.
+// queries and sums leave them out. Every change runs in one write transaction (joining one that
+// is open) and answers whether it was stored; a new entry gets its id only then.
 
 #include "model/dbtypes.h"
 
@@ -28,15 +29,15 @@ class DiaryDB
 public:
     explicit DiaryDB(const QString &suffix = QStringLiteral("diary"), bool keepDeleted = true);
 
-    void addFoodEntry(FoodDiaryItem &fdi) const;
+    bool addFoodEntry(FoodDiaryItem &fdi) const;
     FoodDiaryItem getFoodEntry(int food_id) const;
-    void updateFoodEntry(int food_id, const FoodDiaryItem &fdi) const;
-    void removeFoodEntry(int food_id) const;
+    bool updateFoodEntry(int food_id, const FoodDiaryItem &fdi) const;
+    bool removeFoodEntry(int food_id) const;
 
     ExerciseDiaryItem getExerciseEntry(int ex_id) const;
-    void addExerciseEntry(ExerciseDiaryItem &item) const;
-    void updateExerciseEntry(const ExerciseDiaryItem &item) const;
-    void removeExerciseEntry(int ex_id) const;
+    bool addExerciseEntry(ExerciseDiaryItem &item) const;
+    bool updateExerciseEntry(const ExerciseDiaryItem &item) const;
+    bool removeExerciseEntry(int ex_id) const;
 
     DiaryDay getDay(int user_id, const QString &day) const;
     QSet<QString> getDatesWithEntries(int user_id, const QDate &from, const QDate &to, bool includeDeleted) const;
@@ -47,7 +48,7 @@ public:
     QMap<QString, DailyTotal> getDailyTotals(int user_id, const QString &startDate, const QString &endDate,
                                              int mealFilter) const;
     // After a successful publish to the "website" device.
-    void markPublished(int user_id) const;
+    bool markPublished(int user_id) const;
 
     const QString &suffix() const { return _suffix; }
 

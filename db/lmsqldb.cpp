@@ -73,6 +73,7 @@ QSqlQuery &LmSqlQueryPtr::operator*() const
 void LmSqlQueryPtr::take(LmSqlQueryPtr &other)
 {
     _owns = std::exchange(other._owns, false);
+    _cached = std::exchange(other._cached, false);
     _query = other._query; // the source keeps the pointer, without the ownership
 }
 
@@ -80,7 +81,10 @@ void LmSqlQueryPtr::destroy()
 {
     if (_owns && _query)
         LmSqlDb::destroyQuery(_query);
+    else if (_cached && _query && LmSqlDb::exists())
+        _query->finish(); // a statement left open would hold the read lock other processes wait on
     _owns = false;
+    _cached = false;
     _query = nullptr;
 }
 
@@ -112,9 +116,9 @@ LmSqlDb::LmSqlDb(std::string &error, bool &openFailed)
     _db->setDatabaseName(LmSettings::userDatabasePath() + QLatin1String(kFileName));
     _db->setUserName(QString());
     _db->setPassword(QString());
-    // A second process (the desktop program and the command-line tool) may hold the file for a
-    // moment; wait for it rather than fail.
-    _db->setConnectOptions(u"QSQLITE_BUSY_TIMEOUT=5000"_s);
+    // A second process (the desktop program, the command-line tool, a cron job) may hold the file
+    // for a moment; wait for it rather than fail.
+    _db->setConnectOptions(u"QSQLITE_BUSY_TIMEOUT="_s + QString::number(kBusyTimeoutMs));
 
     if (_db->open() && !_db->isOpenError()) {
         _nestedTransactionLevel = 0;
@@ -141,36 +145,56 @@ LmSqlDb::~LmSqlDb()
         _instance = nullptr;
 }
 
-void LmSqlDb::beginTransaction()
+bool LmSqlDb::runControl(const char *statement)
+{
+    if (!_db)
+        return false;
+    QSqlQuery query(*_db);
+    if (query.exec(QLatin1String(statement)))
+        return true;
+    qCWarning(lcDb).noquote() << statement << "failed:" << query.lastError().text();
+    return false;
+}
+
+bool LmSqlDb::tryBeginTransaction()
 {
     if (_nestedTransactionLevel != 0) {
         // Reported, but counted as a level, so that the matching commits still balance.
         const int nestedTransactionLevel = _nestedTransactionLevel++;
         LM_ASSERT(nestedTransactionLevel == 0);
-        return;
+        return true;
     }
-    if (!_db || !_db->transaction()) {
-        if (_db)
-            qCWarning(lcDb).noquote() << "BEGIN failed:" << _db->lastError().text();
-        Lm::fatal(u"Could not start database transaction. There could be an I/O or network error, "
-                  "or your disk may be full"_s);
-    }
+    if (!runControl("BEGIN IMMEDIATE"))
+        return false;
     _nestedTransactionLevel = 1;
+    return true;
 }
 
-void LmSqlDb::commitTransaction()
+void LmSqlDb::beginTransaction()
+{
+    if (!tryBeginTransaction())
+        Lm::fatal(u"Could not start database transaction. There could be an I/O or network error, "
+                  "or your disk may be full"_s);
+}
+
+bool LmSqlDb::tryCommitTransaction()
 {
     const int nestedTransactionLevel = _nestedTransactionLevel;
     LM_ASSERT(nestedTransactionLevel > 0);
     --_nestedTransactionLevel;
     if (nestedTransactionLevel != 1)
-        return;
-    if (!_db || !_db->commit()) {
-        if (_db)
-            qCWarning(lcDb).noquote() << "COMMIT failed:" << _db->lastError().text();
+        return true;
+    if (runControl("COMMIT"))
+        return true;
+    runControl("ROLLBACK");
+    return false;
+}
+
+void LmSqlDb::commitTransaction()
+{
+    if (!tryCommitTransaction())
         Lm::fatal(u"Could not commit (finish) database transaction. There could be an I/O or network "
                   "error, or your disk may be full"_s);
-    }
 }
 
 void LmSqlDb::rollbackTransaction()
@@ -180,12 +204,39 @@ void LmSqlDb::rollbackTransaction()
     --_nestedTransactionLevel;
     if (nestedTransactionLevel != 1)
         return;
-    if (!_db || !_db->rollback()) {
-        if (_db)
-            qCWarning(lcDb).noquote() << "ROLLBACK failed:" << _db->lastError().text();
+    if (!runControl("ROLLBACK"))
         Lm::fatal(u"Could not rollback (abort) database transaction. There could be an I/O or network "
                   "error, or your disk may be full"_s);
+}
+
+LmWriteTransaction::LmWriteTransaction()
+{
+    LmSqlDb *db = LmSqlDb::instance();
+    if (db->nestedTransactionLevel() > 0)
+        _state = Joined;
+    else if (db->tryBeginTransaction())
+        _state = Owner;
+}
+
+LmWriteTransaction::~LmWriteTransaction()
+{
+    if (_state == Owner && LmSqlDb::exists())
+        LmSqlDb::instance()->rollbackTransaction();
+}
+
+bool LmWriteTransaction::commit(bool ok)
+{
+    const State state = std::exchange(_state, Closed);
+    if (state == Joined)
+        return ok;
+    if (state != Owner)
+        return false;
+    LmSqlDb *db = LmSqlDb::instance();
+    if (!ok) {
+        db->rollbackTransaction();
+        return false;
     }
+    return db->tryCommitTransaction();
 }
 
 LmSqlQueryPtr LmSqlDb::prepare(const QString &sql) const
@@ -226,17 +277,22 @@ LmSqlQueryPtr LmSqlDb::cachedQuery(const QString &sql)
     query->finish();
     LmSqlQueryPtr handle(query);
     handle._owns = false;
+    handle._cached = true;
     return handle;
 }
 
 void LmSqlDb::releaseQuery(LmSqlQueryPtr &handle)
 {
     const bool owns = std::exchange(handle._owns, false);
+    const bool cached = std::exchange(handle._cached, false);
     QSqlQuery *query = std::exchange(handle._query, nullptr);
-    if (owns && query)
+    if (owns && query) {
         destroyQuery(query);
-    else
-        LM_ASSERT(_instance);
+        return;
+    }
+    LM_ASSERT(_instance);
+    if (cached && query)
+        query->finish();
 }
 
 void LmSqlDb::destroyQuery(QSqlQuery *query)

@@ -47,6 +47,7 @@ private:
     void destroy();
 
     bool _owns = false;
+    bool _cached = false; // a kept statement: finished, not destroyed, when the handle goes
     QSqlQuery *_query = nullptr;
 };
 
@@ -75,10 +76,16 @@ public:
 
     // Only the outermost level issues SQL. Beginning a nested transaction is a programming error
     // that is reported but counted; an inner rollback undoes nothing by itself.
+    // Every transaction takes the write lock at its start (BEGIN IMMEDIATE), waiting while another
+    // process writes, so that what it reads stays true until it commits.
     void beginTransaction();
     void commitTransaction();
     void rollbackTransaction();
     int nestedTransactionLevel() const { return _nestedTransactionLevel; }
+    // The same without the fatal end: false when the database stayed busy past the wait or the
+    // disk refused. A commit that fails rolls back.
+    bool tryBeginTransaction();
+    bool tryCommitTransaction();
 
     // The same on instance(), for callers that do not hold the object.
     static void begin() { instance()->beginTransaction(); }
@@ -111,15 +118,42 @@ public:
     // before every space-separated word, spaces kept.
     static QString qualifyColumns(const QString &list, const QString &prefix);
 
+    // How long a statement waits for another process's write before it fails.
+    static constexpr int kBusyTimeoutMs = 10000;
+
 private:
     friend class LmSqlQueryPtr;
     static void destroyQuery(QSqlQuery *query);
+    bool runControl(const char *statement);
 
     static LmSqlDb *_instance;
 
     std::unique_ptr<QSqlDatabase> _db;
     QHash<QString, QSqlQuery *> _cachedQueries;
     int _nestedTransactionLevel = 0;
+};
+
+// One change to the database that lands whole or not at all, under the write lock from its first
+// statement to its commit, so that another process never writes between what it reads and what
+// it writes (an id read back with MAX is the row just inserted). Joins a transaction that is
+// already open; then the outer owner commits. Destroyed without commit() it rolls back.
+class LmWriteTransaction
+{
+public:
+    LmWriteTransaction();
+    ~LmWriteTransaction();
+    LmWriteTransaction(const LmWriteTransaction &) = delete;
+    LmWriteTransaction &operator=(const LmWriteTransaction &) = delete;
+
+    // False when the write lock could not be had.
+    bool isOpen() const { return _state == Owner || _state == Joined; }
+    // Commits when ok and this scope began the transaction, else rolls back. True only when the
+    // change is (or, joined, may still be) stored.
+    bool commit(bool ok = true);
+
+private:
+    enum State { Owner, Joined, Closed };
+    State _state = Closed;
 };
 
 // Binds the values to the statement's placeholders in order and runs it. A failure is logged

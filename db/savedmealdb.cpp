@@ -56,58 +56,71 @@ int SavedMealDB::createMeal(SavedMeal &meal)
 {
     const int meal_id = meal.meal_id;
     LM_ASSERT(meal_id < 0);
+    LmWriteTransaction write;
     LmSqlQueryPtr group =
         prepare(QStringLiteral("INSERT INTO group_diary(group_id, user_id, name, status) VALUES (?, ?, ?, ?)"));
-    if (!execBound(group, {QVariant(), userValue(meal.user_id), meal.name, STATUS_LIVE}))
+    if (!write.isOpen() || !execBound(group, {QVariant(), userValue(meal.user_id), meal.name, STATUS_LIVE}))
         return -1;
     LmSqlQueryPtr maxId = prepare(QStringLiteral("SELECT MAX(group_id) FROM group_diary"));
     if (!execBound(maxId) || !maxId->next())
         return -1;
-    meal.meal_id = maxId->value(0).toInt();
+    const int id = maxId->value(0).toInt();
+    LmSqlDb::releaseQuery(maxId);
 
     LmSqlQueryPtr food = prepare(QStringLiteral(
         "INSERT INTO food_diary ( group_id, food_name, serving_id, serv_name,\tsize, calories, carb, fat, fiber, "
         "protein, saturated_fat, cholesterol, sodium, sugar, calcium, status, user_id) VALUES ( ?, ?, ?, ?, ?, ?, ?, "
         "?, ?, ?, ?, ?, ?, ?, ?, ?, ? )"));
     for (const FoodDiaryItem &item : meal.foods) {
-        QVariantList values = {meal.meal_id, item.food_name, item.serving_id, item.serv_name, double(item.size)};
+        QVariantList values = {id, item.food_name, item.serving_id, item.serv_name, double(item.size)};
         for (int type : {ENERGY, CARB, FAT, FIBER, PROTEIN, SATURATED_FAT, CHOLESTEROL, SODIUM, SUGAR, CALCIUM})
             values.append(nutrientValue(item.getNutrient(type)));
         values << STATUS_LIVE << userValue(meal.user_id);
-        execBound(food, values);
+        if (!execBound(food, values))
+            return -1;
     }
-    return meal.meal_id;
+    if (!write.commit())
+        return -1;
+    meal.meal_id = id;
+    return id;
 }
 
-void SavedMealDB::renameMeal(int group_id, const QString &name)
+bool SavedMealDB::renameMeal(int group_id, const QString &name)
 {
+    LmWriteTransaction write;
     LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE group_diary SET name = ? WHERE group_id = ?"));
-    execBound(query, {name, group_id});
+    return write.commit(write.isOpen() && execBound(query, {name, group_id}));
 }
 
-void SavedMealDB::moveMeal(int group_id, int user_id)
+bool SavedMealDB::moveMeal(int group_id, int user_id)
 {
+    LmWriteTransaction write;
     LmSqlQueryPtr group = prepare(QStringLiteral("UPDATE group_diary SET user_id = ? WHERE group_id = ?"));
-    execBound(group, {userValue(user_id), group_id});
     LmSqlQueryPtr foods = prepare(QStringLiteral("UPDATE food_diary SET user_id = ? WHERE group_id = ?"));
-    execBound(foods, {userValue(user_id), group_id});
+    return write.commit(write.isOpen() && execBound(group, {userValue(user_id), group_id}) &&
+                        execBound(foods, {userValue(user_id), group_id}));
 }
 
-void SavedMealDB::deleteMeal(int group_id)
+bool SavedMealDB::deleteMeal(int group_id)
 {
+    LmWriteTransaction write;
+    if (!write.isOpen())
+        return false;
     LmSqlQueryPtr foods = prepare(QStringLiteral("SELECT food_id FROM food_diary WHERE group_id = ?"));
     QList<int> ids;
-    if (execBound(foods, {group_id})) {
-        while (foods->next())
-            ids.append(foods->value(0).toInt());
-    }
+    if (!execBound(foods, {group_id}))
+        return write.commit(false);
+    while (foods->next())
+        ids.append(foods->value(0).toInt());
+    LmSqlDb::releaseQuery(foods);
     const DiaryDB diary;
-    for (int id : ids)
-        diary.removeFoodEntry(id);
+    for (int id : ids) {
+        if (!diary.removeFoodEntry(id))
+            return write.commit(false);
+    }
     LmSqlQueryPtr group = prepare(QStringLiteral("UPDATE group_diary SET status = ? WHERE group_id = ?"));
-    execBound(group, {STATUS_DELETED, group_id});
     LmSqlQueryPtr sync = prepare(QStringLiteral("UPDATE group_diary_sync SET state = ? WHERE group_id = ?"));
-    execBound(sync, {2, group_id});
+    return write.commit(execBound(group, {STATUS_DELETED, group_id}) && execBound(sync, {2, group_id}));
 }
 
 QList<FoodDiaryItem> SavedMealDB::getMealFoods(int group_id)
@@ -139,12 +152,18 @@ QList<FoodDiaryItem> SavedMealDB::addMealToDay(int group_id, int user_id, const 
 {
     const DiaryDB diary;
     QList<FoodDiaryItem> added;
+    LmWriteTransaction write;
+    if (!write.isOpen())
+        return {};
     for (FoodDiaryItem item : getMealFoods(group_id)) {
         item.user_id = user_id;
         item.setDate(day);
         item.meal = mealCode;
-        diary.addFoodEntry(item);
+        if (!diary.addFoodEntry(item))
+            return {};
         added.append(item);
     }
+    if (!write.commit())
+        return {};
     return added;
 }

@@ -33,9 +33,9 @@ public:
     static QList<QPair<int, QString>> getMeals(int category);
 
     static int createMeal(SavedMeal &meal);
-    static void renameMeal(int group_id, const QString &name);
-    static void moveMeal(int group_id, int user_id);
-    static void deleteMeal(int group_id);
+    static bool renameMeal(int group_id, const QString &name);
+    static bool moveMeal(int group_id, int user_id);
+    static bool deleteMeal(int group_id);
     static QList<FoodDiaryItem> getMealFoods(int group_id);
     // Adds a copy of every food of the meal to the day and meal of a profile; returns the new
     // entries.

@@ -113,6 +113,9 @@ int UserDB::createUser(const UserProfile &profile, const UserSettings &settings,
     if (!(brand.idExists(family) && brand.getBool(family)))
         LM_ASSERT(numUsers() < 1);
 
+    LmWriteTransaction write;
+    if (!write.isOpen())
+        throw LmException("Cannot create the profile");
     LmSqlQueryPtr insert = prepare(QStringLiteral(
         "INSERT INTO user_users(  user_id, name, password, created, dob, sex,    measurement_units, energy_units, "
         "web_username, web_password, hidenutrientandfluid, summaryOptions,  energy_target_size, fat_target_size, "
@@ -141,19 +144,21 @@ int UserDB::createUser(const UserProfile &profile, const UserSettings &settings,
         throw LmException("Cannot create the profile");
     const int user_id = maxId->value(0).toInt();
 
+    LmSqlDb::releaseQuery(maxId);
+
     LmSqlQueryPtr misc = prepare(QStringLiteral("INSERT INTO user_misc(user_id, date, height) VALUES (?, ?, ?)"));
-    execBound(misc, {user_id, day, nullable(height)});
-    UserSettings rest = settings; // auto publish and the flags that the insert does not carry
-    setSettings(user_id, rest);
+    // auto publish and the flags that the insert does not carry
+    if (!execBound(misc, {user_id, day, nullable(height)}) || !setSettings(user_id, settings) || !write.commit())
+        throw LmException("Cannot create the profile");
     return user_id;
 }
 
-void UserDB::updateUser(const UserProfile &p)
+bool UserDB::updateUser(const UserProfile &p)
 {
     checkUser(p.user_id);
     LmSqlQueryPtr query = prepare(
         QStringLiteral("UPDATE user_users SET name = ?, password = ?, created = ?, dob = ?, sex = ? WHERE user_id = ?"));
-    execBound(query, {p.name, p.password, p.created, p.dob, p.sex, p.user_id});
+    return execBound(query, {p.name, p.password, p.created, p.dob, p.sex, p.user_id});
 }
 
 void UserDB::deleteUser(int user_id)
@@ -163,12 +168,15 @@ void UserDB::deleteUser(int user_id)
     const char *const tables[] = {"food_diary",    "group_diary",  "food_mealplan", "exer_diary",
                                   "exer_mealplan", "user_users",   "user_target",   "user_misc",
                                   "user_checkins", "water_diary",  "metrics_startStats", "user_firsttime_tips"};
+    LmWriteTransaction write;
     for (const char *table : tables) {
         LmSqlQueryPtr query =
             prepare(QStringLiteral("DELETE FROM ") + QLatin1String(table) + QStringLiteral(" WHERE user_id = ?"));
-        if (!execBound(query, {user_id}))
+        if (!write.isOpen() || !execBound(query, {user_id}))
             throw LmException(QStringLiteral("Cannot delete") + QLatin1String(table) + QStringLiteral(" entries"));
     }
+    if (!write.commit())
+        throw LmException(QStringLiteral("Cannot delete the profile"));
 }
 
 UserSettings UserDB::getSettings(int user_id)
@@ -196,7 +204,7 @@ UserSettings UserDB::getSettings(int user_id)
     return s;
 }
 
-void UserDB::setSettings(int user_id, const UserSettings &s)
+bool UserDB::setSettings(int user_id, const UserSettings &s)
 {
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(QStringLiteral(
@@ -210,7 +218,7 @@ void UserDB::setSettings(int user_id, const UserSettings &s)
     for (int size : s.target_sizes)
         values.append(size);
     values << s.diaryAdvancedMode << s.summaryOptions << int(s.hideNutrientAndFluid) << user_id;
-    execBound(query, values);
+    return execBound(query, values);
 }
 
 int UserDB::tipOfTheDay(int user_id)
@@ -220,26 +228,26 @@ int UserDB::tipOfTheDay(int user_id)
     return execBound(query, {user_id}) && query->next() ? query->value(0).toInt() : 0;
 }
 
-void UserDB::setTipOfTheDay(int user_id, int tip)
+bool UserDB::setTipOfTheDay(int user_id, int tip)
 {
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE user_users SET tipOfTheDay = ? WHERE user_id = ?"));
-    execBound(query, {tip, user_id});
+    return execBound(query, {tip, user_id});
 }
 
-void UserDB::setNutrientFluidHidden(int user_id, bool hidden)
+bool UserDB::setNutrientFluidHidden(int user_id, bool hidden)
 {
     checkUser(user_id);
     qCDebug(lcDb, "In UserDB::setNutrientFluidHidden");
     LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE user_users SET hideNutrientAndFluid = ? WHERE user_id = ?"));
-    execBound(query, {int(hidden), user_id});
+    return execBound(query, {int(hidden), user_id});
 }
 
-void UserDB::setBackupDataPath(int user_id, const QString &path)
+bool UserDB::setBackupDataPath(int user_id, const QString &path)
 {
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE user_users SET backup_data_path = ? WHERE user_id = ?"));
-    execBound(query, {path, user_id});
+    return execBound(query, {path, user_id});
 }
 
 QString UserDB::diaryViewColumnSettings(int user_id)
@@ -252,39 +260,43 @@ QString UserDB::diaryViewColumnSettings(int user_id)
     return value.isEmpty() ? QStringLiteral("0:2:") : value;
 }
 
-void UserDB::setDiaryViewColumnSettings(int user_id, const QString &settings)
+bool UserDB::setDiaryViewColumnSettings(int user_id, const QString &settings)
 {
     checkUser(user_id);
     LmSqlQueryPtr query =
         prepare(QStringLiteral("UPDATE user_users SET diaryViewColumnSettings = ? WHERE user_id = ?"));
-    execBound(query, {settings, user_id});
+    return execBound(query, {settings, user_id});
 }
 
-void UserDB::setUserColumn(int user_id, const QString &column, const QVariant &value)
+bool UserDB::setUserColumn(int user_id, const QString &column, const QVariant &value)
 {
     checkUser(user_id);
     LmSqlQueryPtr query =
         prepare(QStringLiteral("UPDATE user_users SET %1 = ? WHERE user_id = ?").arg(column));
-    execBound(query, {value, user_id});
+    return execBound(query, {value, user_id});
 }
 
-void UserDB::setPublishDefaults(bool autoPublish, bool askBeforePublish)
+bool UserDB::setPublishDefaults(bool autoPublish, bool askBeforePublish)
 {
     LmSqlQueryPtr query = prepare(QStringLiteral(
         "UPDATE user_users SET auto_publish = ?, ask_before_publish = ? WHERE web_username <> '' AND web_password <> ''"));
-    execBound(query, {int(autoPublish), int(askBeforePublish)});
+    return execBound(query, {int(autoPublish), int(askBeforePublish)});
 }
 
-void UserDB::ensureRow(const QString &table, int user_id, const QString &day)
+bool UserDB::ensureRow(const QString &table, int user_id, const QString &day)
 {
     checkUser(user_id);
     LmSqlQueryPtr count =
         prepare(QStringLiteral("SELECT COUNT(*) FROM ") + table + QStringLiteral(" WHERE user_id = ? AND date = ?"));
-    if (execBound(count, {user_id, day}) && count->next() && count->value(0).toInt() >= 1)
-        return;
+    if (!execBound(count, {user_id, day}) || !count->next())
+        return false;
+    const bool exists = count->value(0).toInt() >= 1;
+    LmSqlDb::releaseQuery(count);
+    if (exists)
+        return true;
     LmSqlQueryPtr insert =
         prepare(QStringLiteral("INSERT INTO ") + table + QStringLiteral("( user_id, date ) VALUES ( ?, ?)"));
-    execBound(insert, {user_id, day});
+    return execBound(insert, {user_id, day});
 }
 
 std::optional<QPair<double, QString>> UserDB::getLatest(const QString &table, const QString &field, int user_id,
@@ -323,9 +335,28 @@ Targets UserDB::getTargets(int user_id, const QString &day)
     return targets;
 }
 
-void UserDB::setTargets(int user_id, const QString &day, const Targets &targets)
+std::optional<Targets> UserDB::getTargetsOn(int user_id, const QString &day)
 {
-    ensureRow(QStringLiteral("user_target"), user_id, day);
+    checkUser(user_id);
+    QString columns;
+    for (const char *column : kTargetColumns)
+        columns += QLatin1Char(',') + QLatin1String(column);
+    LmSqlQueryPtr query = prepare(QStringLiteral("SELECT date") + columns +
+                                  QStringLiteral(" FROM user_target WHERE user_id = ? AND date = ?"));
+    if (!execBound(query, {user_id, day}) || !query->next())
+        return std::nullopt;
+    Targets targets;
+    targets.date = query->value(0).toString();
+    for (int i = 0; i < 10; ++i)
+        targets.values[size_t(i)] = number(query->value(1 + i));
+    return targets;
+}
+
+bool UserDB::setTargets(int user_id, const QString &day, const Targets &targets)
+{
+    LmWriteTransaction write;
+    if (!write.isOpen() || !ensureRow(QStringLiteral("user_target"), user_id, day))
+        return false;
     QString sql = QStringLiteral("UPDATE user_target SET date = ?");
     for (const char *column : kTargetColumns)
         sql += QLatin1Char(',') + QLatin1String(column) + QStringLiteral(" = ?");
@@ -335,7 +366,7 @@ void UserDB::setTargets(int user_id, const QString &day, const Targets &targets)
     for (double value : targets.values)
         values.append(nullable(value));
     values << user_id << day;
-    execBound(query, values);
+    return write.commit(execBound(query, values));
 }
 
 double UserDB::getHeight(int user_id)
@@ -346,20 +377,24 @@ double UserDB::getHeight(int user_id)
     return execBound(query, {user_id}) && query->next() ? query->value(0).toDouble() : -1.0;
 }
 
-void UserDB::setHeight(int user_id, const QString &day, double height)
+bool UserDB::setHeight(int user_id, const QString &day, double height)
 {
-    ensureRow(QStringLiteral("user_misc"), user_id, day);
+    LmWriteTransaction write;
+    if (!write.isOpen() || !ensureRow(QStringLiteral("user_misc"), user_id, day))
+        return false;
     LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE user_misc SET height = ? WHERE user_id = ? AND date = ?"));
-    execBound(query, {height, user_id, day});
+    return write.commit(execBound(query, {height, user_id, day}));
 }
 
-void UserDB::setMisc(int user_id, const QString &day, int goal, int activity, double customRmr,
+bool UserDB::setMisc(int user_id, const QString &day, int goal, int activity, double customRmr,
                      const QString &dietPlan)
 {
-    ensureRow(QStringLiteral("user_misc"), user_id, day);
+    LmWriteTransaction write;
+    if (!write.isOpen() || !ensureRow(QStringLiteral("user_misc"), user_id, day))
+        return false;
     LmSqlQueryPtr query = prepare(QStringLiteral(
         "UPDATE user_misc SET date = ?,goal = ?,activity = ?,custom_rmr = ?,diet_plan = ? WHERE user_id = ? AND date = ?"));
-    execBound(query, {day, goal, activity, nullable(customRmr), nullableText(dietPlan), user_id, day});
+    return write.commit(execBound(query, {day, goal, activity, nullable(customRmr), nullableText(dietPlan), user_id, day}));
 }
 
 std::optional<QPair<double, QString>> UserDB::getMisc(int user_id, const QString &day)
@@ -407,22 +442,24 @@ QList<CheckIn> UserDB::getCheckIns(int user_id)
     return checkIns;
 }
 
-void UserDB::setCheckIn(int user_id, const CheckIn &c)
+bool UserDB::setCheckIn(int user_id, const CheckIn &c)
 {
-    ensureRow(QStringLiteral("user_checkins"), user_id, c.date);
+    LmWriteTransaction write;
+    if (!write.isOpen() || !ensureRow(QStringLiteral("user_checkins"), user_id, c.date))
+        return false;
     LmSqlQueryPtr query = prepare(QStringLiteral(
         "UPDATE user_checkins SET weight = ?, chest = ?, hip = ?, thigh = ?, waist = ?, steps = ?, note = ? WHERE "
         "user_id = ? AND date = ?"));
     const QVariant note = c.note.isEmpty() || c.note == kNoNote ? QVariant() : QVariant(c.note);
-    execBound(query, {nullable(c.weight), nullable(c.chest), nullable(c.hip), nullable(c.thigh), nullable(c.waist),
-                nullable(c.steps), note, user_id, c.date});
+    return write.commit(execBound(query, {nullable(c.weight), nullable(c.chest), nullable(c.hip), nullable(c.thigh), nullable(c.waist),
+                nullable(c.steps), note, user_id, c.date}));
 }
 
-void UserDB::removeCheckIn(int user_id, const QString &day)
+bool UserDB::removeCheckIn(int user_id, const QString &day)
 {
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(QStringLiteral("DELETE from user_checkins WHERE user_id = ? AND date = ?"));
-    execBound(query, {user_id, day});
+    return execBound(query, {user_id, day});
 }
 
 bool UserDB::hasOtherWeight(int user_id, const QString &day)
@@ -469,11 +506,13 @@ int UserDB::getWater(int user_id, const QString &day)
     return execBound(query, {user_id, day}) && query->next() ? query->value(0).toInt() : 0;
 }
 
-void UserDB::setWater(int user_id, const QString &day, int cups)
+bool UserDB::setWater(int user_id, const QString &day, int cups)
 {
-    ensureRow(QStringLiteral("water_diary"), user_id, day);
+    LmWriteTransaction write;
+    if (!write.isOpen() || !ensureRow(QStringLiteral("water_diary"), user_id, day))
+        return false;
     LmSqlQueryPtr query = prepare(QStringLiteral("UPDATE water_diary SET cups = ? WHERE user_id = ? AND date = ?"));
-    execBound(query, {cups, user_id, day});
+    return write.commit(execBound(query, {cups, user_id, day}));
 }
 
 int UserDB::startCount(int user_id, const QString &day)
@@ -484,17 +523,19 @@ int UserDB::startCount(int user_id, const QString &day)
     return execBound(query, {user_id, day}) && query->next() ? query->value(0).toInt() : 0;
 }
 
-void UserDB::countStart(int user_id)
+bool UserDB::countStart(int user_id)
 {
     checkUser(user_id);
+    LmWriteTransaction write;
     LmSqlQueryPtr today = prepare(QStringLiteral("SELECT strftime('%Y%m%d', 'now')"));
-    if (!execBound(today) || !today->next())
-        return;
+    if (!write.isOpen() || !execBound(today) || !today->next())
+        return false;
     const int count = startCount(user_id, today->value(0).toString());
+    LmSqlDb::releaseQuery(today);
     // Built by concatenation: strftime's pattern must never pass through a printf-style formatter.
     LmSqlQueryPtr query = prepare(QStringLiteral("INSERT OR REPLACE INTO metrics_startStats (user_id, date, count) "
                                                  "VALUES ( ?, strftime('%Y%m%d', 'now'), ?)"));
-    execBound(query, {user_id, count + 1});
+    return write.commit(execBound(query, {user_id, count + 1}));
 }
 
 bool UserDB::tipShown(int user_id, int tip)
@@ -505,16 +546,16 @@ bool UserDB::tipShown(int user_id, int tip)
     return execBound(query, {user_id, tip}) && query->next() && query->value(0).toInt() > 0;
 }
 
-void UserDB::setTipShown(int user_id, int tip)
+bool UserDB::setTipShown(int user_id, int tip)
 {
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(QStringLiteral("INSERT OR REPLACE INTO user_firsttime_tips VALUES ( ?, ? );"));
-    execBound(query, {user_id, tip});
+    return execBound(query, {user_id, tip});
 }
 
-void UserDB::resetTips(int user_id)
+bool UserDB::resetTips(int user_id)
 {
     checkUser(user_id);
     LmSqlQueryPtr query = prepare(QStringLiteral("DELETE FROM user_firsttime_tips WHERE user_id = ?;"));
-    execBound(query, {user_id});
+    return execBound(query, {user_id});
 }

@@ -6,7 +6,8 @@
 // row on or before it.
 //
 // Every per-user call asserts a valid user ("user_id != -1"). Values read as NULL come back as
-// -1 (unknown). Statements go through LmSqlDb with bound values; only the column names of the
+// -1 (unknown). Setters answer whether the value was stored; those that first make the day's row
+// do both in one write transaction. Statements go through LmSqlDb with bound values; only the column names of the
 // generic setters are put into the text, and those are our own constants.
 
 #include <QList>
@@ -80,34 +81,36 @@ public:
     // Without the brand's family feature only one profile may exist.
     static int createUser(const UserProfile &profile, const UserSettings &settings, double height,
                           const QString &day);
-    static void updateUser(const UserProfile &profile);
+    static bool updateUser(const UserProfile &profile);
     static void deleteUser(int user_id);
 
     static UserSettings getSettings(int user_id);
-    static void setSettings(int user_id, const UserSettings &settings);
+    static bool setSettings(int user_id, const UserSettings &settings);
     static int tipOfTheDay(int user_id);
-    static void setTipOfTheDay(int user_id, int tip);
-    static void setNutrientFluidHidden(int user_id, bool hidden);
-    static void setBackupDataPath(int user_id, const QString &path);
+    static bool setTipOfTheDay(int user_id, int tip);
+    static bool setNutrientFluidHidden(int user_id, bool hidden);
+    static bool setBackupDataPath(int user_id, const QString &path);
     static QString diaryViewColumnSettings(int user_id);
-    static void setDiaryViewColumnSettings(int user_id, const QString &settings);
+    static bool setDiaryViewColumnSettings(int user_id, const QString &settings);
     // One named column of user_users (a column of ours, never user text).
-    static void setUserColumn(int user_id, const QString &column, const QVariant &value);
+    static bool setUserColumn(int user_id, const QString &column, const QVariant &value);
     // auto_publish and ask_before_publish for every profile with a web account.
-    static void setPublishDefaults(bool autoPublish, bool askBeforePublish);
+    static bool setPublishDefaults(bool autoPublish, bool askBeforePublish);
 
     // Dated rows
-    static void ensureRow(const QString &table, int user_id, const QString &day);
+    static bool ensureRow(const QString &table, int user_id, const QString &day);
     // The latest value of field on or before day that differs from invalidValue.
     static std::optional<QPair<double, QString>> getLatest(const QString &table, const QString &field, int user_id,
                                                            const QString &day, double invalidValue);
 
     static Targets getTargets(int user_id, const QString &day);
-    static void setTargets(int user_id, const QString &day, const Targets &targets);
+    // The row set on that very day, with its calories or without; none when the day has no row.
+    static std::optional<Targets> getTargetsOn(int user_id, const QString &day);
+    static bool setTargets(int user_id, const QString &day, const Targets &targets);
 
     static double getHeight(int user_id); // the latest of all; -1 when none
-    static void setHeight(int user_id, const QString &day, double height);
-    static void setMisc(int user_id, const QString &day, int goal, int activity, double customRmr,
+    static bool setHeight(int user_id, const QString &day, double height);
+    static bool setMisc(int user_id, const QString &day, int goal, int activity, double customRmr,
                         const QString &dietPlan);
     static std::optional<QPair<double, QString>> getMisc(int user_id, const QString &day); // custom_rmr, diet_plan
     static int getLatestMiscInt(int user_id, const QString &field, const QString &day, int fallback);
@@ -116,8 +119,8 @@ public:
     static std::optional<CheckIn> getCheckIn(int user_id, const QString &day);   // that day only
     static std::optional<CheckIn> getLatestCheckIn(int user_id, const QString &day); // on or before
     static QList<CheckIn> getCheckIns(int user_id); // every check-in, the most recent first
-    static void setCheckIn(int user_id, const CheckIn &checkIn);
-    static void removeCheckIn(int user_id, const QString &day);
+    static bool setCheckIn(int user_id, const CheckIn &checkIn);
+    static bool removeCheckIn(int user_id, const QString &day);
     static bool hasOtherWeight(int user_id, const QString &day);
     // "nochange", "increase", "bigincrease", "decrease" or "bigdecrease" from the last two
     // weights on or before day.
@@ -125,12 +128,12 @@ public:
 
     // Water
     static int getWater(int user_id, const QString &day); // 0 when none recorded
-    static void setWater(int user_id, const QString &day, int cups);
+    static bool setWater(int user_id, const QString &day, int cups);
 
     // Start-up counter (today, as the database sees it) and tips
     static int startCount(int user_id, const QString &day);
-    static void countStart(int user_id);
+    static bool countStart(int user_id);
     static bool tipShown(int user_id, int tip);
-    static void setTipShown(int user_id, int tip);
-    static void resetTips(int user_id);
+    static bool setTipShown(int user_id, int tip);
+    static bool resetTips(int user_id);
 };

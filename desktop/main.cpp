@@ -17,21 +17,16 @@
 #include "ui/singleapplication.h"
 #include "ui/updatedialog.h"
 
-#include <QBuffer>
 #include <QDialog>
 #include <QDir>
-#include <QFontDatabase>
-#include <QImageReader>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QSqlDatabase>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include <memory>
 #include <string>
-#include <thread>
 
 namespace {
 
@@ -83,18 +78,6 @@ int main(int argc, char *argv[])
     if (app.sendMessage(QStringLiteral("Wake up!"), 5000))
         return 0;
     app.initialize();
-    // Loading the SQL driver and the image plug-ins and reading the system's fonts take
-    // milliseconds: they run beside the brand, the splash and the database, and whatever needs
-    // them first waits for them.
-    std::jthread warmUp([] {
-        const QString warmUpConnection = QStringLiteral("tarnwell-warm-up");
-        QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), warmUpConnection);
-        QSqlDatabase::removeDatabase(warmUpConnection);
-        QFontDatabase::families();
-        QByteArray header("\x89PNG\r\n\x1a\n");
-        QBuffer buffer(&header);
-        QImageReader(&buffer).canRead();
-    });
     Lm::installMessageHandler(Lm::MessageHandlerMode::Desktop);
     Ui::installMessageBoxes();
 
@@ -119,7 +102,7 @@ int main(int argc, char *argv[])
         return shutDown(0);
     }
     if (commandLine.deregisterConduit) {
-        if (!brandFlag("conduit_enabled"))
+        if (!brand.getBool(QStringLiteral("conduit_enabled")))
             Lm::fatal(
                 QStringLiteral("-deregistercond specified, but this version of the software has no conduit"));
         return shutDown(0); // no handheld conduit on this platform: nothing is registered
@@ -172,7 +155,8 @@ int main(int argc, char *argv[])
     if (brandFlag("metrics_enabled"))
         UserDB::countStart(window->currentUser());
     window->show();
-    // The handheld conduit (brand "conduit_enabled") has nothing to register on this platform.
+    if (brand.getBool(QStringLiteral("conduit_enabled")))
+        qDebug("No handheld conduit to register on this platform");
     QObject::connect(&app, &QApplication::lastWindowClosed, &app, &QApplication::quit);
     // For measuring start-up: end as soon as the window is up.
     if (qEnvironmentVariableIsSet("TARNWELL_EXIT_WHEN_SHOWN"))

@@ -73,9 +73,27 @@ QString DynamicDB::sql(const char *text) const
 
 bool DynamicDB::change(const char *text, const QVariantList &values)
 {
-    const bool ok = !runBound(sql(text), values).isNull();
+    LmWriteTransaction write;
+    const bool ok = write.commit(write.isOpen() && !runBound(sql(text), values).isNull());
     rebuild();
     return ok;
+}
+
+int DynamicDB::insertWithNextId(const QString &nextIdSql, const QVariantList &nextIdValues, int firstId,
+                                const std::function<bool(int id)> &insert)
+{
+    // The id read here stays free until the insert commits: no other process writes in between.
+    LmWriteTransaction write;
+    int id = -1;
+    if (write.isOpen()) {
+        LmSqlQueryPtr next = runBound(nextIdSql, nextIdValues);
+        if (!next.isNull() && next->next())
+            id = std::max(next->value(0).toInt(), firstId);
+    }
+    const bool ok = write.commit(id >= 0 && insert(id));
+    if (!ok)
+        rebuild(); // the index may hold the row that was rolled back
+    return ok ? id : -1;
 }
 
 int DynamicDB::userRootId(const Tables &tables, int user_id)
@@ -83,28 +101,31 @@ int DynamicDB::userRootId(const Tables &tables, int user_id)
     LM_ASSERT(user_id >= -1 && user_id < 4096);
     const int root = rootIdOf(user_id);
     const QLatin1String table(tables.categoryTable);
+    LmWriteTransaction write;
     LmSqlQueryPtr count =
         runBound(QStringLiteral("SELECT COUNT(*) FROM %1 WHERE category_id = ?").arg(table), {root});
-    if (!count.isNull() && count->next() && count->value(0).toInt() < 1) {
+    const bool missing = !count.isNull() && count->next() && count->value(0).toInt() < 1;
+    LmSqlDb::releaseQuery(count); // no read may stay open while this connection writes
+    if (write.isOpen() && missing) {
         const QString owner = user_id == -1 ? QStringLiteral("Shared ") : QStringLiteral("My ");
         runBound(QStringLiteral("INSERT INTO %1(category_id, parent_id, %2) VALUES (?, ?, ?)")
                      .arg(table, QLatin1String(tables.nameColumn)),
                  {root, 0, owner + QLatin1String(tables.baseName)});
     }
+    write.commit();
     return root;
 }
 
 int DynamicDB::addCategory(int parent, const QString &name, int id)
 {
-    if (id < 0) {
-        // Roots lie above the range looked at, so the first category is 0x1000000 all the same.
-        LmSqlQueryPtr next =
-            runBound(sql("SELECT MAX(category_id)+1 FROM %1 WHERE category_id+1 < ?"), {kUserRootBase});
-        const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
-        id = candidate >= kFirstCustomId + 1 ? candidate : kFirstCustomId;
-    }
-    return change("INSERT INTO %1(category_id, parent_id, %4) VALUES (?, ?, ?)", {id, parent, name}) ? id
-                                                                                                     : -1;
+    const auto insert = [&](int newId) {
+        return change("INSERT INTO %1(category_id, parent_id, %4) VALUES (?, ?, ?)", {newId, parent, name});
+    };
+    if (id >= 0)
+        return insert(id) ? id : -1;
+    // Roots lie above the range looked at, so the first category is 0x1000000 all the same.
+    return insertWithNextId(sql("SELECT MAX(category_id)+1 FROM %1 WHERE category_id+1 < ?"), {kUserRootBase},
+                            kFirstCustomId, insert);
 }
 
 bool DynamicDB::renameCategory(int id, const QString &name)

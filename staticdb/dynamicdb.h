@@ -13,6 +13,8 @@
 #include <QList>
 #include <QPair>
 
+#include <functional>
+
 // Id space of the custom items and categories.
 inline constexpr int kFirstCustomId = 0x1000000;
 inline constexpr int kUserRootBase = 0x1FFF000;
@@ -61,6 +63,10 @@ protected:
     QString sql(const char *text) const;
     // A changing statement, then the index rebuilt.
     bool change(const char *text, const QVariantList &values);
+    // Inserts a row under a new id (the result of nextIdSql, at least firstId) in one write
+    // transaction; the id, or -1 when nothing was stored.
+    int insertWithNextId(const QString &nextIdSql, const QVariantList &nextIdValues, int firstId,
+                         const std::function<bool(int id)> &insert);
 
 private:
     bool deleteCategoryRows(int id);

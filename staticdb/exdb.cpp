@@ -69,14 +69,12 @@ int ExDBDynamic::categoryOf(int id) const
 
 int ExDBDynamic::addExercise(int category, const QString &description, float scale)
 {
-    LmSqlQueryPtr next = runBound(QStringLiteral("SELECT MAX(activity_id)+1 FROM custom_exercises"), {});
-    const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
-    // Unlike foods, a candidate equal to the first id is taken as it is.
-    const int id = candidate >= kFirstCustomId ? candidate : kFirstCustomId;
-    const bool ok = change(
-        "INSERT INTO custom_exercises(activity_id, category_id, description, scale) VALUES (?, ?, ?, ?)",
-        {id, category, description, double(scale)});
-    return ok ? id : -1;
+    return insertWithNextId(QStringLiteral("SELECT MAX(activity_id)+1 FROM custom_exercises"), {}, kFirstCustomId,
+                            [&](int id) {
+                                return change("INSERT INTO custom_exercises(activity_id, category_id, description, "
+                                              "scale) VALUES (?, ?, ?, ?)",
+                                              {id, category, description, double(scale)});
+                            });
 }
 
 bool ExDBDynamic::updateExercise(int id, const QString &description, float scale)

@@ -288,17 +288,15 @@ QList<FoodServing> FoodDBDynamic::servings(int id) const
 int FoodDBDynamic::addFood(const QString &name, const QString &servingName,
                            const std::array<float, FV_COUNT> &values, int category)
 {
-    LmSqlQueryPtr next = runBound(QStringLiteral("SELECT MAX(food_id)+1 FROM custom_foods"), {});
-    const int candidate = !next.isNull() && next->next() ? next->value(0).toInt() : 0;
-    const int id = candidate > kFirstCustomId ? candidate : kFirstCustomId;
-    const QVariantList bound =
-        QVariantList{name, servingName} + boundValues(values) + QVariantList{category, id};
-    const bool ok = change(
-        "INSERT INTO custom_foods(name, serv_name, calories, fat, protein, carb, fiber, saturated_fat, "
-        "cholesterol, sodium, sugar, calcium, category_id, food_id) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, "
-        "?, ?, ?, ?, ?)",
-        bound);
-    return ok ? id : -1;
+    return insertWithNextId(QStringLiteral("SELECT MAX(food_id)+1 FROM custom_foods"), {}, kFirstCustomId,
+                            [&](int id) {
+                                return change("INSERT INTO custom_foods(name, serv_name, calories, fat, protein, "
+                                              "carb, fiber, saturated_fat, cholesterol, sodium, sugar, calcium, "
+                                              "category_id, food_id) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, "
+                                              "?, ?)",
+                                              QVariantList{name, servingName} + boundValues(values) +
+                                                  QVariantList{category, id});
+                            });
 }
 
 bool FoodDBDynamic::updateFood(int id, const QString &name, const QString &servingName,

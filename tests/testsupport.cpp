@@ -47,12 +47,27 @@ TemporaryHome::TemporaryHome()
     : _home(takeEnv("HOME"))
     , _dataHome(takeEnv("XDG_DATA_HOME"))
     , _configHome(takeEnv("XDG_CONFIG_HOME"))
+    , _runtimeDir(takeEnv("XDG_RUNTIME_DIR"))
 {
     QDir(_dir.path()).mkpath(QStringLiteral("data"));
     QDir(_dir.path()).mkpath(QStringLiteral("config"));
+    QDir(_dir.path()).mkpath(QStringLiteral("run"));
+    QFile::setPermissions(runtimeDir(), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     qputenv("HOME", QFile::encodeName(_dir.path()));
     qputenv("XDG_DATA_HOME", QFile::encodeName(dataHome()));
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(configHome()));
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtimeDir()));
+}
+
+QProcessEnvironment TemporaryHome::environment() const
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("HOME"), path());
+    env.insert(QStringLiteral("XDG_DATA_HOME"), dataHome());
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome());
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtimeDir());
+    env.remove(QStringLiteral("TARNWELL_DEBUG"));
+    return env;
 }
 
 TemporaryHome::~TemporaryHome()
@@ -60,4 +75,5 @@ TemporaryHome::~TemporaryHome()
     restoreEnv("HOME", _home);
     restoreEnv("XDG_DATA_HOME", _dataHome);
     restoreEnv("XDG_CONFIG_HOME", _configHome);
+    restoreEnv("XDG_RUNTIME_DIR", _runtimeDir);
 }

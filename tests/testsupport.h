@@ -6,6 +6,7 @@
 #include "common/lmassert.h"
 
 #include <QByteArray>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QTemporaryDir>
 #include <QTest>
@@ -31,8 +32,9 @@ private:
     Lm::FatalHandler _previousFatal;
 };
 
-// Points HOME, XDG_DATA_HOME and XDG_CONFIG_HOME at folders inside one temporary folder for its
-// lifetime, and restores the old values after.
+// Points HOME, XDG_DATA_HOME, XDG_CONFIG_HOME and XDG_RUNTIME_DIR at folders inside one temporary
+// folder for its lifetime, and restores the old values after: no test sees a person's data, nor
+// wakes or locks out a program they have running.
 class TemporaryHome
 {
 public:
@@ -43,10 +45,15 @@ public:
     QString path() const { return _dir.path(); }
     QString dataHome() const { return _dir.path() + QStringLiteral("/data"); }
     QString configHome() const { return _dir.path() + QStringLiteral("/config"); }
+    QString runtimeDir() const { return _dir.path() + QStringLiteral("/run"); }
+    // The folder the programs keep userdata.db in under this home.
+    QString diaryFolder() const { return dataHome() + QStringLiteral("/tarnwell.org/Ambervale/Tarnwell/"); }
+    // The process environment with this home's folders, for the programs a test starts.
+    QProcessEnvironment environment() const;
 
 private:
     QTemporaryDir _dir;
-    std::optional<QByteArray> _home, _dataHome, _configHome;
+    std::optional<QByteArray> _home, _dataHome, _configHome, _runtimeDir;
 };
 
 inline QString lmText(const QString &text)

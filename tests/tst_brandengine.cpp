@@ -294,6 +294,10 @@ void TestBrandEngine::expandBrandVariables_data()
                                                   << QStringLiteral("Tarnwell Diary / Tarnwell Diary");
     QTest::newRow("nested value") << QStringLiteral("${GREETING}")
                                   << QStringLiteral("Hello from Tarnwell Diary");
+    // Values that name themselves stop at the stated bounds instead of growing without end.
+    QTest::newRow("refers to itself") << QStringLiteral("${LOOP}")
+                                      << QString(BrandEngine::kMaxExpansionRounds, u'a') + QStringLiteral("${loop}");
+    QTest::newRow("doubles itself") << QStringLiteral("${twice}") << QStringLiteral("${twice}").repeated(16384);
 }
 
 void TestBrandEngine::expandBrandVariables()
@@ -302,7 +306,9 @@ void TestBrandEngine::expandBrandVariables()
     QFETCH(QString, expanded);
     BrandEngine &brand = load({{QStringLiteral("b.xml"), brandXml("<string id=\"app_name\" value=\"Tarnwell Diary\"/>"
                                                                   "<string id=\"greeting\" value=\"Hello from "
-                                                                  "${APP_NAME}\"/>")}});
+                                                                  "${APP_NAME}\"/>"
+                                                                  "<string id=\"loop\" value=\"a${loop}\"/>"
+                                                                  "<string id=\"twice\" value=\"${twice}${twice}\"/>")}});
     QCOMPARE(brand.expandBrandVariables(text), expanded);
     LM_VERIFY_FATAL(brand.expandBrandVariables(QStringLiteral("${Nope}")), "Couldn't find id 'nope' in brand");
 }
@@ -321,6 +327,11 @@ void TestBrandEngine::expandUrlVariables_data()
         << QStringLiteral("http://h/windows/tarnwell/4.1.0");
     QTest::newRow("account") << QStringLiteral("u=${USERNAME}&p=${PWHASH}") << QStringLiteral("ann")
                              << QStringLiteral("password") << QStringLiteral("u=ann&p=") + md5;
+    QTest::newRow("user name encoded") << QStringLiteral("u=${USERNAME}&p=${PWHASH}") << QStringLiteral("al ice&x#1")
+                                       << QStringLiteral("password") << QStringLiteral("u=al%20ice%26x%231&p=") + md5;
+    QTest::newRow("user name is no brand variable")
+        << QStringLiteral("u=${USERNAME_OPTIONAL}") << QStringLiteral("${web_address}") << none
+        << QStringLiteral("u=%24%7Bweb_address%7D");
     QTest::newRow("no account") << QStringLiteral("u=${USERNAME}") << none << none << none;
     QTest::newRow("user without password") << QStringLiteral("p=${PWHASH}") << QStringLiteral("ann") << none
                                            << none;

@@ -28,12 +28,7 @@ private:
     Result run(const QStringList &arguments)
     {
         QProcess process;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("HOME"), _home.path());
-        env.insert(QStringLiteral("XDG_DATA_HOME"), _home.dataHome());
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), _home.configHome());
-        env.remove(QStringLiteral("TARNWELL_DEBUG"));
-        process.setProcessEnvironment(env);
+        process.setProcessEnvironment(_home.environment());
         process.start(binDir() + QStringLiteral("/tarnwell-cli"), arguments);
         // The event loop keeps running: some commands talk to a server in this process.
         QElapsedTimer timer;

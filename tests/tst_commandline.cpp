@@ -41,22 +41,34 @@ void TestCommandLine::accepted()
 void TestCommandLine::refused_data()
 {
     QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<bool>("assertion");
     QTest::addColumn<QString>("message");
 
-    QTest::newRow("unknown") << QStringList{QStringLiteral("--help")} << QStringLiteral("Unknown argument: --help");
-    QTest::newRow("case matters") << QStringList{QStringLiteral("-UpdateDb")}
+    QTest::newRow("unknown") << QStringList{QStringLiteral("--help")} << false
+                             << QStringLiteral("Unknown argument: --help");
+    QTest::newRow("case matters") << QStringList{QStringLiteral("-UpdateDb")} << false
                                   << QStringLiteral("Unknown argument: -UpdateDb");
     QTest::newRow("resourcedir last") << QStringList{QStringLiteral("-updatedb"), QStringLiteral("-resourcedir")}
+                                      << false
                                       << QStringLiteral("-resourcedir must be followed by a directory path");
     QTest::newRow("both modes") << QStringList{QStringLiteral("-deregistercond"), QStringLiteral("-updatedb")}
+                                << false
                                 << QStringLiteral("You may only specify one of -updatedb and -deregistercond");
+    QTest::newRow("resourcedir twice")
+        << QStringList{QStringLiteral("-resourcedir"), QStringLiteral("/a"), QStringLiteral("-resourcedir"),
+                       QStringLiteral("/b")}
+        << true << QStringLiteral("!resourcePath");
 }
 
 void TestCommandLine::refused()
 {
     QFETCH(QStringList, arguments);
+    QFETCH(bool, assertion);
     QFETCH(QString, message);
-    LM_VERIFY_FATAL(parseCommandLine(arguments), message);
+    if (assertion)
+        LM_VERIFY_ASSERT(parseCommandLine(arguments), message);
+    else
+        LM_VERIFY_FATAL(parseCommandLine(arguments), message);
 }
 
 QTEST_GUILESS_MAIN(TestCommandLine)

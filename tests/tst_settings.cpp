@@ -185,9 +185,11 @@ void TestSettings::backupFolder()
     const QString expected = documents + QStringLiteral("/Fernleaf Backups/");
     QCOMPARE(LmSettings::backupPath(), expected);
     QCOMPARE(LmSettings::readString(LmSettings::DataBackupPath), expected);
+    QVERIFY(QFileInfo(expected).isDir());
 
+    // A folder typed without its separator gets one.
     LmSettings::resetForTesting();
-    LmSettings::write(LmSettings::DataBackupPath, QStringLiteral("/srv/backups/"));
+    LmSettings::write(LmSettings::DataBackupPath, QStringLiteral("/srv/backups"));
     QCOMPARE(LmSettings::backupPath(), QStringLiteral("/srv/backups/"));
 }
 

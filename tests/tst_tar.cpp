@@ -252,6 +252,7 @@ void TestTar::roundTrip()
         {QStringLiteral("a/empty"), QByteArray()},
         {QStringLiteral("images/x.png"), QByteArray(3000, '\x89')},
         {QStringLiteral("c.txt"), "third"},
+        {QString::fromLatin1("caf\xe9.xml"), "latin-1 name"}, // an 8-bit name, byte for byte
     };
     const QString archivePath = dir.filePath(QStringLiteral("round.tar"));
     QFile out(archivePath);
@@ -268,12 +269,12 @@ void TestTar::roundTrip()
 
     TarFileReader reader;
     QVERIFY(reader.open(archivePath));
-    QCOMPARE(reader.list(QStringLiteral(".*")),
-             (QStringList{QStringLiteral("a/empty"), QStringLiteral("b.xml"), QStringLiteral("c.txt"),
-                          QStringLiteral("images/x.png")}));
+    const QStringList listed = reader.list(QStringLiteral(".*"));
+    QCOMPARE(listed, (QStringList{QStringLiteral("a/empty"), QStringLiteral("b.xml"), QStringLiteral("c.txt"),
+                                  QString::fromLatin1("caf\xe9.xml"), QStringLiteral("images/x.png")}));
     for (const auto &[name, contents] : members) {
-        QCOMPARE(reader.catalogue().at(name.toUtf8()).size, qint64(contents.size()));
-        QCOMPARE(reader.read(name), contents);
+        QCOMPARE(reader.catalogue().at(name.toLatin1()).size, qint64(contents.size()));
+        QCOMPARE(reader.read(listed.at(listed.indexOf(name))), contents);
     }
     QCOMPARE(reader.read(QStringLiteral("not/there")), QByteArray());
 }
