@@ -6,6 +6,7 @@
 #include "db/dblog.h"
 #include "db/lmsqldb.h"
 #include "db/schema.h"
+#include "common/lmassert.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,9 +15,11 @@
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
-#include <QTemporaryDir>
 
+#include <cstdio>
 #include <string>
+
+#include <unistd.h>
 
 namespace {
 
@@ -25,13 +28,26 @@ QString databaseFile()
     return LmSettings::userDatabasePath() + QLatin1String(LmSqlDb::kFileName);
 }
 
-QString sideCopyFile()
+QString asideFile()
 {
-    return databaseFile() + QStringLiteral(".before-restore");
+    return databaseFile() + QLatin1String(LmSqlDb::kAsideSuffix);
 }
 
-// Opens the file read-only on a connection of its own: an error text unless it is a whole
-// database of a version this program starts on.
+bool renameOver(const QString &from, const QString &to)
+{
+    return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
+}
+
+// Whether the file begins as an SQLite database does.
+bool isDatabaseFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) && file.read(16) == QByteArray("SQLite format 3\0", 16);
+}
+
+// Opens the unpacked backup on a connection of its own: an error text unless it is a whole
+// database of a version this program starts on. It leaves the file in rollback-journal mode, so
+// that no -wal or -shm file is made beside it, now or once it is the diary.
 QString checkDatabase(const QString &path)
 {
     const QString connection = QStringLiteral("tarnwell-restore-check");
@@ -39,11 +55,10 @@ QString checkDatabase(const QString &path)
     {
         QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connection);
         db.setDatabaseName(path);
-        db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY"));
-        const bool opened = db.open();
         QSqlQuery check(db);
         QSqlQuery version(db);
-        if (!opened || !check.exec(QStringLiteral("PRAGMA quick_check")) || !check.next() ||
+        if (!db.open() || !check.exec(QStringLiteral("PRAGMA journal_mode = DELETE")) ||
+            !check.exec(QStringLiteral("PRAGMA integrity_check")) || !check.next() ||
             check.value(0).toString() != QLatin1String("ok")) {
             error = QStringLiteral("The diary in the backup is damaged or is no database.");
         } else if (!version.exec(QStringLiteral(
@@ -67,29 +82,78 @@ QString checkDatabase(const QString &path)
     return error;
 }
 
+// The upgrade of the unpacked copy ends the program where it fails, as at a start; here the end
+// becomes an error text and the diary is left as it was.
+struct UpgradeAbort
+{
+    QString message;
+};
+
+void abortUpgrade(const QString &message)
+{
+    throw UpgradeAbort{message};
+}
+
+QString upgradeCopy(const QString &path)
+{
+    std::string error;
+    const Lm::FatalHandler previous = Lm::setFatalHandler(abortUpgrade);
+    bool upgraded = false;
+    QString fatal;
+    try {
+        upgraded = LmSqlDb::upgradeFile(path, error);
+    } catch (const UpgradeAbort &abort) {
+        LmSqlDb::shutDown();
+        fatal = abort.message;
+    }
+    Lm::setFatalHandler(previous);
+    if (!fatal.isEmpty())
+        return QStringLiteral("The diary in the backup could not be upgraded: ") + fatal;
+    if (!upgraded)
+        return QStringLiteral("The diary in the backup cannot be used: ") + QString::fromStdString(error);
+    return QString();
+}
+
+// Starts the diary again after a failed restore; false when even that fails.
+bool restartDiary()
+{
+    std::string error;
+    if (LmSqlDb::startUp(error, true))
+        return true;
+    qCWarning(lcDb, "The diary did not start again: %s", error.c_str());
+    LmSqlDb::shutDown();
+    return false;
+}
+
 } // namespace
 
 QString DataBackup::backUp(const QString &archivePath)
 {
-    QTemporaryDir scratch;
-    if (!scratch.isValid())
-        return QStringLiteral("No room for a copy of the diary: ") + scratch.errorString();
-    // A copy made by the database itself is consistent even while the program runs.
-    const QString copy = scratch.filePath(QLatin1String(kMember));
-    if (runBound(QStringLiteral("VACUUM INTO ?"), {copy}).isNull())
+    // Writing the archive over the diary (or any database) would destroy it.
+    const QFileInfo target(archivePath);
+    if (target.exists() && (target.canonicalFilePath() == QFileInfo(databaseFile()).canonicalFilePath() ||
+                            isDatabaseFile(archivePath)))
+        return QStringLiteral("%1 is a database: choose another name for the backup.")
+            .arg(QDir::toNativeSeparators(archivePath));
+
+    // The consistent copy is made beside the diary, never in a shared temporary folder, and one
+    // left by a backup that was killed is cleared by the next.
+    const QString copy = databaseFile() + QStringLiteral(".backing-up");
+    QFile::remove(copy);
+    if (runBound(QStringLiteral("VACUUM INTO ?"), {copy}).isNull()) {
+        QFile::remove(copy);
         return QStringLiteral("The diary could not be copied.");
+    }
 
     QSaveFile file(archivePath);
-    if (!file.open(QIODevice::WriteOnly))
-        return QStringLiteral("Cannot write %1: %2")
-            .arg(QDir::toNativeSeparators(archivePath), file.errorString());
     QString error;
-    {
+    if (file.open(QIODevice::WriteOnly)) {
         TarFileWriter writer(file);
         writer.addFile(copy, QLatin1String(kMember));
         writer.error(&error);
     } // the end marker goes out here
-    if (!error.isEmpty() || !file.commit()) {
+    QFile::remove(copy);
+    if (!file.isOpen() || !error.isEmpty() || !file.commit()) {
         file.cancelWriting();
         return QStringLiteral("Cannot write %1: %2")
             .arg(QDir::toNativeSeparators(archivePath), error.isEmpty() ? file.errorString() : error);
@@ -107,43 +171,54 @@ QString DataBackup::restore(const QString &archivePath)
             .arg(QDir::toNativeSeparators(archivePath), QLatin1String(kMember));
     const QByteArray contents = archive.read(QLatin1String(kMember));
 
-    // Checked beside the diary, so that putting it in place is a rename.
+    // Unpacked, checked and upgraded beside the diary, so that putting it in place is a rename.
     const QString incoming = databaseFile() + QStringLiteral(".restoring");
-    QFile::remove(incoming);
+    const auto discard = [&incoming] {
+        for (const char *suffix : {"", "-journal", "-wal", "-shm"})
+            QFile::remove(incoming + QLatin1String(suffix));
+    };
+    discard();
     {
         QFile out(incoming);
         if (!out.open(QIODevice::WriteOnly) || out.write(contents) != contents.size() || !out.flush()) {
             const QString text = out.errorString();
             out.close();
-            QFile::remove(incoming);
+            discard();
             return QStringLiteral("No room to unpack the backup: ") + text;
         }
     }
     if (const QString error = checkDatabase(incoming); !error.isEmpty()) {
-        QFile::remove(incoming);
+        discard();
         return error;
     }
 
     LmSqlDb::shutDown();
+    if (const QString error = upgradeCopy(incoming); !error.isEmpty()) {
+        discard();
+        restartDiary();
+        return error;
+    }
+
+    // The diary stays under its name until the backup replaces it in one rename; the copy put
+    // aside is a second name of the same file, made first.
     const QString current = databaseFile();
-    const QString side = sideCopyFile();
-    QFile::remove(side);
+    const QString aside = asideFile();
+    QFile::remove(aside);
+    const bool keptAside = ::link(QFile::encodeName(current).constData(), QFile::encodeName(aside).constData()) == 0 ||
+                           QFile::copy(current, aside);
+    if (!keptAside || !renameOver(incoming, current)) {
+        discard();
+        restartDiary();
+        return QStringLiteral("The backup could not be put in place of the diary.");
+    }
     std::string startError;
-    if (QFile::rename(current, side) && QFile::rename(incoming, current) &&
-        LmSqlDb::startUp(startError, true))
+    if (LmSqlDb::startUp(startError, true))
         return QString();
 
     // Back to the diary as it was.
     qCWarning(lcDb, "Restore failed (%s): putting the diary back", startError.c_str());
     LmSqlDb::shutDown();
-    if (QFile::exists(side)) {
-        QFile::remove(current);
-        QFile::rename(side, current);
-    }
-    QFile::remove(incoming);
-    std::string again;
-    LmSqlDb::startUp(again, true);
-    return startError.empty()
-               ? QStringLiteral("The backup could not be put in place of the diary.")
-               : QStringLiteral("The restored diary did not start: ") + QString::fromStdString(startError);
+    renameOver(aside, current);
+    restartDiary();
+    return QStringLiteral("The restored diary did not start: ") + QString::fromStdString(startError);
 }

@@ -13,6 +13,7 @@
 #include <QSqlError>
 #include <QSqlQuery>
 
+#include <cstdio>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -110,10 +111,15 @@ void LmSqlDb::shutDown()
 }
 
 LmSqlDb::LmSqlDb(std::string &error, bool &openFailed)
+    : LmSqlDb(LmSettings::userDatabasePath() + QLatin1String(kFileName), error, openFailed)
+{
+}
+
+LmSqlDb::LmSqlDb(const QString &file, std::string &error, bool &openFailed)
 {
     const QString connection = QLatin1String(kConnectionName);
     _db = std::make_unique<QSqlDatabase>(QSqlDatabase::addDatabase(u"QSQLITE"_s, connection));
-    _db->setDatabaseName(LmSettings::userDatabasePath() + QLatin1String(kFileName));
+    _db->setDatabaseName(file);
     _db->setUserName(QString());
     _db->setPassword(QString());
     // A second process (the desktop program, the command-line tool, a cron job) may hold the file
@@ -350,6 +356,24 @@ constexpr unsigned char kMaskingHeader[48] = {
 // The header text and its terminating zero byte.
 constexpr char kDatabaseHeader[48] = "** This file contains an SQLite 2.1 database **";
 
+// Copies beside the target, then renames into place: a copy cut short (a full disk, a kill) never
+// stands as the database.
+bool copyIntoPlace(const QString &source, const QString &target, QString &error)
+{
+    const QString partial = target + u".copying"_s;
+    QFile::remove(partial);
+    if (!copyFile(source, partial, error)) {
+        QFile::remove(partial);
+        return false;
+    }
+    if (std::rename(QFile::encodeName(partial).constData(), QFile::encodeName(target).constData()) != 0) {
+        QFile::remove(partial);
+        error = u"Copying of file failed"_s;
+        return false;
+    }
+    return true;
+}
+
 // An older data location of the brand that holds a database of the same name, copied to target.
 bool copyFromOlderLocation(const QString &name, const QString &target)
 {
@@ -373,7 +397,7 @@ bool copyFromOlderLocation(const QString &name, const QString &target)
         if (!candidate.isFile() || candidate.size() == 0 || !candidate.isReadable())
             continue;
         QString error;
-        if (copyFile(candidate.filePath(), target, error)) {
+        if (copyIntoPlace(candidate.filePath(), target, error)) {
             qCDebug(lcDb).noquote() << "Copied the database of an older location:" << candidate.filePath();
             return true;
         }
@@ -402,6 +426,15 @@ bool locateOrCreateDatabase(const QString &name, QString &error)
         Lm::showMessage(Lm::MessageKind::Critical, u"Error"_s, u"Could not create folder: "_s + QString());
     }
 
+    // A restore that was cut short between putting the diary aside and putting the backup in its
+    // place: the diary comes back rather than a fresh template.
+    const QString asideCopy = target + QLatin1String(LmSqlDb::kAsideSuffix);
+    if (QFileInfo(asideCopy).size() > 0 &&
+        std::rename(QFile::encodeName(asideCopy).constData(), QFile::encodeName(target).constData()) == 0) {
+        qCWarning(lcDb).noquote() << "Recovered the database put aside by an interrupted restore";
+        return true;
+    }
+
     if (copyFromOlderLocation(name, target))
         return true;
 
@@ -415,7 +448,7 @@ bool locateOrCreateDatabase(const QString &name, QString &error)
         error = u"Source file is not readable."_s;
         return false;
     }
-    if (!copyFile(source, target, error))
+    if (!copyIntoPlace(source, target, error))
         return false;
     const QFileInfo copied(target);
     return copied.exists() && copied.isReadable() && copied.isWritable();

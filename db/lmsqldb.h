@@ -56,6 +56,8 @@ class LmSqlDb
 public:
     static constexpr const char *kConnectionName = "LmSqlDb_User";
     static constexpr const char *kFileName = "userdata.db";
+    // Beside it while a restore replaces it: the diary as it was.
+    static constexpr const char *kAsideSuffix = ".before-restore";
 
     // The instance; asserts that there is one.
     static LmSqlDb *instance();
@@ -66,10 +68,15 @@ public:
     static bool startUp(std::string &error, bool installTriggers);
     // Destroys the instance if there is one. Every query handle must be gone by then.
     static void shutDown();
+    // Opens another database file as the instance, upgrades it to the current schema and checks
+    // that it holds every table and column the program uses, then shuts down again. No backup,
+    // no triggers: for a copy that is to take the diary's place. Needs no instance to exist.
+    static bool upgradeFile(const QString &file, std::string &error);
 
     // Opens the user database folder's "userdata.db". On failure error holds the driver's text,
     // openFailed is set and the connection is gone again.
     LmSqlDb(std::string &error, bool &openFailed);
+    LmSqlDb(const QString &file, std::string &error, bool &openFailed);
     ~LmSqlDb();
     LmSqlDb(const LmSqlDb &) = delete;
     LmSqlDb &operator=(const LmSqlDb &) = delete;
@@ -125,6 +132,7 @@ private:
     friend class LmSqlQueryPtr;
     static void destroyQuery(QSqlQuery *query);
     bool runControl(const char *statement);
+    static bool openAndUpgrade(const QString &file, bool backUp, std::string &error);
 
     static LmSqlDb *_instance;
 
@@ -163,8 +171,9 @@ bool execBound(LmSqlQueryPtr &query, const QVariantList &values = {});
 LmSqlQueryPtr runBound(const QString &sql, const QVariantList &values = {});
 
 // Makes sure the user database folder holds a usable database called name: an existing non-empty
-// file, a copy from an older data location of the brand, or a copy of the template in the
-// resource folder.
+// file, the one a cut-short restore put aside, a copy from an older data location of the brand,
+// or a copy of the template in the resource folder. Copies are made beside the target and renamed
+// into place, so a failed copy leaves nothing that passes for a database.
 bool locateOrCreateDatabase(const QString &name, QString &error);
 
 // Replaces the 48-byte masking header of a delivered database by the SQLite 2.1 header. True when

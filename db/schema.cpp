@@ -14,7 +14,13 @@
 
 #include <QCoreApplication>
 #include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
 #include <QList>
+#include <QSet>
+#include <QSqlDatabase>
 #include <QRegularExpression>
 #include <QSqlQuery>
 #include <QStringList>
@@ -73,6 +79,9 @@ void runStep(int from, int to, const QString &logLine, const QString &caption, c
         Lm::fatal(fatalMessage);
     }
 }
+
+// How often a written version is read back before the write counts as failed.
+constexpr int kVersionReadBacks = 100;
 
 const QString kUpgradeError = u"Error upgrading database"_s;
 const QString kUpgardeError = u"Error upgarding database"_s; // the later steps' spelling
@@ -339,9 +348,33 @@ const ChainRow kChain[] = {
 
 // The copy that an upgrade may be undone from. Its paths come from the per-user data folder even
 // when the database lives elsewhere.
+// Whether a backup of exactly these bytes lies in the folder already: a diary that cannot be
+// upgraded (too new, or a step that fails) is backed up once, not at every start.
+bool alreadyBackedUp(const QString &folder, const QString &file)
+{
+    QFile current(folder + file);
+    if (!current.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray bytes = current.readAll();
+    const QFileInfoList backups =
+        QDir(folder).entryInfoList({file.section(u'.', 0, 0) + u".??????-??????"_s}, QDir::Files);
+    for (const QFileInfo &backup : backups) {
+        if (backup.size() != bytes.size())
+            continue;
+        QFile other(backup.filePath());
+        if (other.open(QIODevice::ReadOnly) && other.readAll() == bytes)
+            return true;
+    }
+    return false;
+}
+
 void backUpBeforeUpgrade()
 {
     const QString folder = LmSettings::dataPath();
+    if (alreadyBackedUp(folder, QLatin1String(LmSqlDb::kFileName))) {
+        qCDebug(lcDb) << "The user database is backed up already";
+        return;
+    }
     const QString backup =
         folder + u"userdata."_s + QDateTime::currentDateTime().toString(u"yyMMdd-hhmmss"_s);
     QString error;
@@ -389,6 +422,121 @@ void LmSchema::setStepObserver(StepObserver observer)
     stepObserver() = std::move(observer);
 }
 
+namespace {
+
+// The tables and columns the program's statements use, at the current version.
+struct RequiredTable
+{
+    const char *name;
+    const char *columns;
+};
+#define TARNWELL_FOOD_COLUMNS                                                                              \
+    "food_id user_id date meal status ref_id group_id time food_name serving_id serv_name size calories "  \
+    "fat protein carb fiber saturated_fat cholesterol sodium sugar calcium"
+#define TARNWELL_EXERCISE_COLUMNS "ex_id user_id date duration rate name status time group_id"
+#define TARNWELL_DATED_SYNC_COLUMNS "device state user_id date lastModified palm_id"
+const RequiredTable kRequiredTables[] = {
+    {"userdata_meta", "itemkey itemvalue"},
+    {"user_users",
+     "user_id name password created dob sex measurement_units energy_units web_username web_password auto_publish "
+     "ask_before_publish tipOfTheDay hideNutrientAndFluid backup_data_path diaryViewColumnSettings "
+     "diaryAdvancedMode energy_target_size fat_target_size fiber_target_size carb_target_size "
+     "protein_target_size sat_fat_target_size cholesterol_target_size sugar_target_size calcium_target_size "
+     "sodium_target_size summaryOptions"},
+    {"user_target", "user_id date target_calories target_fat target_protein target_fiber target_carb "
+                    "target_saturated_fat target_cholesterol target_sodium target_sugar target_calcium"},
+    {"user_misc", "user_id date height goal activity custom_rmr diet_plan"},
+    {"user_checkins", "user_id date weight chest hip thigh waist steps note"},
+    {"user_firsttime_tips", "user_id tip_index"},
+    {"water_diary", "user_id date cups"},
+    {"food_diary", TARNWELL_FOOD_COLUMNS},
+    {"food_mealplan", TARNWELL_FOOD_COLUMNS},
+    {"exer_diary", TARNWELL_EXERCISE_COLUMNS},
+    {"exer_mealplan", TARNWELL_EXERCISE_COLUMNS},
+    {"group_diary", "group_id user_id name status date time"},
+    {"custom_foods", "food_id category_id name serv_name calories fat protein carb fiber saturated_fat "
+                     "cholesterol sodium sugar calcium"},
+    {"custom_food_cats", "category_id parent_id name"},
+    {"custom_exercises", "activity_id category_id description scale"},
+    {"custom_exercise_cats", "category_id parent_id description"},
+    {"favorites", "user_id item_id item_type"},
+    {"metrics_startStats", "user_id date count"},
+    {"userdata_sync_devices", "id name user_id"},
+    {"userdata_sync_tables", "source_table dest_table fields"},
+    {"food_diary_sync", "device state food_id lastModified palm_id"},
+    {"exer_diary_sync", "device state ex_id lastModified palm_id"},
+    {"group_diary_sync", "device state group_id lastModified palm_id"},
+    {"user_checkins_sync", TARNWELL_DATED_SYNC_COLUMNS},
+    {"water_diary_sync", TARNWELL_DATED_SYNC_COLUMNS},
+    {"metrics_startStats_sync", TARNWELL_DATED_SYNC_COLUMNS},
+};
+#undef TARNWELL_FOOD_COLUMNS
+#undef TARNWELL_EXERCISE_COLUMNS
+#undef TARNWELL_DATED_SYNC_COLUMNS
+
+} // namespace
+
+QString LmSchema::missingPart(const QSqlDatabase &db)
+{
+    // One read of the schema: the words of each table's definition, in lower case as SQLite
+    // compares names.
+    QHash<QString, QSet<QString>> words;
+    {
+        QSqlQuery query(db);
+        query.setForwardOnly(true);
+        if (!query.exec(u"SELECT lower(name), lower(sql) FROM sqlite_master WHERE type = 'table'"_s))
+            return u"the list of tables cannot be read"_s;
+        static const QRegularExpression separators(u"[^a-z0-9_]+"_s);
+        while (query.next()) {
+            const QStringList tokens = query.value(1).toString().split(separators, Qt::SkipEmptyParts);
+            words.insert(query.value(0).toString(), QSet<QString>(tokens.cbegin(), tokens.cend()));
+        }
+    }
+    for (const RequiredTable &table : kRequiredTables) {
+        const QString name = QLatin1String(table.name);
+        const auto found = words.constFind(name.toLower());
+        if (found == words.cend())
+            return u"no table %1"_s.arg(name);
+        for (const QString &column : QString::fromLatin1(table.columns).split(u' ')) {
+            if (!found->contains(column.toLower()))
+                return u"no column %1 in %2"_s.arg(column, name);
+        }
+    }
+    return QString();
+}
+
+// Opens the file as the instance and brings it to the current version: a file of a version the
+// chain cannot take, or without a table or column the program uses, is refused.
+bool LmSqlDb::openAndUpgrade(const QString &file, bool backUp, std::string &error)
+{
+    bool openFailed = false;
+    _instance = new LmSqlDb(file, error, openFailed);
+    LmSqlDb *db = _instance;
+
+    if (!LmSchema::isCurrent(db->schemaVersion())) {
+        if (db->schemaVersion() == 0) {
+            error = "Cannot start program as database may be corrupted";
+            return false;
+        }
+        if (backUp)
+            backUpBeforeUpgrade();
+        QString upgradeError;
+        if (!runUpgrades(*db, upgradeError)) {
+            error = upgradeError.toStdString();
+            return false;
+        }
+    }
+    if (openFailed) {
+        shutDown();
+        return false;
+    }
+    if (const QString missing = LmSchema::missingPart(*db->database()); !missing.isEmpty()) {
+        error = (u"Cannot start program as database may be corrupted\n("_s + missing + u')').toStdString();
+        return false;
+    }
+    return true;
+}
+
 bool LmSqlDb::startUp(std::string &error, bool installTriggers)
 {
     if (_instance) {
@@ -406,27 +554,8 @@ bool LmSqlDb::startUp(std::string &error, bool installTriggers)
     }
     restoreDatabaseHeader(LmSettings::userDatabasePath() + fileName);
 
-    bool openFailed = false;
-    _instance = new LmSqlDb(error, openFailed);
-
-    if (!LmSchema::isCurrent(_instance->schemaVersion())) {
-        if (_instance->schemaVersion() == 0) {
-            error = "Cannot start program as database may be corrupted";
-            return false;
-        }
-        backUpBeforeUpgrade();
-        QString upgradeError;
-        if (!runUpgrades(*_instance, upgradeError)) {
-            error = upgradeError.toStdString();
-            return false;
-        }
-    }
-
-    if (openFailed) {
-        delete _instance;
-        _instance = nullptr;
+    if (!openAndUpgrade(LmSettings::userDatabasePath() + fileName, true, error))
         return false;
-    }
     if (!installTriggers)
         return true;
     if (installSyncTriggers())
@@ -435,6 +564,14 @@ bool LmSqlDb::startUp(std::string &error, bool installTriggers)
     delete _instance;
     _instance = nullptr;
     return false;
+}
+
+bool LmSqlDb::upgradeFile(const QString &file, std::string &error)
+{
+    LM_ASSERT(!_instance);
+    const bool ok = openAndUpgrade(file, false, error);
+    shutDown();
+    return ok;
 }
 
 void LmSqlDb::setSchemaVersion(int version)
@@ -447,8 +584,12 @@ void LmSqlDb::setSchemaVersion(int version)
         if (!update->exec() || update->numRowsAffected() < 1)
             throw LmException("Cannot update database schema version");
     }
-    while (schemaVersion() != version)
+    // Read back until it shows; a file whose own trigger puts the version back never will.
+    for (int reads = 0; schemaVersion() != version; ++reads) {
+        if (reads >= kVersionReadBacks)
+            throw LmException("Cannot update database schema version");
         processPendingEvents();
+    }
 
     LmSqlQueryPtr modified =
         prepare(u"UPDATE userdata_meta SET itemvalue = ? WHERE itemkey = 'software_modified_version'"_s);

@@ -5,6 +5,9 @@
 #include <QSqlDatabase>
 #include <QSqlQuery>
 
+#include <csignal>
+#include <sys/resource.h>
+
 using namespace Qt::StringLiterals;
 using DbTest::readFile;
 using DbTest::writeFile;
@@ -248,6 +251,10 @@ void TestLmSqlDb::locateOrCreateDatabase_data()
                                  << QByteArray("");
     QTest::newRow("folder cannot be made")
         << u"blocked folder"_s << u"couldn't open dest file for copy"_s << QByteArray("");
+    QTest::newRow("put aside by a cut-short restore") << u"aside"_s << QString() << QByteArray("aside");
+    QTest::newRow("disk full while copying")
+        << u"disk full"_s << u"Couldn't write all data to the database. It's possible the disk is full"_s
+        << QByteArray("");
 }
 
 void TestLmSqlDb::locateOrCreateDatabase()
@@ -272,10 +279,25 @@ void TestLmSqlDb::locateOrCreateDatabase()
                                          .toUtf8()));
     } else if (setup == u"no template") {
         QFile::remove(templatePath);
+    } else if (setup == u"aside") {
+        QVERIFY(QDir().mkpath(LmSettings::userDatabasePath()));
+        QVERIFY(writeFile(_db.databasePath() + u".before-restore"_s, "aside"));
     }
 
     QString message;
-    QCOMPARE(::locateOrCreateDatabase(u"userdata.db"_s, message), error.isEmpty());
+    // A full disk, as the kernel reports it: writes past the limit fail.
+    rlimit unlimited{};
+    if (setup == u"disk full") {
+        std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &unlimited);
+        const rlimit full{4096, unlimited.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &full);
+    }
+    const bool located = ::locateOrCreateDatabase(u"userdata.db"_s, message);
+    if (setup == u"disk full")
+        setrlimit(RLIMIT_FSIZE, &unlimited);
+    QCOMPARE(located, error.isEmpty());
+    QVERIFY(!QFile::exists(_db.databasePath() + u".copying"_s));
     QCOMPARE(message, error);
     QVERIFY(readFile(_db.databasePath()) == (expected.isNull() ? readFile(templatePath) : expected));
     QCOMPARE(presenter.boxes,
@@ -323,6 +345,20 @@ void TestLmSqlDb::backUpAndRestore()
     QVERIFY(QFile::exists(side));
     QCOMPARE(DataBackup::backUp(_db.path(u"nowhere/data.tar"_s)).left(12), u"Cannot write"_s);
 
+    // A backup never lands on the diary itself, nor on any other database.
+    const QByteArray diary = readFile(_db.databasePath());
+    QVERIFY(DataBackup::backUp(_db.databasePath()).endsWith(u"is a database: choose another name for the backup."_s));
+    QVERIFY(DataBackup::backUp(side).contains(u"is a database"_s));
+    QVERIFY(readFile(_db.databasePath()) == diary);
+
+    // A diary kept in write-ahead mode comes back as one file.
+    QVERIFY(!LmSqlDb::instance()->prepare(u"PRAGMA journal_mode = WAL"_s).isNull());
+    QVERIFY(LmSqlDb::instance()->prepare(u"PRAGMA journal_mode = WAL"_s)->exec());
+    QCOMPARE(DataBackup::backUp(archive), QString());
+    QCOMPARE(DataBackup::restore(archive), QString());
+    QCOMPARE(waterOn(user), 5);
+    QCOMPARE(QDir(LmSettings::userDatabasePath()).entryList({u"userdata.db-*"_s}), QStringList());
+
     // A backup of the template (version 204) is upgraded as it starts.
     const QString older = archiveOf(
         _db, {{QLatin1String(DataBackup::kMember), readFile(_db.path(u"resources/userdata.db"_s))}});
@@ -342,6 +378,8 @@ void TestLmSqlDb::restoreRefused_data()
     QTest::newRow("cut short") << u"half"_s << u"damaged or is no database"_s;
     QTest::newRow("another program's database") << u"foreign"_s << u"holds no diary"_s;
     QTest::newRow("too new") << u"version 500"_s << u"has version 500"_s;
+    QTest::newRow("upgrade fails") << u"version 300 alone"_s << u"could not be upgraded: Error upgrading database"_s;
+    QTest::newRow("a table missing") << u"no food_diary"_s << u"(no table food_diary)"_s;
 }
 
 void TestLmSqlDb::restoreRefused()
@@ -356,17 +394,23 @@ void TestLmSqlDb::restoreRefused()
     QByteArray member;
     if (archive == u"half") {
         member = diary.left(diary.size() / 2);
-    } else if (archive == u"foreign" || archive == u"version 500") {
+    } else if (archive == u"foreign" || archive.startsWith(u"version") || archive == u"no food_diary") {
         const QString path = _db.path(u"other.db"_s);
+        if (archive == u"no food_diary")
+            QVERIFY(writeFile(path, diary));
         {
             QSqlDatabase other = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"other"_s);
             other.setDatabaseName(path);
             QVERIFY(other.open());
             QSqlQuery q(other);
-            QVERIFY(archive == u"foreign"
-                        ? q.exec(u"CREATE TABLE recipes (name TEXT)"_s)
-                        : q.exec(u"CREATE TABLE userdata_meta (itemkey TEXT, itemvalue TEXT)"_s) &&
-                              q.exec(u"INSERT INTO userdata_meta VALUES ('schema_version', '500')"_s));
+            if (archive == u"foreign")
+                QVERIFY(q.exec(u"CREATE TABLE recipes (name TEXT)"_s));
+            else if (archive == u"no food_diary")
+                QVERIFY(q.exec(u"DROP TABLE food_diary"_s));
+            else
+                QVERIFY(q.exec(u"CREATE TABLE userdata_meta (itemkey TEXT, itemvalue TEXT)"_s) &&
+                        q.exec(u"INSERT INTO userdata_meta VALUES ('schema_version', '%1')"_s.arg(
+                            archive == u"version 500" ? 500 : 300)));
             other.close();
         }
         QSqlDatabase::removeDatabase(u"other"_s);

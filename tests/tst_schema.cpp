@@ -243,6 +243,8 @@ void TestSchema::startUpByVersion_data()
     QTest::newRow("no version row") << u"DELETE FROM userdata_meta WHERE itemkey = 'schema_version'"_s
                                     << QByteArray() << corrupt << false;
     QTest::newRow("not a database") << QString() << QByteArray(4096, 'x') << corrupt << false;
+    QTest::newRow("a table missing") << version.arg(412) + u";DROP TABLE food_diary"_s << QByteArray()
+                                     << corrupt + u"\n(no table food_diary)"_s << false;
     QTest::newRow("masked header") << QString() << masking << corrupt << false;
 }
 
@@ -253,9 +255,14 @@ void TestSchema::startUpByVersion()
     QFETCH(QString, error);
     QFETCH(bool, backedUp);
 
-    QVERIFY(QDir().mkpath(LmSettings::userDatabasePath()) && QFile::copy(templatePath(), _db.databasePath()));
+    // A database of the current schema, relabelled.
+    QVERIFY(startCurrent());
+    LmSqlDb::shutDown();
+    for (const QString &backup : backups())
+        QFile::remove(backup);
+    _steps.clear();
     if (!setup.isEmpty())
-        runOnFile(_db.databasePath(), {setup});
+        runOnFile(_db.databasePath(), setup.split(u';'));
     QFile file(_db.databasePath());
     QVERIFY(file.open(QIODevice::ReadWrite) && file.write(header) == header.size());
     file.close();
@@ -269,6 +276,13 @@ void TestSchema::startUpByVersion()
     QVERIFY(_steps.isEmpty());
     if (error.isEmpty())
         QVERIFY(readFile(_db.databasePath()) == before);
+
+    // Starting again fails again, without a second copy of the same bytes.
+    LmSqlDb::shutDown();
+    for (const QString &backup : backups())
+        QFile::rename(backup, LmSettings::dataPath() + u"userdata.000101-000000"_s);
+    QCOMPARE(LmSqlDb::startUp(text, false), error.isEmpty());
+    QCOMPARE(backups().size(), backedUp ? 1 : 0);
 }
 
 void TestSchema::failedStepResumesNextStart_data()
@@ -289,6 +303,12 @@ void TestSchema::failedStepResumesNextStart_data()
         << QStringList{u"Upgrade schema 306 -> 307 failed.: Contact technical support "
                        "with the following message:\nCouldn't create favorites table"_s}
         << 306;
+    // A trigger of the file's own that puts the version back: the step fails instead of waiting.
+    QTest::newRow("version put back")
+        << u"CREATE TRIGGER keep AFTER UPDATE ON userdata_meta BEGIN UPDATE userdata_meta SET itemvalue = "
+           "'204' WHERE itemkey = 'schema_version'; END"_s
+        << u"DROP TRIGGER keep"_s << u"Upgrade schema 204 -> 205 failed: Cannot update database schema version"_s
+        << QStringList() << 204;
 }
 
 void TestSchema::failedStepResumesNextStart()
