@@ -167,12 +167,12 @@ int day(Context &context, const QStringList &args)
                           .arg(exercise.ex_id)
                           .arg(escapeField(exercise.name),
                                QLocale::c().toString(double(exercise.duration), 'g', 6),
-                               energy.formatValueWithUnit(exercise.energy())));
+                               energy.formatSignedWithUnit(exercise.energy())));
         }
     }
     printLine(QStringLiteral("Day total\t") + nutrientsText(sum(diary.foods)));
     printLine(QStringLiteral("Burned\t") + energy.formatValueWithUnit(burned));
-    printLine(QStringLiteral("Net\t") + energy.formatValueWithUnit(net));
+    printLine(QStringLiteral("Net\t") + energy.formatSignedWithUnit(net));
     printLine(QStringLiteral("Targets\t") + nutrientsText(targetValues));
     printLine(QStringLiteral("Water\t%1 glasses").arg(water));
     if (checkIn) {

@@ -413,6 +413,15 @@ int UserDB::getLatestMiscInt(int user_id, const QString &field, const QString &d
     return latest ? int(latest->first) : fallback;
 }
 
+int UserDB::activityLevel(int user_id, const QString &day)
+{
+    if (const auto latest = getLatest(QStringLiteral("user_misc"), QStringLiteral("activity"), user_id, day, -1))
+        return int(latest->first);
+    LmSqlQueryPtr first = prepare(QStringLiteral(
+        "SELECT activity FROM user_misc WHERE user_id = ? AND activity IS NOT NULL ORDER BY date ASC LIMIT 1"));
+    return execBound(first, {user_id}) && first->next() ? first->value(0).toInt() : 1;
+}
+
 std::optional<CheckIn> UserDB::getCheckIn(int user_id, const QString &day)
 {
     const std::optional<CheckIn> latest = getLatestCheckIn(user_id, day);

@@ -114,6 +114,9 @@ public:
                         const QString &dietPlan);
     static std::optional<QPair<double, QString>> getMisc(int user_id, const QString &day); // custom_rmr, diet_plan
     static int getLatestMiscInt(int user_id, const QString &field, const QString &day, int fallback);
+    // The activity level in force on a day; before the first recorded one, that first one (1 when
+    // none was ever recorded).
+    static int activityLevel(int user_id, const QString &day);
 
     // Check-ins
     static std::optional<CheckIn> getCheckIn(int user_id, const QString &day);   // that day only

@@ -87,7 +87,7 @@ QString summaryReport(const SummaryInputs &in, const UnitDescriptor &energy, con
     html += QStringLiteral("</table>");
 
     const double net = in.eaten - in.burned;
-    html += QStringLiteral("<p>You've recorded <b>") + energy.formatValueWithUnit(net);
+    html += QStringLiteral("<p>You've recorded <b>") + energy.formatSignedWithUnit(net);
     if (in.burned > 0.05) {
         html += QStringLiteral("</b> on this day (subtracting <b>") + energy.formatValueWithUnit(in.burned)
                 + QStringLiteral("</b> burned from  <b>") + energy.formatValueWithUnit(in.eaten)
@@ -99,7 +99,7 @@ QString summaryReport(const SummaryInputs &in, const UnitDescriptor &energy, con
         html += QStringLiteral(" Your target was <b>") + energy.formatValueWithUnit(in.target) + QStringLiteral("</b>.");
     html += QStringLiteral("</p>");
 
-    if (weightKnown) {
+    if (weightKnown && in.requirement > 0) {
         qCDebug(lcModel, "ree = %.2f", in.requirement);
         const WeightForecast forecast = forecastWeight(net, in.requirement);
         if (forecast.months == 6 && forecast.change < 1.0) {
@@ -112,10 +112,10 @@ QString summaryReport(const SummaryInputs &in, const UnitDescriptor &energy, con
             html += QStringLiteral("<p>On an average person, these figures would lead to a %1 of %2 over the next %3.</p>")
                         .arg(forecast.word, weight.formatValueWithUnit(forecast.change), period);
         }
-        if (bmi >= 21 && !in.leaveOutBmi20) {
-            html += QStringLiteral("<p>To reach a BMI of 20, you need to lose %1.")
-                        .arg(weight.formatValueWithUnit(in.weight - weightForBmi(20, in.height)));
-        }
+    }
+    if (weightKnown && bmi >= 21 && !in.leaveOutBmi20) {
+        html += QStringLiteral("<p>To reach a BMI of 20, you need to lose %1.")
+                    .arg(weight.formatValueWithUnit(in.weight - weightForBmi(20, in.height)));
     }
     return html;
 }

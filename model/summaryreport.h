@@ -18,7 +18,7 @@ struct SummaryInputs
     double eaten = 0;       // calories
     double burned = 0;      // calories
     double target = -1;     // calories; -1 when no target is in force
-    double requirement = 0; // calories a day; used only when the weight is known
+    double requirement = -1; // calories a day; -1 when it cannot be had (no forecast then)
     bool leaveOutBmi20 = false;
 };
 

@@ -155,6 +155,26 @@ QString UnitDescriptor::formatted(const QString &pattern, double stored) const
     return QString::asprintf(pattern.toLatin1().constData(), toDisplay(stored));
 }
 
+QString UnitDescriptor::formattedSigned(const QString &pattern, double stored) const
+{
+    const QByteArray format = pattern.toLatin1();
+    double shown = toDisplay(stored);
+    // A value that rounds to zero shows as 0, never as "-0".
+    if (shown < 0 && QString::asprintf(format.constData(), -shown) == QString::asprintf(format.constData(), 0.0))
+        shown = 0;
+    return QString::asprintf(format.constData(), shown);
+}
+
+QString UnitDescriptor::formatSigned(double stored) const
+{
+    return formattedSigned(_format, stored);
+}
+
+QString UnitDescriptor::formatSignedWithUnit(double stored) const
+{
+    return formattedSigned(_formatWithUnit, stored);
+}
+
 QString UnitDescriptor::formatValue(double stored) const
 {
     return formatted(_format, stored);

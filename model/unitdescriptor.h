@@ -28,6 +28,10 @@ public:
     QString formatValue(double stored) const;
     QString formatValueWithUnit(double stored) const;
     QString formatValueLong(double stored) const;
+    // For a value that is real below zero too (the net energy of a day, energy burned shown as a
+    // minus): formatted with its sign, where the plain forms show "-" for unknown.
+    QString formatSigned(double stored) const;
+    QString formatSignedWithUnit(double stored) const;
     QString getName() const { return _name; }
     QString getUnitText() const { return _unitText; }
     int unitSystem() const { return _unitSystem; }
@@ -36,6 +40,7 @@ protected:
     UnitDescriptor(QString name, QString format, QString formatWithUnit, QString formatLong, QString unitText,
                    int unitSystem = 0);
     QString formatted(const QString &pattern, double stored) const;
+    QString formattedSigned(const QString &pattern, double stored) const;
 
     QString _format;
     QString _formatWithUnit;

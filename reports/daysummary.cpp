@@ -15,12 +15,16 @@ QString daySummaryReport(int userId, const QDate &date)
     in.day = date;
     in.height = UserDB::getHeight(userId);
     if (const std::optional<CheckIn> checkIn = UserDB::getLatestCheckIn(userId, dayString)) {
-        in.weight = checkIn->weight;
         in.chest = checkIn->chest;
         in.waist = checkIn->waist;
         in.hip = checkIn->hip;
         in.thigh = checkIn->thigh;
     }
+    // The weight in force is that of the latest weighed check-in, which need not be the latest one.
+    const auto weighed = UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"), userId,
+                                           dayString, -1);
+    if (weighed)
+        in.weight = weighed->first;
     const QMap<QString, DailyTotal> totals =
         DiaryDB().getDailyTotals(userId, dayString, dayString, ALL_MEALS);
     if (!totals.isEmpty()) {
@@ -34,13 +38,13 @@ QString daySummaryReport(int userId, const QDate &date)
         if (user.user_id == userId)
             profile = user;
     }
-    const bool canForecast =
-        in.weight > 0 && in.height > 0 && profile.dob.size() == 8 && ageInYears(profile.dob, dayString) > 0;
+    // The requirement is that of the weighed check-in's day: the age then, the activity level then.
+    const bool canForecast = in.weight > 0 && in.height > 0 && profile.dob.size() == 8 &&
+                             ageInYears(profile.dob, weighed->second) > 0;
     if (canForecast) {
-        in.requirement =
-            energyRequirement({float(in.weight), dayString,
-                               UserDB::getLatestMiscInt(userId, QStringLiteral("activity"), dayString, 1),
-                               profile.sex, float(in.height), profile.dob});
+        in.requirement = energyRequirement({float(in.weight), weighed->second,
+                                            UserDB::activityLevel(userId, weighed->second), profile.sex,
+                                            float(in.height), profile.dob});
     } else {
         in.weight = in.weight > 0 && in.height > 0 ? in.weight : -1; // no BMI or forecast without both
     }

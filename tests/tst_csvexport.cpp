@@ -1,9 +1,14 @@
-// CSV export of a real diary, byte for byte.
+// Reports of a real diary: the CSV export byte for byte, and the figures of a day's summary.
 
 #include "db/diarydb.h"
 #include "db/userdb.h"
 #include "dbfixture.h"
+#include "model/dateconversion.h"
+#include "model/energy.h"
+#include "model/summaryreport.h"
+#include "model/unitdescriptor.h"
 #include "reports/csvexportdiary.h"
+#include "reports/daysummary.h"
 
 class TestCsvExport : public QObject
 {
@@ -24,6 +29,8 @@ private slots:
     void wholeRangeAndDayFiles();
     void failures_data();
     void failures();
+    void daySummaryFigures_data();
+    void daySummaryFigures();
 };
 
 void TestCsvExport::init()
@@ -114,6 +121,55 @@ void TestCsvExport::failures()
              error.contains(QLatin1String("%1")) ? error.arg(base) : error);
     if (!file.isEmpty())
         QVERIFY(!QFile::exists(fileName));
+}
+
+void TestCsvExport::daySummaryFigures_data()
+{
+    QTest::addColumn<QString>("born");
+    QTest::addColumn<QString>("day");        // of the report
+    QTest::addColumn<double>("weight");      // the weight in force
+    QTest::addColumn<QString>("weighedOn");  // the day the requirement is worked out for; empty: none
+    QTest::addColumn<int>("activity");
+
+    // Check-ins: 70 kg on 2007-01-05, a waist without a weight on 2007-01-10. Activity 3 from March
+    // only: before it, the first level recorded is the one in force.
+    QTest::newRow("the latest weighed check-in") << "19770615" << "20070112" << 70.0 << "20070105" << 3;
+    QTest::newRow("age on the weighing day") << "19771231" << "20080102" << 70.0 << "20070105" << 3;
+    QTest::newRow("under a year old on the weighing day") << "20070102" << "20080105" << 70.0 << "" << 3;
+}
+
+void TestCsvExport::daySummaryFigures()
+{
+    QFETCH(QString, born);
+    QFETCH(QString, day);
+    QFETCH(double, weight);
+    QFETCH(QString, weighedOn);
+    QFETCH(int, activity);
+
+    UserProfile profile = UserDB::getUsers().constFirst();
+    profile.dob = born;
+    profile.sex = 1;
+    UserDB::updateUser(profile);
+    CheckIn weighed;
+    weighed.date = QStringLiteral("20070105");
+    weighed.weight = 70;
+    CheckIn measured;
+    measured.date = QStringLiteral("20070110");
+    measured.waist = 80;
+    QVERIFY(UserDB::setCheckIn(_user, weighed) && UserDB::setCheckIn(_user, measured));
+    QVERIFY(UserDB::setMisc(_user, QStringLiteral("20070301"), 0, activity, -1, QString()));
+
+    const UnitRegistry &units = UnitRegistry::instance();
+    SummaryInputs in;
+    in.day = DateConversion::toQDate(day);
+    in.height = 168;
+    in.weight = weight;
+    in.waist = 80;
+    if (!weighedOn.isEmpty())
+        in.requirement = energyRequirement({float(weight), weighedOn, activity, 1, 168.0f, born});
+    QCOMPARE(daySummaryReport(_user, in.day),
+             summaryReport(in, *units.getUnit(UNIT_ENERGY), *units.getUnit(UNIT_WEIGHT),
+                           *units.getUnit(UNIT_MEASUREMENT)));
 }
 
 QTEST_GUILESS_MAIN(TestCsvExport)

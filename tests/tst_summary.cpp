@@ -94,6 +94,9 @@ void TestSummary::report()
     QCOMPARE(summaryReport(bare, *energy, *kg, *cm),
              QStringLiteral("<big><b>Thursday, March 15 2007</b></big><p><p><table border=0 cellspacing=0 "
                             "cellpadding=0></table><p>You've recorded <b>1200 cals</b> on this day.</p>"));
+    // More burned than eaten: the net is a real number below zero.
+    bare.burned = 1500;
+    QVERIFY(summaryReport(bare, *energy, *kg, *cm).contains(QLatin1String("You've recorded <b>-300 cals</b>")));
 }
 
 QTEST_GUILESS_MAIN(TestSummary)

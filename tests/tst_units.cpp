@@ -30,15 +30,18 @@ void TestUnits::formatting_data()
     QTest::addColumn<QString>("value");
     QTest::addColumn<QString>("withUnit");
     QTest::addColumn<QString>("longForm");
+    QTest::addColumn<QString>("signedWithUnit"); // of a value that is real below zero too
 
-    QTest::newRow("energy") << int(UNIT_ENERGY) << 1234.4 << "1234" << "1234 cals" << "1234 cals";
-    QTest::newRow("energy zero") << int(UNIT_ENERGY) << 0.0 << "0" << "0 cals" << "0 cals";
-    QTest::newRow("fat has no long form") << int(UNIT_FAT) << 0.0 << "0.0" << "0.0 g" << "";
-    QTest::newRow("unknown") << int(UNIT_CARB) << -1.0 << "-" << "-" << "-";
-    QTest::newRow("fibre spelled by the brand") << int(UNIT_FIBER) << 2.45 << "2.5" << "2.5 g" << "2.5g of fibre";
-    QTest::newRow("iron percent") << int(UNIT_IRON) << 12.0 << "12.0" << "12.0 %" << "12.0% of iron";
-    QTest::newRow("potassium says sodium") << int(UNIT_POTASSIUM) << 3.0 << "3.0" << "3.0 mg" << "3.0mg of sodium";
-    QTest::newRow("steps") << int(UNIT_STEPS) << 10234.0 << "10234" << "10234" << "10234 steps";
+    QTest::newRow("energy") << int(UNIT_ENERGY) << 1234.4 << "1234" << "1234 cals" << "1234 cals" << "1234 cals";
+    QTest::newRow("energy below zero") << int(UNIT_ENERGY) << -150.0 << "-" << "-" << "-" << "-150 cals";
+    QTest::newRow("rounds to zero, no sign") << int(UNIT_ENERGY) << -0.2 << "-" << "-" << "-" << "0 cals";
+    QTest::newRow("energy zero") << int(UNIT_ENERGY) << 0.0 << "0" << "0 cals" << "0 cals" << "0 cals";
+    QTest::newRow("fat has no long form") << int(UNIT_FAT) << 0.0 << "0.0" << "0.0 g" << "" << "0.0 g";
+    QTest::newRow("unknown") << int(UNIT_CARB) << -1.0 << "-" << "-" << "-" << "-1.0 g";
+    QTest::newRow("fibre spelled by the brand") << int(UNIT_FIBER) << 2.45 << "2.5" << "2.5 g" << "2.5g of fibre" << "2.5 g";
+    QTest::newRow("iron percent") << int(UNIT_IRON) << 12.0 << "12.0" << "12.0 %" << "12.0% of iron" << "12.0 %";
+    QTest::newRow("potassium says sodium") << int(UNIT_POTASSIUM) << 3.0 << "3.0" << "3.0 mg" << "3.0mg of sodium" << "3.0 mg";
+    QTest::newRow("steps") << int(UNIT_STEPS) << 10234.0 << "10234" << "10234" << "10234 steps" << "10234";
 }
 
 void TestUnits::formatting()
@@ -50,6 +53,7 @@ void TestUnits::formatting()
     QTEST(descriptor->formatValue(stored), "value");
     QTEST(descriptor->formatValueWithUnit(stored), "withUnit");
     QTEST(descriptor->formatValueLong(stored), "longForm");
+    QTEST(descriptor->formatSignedWithUnit(stored), "signedWithUnit");
 }
 
 void TestUnits::conversions_data()

@@ -631,7 +631,7 @@ void DiaryView::refresh()
             entry->setFlags(entry->flags() | Qt::ItemIsEditable);
             const qsizetype energyColumn = _columns.indexOf(ENERGY);
             if (energyColumn >= 0)
-                entry->setText(int(3 + energyColumn), units.getUnit(UNIT_ENERGY)->formatValue(-e.energy()));
+                entry->setText(int(3 + energyColumn), units.getUnit(UNIT_ENERGY)->formatSigned(-e.energy()));
         }
         exercise->setExpanded(true);
     }
@@ -643,7 +643,7 @@ void DiaryView::refresh()
     const Targets targets = UserDB::getTargets(_userId, day);
     const float net = diary.total(ALL_MEALS, ENERGY);
     const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
-    QString totals = tr("Today: <b>%1</b>").arg(energy.formatValueWithUnit(net));
+    QString totals = tr("Today: <b>%1</b>").arg(energy.formatSignedWithUnit(net));
     if (targets.values[ENERGY] > 0)
         totals += tr(" of %1").arg(energy.formatValueWithUnit(targets.values[ENERGY]));
     _totals->setText(totals);
