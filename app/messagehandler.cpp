@@ -39,7 +39,10 @@ void handleMessage(QtMsgType type, const QMessageLogContext &context, const QStr
     }
 
     if (g_mode.load() == MessageHandlerMode::CommandLine) {
-        writeLine("Fatal Error: ", message);
+        // One line, as every error of the tool: scripts read the first line of standard error.
+        QString line = message;
+        line.replace(QLatin1String("\r\n"), QLatin1String(" ")).replace(u'\n', u' ').replace(u'\r', u' ');
+        writeLine("tarnwell-cli: ", line.simplified());
         std::_Exit(kFatalExitStatus);
     }
 

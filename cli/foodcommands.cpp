@@ -123,7 +123,17 @@ int search(Context &context, const QStringList &args)
     const Arguments a(args, {QStringLiteral("--limit")}, {QStringLiteral("--exercises")});
     a.expectPositionals(1, 1000, QStringLiteral("search [--exercises] [--limit N] WORDS..."));
     const QString query = a.positionals().join(QLatin1Char(' '));
-    const QStringList words = query.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    // Split as the search engine splits: at any Unicode white space.
+    QStringList words;
+    QString word;
+    for (const QChar c : query + QLatin1Char(' ')) {
+        if (!c.isSpace()) {
+            word += c;
+        } else if (!word.isEmpty()) {
+            words.append(word);
+            word.clear();
+        }
+    }
     qsizetype longest = 0;
     for (const QString &word : words)
         longest = std::max(longest, word.startsWith(QLatin1Char('-')) ? word.size() - 1 : word.size());

@@ -26,6 +26,11 @@ inline constexpr char kReferenceDataCredits[] =
     "values. "
     "Med Sci Sports Exerc 2011;43(8):1575-1581.";
 
+// Brand ids the program asks for by these names.
+#define BRAND_STR_UPDATE_RSS_URL QStringLiteral("update_rss_url")
+#define BRAND_BOOL_UPDATE_ENABLED QStringLiteral("update_enabled")
+#define BRAND_FEATURE_FAMILY QStringLiteral("feature.family")
+
 // Protocol constants.
 inline constexpr char kPlatform[] = "windows";
 inline constexpr char kDocumentPlatform[] = "WINDOWS";

@@ -304,18 +304,20 @@ QSet<QString> DiaryDB::getUnpublishedDates(int user_id) const
     return dates;
 }
 
-QMap<QString, DailyTotal> DiaryDB::getDailyTotals(int user_id, const QString &startDate, const QString &endDate,
+QMap<QString, DailyTotal> DiaryDB::getDailyTotals(int user_id, const QString &startDay, const QString &endDay,
                                                   int mealFilter) const
 {
-    LM_ASSERT(!startDate.isEmpty());
-    LM_ASSERT(!endDate.isEmpty());
+    const bool startDate = !startDay.isEmpty();
+    const bool endDate = !endDay.isEmpty();
+    LM_ASSERT(startDate);
+    LM_ASSERT(endDate);
     QMap<QString, DailyTotal> totals;
 
     if (mealFilter != EXERCISE) {
         QString sql = QStringLiteral("SELECT date, SUM(calories), SUM(fat), SUM(fiber), SUM(protein), SUM(carb), SUM "
                                      "(saturated_fat), SUM(cholesterol), SUM(sodium), sum(sugar), sum(calcium) FROM food_")
                       + _suffix + QStringLiteral(" WHERE user_id = ? AND status <> ? AND date >= ? AND date <= ? ");
-        QVariantList values = {user_id, STATUS_DELETED, startDate, endDate};
+        QVariantList values = {user_id, STATUS_DELETED, startDay, endDay};
         if (mealFilter == ALL_SNACKS) {
             sql += QStringLiteral("AND meal IN (?, ?, ?) ");
             values << SNACK_1 << SNACK_2 << SNACK_3;
@@ -339,7 +341,7 @@ QMap<QString, DailyTotal> DiaryDB::getDailyTotals(int user_id, const QString &st
     if (mealFilter == ALL_MEALS || mealFilter == EXERCISE) {
         LmSqlQueryPtr query = prepare(QStringLiteral("SELECT date, SUM(rate*duration) FROM exer_") + _suffix
                                       + QStringLiteral(" WHERE user_id = ? AND status <> ? AND date >= ? AND date <= ? GROUP BY date"));
-        if (execBound(query, {user_id, STATUS_DELETED, startDate, endDate})) {
+        if (execBound(query, {user_id, STATUS_DELETED, startDay, endDay})) {
             while (query->next())
                 totals[query->value(0).toString()].burned = query->value(1).toDouble();
         }

@@ -299,19 +299,22 @@ bool UserDB::ensureRow(const QString &table, int user_id, const QString &day)
     return execBound(insert, {user_id, day});
 }
 
-std::optional<QPair<double, QString>> UserDB::getLatest(const QString &table, const QString &field, int user_id,
-                                                        const QString &day, double invalidValue)
+std::optional<QPair<double, QString>> UserDB::getLatest(const QString &table, const QString &column, int user_id,
+                                                        const QString &day, double invalid)
 {
     LM_ASSERT(user_id != -1);
     const bool date = !day.isEmpty();
     LM_ASSERT(date);
-    LM_ASSERT(!field.isEmpty());
-    LmSqlQueryPtr query = prepare(QStringLiteral("SELECT ") + field + QStringLiteral(", date FROM ") + table
+    const bool field = !column.isEmpty();
+    const bool invalidValue = !std::isnan(invalid);
+    LM_ASSERT(field);
+    LM_ASSERT(invalidValue);
+    LmSqlQueryPtr query = prepare(QStringLiteral("SELECT ") + column + QStringLiteral(", date FROM ") + table
                                   + QStringLiteral(" WHERE user_id = ? AND ") + QStringLiteral("date = (SELECT MAX(date) FROM ")
-                                  + table + QStringLiteral(" WHERE ") + field + QStringLiteral(" IS NOT NULL ")
-                                  + QStringLiteral(" AND date <= ? AND ") + field + QStringLiteral(" <> ? ")
+                                  + table + QStringLiteral(" WHERE ") + column + QStringLiteral(" IS NOT NULL ")
+                                  + QStringLiteral(" AND date <= ? AND ") + column + QStringLiteral(" <> ? ")
                                   + QStringLiteral(" AND user_id = ?)"));
-    if (execBound(query, {user_id, day, invalidValue, user_id}) && query->next() && !query->value(0).isNull())
+    if (execBound(query, {user_id, day, invalid, user_id}) && query->next() && !query->value(0).isNull())
         return QPair<double, QString>(query->value(0).toDouble(), query->value(1).toString());
     return std::nullopt;
 }

@@ -96,9 +96,10 @@ ExDB::ExDB(int user_id, bool *failed)
 
 ExDB::~ExDB() = default;
 
-bool ExDB::exercise(int id, Exercise *exercise) const
+bool ExDB::exercise(int index, Exercise *exercise) const
 {
-    LM_ASSERT(id >= 0 && id < 0x3000000);
+    LM_ASSERT(index >= 0 && index < 0x3000000);
+    const int id = index;
     if (id < kFirstCustomId)
         return _static && _static->exercise(id, exercise);
     return _dynamic->exercise(id, exercise);

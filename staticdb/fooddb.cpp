@@ -122,9 +122,15 @@ bool FoodDBStatic::contains(int id) const
 
 QString FoodDBStatic::name(int id) const
 {
-    const IndexEntry *item = id >= 0 ? lookup(quint32(id), false) : nullptr;
-    LM_ASSERT(item && nameLength(item) > 0);
-    return nameText(item);
+    // The record with its name as the file holds it; a food without a name is as wrong as none.
+    const IndexEntry *entry = id >= 0 ? lookup(quint32(id), false) : nullptr;
+    const struct
+    {
+        const char *name;
+    } record{entry && nameLength(entry) > 0 ? namePointer(entry) : nullptr};
+    const auto *item = entry ? &record : nullptr;
+    LM_ASSERT(item && item->name);
+    return nameText(entry);
 }
 
 bool FoodDBStatic::decodePayload(QByteArrayView payload, quint32 seqMask, Food *food, quint32 *numeric,
@@ -189,12 +195,12 @@ bool FoodDBStatic::decodePayload(QByteArrayView payload, quint32 seqMask, Food *
     return true;
 }
 
-bool FoodDBStatic::food(int id, Food *food) const
+bool FoodDBStatic::food(int id, Food *out) const
 {
-    const IndexEntry *item = id >= 0 ? lookup(quint32(id), false) : nullptr;
-    LM_ASSERT(item);
-    food->name = nameText(item);
-    return decodePayload(payload(item), item->value, food);
+    const IndexEntry *food = id >= 0 ? lookup(quint32(id), false) : nullptr;
+    LM_ASSERT(food);
+    out->name = nameText(food);
+    return decodePayload(payload(food), food->value, out);
 }
 
 QList<FoodServing> FoodDBStatic::servings(int id) const

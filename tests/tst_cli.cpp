@@ -52,6 +52,7 @@ private slots:
     void brandDumpJson();
     void brandDumpShowsLoaderWarnings();
     void profilesAndDailyRecords();
+    void targetKeepsTheDaysValues();
     void foodsExercisesAndMeals();
     void publish();
     void updateDb();
@@ -96,6 +97,9 @@ void TestCli::exitStatuses_data()
     QTest::newRow("brand-dump missing file")
         << QStringList{QStringLiteral("brand-dump"), QStringLiteral("/nonexistent/brand.dat")} << 1 << none
         << QStringLiteral("tarnwell-cli: Cannot find /nonexistent/brand.dat\n");
+    QTest::newRow("fatal error on one line")
+        << QStringList{QStringLiteral("--resourcedir"), QStringLiteral("/"), QStringLiteral("day")} << 70 << none
+        << QStringLiteral("tarnwell-cli: Cannot find /brand.dat\n");
     QTest::newRow("missing resource folder")
         << QStringList{QStringLiteral("--resourcedir"), QStringLiteral("/nonexistent"),
                        QStringLiteral("brand-dump"), QStringLiteral("x")}
@@ -299,6 +303,34 @@ void TestCli::profilesAndDailyRecords()
              QStringLiteral("tarnwell-cli: No days in the selected range have any recorded items\n"));
 }
 
+void TestCli::targetKeepsTheDaysValues()
+{
+    // A row of the day without energy (as older diaries hold them) beside a row in force before it.
+    const auto sql = [this](const QString &statement) {
+        QString value;
+        {
+            QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("targets"));
+            db.setDatabaseName(_home.diaryFolder() + QStringLiteral("userdata.db"));
+            QSqlQuery query(db);
+            if (db.open() && query.exec(statement) && query.next())
+                value = query.value(0).toString();
+        }
+        QSqlDatabase::removeDatabase(QStringLiteral("targets"));
+        return value;
+    };
+    QCOMPARE(run({QStringLiteral("target"), QStringLiteral("2026-05-01"), QStringLiteral("--calories=2100"),
+                  QStringLiteral("--fat=70")})
+                 .status,
+             0);
+    sql(QStringLiteral("INSERT INTO user_target (user_id, date, target_carb) VALUES (1, '20260520', 200)"));
+    QCOMPARE(run({QStringLiteral("target"), QStringLiteral("2026-05-20"), QStringLiteral("--calories=1900")})
+                 .status,
+             0);
+    QCOMPARE(sql(QStringLiteral("SELECT target_calories || ' ' || target_carb || ' ' || IFNULL(target_fat, '-') "
+                                "FROM user_target WHERE date = '20260520'")),
+             QStringLiteral("1900 200 -"));
+}
+
 void TestCli::foodsExercisesAndMeals()
 {
     const auto ok = [this](const QStringList &arguments) {
@@ -499,6 +531,13 @@ void TestCli::invalidInputChangesNothing_data()
     QTest::newRow("short search words")
         << QStringList{QStringLiteral("search"), QStringLiteral("ab"), QStringLiteral("-c")}
         << QStringLiteral("the longest search word needs at least 3 characters");
+    QTest::newRow("words split at any white space")
+        << QStringList{QStringLiteral("search"), QStringLiteral("ab\tcd\u2003ef")}
+        << QStringLiteral("the longest search word needs at least 3 characters");
+    QTest::newRow("target without energy")
+        << QStringList{QStringLiteral("target"), QStringLiteral("2020-01-01"), QStringLiteral("--fat"),
+                       QStringLiteral("50")}
+        << QStringLiteral("no energy target is in force on 2020-01-01: give --calories too");
     QTest::newRow("32 search words") << (QStringList{QStringLiteral("search")} +
                                          QStringList(32, QStringLiteral("raw")))
                                      << QStringLiteral("a search takes at most 31 words");

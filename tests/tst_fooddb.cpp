@@ -64,6 +64,8 @@ private slots:
     void realFoods_data();
     void realFoods();
     void realExercises();
+    void realSearch_data();
+    void realSearch();
     void payloadDecoding();
     void exerciseWithoutBurnRate();
     void customFoodIdsAndRoots();
@@ -136,13 +138,41 @@ void TestFoodDb::realExercises()
     while (headings->next())
         ++count;
     QCOMPARE(count, 21);
-
-    QVERIFY(foods.staticDB()->search(QStringLiteral("cheddar -imitation -reduced -low"), false, 0));
-    const QStringList cheddar = shownItems(*foods.staticDB(), 0);
-    QVERIFY2(cheddar.contains(QStringLiteral("Cheese, cheddar")), qPrintable(cheddar.join(u'|')));
-    QVERIFY(!cheddar.join(u'|').contains(QLatin1String("imitation"), Qt::CaseInsensitive));
     LM_VERIFY_ASSERT(foods.name(0x3000000), "index >= 0 && index < 0x3000000");
-    LM_VERIFY_ASSERT(foods.staticDB()->name(12), "item && nameLength(item) > 0");
+    LM_VERIFY_ASSERT(foods.staticDB()->name(12), "item && item->name");
+    Food none;
+    LM_VERIFY_ASSERT(foods.staticDB()->food(12, &none), "food");
+}
+
+void TestFoodDb::realSearch_data()
+{
+    QTest::addColumn<QString>("query");
+    QTest::addColumn<QString>("found");
+    // Food groups and the subcategories of a shared leading word are not searched: every shown
+    // food holds each word in its own name, and no exclusion word.
+    QTest::newRow("pie -apple") << "pie -apple" << "Pie, cherry, commercially prepared";
+    QTest::newRow("chicken -fried") << "chicken -fried"
+                                    << "Chicken, broilers or fryers, meat and skin and giblets and neck, raw";
+    QTest::newRow("three exclusions") << "cheddar -imitation -reduced -low" << "Cheese, cheddar";
+    QTest::newRow("two words") << "apple raw" << "Apples, raw, with skin";
+}
+
+void TestFoodDb::realSearch()
+{
+    QFETCH(QString, query);
+    QFETCH(QString, found);
+    FoodDB foods(0);
+    QVERIFY(foods.staticDB()->search(query, false, 0));
+    QStringList names = shownItems(*foods.staticDB(), 0);
+    names.removeIf([](const QString &name) { return name.startsWith(QLatin1Char('[')); });
+    QVERIFY2(names.contains(found), qPrintable(names.join(u'|')));
+    for (const QString &word : query.split(u' ')) {
+        const bool excluded = word.startsWith(u'-');
+        for (const QString &name : std::as_const(names)) {
+            const bool holds = name.contains(excluded ? word.mid(1) : word, Qt::CaseInsensitive);
+            QVERIFY2(holds != excluded, qPrintable(name));
+        }
+    }
 }
 
 void TestFoodDb::payloadDecoding()
@@ -319,7 +349,7 @@ void TestFoodDb::customExercises()
     QVERIFY(exercises.deleteItem(0x1000001));
     QCOMPARE(exercises.itemsOf(root).size(), 1);
     LM_VERIFY_ASSERT(ExDBDynamic::userRootId(4096), "user_id >= -1 && user_id < 4096");
-    LM_VERIFY_ASSERT(all.exercise(-1, &found), "id >= 0 && id < 0x3000000");
+    LM_VERIFY_ASSERT(all.exercise(-1, &found), "index >= 0 && index < 0x3000000");
 }
 
 void TestFoodDb::favorites()

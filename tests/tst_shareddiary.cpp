@@ -110,7 +110,7 @@ void TestSharedDiary::writersAtOnce()
              QStringList{QStringLiteral("8")});
     QCOMPARE(column(QStringLiteral("SELECT group_concat(weight) FROM (SELECT weight FROM user_checkins "
                                    "WHERE date LIKE '202602%' ORDER BY date)")),
-             QStringList{QStringLiteral("61.0,62.0,63.0,64.0")});
+             QStringList{QStringLiteral("61,62,63,64")});
     QCOMPARE(column(QStringLiteral("SELECT group_concat(cups) FROM (SELECT cups FROM water_diary "
                                    "WHERE date LIKE '202602%' ORDER BY date)")),
              QStringList{QStringLiteral("1,2,3,4")});

@@ -117,6 +117,14 @@ void TestStores::profiles()
     UserDB::setDiaryViewColumnSettings(bob, QStringLiteral("0:2:4:"));
     QCOMPARE(UserDB::diaryViewColumnSettings(bob), QStringLiteral("0:2:4:"));
     LM_VERIFY_ASSERT(UserDB::getSettings(-1), "user_id != -1");
+    // Every argument of a dated lookup and of the daily sums is required.
+    const QString weight = QStringLiteral("weight");
+    const QString day = QStringLiteral("20260101");
+    LM_VERIFY_ASSERT(UserDB::getLatest(QStringLiteral("user_checkins"), weight, bob, QString(), -1), "date");
+    LM_VERIFY_ASSERT(UserDB::getLatest(QStringLiteral("user_checkins"), QString(), bob, day, -1), "field");
+    LM_VERIFY_ASSERT(UserDB::getLatest(QStringLiteral("user_checkins"), weight, bob, day, qQNaN()), "invalidValue");
+    LM_VERIFY_ASSERT(DiaryDB().getDailyTotals(bob, QString(), day, 0), "startDate");
+    LM_VERIFY_ASSERT(DiaryDB().getDailyTotals(bob, day, QString(), 0), "endDate");
 }
 
 void TestStores::singleProfileWithoutFamily()

@@ -2,6 +2,7 @@
 
 #include "brand/brandengine.h"
 #include "common/lmassert.h"
+#include "common/lmconstants.h"
 #include "staticdb/staticdbupdater.h"
 
 #include <QEventLoop>
@@ -12,10 +13,9 @@ namespace Ui {
 
 void runDatabaseUpdate(QWidget *parent, bool interactive)
 {
-    const BrandEngine &brand = BrandEngine::instance();
-    LM_ASSERT(brand.idExists(QStringLiteral("update_rss_url")) &&
-              brand.idExists(QStringLiteral("update_enabled")) &&
-              brand.getBool(QStringLiteral("update_enabled")));
+    const BrandEngine *be = &BrandEngine::instance();
+    LM_ASSERT(be->idExists(BRAND_STR_UPDATE_RSS_URL) && be->idExists(BRAND_BOOL_UPDATE_ENABLED) &&
+              be->getBool(BRAND_BOOL_UPDATE_ENABLED));
     const QString caption = QStringLiteral("Database Updates");
     StaticDbUpdater updater;
     QEventLoop loop;
