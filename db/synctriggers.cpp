@@ -121,3 +121,14 @@ int deviceId(const QString &name)
         return -1;
     return query->value(0).toInt();
 }
+
+QList<QPair<int, QString>> syncDevices()
+{
+    QList<QPair<int, QString>> devices;
+    LmSqlQueryPtr query = runBound(u"SELECT id, name FROM userdata_sync_devices"_s);
+    if (!query.isNull()) {
+        while (query->next())
+            devices.append({query->value(0).toInt(), query->value(1).toString()});
+    }
+    return devices;
+}

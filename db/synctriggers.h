@@ -7,6 +7,7 @@
 // device and table lists of the start.
 
 #include <QList>
+#include <QPair>
 #include <QString>
 
 enum class SyncTriggerForm { Insert = 0, Update = 1 };
@@ -25,3 +26,6 @@ bool createSyncTrigger(int &counter, const QString &sourceTable, const QString &
 // The id of the device with this name; -1 when there is none. The name is put into the statement
 // unescaped, between double quotes.
 int deviceId(const QString &name);
+
+// Every device with its name, as the devices table lists them.
+QList<QPair<int, QString>> syncDevices();

@@ -527,6 +527,14 @@ bool UserDB::setWater(int user_id, const QString &day, int cups)
     return write.commit(execBound(query, {cups, user_id, day}));
 }
 
+int UserDB::deviceId(const QString &name)
+{
+    LmSqlQueryPtr query = prepare(QStringLiteral("SELECT id FROM userdata_sync_devices WHERE name = ?"));
+    if (!execBound(query, {name}) || !query->next() || query->value(0).isNull())
+        return -1;
+    return query->value(0).toInt();
+}
+
 int UserDB::startCount(int user_id, const QString &day)
 {
     checkUser(user_id);

@@ -133,6 +133,9 @@ public:
     static int getWater(int user_id, const QString &day); // 0 when none recorded
     static bool setWater(int user_id, const QString &day, int cups);
 
+    // The id of the synchronisation device with this name, bound as a value; -1 when none.
+    static int deviceId(const QString &name);
+
     // Start-up counter (today, as the database sees it) and tips
     static int startCount(int user_id, const QString &day);
     static bool countStart(int user_id);

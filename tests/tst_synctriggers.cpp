@@ -1,4 +1,5 @@
 #include "db/synctriggers.h"
+#include "db/userdb.h"
 #include "dbfixture.h"
 
 #include <QDateTime>
@@ -161,11 +162,12 @@ void TestSyncTriggers::deviceId_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<int>("id");
+    QTest::addColumn<int>("boundId"); // the user store's lookup with the name bound
 
-    QTest::newRow("metrics") << u"metrics"_s << 2;
-    QTest::newRow("handheld") << u"palm one"_s << 1;
-    QTest::newRow("case matters") << u"Website"_s << -1;
-    QTest::newRow("quote breaks the statement") << u"web\"site"_s << -1;
+    QTest::newRow("metrics") << u"metrics"_s << 2 << 2;
+    QTest::newRow("handheld") << u"palm one"_s << 1 << 1;
+    QTest::newRow("case matters") << u"Website"_s << -1 << -1;
+    QTest::newRow("quote breaks the unescaped statement") << u"web\"site"_s << -1 << 3;
 }
 
 void TestSyncTriggers::deviceId()
@@ -174,7 +176,11 @@ void TestSyncTriggers::deviceId()
     std::string error;
     QVERIFY(LmSqlDb::startUp(error, true));
     QVERIFY(run(u"INSERT INTO userdata_sync_devices (id, name) VALUES (1, 'palm one')"_s));
+    QVERIFY(run(u"INSERT INTO userdata_sync_devices (id, name) VALUES (3, 'web\"site')"_s));
     QTEST(::deviceId(name), "id");
+    QTEST(UserDB::deviceId(name), "boundId");
+    QCOMPARE(syncDevices(), (QList<QPair<int, QString>>{
+                                {0, u"website"_s}, {1, u"palm one"_s}, {2, u"metrics"_s}, {3, u"web\"site"_s}}));
 }
 
 QTEST_GUILESS_MAIN(TestSyncTriggers)
