@@ -3,6 +3,7 @@
 #include "db/lmsqldb.h"
 #include "model/dateconversion.h"
 #include "model/energy.h"
+#include "model/lmdietplan.h"
 
 int createProfile(const NewProfile &p, const QString &day)
 {
@@ -25,14 +26,17 @@ int createProfile(const NewProfile &p, const QString &day)
             // The first targets come from the built-in diet plan.
             const int age = ageInYears(profile.dob, day);
             if (age > 0) {
-                const float requirement = energyRequirement(
-                    {float(p.weight), day, p.activity, profile.sex, float(p.height), profile.dob});
+                const EnergyInputs inputs{float(p.weight), day, p.activity, profile.sex, float(p.height), profile.dob};
+                const bool brandPlan = p.dietPlan == QLatin1String(LmDietPlan::kName);
+                const float requirement =
+                    brandPlan ? LmDietPlan::requirement(&inputs, &inputs) : energyRequirement(inputs);
                 Targets targets;
-                const auto planned = DietPlan::targets(requirement, Goal(p.goal), profile.sex, age);
+                const auto planned = dietPlanTargets(p.dietPlan, requirement, Goal(p.goal), profile.sex, age);
                 for (int type = 0; type < kNutrientCount; ++type)
                     targets.values[size_t(type)] = planned[size_t(type)];
                 UserDB::setTargets(userId, day, targets);
-                UserDB::setMisc(userId, day, p.goal, p.activity, -1, QLatin1String(DietPlan::kName));
+                UserDB::setMisc(userId, day, p.goal, p.activity, -1,
+                                brandPlan ? p.dietPlan : QLatin1String(DietPlan::kName));
             }
         }
     } catch (...) {

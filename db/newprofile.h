@@ -2,9 +2,11 @@
 
 // A new profile as the new-profile wizard and the command-line tool make it: the profile with its
 // settings, first height and activity, and, given a weight, the first check-in and the targets
-// of the built-in diet plan for the goal. One transaction.
+// of its diet plan (the built-in one unless the brand offers its own and it was chosen) for the
+// goal. One transaction.
 
 #include "db/userdb.h"
+#include "model/energy.h"
 
 struct NewProfile
 {
@@ -15,6 +17,7 @@ struct NewProfile
     double weight = -1; // kg; -1 when not given
     int activity = 1;   // 0-3
     int goal = 0;       // Goal of model/energy.h
+    QString dietPlan = QLatin1String(DietPlan::kName); // one of offeredDietPlans()
     UserSettings settings;
 };
 

@@ -1,6 +1,7 @@
 // Energy requirement, BMI and the built-in diet plan.
 
 #include "model/energy.h"
+#include "model/lmdietplan.h"
 #include "testsupport.h"
 
 class TestEnergy : public QObject
@@ -49,6 +50,9 @@ void TestEnergy::requirement()
     EnergyInputs baby = inputs;
     baby.dateOfBirth = day;
     LM_VERIFY_ASSERT(energyRequirement(baby), "age > 0");
+    // The brand's plan keeps its own copy, with its own check.
+    QCOMPARE(LmDietPlan::requirement(&inputs, &inputs), energyRequirement(inputs));
+    LM_VERIFY_ASSERT(LmDietPlan::requirement(&noWeight, &inputs), "c->weight > 0 && p->height > 0");
 }
 
 void TestEnergy::bmi_data()
@@ -98,6 +102,14 @@ void TestEnergy::dietPlan()
     const float energy = targets[CARB] * 4 + targets[FAT] * 9 + targets[PROTEIN] * 4;
     QVERIFY(qAbs(energy - targets[ENERGY]) < 15);
     QCOMPARE(targets[SODIUM], 2300.0f);
+
+    // The brand's own plan: offered only when the brand says so, the same energy, more protein.
+    QCOMPARE(offeredDietPlans(false), QStringList{QStringLiteral("Tarnwell")});
+    QCOMPARE(offeredDietPlans(true), (QStringList{QStringLiteral("Tarnwell"), QStringLiteral("Brindlemoss")}));
+    const auto brand = dietPlanTargets(QStringLiteral("Brindlemoss"), requirement, goal, sex, 40);
+    QCOMPARE(brand[ENERGY], targets[ENERGY]);
+    QVERIFY(brand[PROTEIN] > targets[PROTEIN] && brand[CARB] < targets[CARB]);
+    QCOMPARE(dietPlanTargets(QStringLiteral("Tarnwell"), requirement, goal, sex, 40), targets);
 }
 
 QTEST_GUILESS_MAIN(TestEnergy)

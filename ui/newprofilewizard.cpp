@@ -5,6 +5,7 @@
 #include "db/userdb.h"
 #include "model/dateconversion.h"
 #include "model/energy.h"
+#include "model/lmdietplan.h"
 
 #include <QButtonGroup>
 #include <QComboBox>
@@ -130,12 +131,21 @@ NewProfileWizard::NewProfileWizard(QWidget *parent)
     _goal->addItem(tr("Keep my weight"), MAINTAIN_WEIGHT);
     _goal->addItem(tr("Lose weight (about 0.5 kg a week)"), LOSE_WEIGHT);
     _goal->addItem(tr("Gain weight"), GAIN_WEIGHT);
+    // The brand's own plan is a choice only where the brand offers it.
+    _plan = new QComboBox(body);
+    _plan->setObjectName(QStringLiteral("dietPlan"));
+    const QString brandPlan = QStringLiteral("dietplan.brindlemoss.enabled");
+    _plan->addItems(offeredDietPlans(brand.idExists(brandPlan) && brand.getBool(brandPlan)));
     auto *bodyForm = new QFormLayout(body);
     bodyForm->addRow(tr("&Units:"), _units);
     bodyForm->addRow(tr("&Height:"), heightRow);
     bodyForm->addRow(tr("&Weight:"), _weight);
     bodyForm->addRow(tr("&Activity:"), _activity);
     bodyForm->addRow(tr("&Goal:"), _goal);
+    if (_plan->count() > 1)
+        bodyForm->addRow(tr("Diet &plan:"), _plan);
+    else
+        _plan->hide();
     _weight->setRange(20, 500);
     _weight->setSuffix(QStringLiteral(" kg"));
     _weight->setValue(70);
@@ -208,8 +218,8 @@ void NewProfileWizard::showTargets()
     const int sex = _female->isChecked() ? 1 : 0;
     const float requirement = energyRequirement(
         {float(weightKg()), today(), _activity->currentIndex(), sex, float(heightCm()), dob});
-    const auto targets =
-        DietPlan::targets(requirement, _goal->currentData().toInt(), sex, ageInYears(dob, today()));
+    const auto targets = dietPlanTargets(_plan->currentText(), requirement, _goal->currentData().toInt(), sex,
+                                         ageInYears(dob, today()));
     _targets->setText(
         tr("<p>You need about <b>%1 calories</b> a day.</p>"
            "<p>Your daily targets:<br>Energy: <b>%2 calories</b><br>Carbohydrate: %3 g<br>Fat: %4 g"
@@ -239,6 +249,7 @@ void NewProfileWizard::accept()
     profile.weight = weightKg();
     profile.activity = _activity->currentIndex();
     profile.goal = _goal->currentData().toInt();
+    profile.dietPlan = _plan->currentText();
     const BrandEngine &brand = BrandEngine::instance();
     profile.settings.measurement_units = imperial() ? 1 : 0;
     profile.settings.energy_units = brand.idExists(QStringLiteral("default_energy_units"))

@@ -42,6 +42,7 @@ private:
     QDoubleSpinBox *_weight;
     QComboBox *_activity;
     QComboBox *_goal;
+    QComboBox *_plan;
     QLabel *_targets;
     bool _imperialShown = false;
     int _userId = -1;
