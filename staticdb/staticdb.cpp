@@ -287,10 +287,6 @@ bool IndexedDB::index(const uchar *base, qint64 size, quint32 chunkId, bool *mis
     entries.resize(count);
     flagBytes.resize(count);
     std::vector<quint32> categories;
-    // Child runs lie after their category and after the run of every category before it (the
-    // breadth-first order our files are written in): a record then belongs to one run at most and
-    // the tree has no cycles, so walking it always ends, and checking it takes no memory.
-    quint64 runsEnd = 1;
     quint64 previousName = 0; // a names area at the very start of the file is no names area
     for (quint32 i = 0; i < count; ++i) {
         const uchar *record = base + table + qint64(i) * 16;
@@ -309,12 +305,8 @@ bool IndexedDB::index(const uchar *base, qint64 size, quint32 chunkId, bool *mis
         const bool endRecord = i + 1 == count;
         if ((flags & FLAG_CATEGORY) && !endRecord) {
             e.extra = read32(record + 12);
-            const quint64 end = quint64(e.value) + e.childCount();
-            if (e.childCount() > 0) {
-                if (end > count - 1 || e.value <= i || e.value < runsEnd)
-                    return false;
-                runsEnd = end;
-            }
+            if (e.childCount() > 0 && quint64(e.value) + e.childCount() > count - 1)
+                return false;
             categories.push_back(i);
         } else if (!endRecord) {
             const qint64 payload = payloads + read32(record + 12);
@@ -322,13 +314,40 @@ bool IndexedDB::index(const uchar *base, qint64 size, quint32 chunkId, bool *mis
                 return false;
             e.extra = quint32(payload);
         }
-        flagBytes[i] = quint8(flags | FLAG_SHOWN | FLAG_EXPANDED);
+        // FLAG_EXPANDED is free until the runs are claimed below.
+        flagBytes[i] = quint8((flags & ~FLAG_EXPANDED) | FLAG_SHOWN);
     }
-    _size = quint64(size);
     _entries = std::move(entries);
     _flags = std::move(flagBytes);
     _categories = std::move(categories);
+    if (!claimRuns()) {
+        clearIndex();
+        return false;
+    }
+    _size = quint64(size);
+    return true;
+}
+
+// The runs may lie in any order in the table, but each record may be in one run at most and the
+// root in none. Every record then has at most one parent, and following parents from anything
+// below the root ends at the root: the tree below it has no cycles and no shared subtrees, so
+// walking it ends, and visits each record once.
+bool IndexedDB::claimRuns()
+{
+    for (const quint32 c : _categories) { // in table order, while the runs lie near each other
+        const IndexEntry &e = _entries[c];
+        for (quint32 i = e.value; i < e.value + e.childCount(); ++i) {
+            if (_flags[i] & FLAG_EXPANDED)
+                return false;
+            _flags[i] |= FLAG_EXPANDED;
+        }
+    }
     sortCategories();
+    const IndexEntry *root = lookup(rootId(), true);
+    if (root && (flags(root) & FLAG_EXPANDED))
+        return false;
+    for (quint8 &flag : _flags)
+        flag |= FLAG_EXPANDED;
     return true;
 }
 
@@ -507,40 +526,74 @@ bool IndexedDB::walkItems(quint32 begin, quint32 end, quint32 inherited, const Q
     return hit;
 }
 
-void IndexedDB::setSubtree(quint32 index, quint8 set, quint8 clear)
+// The children of a category and all below them; pending is scratch space for the categories
+// still to visit, kept by the caller across calls.
+void IndexedDB::setSubtree(quint32 index, quint8 set, quint8 clear, std::vector<quint32> &pending)
 {
-    const IndexEntry &e = _entries[index];
-    for (quint32 i = e.value; i < e.value + e.childCount(); ++i) {
-        _flags[i] = quint8((_flags[i] & ~clear) | set);
-        if (_flags[i] & FLAG_CATEGORY)
-            setSubtree(i, set, clear);
+    pending.clear();
+    pending.push_back(index);
+    while (!pending.empty()) {
+        const IndexEntry &e = _entries[pending.back()];
+        pending.pop_back();
+        for (quint32 i = e.value; i < e.value + e.childCount(); ++i) {
+            _flags[i] = quint8((_flags[i] & ~clear) | set);
+            if (_flags[i] & FLAG_CATEGORY)
+                pending.push_back(i);
+        }
     }
 }
 
-bool IndexedDB::walk(quint32 first, quint32 count, quint32 inherited, const Query &query)
+// Depth first over the runs below the root. The runs still open are kept on a stack of our own:
+// how deep categories nest is for the file to say, and it must not be able to exhaust the
+// thread's stack.
+void IndexedDB::walk(quint32 rootIndex, const Query &query)
 {
-    bool hit = false;
-    for (quint32 i = first; i < first + count; ++i) {
+    struct Run
+    {
+        quint32 category; // whose children these are
+        quint32 next;
+        quint32 end;
+        quint32 inherited; // the words matched along the path to them
+        bool hit;
+    };
+    std::vector<Run> runs;
+    std::vector<quint32> pending;
+    const IndexEntry &root = _entries[rootIndex];
+    runs.push_back({rootIndex, root.value, root.value + root.childCount(), 0, false});
+    for (;;) {
+        Run &run = runs.back();
+        if (run.next == run.end) {
+            const Run done = run;
+            runs.pop_back();
+            if (runs.empty())
+                return; // the root itself is not tested
+            if (done.hit) {
+                _flags[done.category] |= FLAG_SHOWN | FLAG_EXPANDED;
+                runs.back().hit = true;
+            }
+            continue;
+        }
+        const quint32 i = run.next++;
         quint8 &flag = _flags[i];
         const IndexEntry &e = _entries[i];
         const bool category = flag & FLAG_CATEGORY;
         if ((flag & query.required) != query.required) {
             flag &= quint8(~(FLAG_SHOWN | FLAG_EXPANDED));
             if (category)
-                setSubtree(i, 0, FLAG_SHOWN | FLAG_EXPANDED);
+                setSubtree(i, 0, FLAG_SHOWN | FLAG_EXPANDED, pending);
             continue;
         }
         if (!category) {
             // The items of a run, their names side by side in the file, are searched together.
             quint32 end = i + 1;
-            while (end < first + count && !(_flags[end] & FLAG_CATEGORY))
+            while (end < run.end && !(_flags[end] & FLAG_CATEGORY))
                 ++end;
-            hit = walkItems(i, end, inherited, query) || hit;
-            i = end - 1;
+            run.hit = walkItems(i, end, run.inherited, query) || run.hit;
+            run.next = end;
             continue;
         }
         const bool searched = !(flag & FLAG_NOT_SEARCHED);
-        quint32 mask = inherited;
+        quint32 mask = run.inherited;
         if (searched) {
             for (size_t m = 0; m < query.matchers.size(); ++m) {
                 if (query.matchers[m].occursIn(namePointer(&e), nameLength(&e)))
@@ -549,20 +602,17 @@ bool IndexedDB::walk(quint32 first, quint32 count, quint32 inherited, const Quer
         }
         if (mask == query.inclusion) {
             flag = quint8((flag | FLAG_SHOWN) & ~FLAG_EXPANDED);
-            setSubtree(i, FLAG_SHOWN, FLAG_EXPANDED);
-            hit = true;
+            setSubtree(i, FLAG_SHOWN, FLAG_EXPANDED, pending);
+            run.hit = true;
             continue;
         }
         flag &= quint8(~(FLAG_SHOWN | FLAG_EXPANDED));
         // An excluded word stays in the mask of everything below: nothing there can match.
         if (mask & query.exclusion)
-            setSubtree(i, 0, FLAG_SHOWN | FLAG_EXPANDED);
-        else if (walk(e.value, e.childCount(), mask, query)) {
-            flag |= FLAG_SHOWN | FLAG_EXPANDED;
-            hit = true;
-        }
+            setSubtree(i, 0, FLAG_SHOWN | FLAG_EXPANDED, pending);
+        else
+            runs.push_back({i, e.value, e.value + e.childCount(), mask, false}); // run is stale from here
     }
-    return hit;
 }
 
 bool IndexedDB::search(const QString &query, bool suppress, quint8 requiredFlags)
@@ -620,8 +670,16 @@ bool IndexedDB::search(const QString &query, bool suppress, quint8 requiredFlags
         });
         const IndexEntry *root = lookup(rootId(), true);
         LM_ASSERT(root);
-        walk(root->value, root->childCount(), 0, q);
+        walk(quint32(root - _entries.data()), q);
     }
+    return true;
+}
+
+bool StaticDB::readHeader(const uchar *base, qint64 size, QString *creationDate)
+{
+    if (size < kHeaderSize || std::memcmp(base, kMagic, 32) != 0 || read32(base + 32) != 1)
+        return false;
+    *creationDate = QString::fromLatin1(reinterpret_cast<const char *>(base + 36), 10);
     return true;
 }
 
@@ -674,11 +732,10 @@ bool StaticDB::open(bool *failed)
         const uchar *base = mapping.file->base();
         const qint64 size = mapping.file->size();
         bool missingChunk = false;
-        if (size < kHeaderSize || std::memcmp(base, kMagic, 32) != 0 || read32(base + 32) != 1) {
+        if (!readHeader(base, size, &_created)) {
             _error = QStringLiteral(
                 "Static food/exercise database is corrupt (bad header). Please reinstall the software.");
         } else {
-            _created = QString::fromLatin1(reinterpret_cast<const char *>(base + 36), 10);
             if (!index(base, size, _chunkId, &missingChunk)) {
                 _error = missingChunk
                              ? QStringLiteral("Static food/exercise database is corrupt (missing chunk). "

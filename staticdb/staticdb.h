@@ -7,7 +7,9 @@
 //
 // Unlike the format's first readers we do not trust the file once its header passes: it arrives
 // over the network. Every directory entry, record, name, child run and payload offset is checked
-// against the file at open, and a file that fails is refused as corrupt.
+// against the file at open, and a file that fails is refused as corrupt. The child runs may lie
+// in any order, but must make a tree below the root; nothing that walks it recurses, so however
+// deep a file nests its categories, it cannot exhaust the stack.
 
 #include <QByteArray>
 #include <QByteArrayView>
@@ -146,11 +148,12 @@ protected:
 private:
     class Matcher;
     struct Query;
-    bool walk(quint32 first, quint32 count, quint32 inherited, const Query &query);
+    void walk(quint32 rootIndex, const Query &query);
     bool walkItems(quint32 begin, quint32 end, quint32 inherited, const Query &query);
     bool itemShown(const IndexEntry &e, quint8 flag, quint32 inherited, const Query &query, int skip) const;
     void sortCategories();
-    void setSubtree(quint32 index, quint8 set, quint8 clear);
+    void setSubtree(quint32 index, quint8 set, quint8 clear, std::vector<quint32> &pending);
+    bool claimRuns();
 
     const uchar *_base = nullptr;
     quint64 _size = 0;
@@ -173,6 +176,9 @@ public:
     bool isOpen() const { return _usesMapping; }
 
     static QString fileName(); // content folder + "static.db"
+    // Whether the bytes start with a header of the format we read (magic and version); its
+    // creation date into *creationDate.
+    static bool readHeader(const uchar *base, qint64 size, QString *creationDate);
 
     // Every open database lets go of the file (so that it can be replaced), and takes it up again
     // afterwards; reopening never ends the program: false when a database did not open.

@@ -6,6 +6,7 @@
 #include <QtEndian>
 
 #include <cstring>
+#include <deque>
 
 namespace {
 
@@ -30,24 +31,36 @@ void set32(QByteArray &out, qsizetype offset, quint32 value)
     qToBigEndian(value, out.data() + offset);
 }
 
-// One chunk: records breadth-first so that every category's children are one run.
-QByteArray buildChunk(const StaticDbNode &root)
+// One chunk: every category's children as one run, child categories first. Breadth first the
+// runs follow their parents level by level; depth first each category's run comes right after
+// its parent's (the order of the runs is free).
+QByteArray buildChunk(const StaticDbNode &root, StaticDbWriter::Layout layout)
 {
     LM_ASSERT(root.category && root.id == 0);
     std::vector<const StaticDbNode *> records = {&root};
-    std::vector<quint32> firstChild; // by record, the index its children start at
-    for (size_t i = 0; i < records.size(); ++i) {
-        firstChild.push_back(quint32(records.size()));
-        if (!records[i]->category)
-            continue;
-        for (const StaticDbNode &child : records[i]->children) {
-            if (child.category)
-                records.push_back(&child);
+    std::vector<quint32> firstChild(1); // by record, the index its children start at
+    std::deque<size_t> todo = {0};      // categories whose runs are still to be placed
+    const bool depthFirst = layout == StaticDbWriter::Layout::DepthFirst;
+    while (!todo.empty()) {
+        const size_t i = depthFirst ? todo.back() : todo.front();
+        if (depthFirst)
+            todo.pop_back();
+        else
+            todo.pop_front();
+        firstChild[i] = quint32(records.size());
+        const size_t begin = records.size();
+        for (const bool category : {true, false}) {
+            for (const StaticDbNode &child : records[i]->children) {
+                if (child.category == category)
+                    records.push_back(&child);
+            }
         }
-        for (const StaticDbNode &child : records[i]->children) {
-            if (!child.category)
-                records.push_back(&child);
-        }
+        firstChild.resize(records.size());
+        size_t end = begin;
+        while (end < records.size() && records[end]->category)
+            ++end;
+        for (size_t c = begin; c < end; ++c)
+            todo.push_back(depthFirst ? end - 1 - (c - begin) : c); // depth first: the first child's run next
     }
 
     const quint32 count = quint32(records.size() + 1); // and the end record
@@ -99,8 +112,9 @@ QByteArray buildChunk(const StaticDbNode &root)
 
 } // namespace
 
-StaticDbWriter::StaticDbWriter(const QDate &created)
+StaticDbWriter::StaticDbWriter(const QDate &created, Layout layout)
     : _created(created)
+    , _layout(layout)
 {
 }
 
@@ -121,7 +135,7 @@ QByteArray StaticDbWriter::build() const
     for (size_t i = 0; i < _chunks.size(); ++i) {
         set32(out, directory + qsizetype(8 * i), _chunks[i].first);
         set32(out, directory + qsizetype(8 * i) + 4, quint32(out.size()));
-        out += buildChunk(_chunks[i].second);
+        out += buildChunk(_chunks[i].second, _layout);
     }
     return out;
 }

@@ -4,7 +4,8 @@
 // header with the creation date, a chunk directory, and per chunk a table of 16-byte records in
 // which every category's children form one contiguous run (child categories first), the names in
 // record order ending with an end record, and the leaves' payloads. The tree of each chunk hangs
-// from a category with id 0, which is record 0.
+// from a category with id 0, which is record 0; the runs follow it breadth first unless asked
+// otherwise.
 
 #include <QByteArray>
 #include <QDate>
@@ -49,7 +50,8 @@ struct StaticFoodServing
 class StaticDbWriter
 {
 public:
-    explicit StaticDbWriter(const QDate &created);
+    enum class Layout { BreadthFirst, DepthFirst };
+    explicit StaticDbWriter(const QDate &created, Layout layout = Layout::BreadthFirst);
 
     // The chunk's top-level records are the children of root (whose own id must be 0).
     void addChunk(quint32 chunkId, const StaticDbNode &root);
@@ -68,5 +70,6 @@ public:
 
 private:
     QDate _created;
+    Layout _layout;
     std::vector<std::pair<quint32, StaticDbNode>> _chunks;
 };

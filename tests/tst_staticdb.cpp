@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QtEndian>
 
 #include <memory>
 
@@ -44,6 +45,65 @@ QStringList list(std::initializer_list<const char *> names)
     return result;
 }
 
+QStringList sorted(QStringList names)
+{
+    names.sort();
+    return names;
+}
+
+void put32(QByteArray &out, quint32 value)
+{
+    char bytes[4];
+    qToBigEndian(value, bytes);
+    out.append(bytes, 4);
+}
+
+// A file whose chunks 1 and 2 are one chain: the root, depth categories named "Level" each
+// holding the next, and at the bottom the item "Apple pie". Made byte by byte: a tree of
+// StaticDbNodes that deep could not even be destroyed without exhausting the stack.
+QByteArray chain(quint32 depth)
+{
+    const quint32 count = depth + 3; // the root, the levels, the item, the end record
+    QByteArray table;
+    QByteArray names;
+    for (quint32 i = 0; i <= depth; ++i) {
+        put32(table, 0x80000000u | i);
+        put32(table, quint32(names.size()));
+        put32(table, i + 1);
+        put32(table, i < depth ? 0x00010000 : 0x00000001);
+        names += i == 0 ? QByteArray() : QByteArray("Level");
+        names += '\0';
+    }
+    put32(table, 77);
+    put32(table, quint32(names.size()));
+    put32(table, 0);
+    put32(table, 0);
+    names += "Apple pie";
+    names += '\0';
+    table += QByteArray(4, '\0');
+    put32(table, quint32(names.size()));
+    table += QByteArray(8, '\0');
+
+    QByteArray file = QByteArray("Database subject to copyright.\x1a\0", 32);
+    put32(file, 1);
+    file += "2016-05-01";
+    file += QByteArray(18, '\0');
+    const quint32 chunk = 64 + 3 * 8;
+    for (quint32 id : {1u, 2u}) {
+        put32(file, id);
+        put32(file, chunk);
+    }
+    file += QByteArray(8, '\0');
+    put32(file, count);
+    put32(file, 16);
+    put32(file, 16 + quint32(table.size()));
+    put32(file, 16 + quint32(table.size() + names.size()));
+    file += table;
+    file += names;
+    file += StaticDbWriter::exercisePayload(3.5f);
+    return file;
+}
+
 } // namespace
 
 class TestStaticDb : public QObject
@@ -60,7 +120,7 @@ private:
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(bytes);
     }
-    static QByteArray sample()
+    static QByteArray sample(StaticDbWriter::Layout layout = StaticDbWriter::Layout::BreadthFirst)
     {
         StaticDbNode quiet = node(false, 7, "Apple sauce, (hidden name)");
         quiet.flags = FLAG_NOT_SEARCHED;
@@ -75,7 +135,7 @@ private:
                                           {node(false, 3116, "Babyfood, apple-banana juice"),
                                            node(false, 2, "Babyfood, ABC cereal")}),
                                  });
-        StaticDbWriter writer(QDate(2016, 5, 1));
+        StaticDbWriter writer(QDate(2016, 5, 1), layout);
         writer.addChunk(1, root);
         writer.addChunk(2, node(true, 0, "", {node(false, 1015, "Bicycling, leisure")}));
         return writer.build();
@@ -102,6 +162,7 @@ private slots:
     void search();
     void queryLimits();
     void partialMatchAtTheStart();
+    void deepNesting();
     void damagedFiles_data();
     void damagedFiles();
 };
@@ -140,7 +201,6 @@ void TestStaticDb::search_data()
     QTest::addColumn<QStringList>("names");
     QTest::addColumn<QStringList>("expanded");
 
-    // Table order: Fruits, Baby foods, Apples, Pears, the two baby foods, the three apples.
     QTest::newRow("two words along the path")
         << "apple raw" << list({"Fruits", "Apples", "Apples, raw, with skin", "Apples, raw, without skin"})
         << list({"Fruits", "Apples"});
@@ -176,13 +236,18 @@ void TestStaticDb::search()
     QFETCH(QString, query);
     QFETCH(QStringList, names);
     QFETCH(QStringList, expanded);
-    StaticDB foods(1);
-    QVERIFY(foods.search(query, false, 0));
-    QCOMPARE(shown(foods), names);
-    QCOMPARE(shown(foods, FLAG_SHOWN | FLAG_EXPANDED | FLAG_CATEGORY), expanded);
+    // The runs of a table may come in any order: depth first, the same search finds the same.
+    QVERIFY(sample(StaticDbWriter::Layout::DepthFirst) != sample());
+    for (const auto layout : {StaticDbWriter::Layout::BreadthFirst, StaticDbWriter::Layout::DepthFirst}) {
+        writeDatabase(sample(layout));
+        StaticDB foods(1);
+        QVERIFY(foods.search(query, false, 0));
+        QCOMPARE(sorted(shown(foods)), sorted(names));
+        QCOMPARE(sorted(shown(foods, FLAG_SHOWN | FLAG_EXPANDED | FLAG_CATEGORY)), sorted(expanded));
 
-    foods.reset();
-    QCOMPARE(shown(foods).size(), 9);
+        foods.reset();
+        QCOMPARE(shown(foods).size(), 9);
+    }
 }
 
 void TestStaticDb::queryLimits()
@@ -219,6 +284,34 @@ void TestStaticDb::partialMatchAtTheStart()
     QCOMPARE(shown(foods), list({"Mille-feuille, apple", "Mille-feuille, apple", "Tart"}));
 }
 
+void TestStaticDb::deepNesting()
+{
+    // How deep categories nest is the file's to say; no search may run out of stack over it.
+    constexpr quint32 depth = 1000000;
+    writeDatabase(chain(depth));
+    StaticDB foods(1);
+    const auto shownCount = [&foods] {
+        std::unique_ptr<BrowsableDBIterator> it(foods.all(FLAG_SHOWN, 0));
+        quint32 n = 0;
+        while (it->next())
+            ++n;
+        return n;
+    };
+    const IndexEntry *top = foods.lookup(1, true);
+    const IndexEntry *pie = foods.lookup(77, false);
+    QVERIFY(foods.search(QStringLiteral("apple"), false, 0));
+    QCOMPARE(shownCount(), depth + 2);
+    QCOMPARE(foods.flags(top) & (FLAG_SHOWN | FLAG_EXPANDED), FLAG_SHOWN | FLAG_EXPANDED);
+    QVERIFY(foods.flags(pie) & FLAG_SHOWN);
+    QVERIFY(foods.search(QStringLiteral("apple -level"), false, 0));
+    QCOMPARE(shownCount(), 1u);                               // the root alone
+    QVERIFY(foods.search(QStringLiteral("level"), false, 0)); // the top category shows all below
+    QCOMPARE(shownCount(), depth + 2);
+    QCOMPARE(foods.flags(top) & FLAG_EXPANDED, 0);
+    QVERIFY(foods.search(QStringLiteral("pie"), false, 0x04)); // the whole chain fails the filter
+    QCOMPARE(shownCount(), 1u);
+}
+
 void TestStaticDb::damagedFiles_data()
 {
     QTest::addColumn<QByteArray>("bytes");
@@ -243,16 +336,13 @@ void TestStaticDb::damagedFiles_data()
     QByteArray count = good;
     count[88] = '\x7f'; // record count of chunk 1 far beyond the file
     QTest::newRow("record count") << count << 1u << bad;
+    // Records: 0 root, 1 Fruits, 2 Baby foods, 3 Apples, 4 Pears, 5-6 baby foods, 7-9 apples.
     QByteArray cycle = good;
-    cycle[88 + 16 + 16 + 11] = 0; // Fruits' children start at record 0: a cycle
+    cycle[88 + 16 + 16 + 11] = 0; // Fruits' children start at record 0: a cycle through the root
     QTest::newRow("child run") << cycle << 1u << bad;
-    // A sound tree, but Apples' run comes before Baby foods' run: files are laid out breadth first.
-    QByteArray order = good;
-    order[88 + 16 + 32 + 11] = 7;
-    order[88 + 16 + 32 + 15] = 3;
-    order[88 + 16 + 48 + 11] = 5;
-    order[88 + 16 + 48 + 15] = 2;
-    QTest::newRow("runs out of order") << order << 1u << bad;
+    QByteArray shared = good;
+    shared[88 + 16 + 32 + 11] = 7; // Baby foods' run is Apples' run too: one subtree in two places
+    QTest::newRow("shared run") << shared << 1u << bad;
     QTest::newRow("empty file") << QByteArray() << 1u
                                 << QStringLiteral("Couldn't load food/exercise database %1");
 }
