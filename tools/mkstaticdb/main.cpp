@@ -4,7 +4,8 @@
 //
 // Foods (chunk 1): the USDA food groups as categories, within each a subcategory for every
 // leading name (the text before the first comma) that several foods of the group share, then the
-// foods. Ids stay the same from one build to the next: a food's id is its NDB number, a group's
+// foods. Neither groups nor subcategories take part in word search: foods are found by their own
+// names. Ids stay the same from one build to the next: a food's id is its NDB number, a group's
 // is its group code / 100 shifted left 16 bits, a subcategory's that plus a hash of its name.
 // Values are per 100 g; servings keep USDA's sequence numbers, whose set is recorded in the
 // leaf's 32-bit value (bit n set = sequence n + 1 present).
@@ -202,7 +203,10 @@ StaticDbNode buildFoods(const QString &dir)
             while (hash == 0 || used.contains(hash))
                 hash = (hash + 1) & 0xFFFF;
             used.insert(hash);
-            StaticDbNode sub = category(node.id | hash, name, kReferenceFilter);
+            // Not searched: its word is in each of its foods' own names anyway, and a word
+            // matched here would carry to every food below, so that "pie -apple" could never
+            // test "apple" against "Pie, apple".
+            StaticDbNode sub = category(node.id | hash, name, kReferenceFilter | 0x40);
             std::sort(foods.begin(), foods.end(), byName);
             sub.children = std::move(foods);
             subcategories.push_back(std::move(sub));
