@@ -1,4 +1,6 @@
-// Web: publishing the diary, the meal plan, usage metrics.
+// Web: publishing the diary, the meal plan, usage metrics, reference database updates. Every
+// request can be interrupted with Ctrl+C (SIGINT) or SIGTERM: the request is aborted the normal
+// way, so nothing it would have changed is changed, and the tool ends with status 1.
 
 #include "cli/commands.h"
 #include "cli/session.h"
@@ -12,9 +14,129 @@
 #include "staticdb/staticdbupdater.h"
 
 #include <QEventLoop>
-#include <QTimer>
+#include <QSocketNotifier>
+
+#include <functional>
+#include <memory>
+
+#ifdef Q_OS_UNIX
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+#endif
 
 namespace Cli {
+namespace {
+
+#ifdef Q_OS_UNIX
+int g_signalPipe[2] = {-1, -1};
+
+extern "C" void writeSignalByte(int)
+{
+    // All a signal handler may safely do: the event loop reads the byte.
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = ::write(g_signalPipe[1], &byte, 1);
+}
+#endif
+
+// Runs the event loop for one request until finish() is called. A SIGINT or SIGTERM meanwhile
+// calls abort() (and ends any connection set-up under way); a second one ends the tool the
+// ordinary way.
+class RequestWait
+{
+public:
+    explicit RequestWait(std::function<void()> abort)
+        : _abort(std::move(abort))
+    {
+#ifdef Q_OS_UNIX
+        if (::pipe(g_signalPipe) != 0)
+            return;
+        for (const int fd : g_signalPipe) {
+            ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+            ::fcntl(fd, F_SETFL, O_NONBLOCK);
+        }
+        _notifier = std::make_unique<QSocketNotifier>(g_signalPipe[0], QSocketNotifier::Read);
+        QObject::connect(_notifier.get(), &QSocketNotifier::activated, _notifier.get(), [this] {
+            char bytes[16];
+            while (::read(g_signalPipe[0], bytes, sizeof bytes) > 0) {
+            }
+            interrupt();
+        });
+        struct sigaction action = {};
+        action.sa_handler = writeSignalByte;
+        sigemptyset(&action.sa_mask);
+        action.sa_flags = SA_RESETHAND | SA_RESTART;
+        ::sigaction(SIGINT, &action, &_previousInt);
+        ::sigaction(SIGTERM, &action, &_previousTerm);
+#endif
+    }
+
+    ~RequestWait()
+    {
+#ifdef Q_OS_UNIX
+        if (!_notifier)
+            return;
+        ::sigaction(SIGINT, &_previousInt, nullptr);
+        ::sigaction(SIGTERM, &_previousTerm, nullptr);
+        _notifier.reset();
+        ::close(g_signalPipe[0]);
+        ::close(g_signalPipe[1]);
+        g_signalPipe[0] = g_signalPipe[1] = -1;
+#endif
+    }
+
+    RequestWait(const RequestWait &) = delete;
+    RequestWait &operator=(const RequestWait &) = delete;
+
+    // The request has ended; called from its finishing signal.
+    void finish()
+    {
+        _finished = true;
+        if (_loop)
+            _loop->quit();
+    }
+
+    // Until finish() or an interruption; false when interrupted.
+    bool wait()
+    {
+        QEventLoop loop;
+        _loop = &loop;
+        while (!_finished && !_interrupted)
+            loop.exec();
+        _loop = nullptr;
+        if (_interrupted && !_finished)
+            _abort(); // the request may have been queued only after the signal
+        return !_interrupted;
+    }
+
+private:
+    void interrupt()
+    {
+        _interrupted = true;
+        // A connection being made (TLS, a tunnel, a proxy script) waits in a loop of its own.
+        LmHttp::abortSetups();
+        _abort();
+        if (_loop)
+            _loop->quit();
+    }
+
+    std::function<void()> _abort;
+    bool _finished = false;
+    bool _interrupted = false;
+    QEventLoop *_loop = nullptr;
+    std::unique_ptr<QSocketNotifier> _notifier;
+#ifdef Q_OS_UNIX
+    struct sigaction _previousInt = {};
+    struct sigaction _previousTerm = {};
+#endif
+};
+
+[[noreturn]] void interrupted()
+{
+    failure(QStringLiteral("interrupted"));
+}
+
+} // namespace
 
 int publish(Context &context, const QStringList &args)
 {
@@ -26,21 +148,28 @@ int publish(Context &context, const QStringList &args)
     static const char *const steps[] = {"Connecting", "Sending", "Reading", "Disconnecting", "Done"};
     LmPublish publisher(userId);
     QString result;
-    QEventLoop loop;
-    QObject::connect(&publisher, &LmPublish::stepChanged, &loop, [](int step, bool ok, const QString &text) {
-        printLine(QStringLiteral("%1\t%2%3")
-                      .arg(QLatin1String(steps[step]), ok ? QStringLiteral("ok") : QStringLiteral("failed"),
-                           text.isEmpty() ? QString() : QLatin1Char('\t') + text));
-    });
-    QObject::connect(&publisher, &LmPublish::finished, &loop, [&](const QString &text) {
+    RequestWait request([&publisher] { publisher.cancel(); });
+    QObject::connect(&publisher, &LmPublish::stepChanged, &publisher,
+                     [](int step, bool ok, const QString &text) {
+                         printLine(QStringLiteral("%1\t%2%3")
+                                       .arg(QLatin1String(steps[step]),
+                                            ok ? QStringLiteral("ok") : QStringLiteral("failed"),
+                                            text.isEmpty() ? QString() : QLatin1Char('\t') + text));
+                     });
+    QObject::connect(&publisher, &LmPublish::statusTextChanged, &publisher, &printLine);
+    QObject::connect(&publisher, &LmPublish::finished, &publisher, [&](const QString &text) {
         result = text;
-        loop.quit();
+        request.finish();
     });
     if (!publisher.publish())
         failure(QStringLiteral("nothing was published"));
-    loop.exec();
-    printLine(result);
-    return result == QLatin1String("Completed successfully") ? Success : Failed;
+    const bool uninterrupted = request.wait();
+    if (!result.isEmpty())
+        printLine(result);
+    const bool published = result == QLatin1String("Completed successfully");
+    if (!uninterrupted && !published)
+        interrupted();
+    return published ? Success : Failed;
 }
 
 int mealplan(Context &context, const QStringList &args)
@@ -50,6 +179,17 @@ int mealplan(Context &context, const QStringList &args)
     const Session session(context);
     const int userId = session.userId();
     MealPlanDownloader *downloader = MealPlanDownloader::instance();
+    RequestWait request([downloader] { downloader->abort(); });
+    bool failed = false;
+    QString text;
+    // The downloader outlives this command: the connection goes with it.
+    const std::unique_ptr<QObject> receiver = std::make_unique<QObject>();
+    QObject::connect(downloader, &MealPlanDownloader::finished, receiver.get(),
+                     [&](bool error, const QString &message) {
+                         failed = error;
+                         text = message;
+                         request.finish();
+                     });
     if (!downloader->download(userId)) {
         if (downloader->errorText().isEmpty()) {
             printLine(QStringLiteral("The coming week is planned already."));
@@ -57,16 +197,8 @@ int mealplan(Context &context, const QStringList &args)
         }
         failure(downloader->errorText());
     }
-    QEventLoop loop;
-    bool failed = false;
-    QString text;
-    QObject::connect(downloader, &MealPlanDownloader::finished, &loop,
-                     [&](bool error, const QString &message) {
-                         failed = error;
-                         text = message;
-                         loop.quit();
-                     });
-    loop.exec();
+    if (!request.wait() && failed)
+        interrupted();
     if (failed)
         failure(text);
     // What is planned now, day by day.
@@ -87,17 +219,20 @@ int metrics(Context &context, const QStringList &args)
     const Arguments a(args, {});
     a.expectPositionals(0, 0, QStringLiteral("metrics"));
     const Session session(context);
-    const int userId = session.userId();
-    Metrics sender(userId);
-    QObject::connect(&sender, &Metrics::uploadOk, &sender, [userId] { Metrics::resetUserMetrics(userId); });
-    QEventLoop loop;
-    bool failed = false;
-    QObject::connect(&sender, &Metrics::done, &loop, [&](bool error) {
+    Metrics sender(session.userId());
+    QObject::connect(&sender, &Metrics::uploadOk, &sender,
+                     [&sender] { Metrics::resetUserMetrics(sender.sentUserId()); });
+    RequestWait request([&sender] { sender.abort(); });
+    bool failed = true;
+    QObject::connect(&sender, &Metrics::done, &sender, [&](bool error) {
         failed = error;
-        loop.quit();
+        request.finish();
     });
-    sender.start();
-    loop.exec();
+    // The desktop program tries again later; here the reason is the answer.
+    if (!sender.send())
+        failure(sender.errorText());
+    if (!request.wait() && failed)
+        interrupted();
     if (failed)
         failure(sender.errorText());
     printLine(QStringLiteral("Usage metrics sent."));
@@ -115,12 +250,18 @@ int updateDb(Context &context, const QStringList &args)
         failure(QStringLiteral("Sorry, this product does not support database updates."));
 
     StaticDbUpdater updater;
-    QEventLoop loop;
-    QObject::connect(&updater, &StaticDbUpdater::checkFinished, &loop, &QEventLoop::quit);
-    QObject::connect(&updater, &StaticDbUpdater::downloadFinished, &loop, &QEventLoop::quit);
-    if (!updater.check())
-        failure(QStringLiteral("the update feed address could not be made"));
-    loop.exec();
+    {
+        // An abort while the feed is read is told by no signal: the wait ends on the interruption.
+        RequestWait check([&updater] { updater.abort(); });
+        const QMetaObject::Connection connection = QObject::connect(&updater, &StaticDbUpdater::checkFinished,
+                                                                    &updater, [&check] { check.finish(); });
+        if (!updater.check())
+            failure(QStringLiteral("the update feed address could not be made"));
+        const bool uninterrupted = check.wait();
+        QObject::disconnect(connection);
+        if (!uninterrupted)
+            interrupted();
+    }
     if (updater.state() == StaticDbUpdater::Failed)
         failure(updater.errorText());
     if (updater.result() == StaticDbUpdater::UpToDate) {
@@ -140,9 +281,14 @@ int updateDb(Context &context, const QStringList &args)
         failure(
             QStringLiteral("You do not have the required permissions to update the static databases. Please "
                            "contact your network administrator."));
+    // An interruption during the installation stops the copy, and the old file comes back.
+    RequestWait download([&updater] { updater.abort(); });
+    QObject::connect(&updater, &StaticDbUpdater::downloadFinished, &updater,
+                     [&download] { download.finish(); });
     if (!updater.download())
         failure(updater.errorText());
-    loop.exec();
+    if (!download.wait() && updater.state() != StaticDbUpdater::Finished)
+        interrupted();
     if (updater.state() != StaticDbUpdater::Finished)
         failure(updater.errorText());
     printLine(QStringLiteral("Your databases have been updated successfully."));

@@ -7,8 +7,10 @@
 
 #include <QEventLoop>
 #include <QFile>
+#include <QList>
 #include <QProcessEnvironment>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QSslConfiguration>
 #include <QSslSocket>
 #include <QTimer>
@@ -16,24 +18,35 @@
 namespace {
 
 int g_setupWait = 8000;
+int g_setupGeneration = 0; // moved on by abortSetups()
+QList<QEventLoop *> g_setupLoops;
+constexpr qsizetype kMaxConnectReply = 64 * 1024;
 
-// Runs the event loop until ready() holds or ms have passed; false on time-out.
+// Runs the event loop until ready() holds or ms have passed; false on time-out or abortSetups().
 template <typename Ready>
 bool waitFor(QObject *source, int ms, Ready ready, std::initializer_list<const char *> wakeUps)
 {
+    const int generation = g_setupGeneration;
     QEventLoop loop;
     QTimer timer;
     timer.setSingleShot(true);
     QObject::connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
     for (const char *signal : wakeUps)
         QObject::connect(source, signal, &loop, SLOT(quit()));
+    g_setupLoops.append(&loop);
+    const auto unlist = qScopeGuard([&loop] { g_setupLoops.removeOne(&loop); });
     timer.start(ms);
     while (!ready()) {
-        if (!timer.isActive())
+        if (!timer.isActive() || generation != g_setupGeneration)
             return false;
         loop.exec();
     }
     return true;
+}
+
+QString proxyText(const ProxyInfo &proxy)
+{
+    return proxy.useProxy ? ProxyDiscovery::hostPort(proxy.host, proxy.port) : QStringLiteral("DIRECT");
 }
 
 } // namespace
@@ -43,7 +56,10 @@ LmHttp::LmHttp(bool useTls, const QUrl &url, quint16 port, QObject *parent)
     , _tls(useTls)
 {
     if (useTls) {
-        QSslSocket *socket = connectTls(url, port ? port : 443);
+        const ProxyInfo proxy = discoverProxy(url, true);
+        emit proxyFound(proxyText(proxy));
+        QSslSocket *socket = connectTls(url.host(), port ? port : 443, proxy, &_errorText);
+        _setupFailed = !socket;
         _https = new QHttps(socket, url.host(), this);
         if (!socket)
             QTimer::singleShot(3000, this, &LmHttp::connectError);
@@ -59,6 +75,7 @@ LmHttp::LmHttp(bool useTls, const QUrl &url, quint16 port, QObject *parent)
     connect(_https, &QHttps::requestStarted, this, &LmHttp::requestStarted);
     connect(_https, &QHttps::requestFinished, this, &LmHttp::requestFinished);
     connect(_https, &QHttps::done, this, &LmHttp::done);
+    connect(_https, &QHttps::statusTextChanged, this, &LmHttp::statusTextChanged);
 }
 
 LmHttp::~LmHttp() = default;
@@ -68,11 +85,33 @@ void LmHttp::setSetupWait(int ms)
     g_setupWait = ms;
 }
 
-QSslSocket *LmHttp::connectTls(const QUrl &url, quint16 port)
+void LmHttp::abortSetups()
 {
-    const ProxyInfo proxy = discoverProxy(url, true);
-    emit proxyFound(proxy.useProxy ? QStringLiteral("%1:%2").arg(proxy.host).arg(proxy.port)
-                                   : QStringLiteral("DIRECT"));
+    ++g_setupGeneration;
+    for (QEventLoop *loop : std::as_const(g_setupLoops))
+        loop->quit();
+}
+
+LmHttp::ConnectReply LmHttp::readConnectReply(const QByteArray &received)
+{
+    // The header ends at the first blank line; a refusal may well bring a page after it.
+    if (received.indexOf("\r\n\r\n") < 0)
+        return received.size() > kMaxConnectReply ? ConnectReply::Unreadable : ConnectReply::Incomplete;
+    static const QRegularExpression accepted(QStringLiteral("^HTTP/1.[01] 200"));
+    const QByteArray statusLine = received.left(received.indexOf("\r\n"));
+    return accepted.match(QString::fromLatin1(statusLine)).hasMatch() ? ConnectReply::Accepted
+                                                                      : ConnectReply::Refused;
+}
+
+QSslSocket *LmHttp::connectTls(const QString &host, quint16 port, const ProxyInfo &proxy, QString *error)
+{
+    const int generation = g_setupGeneration;
+    const auto aborted = [&] {
+        if (generation == g_setupGeneration)
+            return false;
+        *error = QStringLiteral("Request aborted");
+        return true;
+    };
     auto socket = std::make_unique<QSslSocket>();
     // The system's authorities, and ours from the resource folder.
     QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
@@ -85,37 +124,41 @@ QSslSocket *LmHttp::connectTls(const QUrl &url, quint16 port)
     socket->setSslConfiguration(configuration);
 
     QSslSocket *s = socket.get();
-    s->connectToHost(proxy.useProxy ? proxy.host : url.host(), proxy.useProxy ? proxy.port : port);
+    s->connectToHost(proxy.useProxy ? proxy.host : host, proxy.useProxy ? proxy.port : port);
     const auto connected = [s] { return s->state() == QAbstractSocket::ConnectedState; };
     const auto closed = [s] { return s->state() == QAbstractSocket::UnconnectedState; };
     const bool ok = waitFor(s, g_setupWait, [&] { return connected() || closed(); },
                             {SIGNAL(connected()), SIGNAL(errorOccurred(QAbstractSocket::SocketError))});
+    if (aborted())
+        return nullptr;
     if (!ok || !connected()) {
-        _errorText = proxy.useProxy ? QStringLiteral("Cannot connect via proxy server")
-                                    : QStringLiteral("Cannot connect to server");
-        _setupFailed = true;
+        *error = proxy.useProxy ? QStringLiteral("Cannot connect via proxy server")
+                                : QStringLiteral("Cannot connect to server");
         return nullptr;
     }
     if (proxy.useProxy) {
         // The slash after the port is what the server side has always been sent.
-        s->write(QStringLiteral("CONNECT %1:%2/ HTTP/1.1\r\n\r\n").arg(url.host()).arg(port).toLatin1());
+        s->write(QStringLiteral("CONNECT %1/ HTTP/1.1\r\n\r\n")
+                     .arg(ProxyDiscovery::hostPort(host, port))
+                     .toLatin1());
         s->flush();
         QByteArray reply;
-        const bool complete = waitFor(s, g_setupWait,
-                                      [&] {
-                                          reply += s->readAll();
-                                          return reply.endsWith("\r\n\r\n") || closed();
-                                      },
-                                      {SIGNAL(readyRead()), SIGNAL(disconnected())});
-        if (!complete || !reply.endsWith("\r\n\r\n")) {
-            _errorText = QStringLiteral("Cannot interpret reply from proxy server");
-            _setupFailed = true;
+        ConnectReply verdict = ConnectReply::Incomplete;
+        waitFor(s, g_setupWait,
+                [&] {
+                    reply += s->readAll();
+                    verdict = readConnectReply(reply);
+                    return verdict != ConnectReply::Incomplete || closed();
+                },
+                {SIGNAL(readyRead()), SIGNAL(disconnected())});
+        if (aborted())
+            return nullptr;
+        if (verdict == ConnectReply::Refused) {
+            *error = QStringLiteral("Proxy server does not support CONNECT");
             return nullptr;
         }
-        static const QRegularExpression accepted(QStringLiteral("HTTP/1.[01] 200"));
-        if (!accepted.match(QString::fromLatin1(reply)).hasMatch()) {
-            _errorText = QStringLiteral("Proxy server does not support CONNECT");
-            _setupFailed = true;
+        if (verdict != ConnectReply::Accepted) {
+            *error = QStringLiteral("Cannot interpret reply from proxy server");
             return nullptr;
         }
     }
@@ -160,8 +203,7 @@ int LmHttp::send(const QString &method, const QUrl &url, const QByteArray &body,
     QHttpsRequestHeader header(method, QString::fromLatin1(url.toEncoded()));
     if (!_tls) {
         const ProxyInfo proxy = discoverProxy(url, false);
-        emit proxyFound(proxy.useProxy ? QStringLiteral("%1:%2").arg(proxy.host).arg(proxy.port)
-                                       : QStringLiteral("DIRECT"));
+        emit proxyFound(proxyText(proxy));
         _https->setHost(proxy.useProxy ? proxy.host : url.host(), proxy.useProxy ? proxy.port : 80);
         if (proxy.useProxy && proxy.needsAuth) {
             header.setValue(
@@ -179,29 +221,55 @@ int LmHttp::send(const QString &method, const QUrl &url, const QByteArray &body,
 
 ProxyInfo LmHttp::discoverProxy(const QUrl &url, bool tls)
 {
-    return ProxyDiscovery::discover(url, tls,
-                                    LmSettings::readValue(QStringLiteral("proxySettings")).toString(),
-                                    QProcessEnvironment::systemEnvironment(), &LmHttp::fetchDirect);
+    return ProxyDiscovery::discover(
+        url, tls, LmSettings::readValue(QStringLiteral("proxySettings")).toString(),
+        QProcessEnvironment::systemEnvironment(),
+        [](const QUrl &script, QByteArray *body) { return fetchDirect(script, body); });
 }
 
-bool LmHttp::fetchDirect(const QUrl &url, QByteArray *body)
+bool LmHttp::fetchDirect(const QUrl &url, QByteArray *body, qint64 maxBody)
 {
-    QHttps client;
-    client.setHost(url.host(), 80);
-    QHttpsRequestHeader header(QStringLiteral("GET"), QString::fromLatin1(url.toEncoded()));
+    const bool tls = url.scheme() == QLatin1String("https");
+    if ((!tls && url.scheme() != QLatin1String("http")) || url.host().isEmpty())
+        return false;
+    const int port = url.port(tls ? 443 : 80);
+    std::unique_ptr<QHttps> client;
+    if (tls) {
+        QString error;
+        QSslSocket *socket = connectTls(url.host(), quint16(port), ProxyInfo(), &error);
+        if (!socket) {
+            qCDebug(lcNet, "%s: %s", qUtf8Printable(url.toDisplayString()), qUtf8Printable(error));
+            return false;
+        }
+        client = std::make_unique<QHttps>(socket, url.host());
+        // Nobody is asked: a script from a server that cannot prove who it is is not run.
+        QObject::connect(client.get(), &QHttps::certCheckFailed, client.get(), &QHttps::abort);
+    } else {
+        client = std::make_unique<QHttps>();
+        client->setHost(url.host(), quint16(port));
+    }
+    client->setMaxBodySize(maxBody);
+    client->setRequestDeadline(g_setupWait);
+    // The origin form: a plain web server takes a full URL only when it is a proxy.
+    QString target = url.path(QUrl::FullyEncoded);
+    if (target.isEmpty())
+        target = QStringLiteral("/");
+    if (url.hasQuery())
+        target += QLatin1Char('?') + url.query(QUrl::FullyEncoded);
+    QHttpsRequestHeader header(QStringLiteral("GET"), target);
     header.setValue(QStringLiteral("User-Agent"), userAgent());
-    header.setValue(QStringLiteral("Host"), url.host());
-    client.request(header);
+    header.setValue(QStringLiteral("Host"), url.adjusted(QUrl::RemoveUserInfo).authority(QUrl::FullyEncoded));
+    client->request(header);
     bool finished = false;
     bool failed = true;
-    QObject::connect(&client, &QHttps::done, &client, [&](bool error) {
+    QObject::connect(client.get(), &QHttps::done, client.get(), [&](bool error) {
         finished = true;
         failed = error;
     });
-    waitFor(&client, g_setupWait, [&] { return finished; }, {SIGNAL(done(bool))});
-    if (!finished || failed || client.lastResponse().statusCode() != 200)
+    waitFor(client.get(), g_setupWait, [&] { return finished; }, {SIGNAL(done(bool))});
+    if (!finished || failed || client->lastResponse().statusCode() != 200)
         return false;
-    *body = client.readAll();
+    *body = client->readAll();
     return true;
 }
 

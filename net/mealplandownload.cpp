@@ -10,6 +10,9 @@
 #include <QRegularExpression>
 #include <QXmlStreamReader>
 
+#include <cfloat>
+#include <cmath>
+
 namespace {
 
 const QString kUnknownError = QStringLiteral("Unknown error. Please make sure you're connected to the "
@@ -26,6 +29,27 @@ int mealOf(const QString &name)
     return SNACK_3;
 }
 
+// The value of the first of the attributes that is there.
+QStringView attribute(const QXmlStreamAttributes &attributes, std::initializer_list<const char *> names)
+{
+    for (const char *name : names) {
+        if (attributes.hasAttribute(QLatin1String(name)))
+            return attributes.value(QLatin1String(name));
+    }
+    return QStringView();
+}
+
+// A number that fits the single precision the diary keeps; false when there is none.
+bool finiteNumber(QStringView text, float *value)
+{
+    bool ok = false;
+    const double number = text.toDouble(&ok);
+    if (!ok || !std::isfinite(number) || std::fabs(number) > double(FLT_MAX))
+        return false;
+    *value = float(number);
+    return true;
+}
+
 } // namespace
 
 MealPlanDownloader *MealPlanDownloader::instance()
@@ -38,6 +62,7 @@ MealPlanDownloader::MealPlanDownloader()
 {
     _http = std::make_unique<LmHttp>(
         false, QUrl(BrandEngine::instance().getString(QStringLiteral("mealplan_auth_url"))), 80);
+    _http->setRequestDeadline(kDeadline);
     connect(_http.get(), &LmHttp::done, this, &MealPlanDownloader::onDone);
     connect(_http.get(), &LmHttp::dataReadProgress, this, &MealPlanDownloader::dataReadProgress);
 }
@@ -45,6 +70,7 @@ MealPlanDownloader::MealPlanDownloader()
 bool MealPlanDownloader::download(int user_id)
 {
     LM_ASSERT(!_running);
+    _errorText.clear(); // "planned already" has none
     // The last planned day of the coming week; the keys looked up are padded with spaces, as they
     // always have been.
     const QDate end = QDate::currentDate().addDays(7);
@@ -78,11 +104,19 @@ bool MealPlanDownloader::download(int user_id)
     return true;
 }
 
-bool MealPlanDownloader::parseReply(const QByteArray &reply, int user_id, QList<FoodDiaryItem> *foods,
-                                    QString *error)
+void MealPlanDownloader::abort()
 {
+    _http->abort();
+}
+
+bool MealPlanDownloader::parseReply(const QByteArray &reply, int user_id, const QDate &first,
+                                    const QDate &last, QList<FoodDiaryItem> *foods, QString *error)
+{
+    const QString firstDay = first.toString(QStringLiteral("yyyyMMdd"));
+    const QString lastDay = last.toString(QStringLiteral("yyyyMMdd"));
     QXmlStreamReader xml(reply);
     bool failed = false;
+    QString refusal; // why the first bad food was refused
     while (!xml.atEnd()) {
         if (xml.readNext() != QXmlStreamReader::StartElement)
             continue;
@@ -93,38 +127,53 @@ bool MealPlanDownloader::parseReply(const QByteArray &reply, int user_id, QList<
                      a.value(QLatin1String("errno")).toString() + QLatin1Char(')');
             failed = true;
             foods->clear();
-        } else if (xml.name() == QLatin1String("food") && !failed) {
+        } else if (xml.name() == QLatin1String("food") && !failed && refusal.isEmpty()) {
             FoodDiaryItem item(true);
             item.food_id = -1;
             item.user_id = user_id;
-            item.food_name = a.value(QLatin1String("description")).toString();
-            item.serv_name = a.value(QLatin1String("serving")).toString();
-            item.size = a.value(QLatin1String("qty")).toFloat();
+            item.food_name = attribute(a, {"food_name", "description"}).toString();
+            item.serv_name = attribute(a, {"serv_name", "serving"}).toString();
             item.meal = mealOf(a.value(QLatin1String("meal")).toString());
             const QString date = a.value(QLatin1String("date")).toString();
             static const QRegularExpression digits(QStringLiteral("^[0-9]{8}$"));
             if (digits.match(date).hasMatch())
                 item.date = date;
+            const auto refuse = [&](const QString &why) {
+                refusal = QStringLiteral("The meal plan was not stored: food %1 (\"%2\") %3.")
+                              .arg(foods->size() + 1)
+                              .arg(item.food_name, why);
+            };
+            if (!finiteNumber(a.value(QLatin1String("qty")), &item.size))
+                refuse(QStringLiteral("has no quantity"));
+            else if (item.size < 0)
+                refuse(QStringLiteral("has a negative quantity"));
+            else if (item.date.isEmpty() || item.date < firstDay || item.date > lastDay)
+                refuse(QStringLiteral("is not for a day from %1 to %2")
+                           .arg(first.toString(Qt::ISODate), last.toString(Qt::ISODate)));
             const QPair<const char *, int> values[] = {{"calories", ENERGY},
                                                        {"carbohydrate", CARB},
                                                        {"fat", FAT},
                                                        {"fiber", FIBER},
                                                        {"protein", PROTEIN}};
             for (const auto &[name, type] : values) {
-                bool ok = false;
-                const float v = a.value(QLatin1String(name)).toFloat(&ok);
-                if (ok)
+                if (!refusal.isEmpty() || !a.hasAttribute(QLatin1String(name)))
+                    continue; // an absent value stays unknown
+                float v = 0;
+                if (finiteNumber(a.value(QLatin1String(name)), &v))
                     item.setNutrient(type, v);
+                else
+                    refuse(QStringLiteral("has a %1 value that is not a finite number")
+                               .arg(QLatin1String(name)));
             }
             foods->append(item);
         }
     }
-    if (xml.hasError() && !failed) {
-        foods->clear();
-        *error = kUnknownError;
-        return false;
-    }
-    return !failed;
+    if (!failed && !xml.hasError() && refusal.isEmpty())
+        return true;
+    if (!failed)
+        *error = xml.hasError() ? kUnknownError : refusal;
+    foods->clear(); // nothing of a refused reply is stored
+    return false;
 }
 
 void MealPlanDownloader::onDone(bool error)
@@ -133,18 +182,34 @@ void MealPlanDownloader::onDone(bool error)
         return;
     _running = false;
     if (error) {
-        emit finished(true, _http->errorString());
+        _errorText = _http->errorString();
+        emit finished(true, _errorText);
+        return;
+    }
+    // A proxy's page about a server it cannot reach is no meal plan, however well-formed.
+    const QHttpsResponseHeader &response = _http->lastResponse();
+    if (response.statusCode() != 200) {
+        _errorText = QStringLiteral("The request failed with status %1 %2.")
+                         .arg(response.statusCode())
+                         .arg(response.reasonPhrase());
+        emit finished(true, _errorText);
         return;
     }
     QList<FoodDiaryItem> foods;
-    if (!parseReply(_http->readAll(), _userId, &foods, &_errorText)) {
+    if (!parseReply(_http->readAll(), _userId, _first, _last, &foods, &_errorText)) {
         emit finished(true, _errorText);
         return;
     }
     const MealPlanDB plans;
-    LmSqlDb::begin();
+    LmWriteTransaction write;
+    bool stored = write.isOpen();
     for (FoodDiaryItem &food : foods)
-        plans.addFoodEntry(food);
-    LmSqlDb::commit();
+        stored = stored && plans.addFoodEntry(food);
+    if (!write.commit(stored)) {
+        _errorText = QStringLiteral("The meal plan could not be stored.");
+        emit finished(true, _errorText);
+        return;
+    }
+    _errorText.clear();
     emit finished(false, QString());
 }

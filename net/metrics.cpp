@@ -92,31 +92,61 @@ QString Metrics::buildDocument() const
 
 void Metrics::start()
 {
+    if (!send())
+        QTimer::singleShot(kRetryMs, this, &Metrics::start);
+}
+
+bool Metrics::send()
+{
+    _errorText.clear();
     if (_userId < 0) {
-        QTimer::singleShot(kRetryMs, this, &Metrics::start);
-        return;
+        _errorText = QStringLiteral("No profile is open yet.");
+        return false;
     }
-    QString url = BrandEngine::instance().getString(QStringLiteral("metrics_auth_url"));
-    if (!expandBrandUrl(url, _userId).isEmpty()) {
+    const BrandEngine &brand = BrandEngine::instance();
+    if (!brand.idExists(QStringLiteral("metrics_auth_url"))) {
+        _errorText = QStringLiteral("This product sends no usage metrics.");
+        return false;
+    }
+    QString url = brand.getString(QStringLiteral("metrics_auth_url"));
+    const QString error = expandBrandUrl(url, _userId);
+    if (!error.isEmpty()) {
         qCDebug(lcNet, "error creating metrics URL from brand string!");
-        QTimer::singleShot(kRetryMs, this, &Metrics::start);
-        return;
+        _errorText = error;
+        return false;
     }
+    _sentUserId = _userId;
+    _aborted = false;
     const QString body = QString::fromLatin1(LmPublish::encodeBody(buildDocument()));
+    _connecting = true;
     _http = std::make_unique<LmHttp>(true, QUrl(url), 443);
+    _connecting = false;
+    _http->setRequestDeadline(kDeadline);
     connect(_http.get(), &LmHttp::readyRead, this, &Metrics::readData);
     connect(_http.get(), &LmHttp::certCheckFailed, this, &Metrics::checkCertError);
     connect(_http.get(), &LmHttp::done, this, &Metrics::httpsDone);
     _mayProceed = true;
     _answered = false;
-    _errorText.clear();
-    if (_http->error() != QHttps::NoError) {
-        _errorText = _http->errorString();
+    if (_aborted || _http->error() != QHttps::NoError) {
+        // Told from the event loop, as any other end of an upload.
+        _errorText = _aborted ? QStringLiteral("Request aborted") : _http->errorString();
         _http->abort();
         QTimer::singleShot(0, this, [this] { emit done(true); });
-        return;
+        return true;
     }
     _http->post(QUrl(url), body);
+    return true;
+}
+
+void Metrics::abort()
+{
+    // The connection is made inside send(): an abort from the event loop it runs meanwhile
+    // lands here before _http is the new request.
+    _aborted = true;
+    if (_connecting)
+        LmHttp::abortSetups();
+    else if (_http)
+        _http->abort();
 }
 
 void Metrics::checkCertError(int code, const QString &reason)

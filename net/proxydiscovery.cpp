@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QHash>
+#include <QHostAddress>
 #include <QLibrary>
 #include <QLoggingCategory>
 #include <QMutex>
@@ -14,8 +15,10 @@ Q_LOGGING_CATEGORY(lcProxy, "tarnwell.net.proxy")
 
 namespace {
 
-using ScriptRunner = bool (*)(const QString &script, const QString &url, const QString &host,
-                              QString *result);
+using ScriptRunner = bool (*)(const QString &script, const QString &url, const QString &host, QString *result,
+                              ProxyDiscovery::HostLookup lookup, qsizetype maxResult);
+
+ProxyDiscovery::HostLookup g_hostLookup = nullptr;
 
 // The script engine's module, looked for beside the program, then where the build puts it.
 ScriptRunner scriptRunner()
@@ -84,6 +87,10 @@ bool proxyScript(const QUrl &url, const ProxyScriptFetcher &fetcher, QString *sc
         qCDebug(lcProxy, "Can't download proxy script %s", qUtf8Printable(url.toDisplayString()));
         return false;
     }
+    if (body.size() > ProxyDiscovery::kMaxScriptSize) {
+        qCDebug(lcProxy, "Proxy script %s is too long", qUtf8Printable(url.toDisplayString()));
+        return false;
+    }
     *script = QString::fromUtf8(body);
     QMutexLocker lock(&cache.mutex);
     cache.scripts.insert(key, *script);
@@ -108,7 +115,7 @@ ProxyInfo fromScript(const QUrl &url, const QString &location, const ProxyScript
     QString host;
     quint16 port = 0;
     if (!ProxyDiscovery::parseScriptResult(result, &host, &port)) {
-        qCDebug(lcProxy, "Proxy script says \"%s\"", qUtf8Printable(result));
+        qCDebug(lcProxy, "Proxy script says \"%s\"", qUtf8Printable(result.left(200)));
         return direct();
     }
     return proxy(host, port);
@@ -221,19 +228,43 @@ ProxyInfo ProxyDiscovery::discover(const QUrl &url, bool tls, const QString &set
 
 bool ProxyDiscovery::parseHostPort(const QString &text, QString *host, quint16 *port)
 {
-    const QStringList pieces = text.trimmed().split(u':');
-    if (pieces.size() != 2 || pieces[0].isEmpty() || pieces[1].isEmpty() || pieces[1].size() > 5)
+    const QString trimmed = text.trimmed();
+    QString name;
+    QString number;
+    if (trimmed.startsWith(u'[')) {
+        const qsizetype close = trimmed.indexOf(QLatin1String("]:"));
+        if (close < 0)
+            return false;
+        name = trimmed.mid(1, close - 1);
+        number = trimmed.mid(close + 2);
+        const QHostAddress address(name);
+        if (address.protocol() != QAbstractSocket::IPv6Protocol)
+            return false;
+    } else {
+        const QStringList pieces = trimmed.split(u':');
+        if (pieces.size() != 2)
+            return false;
+        name = pieces[0];
+        number = pieces[1];
+    }
+    if (name.isEmpty() || number.isEmpty() || number.size() > 5)
         return false;
-    for (const QChar c : pieces[1]) {
+    for (const QChar c : std::as_const(number)) {
         if (c < u'0' || c > u'9')
             return false;
     }
-    const uint value = pieces[1].toUInt(nullptr, 10);
+    const uint value = number.toUInt(nullptr, 10);
     if (value < 1 || value > 65535)
         return false;
-    *host = pieces[0];
+    *host = name;
     *port = quint16(value);
     return true;
+}
+
+QString ProxyDiscovery::hostPort(const QString &host, quint16 port)
+{
+    const QString name = host.contains(u':') ? u'[' + host + u']' : host;
+    return name + u':' + QString::number(port);
 }
 
 bool ProxyDiscovery::parseProxyList(const QString &list, QString *host, quint16 *port)
@@ -252,9 +283,14 @@ QString ProxyDiscovery::runProxyScript(const QString &script, const QString &url
 {
     const ScriptRunner run = scriptRunner();
     QString result;
-    if (!run || !run(script, url, host, &result))
+    if (!run || !run(script, url, host, &result, g_hostLookup, kMaxScriptResult))
         return QString();
-    return result;
+    return result.size() > kMaxScriptResult ? QString() : result;
+}
+
+void ProxyDiscovery::setHostLookup(HostLookup lookup)
+{
+    g_hostLookup = lookup;
 }
 
 bool ProxyDiscovery::parseScriptResult(const QString &result, QString *host, quint16 *port)

@@ -28,6 +28,10 @@ using ProxyScriptFetcher = std::function<bool(const QUrl &url, QByteArray *body)
 class ProxyDiscovery
 {
 public:
+    // A script longer than this is not run; an answer longer than this is not read.
+    static constexpr qint64 kMaxScriptSize = 1024 * 1024;
+    static constexpr qsizetype kMaxScriptResult = 64 * 1024;
+
     // The proxy for url; tls for connections that will be encrypted. setting is the text of
     // "proxySettings": empty goes on to the environment; "direct"; "pac <script url>" (fetched
     // once per script url for the life of the process); else a fixed list, see parseProxyList().
@@ -37,15 +41,24 @@ public:
     static ProxyInfo discover(const QUrl &url, bool tls, const QString &setting,
                               const QProcessEnvironment &environment, const ProxyScriptFetcher &fetcher);
 
-    // "host:port" with a port of 1..65535 in base 10.
+    // "host:port" or "[IPv6 address]:port" with a port of 1..65535 in base 10; the host without
+    // brackets.
     static bool parseHostPort(const QString &text, QString *host, quint16 *port);
+    // The other way round: "host:port", an IPv6 address in brackets.
+    static QString hostPort(const QString &host, quint16 port);
     // "host:port", or space-separated entries "http=proxy1:8080 https=proxy2:8443" of which the
     // one starting with "http=" counts. A single entry is taken as it is.
     static bool parseProxyList(const QString &list, QString *host, quint16 *port);
     // FindProxyForURL(url, host) of an auto-configuration script, with the usual helper functions
-    // defined. Empty when the script fails, runs longer than two seconds, or the engine's module
-    // (libtarnwell_proxyscript.so, loaded on first use) cannot be found.
+    // defined. Empty when the script fails, runs longer than two seconds (its host name lookups
+    // included), answers anything but a text of at most kMaxScriptResult characters, or the
+    // engine's module (libtarnwell_proxyscript.so, loaded on first use) cannot be found.
     static QString runProxyScript(const QString &script, const QString &url, const QString &host);
+    // The scripts' name lookups (dnsResolve and the helpers built on it) go to this function in
+    // place of the system's resolver: an IPv4 address as text, empty when the name is unknown.
+    // May block, and is called on a thread of its own. Null: the system's resolver again (tests).
+    using HostLookup = QString (*)(const QString &host);
+    static void setHostLookup(HostLookup lookup);
     // "PROXY host:port; DIRECT" gives the first proxy; anything else means no proxy.
     static bool parseScriptResult(const QString &result, QString *host, quint16 *port);
 

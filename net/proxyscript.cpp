@@ -2,21 +2,113 @@
 // engine behind it is loaded only when a script is really used, not on every start of the
 // programs.
 
+#include <QDeadlineTimer>
+#include <QHash>
 #include <QHostAddress>
-#include <QHostInfo>
 #include <QJSEngine>
 #include <QLoggingCategory>
 #include <QNetworkInterface>
 #include <QSemaphore>
 #include <QThread>
 
+#include <condition_variable>
 #include <memory>
+#include <mutex>
+#include <thread>
+
+#ifdef Q_OS_WIN
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#else
+#include <netdb.h>
+#include <sys/socket.h>
+#endif
 
 Q_LOGGING_CATEGORY(lcProxyScript, "tarnwell.net.proxy")
 
 namespace {
 
 constexpr int kScriptTimeLimitMs = 2000;
+
+using HostLookup = QString (*)(const QString &host);
+
+// The first IPv4 address of a name from the system's resolver; blocks as long as that takes.
+QString systemLookup(const QString &host)
+{
+    addrinfo hints = {};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    if (getaddrinfo(host.toUtf8().constData(), nullptr, &hints, &found) != 0 || !found)
+        return QString();
+    const QHostAddress address(found->ai_addr);
+    freeaddrinfo(found);
+    return address.toString();
+}
+
+// Name lookups within the script's time: each runs on a thread of its own that is waited for only
+// until the time is up, and then left to finish alone (a resolver cannot be interrupted); the
+// script ends there, as it would at the watchdog. Answers, failures included, are kept for the
+// rest of the run.
+class HostResolver
+{
+public:
+    HostResolver(HostLookup lookup, QDeadlineTimer deadline)
+        : _lookup(lookup ? lookup : systemLookup)
+        , _deadline(deadline)
+    {
+    }
+    void setEngine(QJSEngine *engine) { _engine = engine; }
+
+    QString resolve(const QString &host)
+    {
+        const QHostAddress literal(host);
+        if (literal.protocol() == QAbstractSocket::IPv4Protocol)
+            return literal.toString();
+        const auto known = _answers.constFind(host);
+        if (known != _answers.constEnd())
+            return *known;
+        QString address;
+        bool answered = false;
+        if (!_deadline.hasExpired()) {
+            auto pending = std::make_shared<Pending>();
+            std::thread([pending, lookup = _lookup, host] {
+                const QString found = lookup(host);
+                const std::lock_guard<std::mutex> lock(pending->mutex);
+                pending->address = found;
+                pending->done = true;
+                pending->ready.notify_all();
+            }).detach();
+            std::unique_lock<std::mutex> lock(pending->mutex);
+            answered = pending->ready.wait_for(lock, std::chrono::milliseconds(_deadline.remainingTime()),
+                                               [&] { return pending->done; });
+            if (answered)
+                address = pending->address;
+        }
+        if (!answered) {
+            qCDebug(lcProxyScript, "No answer for %s within the proxy script's time", qUtf8Printable(host));
+            if (_engine)
+                _engine->setInterrupted(true);
+            return QString();
+        }
+        _answers.insert(host, address);
+        return address;
+    }
+
+private:
+    struct Pending
+    {
+        std::mutex mutex;
+        std::condition_variable ready;
+        bool done = false;
+        QString address;
+    };
+
+    HostLookup _lookup;
+    QDeadlineTimer _deadline;
+    QJSEngine *_engine = nullptr;
+    QHash<QString, QString> _answers;
+};
 
 // The helper functions scripts expect. Only the ones that need the network stack call out to
 // C++, through the object the engine knows as _native.
@@ -169,16 +261,13 @@ class ScriptNative : public QObject
     Q_OBJECT
 
 public:
-    // First IPv4 address of host, empty when it does not resolve. Blocks for the lookup.
-    Q_INVOKABLE QString dnsResolve(const QString &host) const
+    explicit ScriptNative(HostResolver *resolver)
+        : _resolver(resolver)
     {
-        const QList<QHostAddress> addresses = QHostInfo::fromName(host).addresses();
-        for (const QHostAddress &address : addresses) {
-            if (address.protocol() == QAbstractSocket::IPv4Protocol)
-                return address.toString();
-        }
-        return QString();
     }
+
+    // First IPv4 address of host, empty when it does not resolve in the script's time.
+    Q_INVOKABLE QString dnsResolve(const QString &host) const { return _resolver->resolve(host); }
     Q_INVOKABLE QString myIpAddress() const
     {
         const QList<QNetworkInterface> interfaces = QNetworkInterface::allInterfaces();
@@ -195,6 +284,9 @@ public:
         }
         return QStringLiteral("127.0.0.1");
     }
+
+private:
+    HostResolver *_resolver;
 };
 
 // Interrupts the engine from its own thread when the script is not done in time: the thread
@@ -239,17 +331,27 @@ QString quoted(QString text)
 
 } // namespace
 
-// FindProxyForURL(url, host) of the script; false when it fails or runs out of time.
+// FindProxyForURL(url, host) of the script; false when it fails, runs out of time or answers
+// anything but a text of at most maxResult characters. Name lookups go to lookup, or to the
+// system's resolver when it is null.
 extern "C" Q_DECL_EXPORT bool tarnwellRunProxyScript(const QString &script, const QString &url,
-                                                     const QString &host, QString *answer)
+                                                     const QString &host, QString *answer, HostLookup lookup,
+                                                     qsizetype maxResult)
 {
-    ScriptNative native; // outlives the engine
+    HostResolver resolver(lookup, QDeadlineTimer(kScriptTimeLimitMs));
+    ScriptNative native(&resolver); // outlives the engine
     QJSEngine engine;
+    resolver.setEngine(&engine);
     QJSEngine::setObjectOwnership(&native, QJSEngine::CppOwnership);
     engine.globalObject().setProperty(QStringLiteral("_native"), engine.newQObject(&native));
 
-    const QString call = QStringLiteral("FindProxyForURL('") + quoted(url) + QStringLiteral("', '") +
-                         quoted(host) + QStringLiteral("')");
+    // The length is looked at before the text is ever copied out of the engine.
+    const QString call =
+        QStringLiteral("(function () { var r = FindProxyForURL('") + quoted(url) + QStringLiteral("', '") +
+        quoted(host) +
+        QStringLiteral("'); return (typeof r === 'string' || r instanceof String) && r.length <= %1 ? "
+                       "String(r) : null; })()")
+            .arg(maxResult);
     const std::pair<QString, QString> steps[] = {
         {QString::fromUtf8(kPrelude), QStringLiteral("prelude")},
         {script, QStringLiteral("proxy script")},
@@ -274,6 +376,11 @@ extern "C" Q_DECL_EXPORT bool tarnwellRunProxyScript(const QString &script, cons
     }
     if (failed) {
         qCDebug(lcProxyScript, "Proxy script failed: %s", qUtf8Printable(result.toString()));
+        return false;
+    }
+    if (!result.isString()) {
+        qCDebug(lcProxyScript, "Proxy script answered no text, or more than %lld characters",
+                qlonglong(maxResult));
         return false;
     }
     *answer = result.toString();

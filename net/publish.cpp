@@ -161,7 +161,9 @@ LmPublish::LmPublish(int user_id, QObject *parent)
     , _http(std::make_unique<LmHttp>(
           false, QUrl(BrandEngine::instance().getString(QStringLiteral("publish_auth_url"))), 80))
 {
+    _http->setRequestDeadline(kDeadline);
     connect(_http.get(), &LmHttp::stateChanged, this, &LmPublish::onStateChanged);
+    connect(_http.get(), &LmHttp::statusTextChanged, this, &LmPublish::statusTextChanged);
     connect(_http.get(), &LmHttp::done, this, &LmPublish::onDone);
     connect(_http.get(), &LmHttp::proxyFound, this, [this](const QString &proxy) {
         emit stepChanged(Connecting, true,
@@ -258,10 +260,11 @@ QString LmPublish::buildDocument()
     xml.endElement();
 
     xml.startElement(QStringLiteral("waters"));
+    // The days are the profile's, and so must be the rows: a household shares the table.
     LmSqlQueryPtr waters = LmSqlDb::instance()->prepare(QStringLiteral(
         "SELECT date, cups FROM water_diary WHERE date IN (SELECT date FROM water_diary_sync WHERE "
-        "user_id = ? and device = ? AND state <> ?)"));
-    if (execBound(waters, {_userId, 0, 0})) {
+        "user_id = ? and device = ? AND state <> ?) AND user_id = ?"));
+    if (execBound(waters, {_userId, 0, 0, _userId})) {
         while (waters->next()) {
             const QString date = waters->value(0).toString();
             const int cups = waters->value(1).toInt();
@@ -370,6 +373,13 @@ void LmPublish::onDone(bool error)
     if (error && _http->error() == QHttps::Aborted) {
         emit finished(QStringLiteral("Cancelled by user"));
         return;
+    }
+    // A proxy's own page (407, or 500 for a server it cannot reach) is well-formed too, but the
+    // server never saw the document.
+    const int status = _http->lastResponse().statusCode();
+    if (!error && status != 200) {
+        qCDebug(lcNet, "publish answered with status %d", status);
+        error = true;
     }
     if (error) {
         emit stepChanged(Connecting, false,

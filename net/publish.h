@@ -1,9 +1,10 @@
 #pragma once
 
 // Publishing: the profile's changed diary days, check-ins and water go to its online diary as one
-// XML document posted as the form field "xml="; after the server's reply says yes, every sync
-// mark of the profile for the "website" device is reset. The steps and the result are told
-// through signals; the desktop shows them in its progress dialog, the command line prints them.
+// XML document posted as the form field "xml="; after the server's reply (status 200, no error
+// number) says yes, every sync mark of the profile for the "website" device is reset. The steps
+// and the result are told through signals; the desktop shows them in its progress dialog, the
+// command line prints them.
 
 #include "net/lmhttp.h"
 
@@ -62,6 +63,8 @@ class LmPublish : public QObject
 public:
     enum Step { Connecting, Sending, Reading, Disconnecting, Done };
     static constexpr int kMaxItems = 2000;
+    // However slowly the server answers, a publish ends within this.
+    static constexpr int kDeadline = 3 * 60 * 1000;
 
     explicit LmPublish(int user_id, QObject *parent = nullptr);
     ~LmPublish() override;
@@ -81,7 +84,8 @@ public:
 signals:
     // A step's text changed; ok false puts a cross beside it.
     void stepChanged(int step, bool ok, const QString &text);
-    void finished(const QString &result); // "Completed successfully", "Complete", "Error occured", ...
+    void finished(const QString &result);        // "Completed successfully", "Complete", "Error occured", ...
+    void statusTextChanged(const QString &text); // "Host %1 found", "Connected to host %1", ...
 
 private:
     void onStateChanged(int state);

@@ -151,10 +151,11 @@ bool QHttpsResponseHeader::parseFirstLine(const QString &line)
 
 // --- the response reader ---
 
-void QHttpsResponseReader::start(bool headRequest)
+void QHttpsResponseReader::start(bool headRequest, qint64 maxBody)
 {
     *this = QHttpsResponseReader();
     _head = headRequest;
+    _maxBody = std::min(maxBody, kMaxBody);
 }
 
 QByteArray QHttpsResponseReader::takeBody()
@@ -201,7 +202,7 @@ QHttpsResponseReader::Status QHttpsResponseReader::feed(const QByteArray &data)
             _remaining = _header.contentLength();
             if (_remaining < 0)
                 return fail(QHttps::InvalidResponseHeader, QStringLiteral("Invalid HTTP response header"));
-            if (_remaining > kMaxBody)
+            if (_remaining > _maxBody)
                 return fail(QHttps::WrongContentLength, QStringLiteral("Wrong content length"));
             if (_remaining == 0)
                 return Complete;
@@ -220,7 +221,7 @@ QHttpsResponseReader::Status QHttpsResponseReader::readBody()
         _bodyRead += piece.size();
         return _remaining == 0 ? Complete : Incomplete;
     }
-    if (_bodyRead + _incoming.size() > kMaxBody)
+    if (_bodyRead + _incoming.size() > _maxBody)
         return fail(QHttps::WrongContentLength, QStringLiteral("Wrong content length"));
     _bodyRead += _incoming.size();
     _body += _incoming;
@@ -270,7 +271,7 @@ QHttpsResponseReader::Status QHttpsResponseReader::readChunks()
         const qint64 size = sizeText.toLongLong(&ok, 16);
         if (!ok || size < 0 || sizeText.size() > 15)
             return bad();
-        if (_bodyRead + size > kMaxBody)
+        if (_bodyRead + size > _maxBody)
             return fail(QHttps::WrongContentLength, QStringLiteral("Wrong content length"));
         if (size == 0)
             _inTrailers = true;
@@ -299,6 +300,8 @@ QHttps::QHttps(QObject *parent)
 {
     _idle.setSingleShot(true);
     connect(&_idle, &QTimer::timeout, this, &QHttps::onIdle);
+    _deadline.setSingleShot(true);
+    connect(&_deadline, &QTimer::timeout, this, &QHttps::onDeadline);
 }
 
 QHttps::QHttps(QSslSocket *socket, const QString &peerName, QObject *parent)
@@ -400,7 +403,10 @@ void QHttps::setState(State state)
 void QHttps::connectSocket(QTcpSocket *socket)
 {
     _socket = socket;
-    connect(socket, &QTcpSocket::hostFound, this, [this] { setState(Connecting); });
+    connect(socket, &QTcpSocket::hostFound, this, [this] {
+        setState(Connecting);
+        emit statusTextChanged(statusText("Host %1 found", "Host found"));
+    });
     connect(socket, &QTcpSocket::connected, this, &QHttps::onConnected);
     connect(socket, &QTcpSocket::readyRead, this, &QHttps::onReadyRead);
     connect(socket, &QTcpSocket::bytesWritten, this, &QHttps::onBytesWritten);
@@ -440,6 +446,7 @@ void QHttps::startNextRequest()
     case Request::Normal:
         break;
     }
+    _deadline.start(_deadlineMs);
     if (_tlsSetupFailed || _host.isEmpty()) {
         finishCurrent(UnknownError, QStringLiteral("No server set to connect to"));
         return;
@@ -465,6 +472,7 @@ void QHttps::startNextRequest()
 void QHttps::onConnected()
 {
     setState(Connected);
+    emit statusTextChanged(statusText("Connected to host %1", "Connected to host"));
     if (!_queue.empty() && _queue.front().kind == Request::Normal && !_tls)
         sendCurrent();
 }
@@ -472,7 +480,7 @@ void QHttps::onConnected()
 void QHttps::sendCurrent()
 {
     const Request &r = _queue.front();
-    _reader.start(r.header.method() == QLatin1String("HEAD"));
+    _reader.start(r.header.method() == QLatin1String("HEAD"), _maxBody);
     _body.clear();
     const QByteArray data = r.header.toString().toLatin1() + r.body;
     _toSend = data.size();
@@ -541,6 +549,7 @@ void QHttps::onDisconnected()
 {
     if (_socket && _socket->bytesAvailable() > 0)
         onReadyRead();
+    emit statusTextChanged(statusText("Connection to %1 closed", "Connection closed"));
     if (_queue.empty()) {
         setState(Unconnected);
         return;
@@ -592,9 +601,23 @@ void QHttps::onIdle()
     finishCurrent(UnexpectedClose, QStringLiteral("Server closed connection unexpectedly"));
 }
 
+void QHttps::onDeadline()
+{
+    if (_queue.empty() || _queue.front().kind != Request::Normal)
+        return;
+    qCDebug(lcNet, "request to %s not finished after %d ms", qUtf8Printable(_host), _deadlineMs);
+    finishCurrent(UnexpectedClose, QStringLiteral("Server closed connection unexpectedly"));
+}
+
+QString QHttps::statusText(const char *withHost, const char *withoutHost) const
+{
+    return _host.isEmpty() ? QString::fromLatin1(withoutHost) : QString::fromLatin1(withHost).arg(_host);
+}
+
 void QHttps::finishCurrent(Error error, const QString &text)
 {
     _idle.stop();
+    _deadline.stop();
     if (_queue.empty())
         return;
     const int id = _queue.front().id;

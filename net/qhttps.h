@@ -3,8 +3,9 @@
 // The program's own event-driven HTTP/1.1 client: a queue of requests run one after another over
 // one connection, plain or TLS. Bodies are read by content-length, as chunks, or until the server
 // closes; HEAD responses have none. Requests never hang: a connection or response that stays
-// silent for the idle timeout ends with "Server closed connection unexpectedly", and a body over
-// 64 MiB is refused.
+// silent for the idle timeout (60 s), or a request still unfinished at its deadline (10 minutes
+// unless the owner sets another), ends with "Server closed connection unexpectedly"; a body over
+// 64 MiB (or the owner's smaller limit) is refused.
 
 #include <QByteArray>
 #include <QList>
@@ -108,8 +109,9 @@ public:
     enum Status { Incomplete, Complete, Failed };
     static constexpr qint64 kMaxBody = 64 * 1024 * 1024;
 
-    // For a new response; a HEAD request's response has no body.
-    void start(bool headRequest);
+    // For a new response; a HEAD request's response has no body. A body longer than maxBody
+    // fails with "Wrong content length".
+    void start(bool headRequest, qint64 maxBody = kMaxBody);
     // Takes more bytes and reads as far as they go.
     Status feed(const QByteArray &data);
     // The connection closed: a body that runs to the close is complete, anything else failed.
@@ -129,6 +131,7 @@ private:
     Status readChunks();
 
     bool _head = false;
+    qint64 _maxBody = kMaxBody;
     QByteArray _incoming;
     QHttpsResponseHeader _header;
     bool _headerDone = false;
@@ -185,6 +188,11 @@ public:
     // The silence after which a connection or response counts as closed; 60 s unless a test
     // needs it shorter.
     static void setIdleTimeout(int ms);
+    static constexpr int kDefaultDeadline = 10 * 60 * 1000;
+    // The longest a request may take from its start, however steadily bytes trickle in.
+    void setRequestDeadline(int ms) { _deadlineMs = ms; }
+    // The longest body a response of this client may have.
+    void setMaxBodySize(qint64 bytes) { _maxBody = bytes; }
 
 signals:
     void stateChanged(int state);
@@ -196,6 +204,8 @@ signals:
     void requestFinished(int id, bool error);
     void done(bool error);
     void certCheckFailed(int code, const QString &reason);
+    // "Host %1 found", "Connected to host %1", "Connection to %1 closed", for progress displays.
+    void statusTextChanged(const QString &text);
 
 private:
     struct Request
@@ -222,6 +232,8 @@ private:
     void onDisconnected();
     void onSocketError();
     void onIdle();
+    void onDeadline();
+    QString statusText(const char *withHost, const char *withoutHost) const;
     void handleProgress(bool hadHeader, qint64 hadBody, QHttpsResponseReader::Status status);
 
     QPointer<QTcpSocket> _socket;
@@ -236,6 +248,9 @@ private:
     Error _error = NoError;
     QString _errorText;
     QTimer _idle;
+    QTimer _deadline;
+    int _deadlineMs = kDefaultDeadline;
+    qint64 _maxBody = QHttpsResponseReader::kMaxBody;
 
     QHttpsResponseReader _reader; // the response of the current request
     QByteArray _body;             // what readAll() has not taken yet

@@ -5,6 +5,8 @@
 
 #include <QElapsedTimer>
 #include <QLoggingCategory>
+#include <QScopeGuard>
+#include <QThread>
 
 namespace {
 
@@ -17,7 +19,7 @@ QString describe(const ProxyInfo &info)
     if (!info.useProxy)
         return QStringLiteral("direct");
     const QString credentials = info.needsAuth ? info.user + u':' + info.password + u'@' : QString();
-    return credentials + info.host + u':' + QString::number(info.port);
+    return credentials + ProxyDiscovery::hostPort(info.host, info.port);
 }
 
 // "name=value name=value ..."
@@ -46,6 +48,14 @@ ProxyScriptFetcher serving(const QString &body, int *calls = nullptr)
 QString text(const char *utf8)
 {
     return QString::fromUtf8(utf8);
+}
+
+// A resolver that never answers in time for one name.
+QString slowResolver(const QString &host)
+{
+    if (host == QLatin1String("slow.example"))
+        QThread::sleep(5);
+    return QStringLiteral("10.1.2.3");
 }
 
 // Text of discover() for the URL, no tls and no environment.
@@ -80,6 +90,7 @@ private slots:
     void proxyScript_data();
     void proxyScript();
     void scriptCache();
+    void slowNameLookup();
 };
 
 void TestProxyDiscovery::proxyList_data()
@@ -92,6 +103,11 @@ void TestProxyDiscovery::proxyList_data()
     row("http entry of several", "http=proxy1:8080 https=proxy2:8443", "proxy1:8080");
     row("http entry not first", "https=proxy2:8443  http=proxy1:8080", "proxy1:8080");
     row("single entry", "proxy3:3128", "proxy3:3128");
+    row("IPv6 address", "[::1]:3128", "[::1]:3128");
+    row("IPv6 http entry", "https=[2001:db8::2]:8443 http=[2001:db8::1]:8080", "[2001:db8::1]:8080");
+    row("IPv6 without brackets", "::1:3128", "direct");
+    row("brackets around a name", "[proxy1]:3128", "direct");
+    row("IPv6 without port", "[::1]", "direct");
     row("no http entry", "https=proxy2:8443 ftp=proxy5:21", "direct");
     row("no host", ":80", "direct");
     row("no port", "host:", "direct");
@@ -193,6 +209,7 @@ void TestProxyDiscovery::proxyScript_data()
     };
     result("proxy, then direct", "PROXY proxy4:80; DIRECT", "proxy4:80");
     result("first of two proxies", " PROXY  proxy4:80;PROXY proxy5:81", "proxy4:80");
+    result("IPv6 proxy", "PROXY [::1]:3128; DIRECT", "[::1]:3128");
     result("direct", "DIRECT", "direct");
     result("no host", "PROXY :80", "direct");
     result("other kind", "SOCKS proxy4:1080", "direct");
@@ -211,6 +228,12 @@ void TestProxyDiscovery::proxyScript_data()
         "direct");
     row("endless loop at the top", "for (;;) {}", food, "direct");
     row("not downloadable", nullptr, food, "direct");
+    row("answer longer than 64 KiB",
+        "function FindProxyForURL() { return 'PROXY proxy4:80; ' + 'DIRECT; '.repeat(10000); }", food,
+        "direct");
+    row("answer not a text",
+        "function FindProxyForURL() { return {toString: function () { return 'PROXY proxy4:80'; }}; }", food,
+        "direct");
 }
 
 void TestProxyDiscovery::proxyScript()
@@ -251,6 +274,28 @@ void TestProxyDiscovery::scriptCache()
     ProxyDiscovery::clearScriptCache();
     viaSetting("http://a.example/", kPac, fetcher);
     QCOMPARE(calls, 2);
+}
+
+void TestProxyDiscovery::slowNameLookup()
+{
+    // The two seconds hold for the whole script, its name lookups included.
+    ProxyDiscovery::setHostLookup(slowResolver);
+    const auto restore = qScopeGuard([] { ProxyDiscovery::setHostLookup(nullptr); });
+    QElapsedTimer timer;
+    timer.start();
+    QTest::ignoreMessage(QtDebugMsg, "Connect directly to Internet");
+    QCOMPARE(viaSetting("http://food.example/", kPac,
+                        serving(text("function FindProxyForURL(url, host) { return isInNet('slow.example', "
+                                     "'10.0.0.0', '255.0.0.0') ? 'PROXY proxy4:80' : 'PROXY proxy5:81'; }"))),
+             QStringLiteral("direct"));
+    QVERIFY2(timer.elapsed() < 3000, qPrintable(QString::number(timer.elapsed())));
+    // A lookup that answers in time is used.
+    ProxyDiscovery::clearScriptCache();
+    QCOMPARE(
+        viaSetting("http://food.example/", kPac,
+                   serving(text("function FindProxyForURL(url, host) { return dnsResolve('fast.example') === "
+                                "'10.1.2.3' ? 'PROXY proxy4:80' : 'DIRECT'; }"))),
+        QStringLiteral("proxy4:80"));
 }
 
 QTEST_GUILESS_MAIN(TestProxyDiscovery)

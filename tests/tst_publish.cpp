@@ -7,6 +7,7 @@
 #include "httptestserver.h"
 #include "net/publish.h"
 
+#include <QScopeGuard>
 #include <QSignalSpy>
 
 namespace {
@@ -62,12 +63,16 @@ private:
         return body.startsWith("xml=") ? QString::fromUtf8(QByteArray::fromPercentEncoding(body.mid(4)))
                                        : QString();
     }
+    // The profile's marks for the web site.
     QStringList syncStates() const
     {
         return DbTest::column(
-            QStringLiteral("SELECT 'food ' || state FROM food_diary_sync WHERE device = 0 UNION ALL "
-                           "SELECT 'water ' || state FROM water_diary_sync WHERE device = 0 UNION ALL "
-                           "SELECT 'checkin ' || state FROM user_checkins_sync WHERE device = 0"));
+            QStringLiteral(
+                "SELECT 'food ' || state FROM food_diary_sync WHERE device = 0 AND food_id IN "
+                "(SELECT food_id FROM food_diary WHERE user_id = %1) UNION ALL "
+                "SELECT 'water ' || state FROM water_diary_sync WHERE device = 0 AND user_id = %1 UNION ALL "
+                "SELECT 'checkin ' || state FROM user_checkins_sync WHERE device = 0 AND user_id = %1")
+                .arg(_user));
     }
 
 private slots:
@@ -94,6 +99,10 @@ private slots:
     void replies_data();
     void replies();
     void missingAccount();
+    void accountInUrl_data();
+    void accountInUrl();
+    void throughForwardProxy_data();
+    void throughForwardProxy();
 };
 
 void TestPublish::emptyDiary()
@@ -130,6 +139,13 @@ void TestPublish::diaryDocument()
     checkIn.note = QStringLiteral("felt \"good\"");
     UserDB::setCheckIn(_user, checkIn);
     UserDB::setWater(_user, QStringLiteral("20260310"), 6);
+    // Another member of the household drinks on the same day: not in this profile's diary.
+    UserProfile other;
+    other.name = QStringLiteral("Bo");
+    other.dob = QStringLiteral("19900101");
+    const int otherUser = UserDB::createUser(other, UserSettings(), 180, QStringLiteral("20260101"));
+    QVERIFY(otherUser >= 0);
+    UserDB::setWater(otherUser, QStringLiteral("20260310"), 9);
 
     _server.replies = {
         HttpTestServer::ok("<?xml version=\"1.0\"?><response errno=\"0\" errstr=\"\" show=\"no\"/>")};
@@ -203,6 +219,19 @@ void TestPublish::replies_data()
                              << "Reading (FAILED!! Cannot interpret reply from diary.example)";
     QTest::newRow("connection lost") << HttpTestServer::reply(QByteArray(), true) << "Error occured"
                                      << "Skipped";
+    // Well-formed pages without a response element, from a proxy: the server saw nothing.
+    const auto page = [](const QByteArray &status, const QByteArray &title) {
+        const QByteArray body =
+            "<?xml version=\"1.0\"?>\n<html><head><title>" + title + "</title></head></html>";
+        return HttpTestServer::reply("HTTP/1.1 " + status + "\r\nContent-Type: text/xml\r\nContent-Length: " +
+                                     QByteArray::number(body.size()) + "\r\n\r\n" + body);
+    };
+    QTest::newRow("proxy wants credentials")
+        << page("407 Proxy Authentication Required", "Sign in") << "Error occured"
+        << "Skipped";
+    QTest::newRow("proxy cannot reach the server")
+        << page("500 Unable to connect", "Unable to connect") << "Error occured"
+        << "Skipped";
 }
 
 void TestPublish::replies()
@@ -238,6 +267,80 @@ void TestPublish::missingAccount()
     QVERIFY(boxes.boxes.constFirst().startsWith(
         QLatin1String("Publish Diary: If you have a paid testbrand membership")));
     QVERIFY(_server.requests.isEmpty());
+}
+
+void TestPublish::accountInUrl_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QByteArray>("query");
+    QTest::newRow("space and ampersand") << "al ice&x" << QByteArray("u=al%20ice%26x&p=");
+    QTest::newRow("hash") << "bob#1" << QByteArray("u=bob%231&p=");
+    QTest::newRow("brand variable") << "${app_name}" << QByteArray("u=%24%7Bapp_name%7D&p=");
+    QTest::newRow("unknown variable") << "${loop}" << QByteArray("u=%24%7Bloop%7D&p=");
+    QTest::newRow("accent") << "Jos\u00e9" << QByteArray("u=Jos%C3%A9&p=");
+}
+
+void TestPublish::accountInUrl()
+{
+    // What the user typed is a value in the query, never URL syntax or a brand variable.
+    QFETCH(QString, name);
+    QFETCH(QByteArray, query);
+    UserSettings settings = UserDB::getSettings(_user);
+    settings.web_username = name;
+    UserDB::setSettings(_user, settings);
+    _server.replies = {HttpTestServer::ok("<response errno=\"0\"/>")};
+    QCOMPARE(publish(), QStringLiteral("Completed successfully"));
+    QVERIFY2(_server.requests.constFirst().startsWith("POST http://diary.example/publish?" + query +
+                                                      "5ebe2294ecd0e0f08eab7690d2a6ee69 HTTP/1.1\r\n"),
+             _server.requests.constFirst().left(100).constData());
+}
+
+void TestPublish::throughForwardProxy_data()
+{
+    QTest::addColumn<bool>("serverUp");
+    QTest::addColumn<QString>("proxyUser"); // the proxy asks for credentials
+    QTest::addColumn<QString>("credentials");
+    QTest::addColumn<QString>("result");
+    QTest::newRow("published") << true << QString() << QString() << "Completed successfully";
+    QTest::newRow("server unreachable") << false << QString() << QString() << "Error occured";
+    QTest::newRow("no credentials") << true << "pat" << QString() << "Error occured";
+    QTest::newRow("credentials") << true << "pat"
+                                 << "pat:s3cret"
+                                 << "Completed successfully";
+}
+
+void TestPublish::throughForwardProxy()
+{
+    QFETCH(bool, serverUp);
+    QFETCH(QString, proxyUser);
+    QFETCH(QString, credentials);
+    QFETCH(QString, result);
+    ForwardProxy proxy;
+    if (!proxy.start(_server.serverPort(), proxyUser, QStringLiteral("s3cret")))
+        QSKIP(qPrintable(proxy.why()));
+    _server.replies = {HttpTestServer::ok("<response errno=\"0\"/>")};
+    if (!serverUp)
+        _server.close();
+    // Credentials come with the proxy's address from the environment.
+    LmSettings::writeValue(QStringLiteral("proxySettings"), QString());
+    const QString userInfo = credentials.isEmpty() ? QString() : credentials + u'@';
+    qputenv(
+        "http_proxy",
+        (QStringLiteral("http://") + userInfo + QStringLiteral("127.0.0.1:%1").arg(proxy.port())).toLatin1());
+    const auto unset = qScopeGuard([] { qunsetenv("http_proxy"); });
+    FoodDiaryItem item = food(_user, "20260310", LUNCH, QStringLiteral("Pie"), 300);
+    DiaryDB().addFoodEntry(item);
+    const QStringList before = syncStates();
+    QVERIFY(before.contains(QStringLiteral("food 1")));
+
+    const QString got = publish();
+    QVERIFY2(got == result, qPrintable(got + u'\n' + proxy.log().right(900)));
+    if (result == QLatin1String("Completed successfully")) {
+        QVERIFY(postedDocument().contains(QLatin1String("<food qty=\"1\" desc=\"Pie\"")));
+        QVERIFY(!syncStates().contains(QStringLiteral("food 1")));
+    } else {
+        QCOMPARE(syncStates(), before);
+    }
 }
 
 QTEST_GUILESS_MAIN(TestPublish)

@@ -1,5 +1,6 @@
 // Meal plan download and usage metrics against our own server on the loopback address (as the
-// proxy; metrics through a CONNECT tunnel with TLS).
+// proxy; metrics through a CONNECT tunnel with TLS), also behind a real forward proxy, and the web
+// commands of the command-line tool: their failures and their interruption by a signal.
 
 #include "db/diarydb.h"
 #include "db/savedmealdb.h"
@@ -10,13 +11,23 @@
 #include "net/mealplandownload.h"
 #include "net/metrics.h"
 
+#include <QElapsedTimer>
+#include <QProcess>
 #include <QSignalSpy>
+
+#include <csignal>
 
 namespace {
 
 QString today(int days = 0)
 {
     return DateConversion::fromQDate(QDate::currentDate().addDays(days));
+}
+
+QByteArray food(const char *nameAttribute, const QString &name, const QString &date, const char *more)
+{
+    return "<food " + QByteArray(nameAttribute) + "=\"" + name.toUtf8() +
+           "\" qty=\"1\" meal=\"Lunch\" date=\"" + date.toLatin1() + "\" " + more + "/>";
 }
 
 } // namespace
@@ -35,7 +46,11 @@ private slots:
     {
         _user = _db.startWithWebProfile(
             "<string id=\"mealplan_auth_url\" value=\"http://diary.example/plan?u=${USERNAME}&amp;\"/>"
-            "<string id=\"metrics_auth_url\" value=\"https://localhost/metrics?p=${PRODUCT}\"/>");
+            "<string id=\"metrics_auth_url\" "
+            "value=\"https://localhost/metrics?p=${PRODUCT}&amp;u=${USERNAME}\"/>"
+            "<string id=\"publish_auth_url\" value=\"http://diary.example/publish?u=${USERNAME}\"/>"
+            "<string id=\"update_rss_url\" value=\"http://diary.example/update.rss\"/>"
+            "<bool id=\"update_enabled\" value=\"true\"/>");
         QVERIFY(_user >= 0);
         QVERIFY(_server.start());
         _server.requests.clear();
@@ -55,6 +70,23 @@ private slots:
     void weightTrend();
     void metrics_data();
     void metrics();
+    void throughForwardProxy_data();
+    void throughForwardProxy();
+    void commandLine_data();
+    void commandLine();
+
+private:
+    struct CliRun
+    {
+        int status = -1; // -1: killed by a signal or never ended
+        QString out;
+        QString err;
+        qint64 afterSignal = -1; // ms from the signal to the end
+    };
+    // Runs the tool on the fixture's files; with a signal, sends it once the server has a request.
+    CliRun runCli(const QStringList &arguments, int signal);
+    // The certificate of our server, trusted by the client; false when openssl is missing.
+    bool trustServer();
 };
 
 void TestWebServices::mealPlan_data()
@@ -63,15 +95,42 @@ void TestWebServices::mealPlan_data()
     QTest::addColumn<bool>("error");
     QTest::addColumn<QString>("text");
     QTest::addColumn<QStringList>("stored");
+    // The server's own attribute names, and the older description and serving.
     const QByteArray plan =
-        "<mealplan><food description=\"Porridge\" serving=\"1 bowl\" qty=\"1.5\" meal=\"Lunch\" date=\"" +
+        "<mealplan><food food_name=\"Porridge\" serv_name=\"1 bowl\" qty=\"1.5\" meal=\"Lunch\" date=\"" +
         today(2).toLatin1() +
         "\" calories=\"150\" fat=\"3\"/><food description=\"Toast\" serving=\"1 "
         "slice\" qty=\"2\" meal=\"Supper\" date=\"" +
         today(3).toLatin1() + "\" calories=\"80\"/></mealplan>";
     QTest::newRow("two foods") << HttpTestServer::ok(plan) << false << QString()
-                               << QStringList{QStringLiteral("Porridge 3 1.5 150"),
-                                              QStringLiteral("Toast 6 2 80")};
+                               << QStringList{QStringLiteral("Porridge 1 bowl 3 1.5 150"),
+                                              QStringLiteral("Toast 1 slice 6 2 80")};
+    QTest::newRow("proxy's page") << HttpTestServer::reply(
+                                         "HTTP/1.1 500 Unable to connect\r\nContent-Length: " +
+                                         QByteArray::number(plan.size()) + "\r\n\r\n" + plan)
+                                  << true << "The request failed with status 500 Unable to connect."
+                                  << QStringList();
+    // One bad food refuses the whole reply.
+    const QString range = QDate::currentDate().toString(Qt::ISODate) + QStringLiteral(" to ") +
+                          QDate::currentDate().addDays(7).toString(Qt::ISODate);
+    const QByteArray good = food("food_name", QStringLiteral("Soup"), today(1), "calories=\"90\"");
+    const auto refused = [&](const char *name, const QByteArray &bad, const QString &why) {
+        QTest::newRow(name) << HttpTestServer::ok("<mealplan>" + good + bad + "</mealplan>") << true
+                            << QStringLiteral("The meal plan was not stored: food 2 (\"Bad\") ") + why + u'.'
+                            << QStringList();
+    };
+    refused("fat not finite", food("food_name", QStringLiteral("Bad"), today(1), "fat=\"inf\""),
+            QStringLiteral("has a fat value that is not a finite number"));
+    refused("calories beyond single precision",
+            food("food_name", QStringLiteral("Bad"), today(1), "calories=\"1e39\""),
+            QStringLiteral("has a calories value that is not a finite number"));
+    refused("negative quantity",
+            "<food food_name=\"Bad\" qty=\"-5\" meal=\"Lunch\" date=\"" + today(1).toLatin1() + "\"/>",
+            QStringLiteral("has a negative quantity"));
+    refused("day out of range", food("food_name", QStringLiteral("Bad"), QStringLiteral("99999999"), ""),
+            QStringLiteral("is not for a day from ") + range);
+    refused("no day", food("food_name", QStringLiteral("Bad"), QStringLiteral("2026-03-10"), ""),
+            QStringLiteral("is not for a day from ") + range);
     QTest::newRow("server error") << HttpTestServer::ok("<mealplan errno=\"5\" errstr=\"no plan\"/>") << true
                                   << "no plan (5)" << QStringList();
     QTest::newRow("unreadable")
@@ -91,14 +150,15 @@ void TestWebServices::mealPlan()
     QVERIFY(finished.wait(10000));
     QTEST(finished.constFirst().at(0).toBool(), "error");
     QTEST(finished.constFirst().at(1).toString(), "text");
+    QTEST(downloader->errorText(), "text"); // no text of an earlier failure stays
     QVERIFY(_server.requests.constFirst().startsWith(
         QStringLiteral("GET http://diary.example/plan?u=ann&begindate=%1&enddate=%2 HTTP/1.1\r\n")
             .arg(QDate::currentDate().toString(Qt::ISODate),
                  QDate::currentDate().addDays(7).toString(Qt::ISODate))
             .toLatin1()));
     QTEST(DbTest::column(
-              QStringLiteral("SELECT food_name || ' ' || meal || ' ' || size || ' ' || calories FROM "
-                             "food_mealplan ORDER BY date")),
+              QStringLiteral("SELECT food_name || ' ' || serv_name || ' ' || meal || ' ' || size || ' ' || "
+                             "calories FROM food_mealplan ORDER BY date")),
           "stored");
 }
 
@@ -159,13 +219,8 @@ void TestWebServices::metrics()
 {
     QFETCH(HttpTestServer::Reply, reply);
     QFETCH(bool, uploaded);
-    const QString certificate = _server.makeCertificate();
-    if (certificate.isEmpty())
+    if (!trustServer())
         QSKIP("the openssl tool is not available");
-    QFile::remove(LmSettings::resourcePath() + QStringLiteral("cert.pem"));
-    QVERIFY(QFile::copy(certificate, LmSettings::resourcePath() + QStringLiteral("cert.pem")));
-    _server.connectReply = "HTTP/1.0 200 Connection established\r\n\r\n";
-    _server.tlsAfterConnect = true;
     _server.replies = {reply};
 
     UserDB::countStart(_user);
@@ -209,8 +264,166 @@ void TestWebServices::metrics()
     QVERIFY(done.wait(10000));
     QCOMPARE(ok.size(), int(uploaded));
     QTEST(metrics.errorText(), "error");
-    QVERIFY(_server.requests.at(1).startsWith("POST https://localhost/metrics?p=tarnwell HTTP/1.1\r\n"));
+    QVERIFY(
+        _server.requests.at(1).startsWith("POST https://localhost/metrics?p=tarnwell&u=ann HTTP/1.1\r\n"));
     QCOMPARE(DbTest::column(changed), QStringList{uploaded ? QStringLiteral("0") : QStringLiteral("3")});
+}
+
+bool TestWebServices::trustServer()
+{
+    const QString certificate = _server.makeCertificate();
+    if (certificate.isEmpty())
+        return false;
+    QFile::remove(LmSettings::resourcePath() + QStringLiteral("cert.pem"));
+    if (!QFile::copy(certificate, LmSettings::resourcePath() + QStringLiteral("cert.pem")))
+        return false;
+    _server.connectReply = "HTTP/1.0 200 Connection established\r\n\r\n";
+    _server.tlsAfterConnect = true;
+    return true;
+}
+
+void TestWebServices::throughForwardProxy_data()
+{
+    QTest::addColumn<bool>("metrics");
+    QTest::addColumn<bool>("serverUp");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("meal plan") << false << true << QString();
+    QTest::newRow("meal plan, server unreachable")
+        << false << false << "The request failed with status 502 Unable to connect to upstream proxy.";
+    QTest::newRow("metrics") << true << true << QString();
+    QTest::newRow("metrics, server unreachable") << true << false << "Proxy server does not support CONNECT";
+}
+
+void TestWebServices::throughForwardProxy()
+{
+    // tinyproxy in front of our server, which stands for the web site (and its port).
+    QFETCH(bool, metrics);
+    QFETCH(bool, serverUp);
+    QFETCH(QString, error);
+    if (metrics && !trustServer())
+        QSKIP("the openssl tool is not available");
+    ForwardProxy proxy;
+    if (!proxy.start(_server.serverPort()))
+        QSKIP(qPrintable(proxy.why()));
+    LmSettings::writeValue(QStringLiteral("proxySettings"), QStringLiteral("127.0.0.1:%1").arg(proxy.port()));
+    if (!serverUp)
+        _server.close();
+    const QString stored = QStringLiteral("SELECT COUNT(*) FROM food_mealplan");
+    if (!metrics) {
+        _server.replies = {HttpTestServer::ok(
+            "<mealplan>" + food("food_name", QStringLiteral("Soup"), today(1), "") + "</mealplan>")};
+        MealPlanDownloader *downloader = MealPlanDownloader::instance();
+        QSignalSpy finished(downloader, &MealPlanDownloader::finished);
+        QVERIFY(downloader->download(_user));
+        QVERIFY(finished.wait(20000));
+        QVERIFY2(finished.constFirst().at(1).toString() == error, qPrintable(proxy.log()));
+        QCOMPARE(DbTest::column(stored),
+                 QStringList{error.isEmpty() ? QStringLiteral("1") : QStringLiteral("0")});
+        return;
+    }
+    UserDB::countStart(_user);
+    const QString changed = QStringLiteral("SELECT state FROM metrics_startStats_sync WHERE device = 2");
+    _server.replies = {HttpTestServer::ok("<response errno=\"0\"/>")};
+    Metrics sender(_user);
+    connect(&sender, &Metrics::uploadOk, &sender,
+            [&sender] { Metrics::resetUserMetrics(sender.sentUserId()); });
+    QSignalSpy done(&sender, &Metrics::done);
+    QVERIFY(sender.send());
+    QVERIFY(done.wait(20000));
+    QVERIFY2(sender.errorText() == error, qPrintable(sender.errorText() + proxy.log()));
+    QCOMPARE(DbTest::column(changed),
+             QStringList{error.isEmpty() ? QStringLiteral("0") : QStringLiteral("1")});
+}
+
+TestWebServices::CliRun TestWebServices::runCli(const QStringList &arguments, int signal)
+{
+    const QString resources = _db.path(QStringLiteral("resources/"));
+    QFile::remove(resources + QStringLiteral("brand.dat"));
+    if (!QFile::copy(_db.path(QStringLiteral("brand.dat")), resources + QStringLiteral("brand.dat")))
+        return {};
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment(); // the fixture's home
+    environment.remove(QStringLiteral("TARNWELL_DEBUG"));
+    process.setProcessEnvironment(environment);
+    process.start(binDir() + QStringLiteral("/tarnwell-cli"),
+                  QStringList{QStringLiteral("--resourcedir"), resources} + arguments);
+    QElapsedTimer timer, sinceSignal;
+    timer.start();
+    // The event loop runs meanwhile: the server is in this process.
+    while (process.state() != QProcess::NotRunning && timer.elapsed() < 20000) {
+        QTest::qWait(10);
+        if (signal && !sinceSignal.isValid() && !_server.requests.isEmpty()) {
+            ::kill(pid_t(process.processId()), signal);
+            sinceSignal.start();
+        }
+    }
+    if (process.state() != QProcess::NotRunning) {
+        process.kill();
+        process.waitForFinished();
+        return {};
+    }
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError()),
+            sinceSignal.isValid() ? sinceSignal.elapsed() : -1};
+}
+
+void TestWebServices::commandLine_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<int>("signal");
+    QTest::addColumn<QString>("err");
+    QTest::addColumn<QString>("out"); // a line the output holds
+    QTest::newRow("metrics without account")
+        << "metrics" << 0 << "tarnwell-cli: If you have a paid testbrand membership\n(a separate purchase"
+        << QString();
+    QTest::newRow("publish interrupted") << "publish" << SIGINT << "tarnwell-cli: interrupted\n"
+                                         << "Connected to host 127.0.0.1\n";
+    QTest::newRow("meal plan interrupted") << "mealplan" << SIGTERM << "tarnwell-cli: interrupted\n"
+                                           << QString();
+    QTest::newRow("metrics interrupted in the tunnel's set-up")
+        << "metrics" << SIGINT << "tarnwell-cli: interrupted\n"
+        << QString();
+    QTest::newRow("update-db interrupted") << "update-db" << SIGTERM << "tarnwell-cli: interrupted\n"
+                                           << QString();
+}
+
+void TestWebServices::commandLine()
+{
+    QFETCH(QString, command);
+    QFETCH(int, signal);
+    QFETCH(QString, err);
+    QFETCH(QString, out);
+    if (!QFile::exists(binDir() + QStringLiteral("/tarnwell-cli")))
+        QSKIP("tarnwell-cli is not built");
+    if (!signal) {
+        UserSettings settings = UserDB::getSettings(_user);
+        settings.web_password.clear();
+        UserDB::setSettings(_user, settings);
+    }
+    // Nothing ever answers: the request is under way when the signal comes.
+    _server.replies = {HttpTestServer::stall()};
+    _server.connectReply = "HTTP/1.1 200 OK\r\n"; // a tunnel that is never ready
+    FoodDiaryItem item(true);
+    item.user_id = _user;
+    item.setDate(today());
+    item.meal = LUNCH;
+    item.food_name = QStringLiteral("Pie");
+    DiaryDB().addFoodEntry(item);
+    UserDB::countStart(_user);
+    const QString marks = QStringLiteral("SELECT device || ':' || state FROM food_diary_sync UNION ALL "
+                                         "SELECT 'starts:' || state FROM metrics_startStats_sync");
+    const QStringList before = DbTest::column(marks);
+
+    const CliRun run = runCli({command}, signal);
+    QVERIFY2(run.status == 1, qPrintable(run.err));
+    QVERIFY2(run.err.startsWith(err), qPrintable(run.err));
+    QVERIFY2(run.out.contains(out), qPrintable(run.out));
+    if (signal)
+        QVERIFY2(run.afterSignal < 4000, qPrintable(QString::number(run.afterSignal))); // not after a wait
+    QCOMPARE(DbTest::column(marks), before);
+    QCOMPARE(DbTest::column(QStringLiteral("SELECT COUNT(*) FROM food_mealplan")),
+             QStringList{QStringLiteral("0")});
 }
 
 QTEST_GUILESS_MAIN(TestWebServices)

@@ -41,6 +41,8 @@ PublishProgressDialog::PublishProgressDialog(QWidget *parent)
         steps->addWidget(_marks[i], i, 0);
         steps->addWidget(_texts[i], i, 1);
     }
+    _status = new QLabel(this);
+    _status->setObjectName(QStringLiteral("status"));
     _progress = new QProgressBar(this);
     _button = new QPushButton(QStringLiteral("Cancel"), this);
     _button->setObjectName(QStringLiteral("button"));
@@ -57,6 +59,7 @@ PublishProgressDialog::PublishProgressDialog(QWidget *parent)
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(heading);
     layout->addLayout(steps);
+    layout->addWidget(_status);
     layout->addWidget(_progress);
     layout->addWidget(_button, 0, Qt::AlignRight);
 }
@@ -66,6 +69,7 @@ QString PublishProgressDialog::publish(int user_id)
     LmPublish publisher(user_id);
     QString result;
     connect(&publisher, &LmPublish::stepChanged, this, &PublishProgressDialog::setStep);
+    connect(&publisher, &LmPublish::statusTextChanged, _status, &QLabel::setText);
     connect(&publisher, &LmPublish::finished, this, [this, &result](const QString &text) {
         result = text;
         finish(text);

@@ -1,7 +1,8 @@
 #pragma once
 
-// The publish progress: the five steps with their marks, a progress bar, and a button that
-// cancels while publishing and closes after (counting down from five after a success).
+// The publish progress: the five steps with their marks, the connection's status line ("Host %1
+// found", "Connected to host %1", ...), a progress bar, and a button that cancels while
+// publishing and closes after (counting down from five after a success).
 
 #include <QDialog>
 
@@ -29,6 +30,7 @@ public slots:
 private:
     QLabel *_marks[5];
     QLabel *_texts[5];
+    QLabel *_status;
     QProgressBar *_progress;
     QPushButton *_button;
     QTimer *_countdown;
