@@ -10,9 +10,13 @@
 #include "staticdb/staticdb.h"
 #include "staticdb/staticdblog.h"
 
+#include "staticdb/fooddb.h"
+#include "staticdb/memmappedfile.h"
+
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
+#include <QLockFile>
 #include <QTimeZone>
 
 #include <zlib.h>
@@ -23,6 +27,41 @@ QString contentFile(const char *name)
 {
     return LmSettings::contentPath() + QLatin1String(name);
 }
+
+// Held while a process installs, so that another one starting meanwhile leaves its files alone.
+// A lock whose process has died is taken over at once; a live one is never taken by age.
+std::unique_ptr<QLockFile> lockInstall()
+{
+    auto lock = std::make_unique<QLockFile>(contentFile("static.db.lock"));
+    lock->setStaleLockTime(0);
+    return lock->tryLock(0) ? std::move(lock) : nullptr;
+}
+
+QString limitText()
+{
+    return QStringLiteral("%1 MiB").arg(StaticDbUpdater::kMaxDatabaseSize / (1024 * 1024));
+}
+
+// The creation date of an installed file; empty when there is none, or none we can read.
+QString installedCreationDate(const QString &path)
+{
+    QFile file(path);
+    QString created;
+    if (!file.open(QIODevice::ReadOnly))
+        return created;
+    const QByteArray header = file.read(64);
+    if (!StaticDB::readHeader(reinterpret_cast<const uchar *>(header.constData()), header.size(), &created))
+        created.clear();
+    return created;
+}
+
+// The feed's date and link of an update, as remembered once it is installed.
+QString updateKey(const QDateTime &date, const QString &url)
+{
+    return date.toUTC().toString(Qt::ISODate) + QLatin1Char(' ') + url;
+}
+
+const QString kInstalledUpdate = QStringLiteral("/staticdb/installedUpdate");
 
 } // namespace
 
@@ -110,8 +149,13 @@ void StaticDbUpdater::rssRequestFinished(bool error)
             qCDebug(lcStaticDb, "StaticDbUpdater: update if:\ncreationDate (%s)\n<\npubDate(%s)",
                     qUtf8Printable(createdAt.toString(Qt::ISODate)),
                     qUtf8Printable(it->pubDate.toString(Qt::ISODate)));
-            if (isNewer(created, it->pubDate)) {
+            // An update already installed (or found to be no newer) is not fetched again, even
+            // when its file says it was made before the feed's date.
+            const bool known =
+                LmSettings::readValue(kInstalledUpdate).toString() == updateKey(it->pubDate, it->link);
+            if (isNewer(created, it->pubDate) && !known) {
                 _updateUrl = it->link;
+                _updateDate = it->pubDate;
                 _result = UpdateAvailable;
             } else {
                 _result = UpToDate;
@@ -148,6 +192,7 @@ bool StaticDbUpdater::download()
     }
     qCDebug(lcStaticDb, "StaticDbUpdater: Getting update from URL %s", qUtf8Printable(_updateUrl));
     _badResponse = false;
+    _tooLarge = false;
     _state = Downloading;
     _downloadRequest = _http->get(QUrl(_updateUrl));
     return true;
@@ -162,12 +207,39 @@ void StaticDbUpdater::responseHeader(const QHttpsResponseHeader &header)
         qCDebug(lcStaticDb, "Response code: %d", code);
     else
         _badResponse = true;
+    if (header.hasContentLength() && qint64(header.contentLength()) > kMaxDatabaseSize)
+        refuseLargeDownload();
+}
+
+void StaticDbUpdater::refuseLargeDownload()
+{
+    if (_tooLarge)
+        return;
+    _tooLarge = true;
+    // Not from inside the client's own signal: it finishes the request when it can.
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            if (_downloadRequest >= 0)
+                _http->abort();
+        },
+        Qt::QueuedConnection);
 }
 
 void StaticDbUpdater::saveBody()
 {
     if (_http->https()->currentId() == _downloadRequest && _download)
-        _download->write(_http->readAll());
+        keep(_http->readAll());
+}
+
+void StaticDbUpdater::keep(const QByteArray &data)
+{
+    if (_tooLarge)
+        return;
+    if (_download->size() + data.size() > kMaxDatabaseSize)
+        refuseLargeDownload();
+    else
+        _download->write(data);
 }
 
 void StaticDbUpdater::downloadRequestFinished(bool error)
@@ -175,11 +247,15 @@ void StaticDbUpdater::downloadRequestFinished(bool error)
     qCDebug(lcStaticDb, "StaticDbUpdater: Finished download request.");
     _downloadRequest = -1;
     if (_download) {
-        _download->write(_http->readAll());
+        keep(_http->readAll());
         _download->close();
     }
     bool ok = !error;
-    if (_badResponse) {
+    if (_tooLarge) {
+        qCDebug(lcStaticDb, "StaticDbUpdater: Download too large");
+        _errorText = QStringLiteral("The update is larger than %1 and was not downloaded.").arg(limitText());
+        ok = false;
+    } else if (_badResponse) {
         qCDebug(lcStaticDb, "StaticDbUpdater: Bad response recieved");
         _errorText =
             QStringLiteral("Sorry, an error occurred downloading the update. Please try again later.");
@@ -204,11 +280,62 @@ bool StaticDbUpdater::install()
     qCDebug(lcStaticDb, "StaticDbUpdater: Installing update");
     const QString downloaded = contentFile("static.download");
     const QString current = contentFile("static.db");
-    const QString backup = contentFile("static.db.backup");
+    const QString staged = contentFile("static.db.new");
     if (!QFile::exists(downloaded)) {
         _errorText = QStringLiteral("No database to install");
         return false;
     }
+    const std::unique_ptr<QLockFile> lock = lockInstall();
+    if (!lock) {
+        _errorText =
+            QStringLiteral("Another program is installing a database update. Please try again later.");
+        return false;
+    }
+    const QString copyFailed = QStringLiteral("Copy from\n") + downloaded + QStringLiteral("\nto\n") +
+                               current + QStringLiteral("\nfailed.");
+    // The new file is made and proved beside the old one, which stays in use meanwhile.
+    const bool copied = copyFile(downloaded, staged, true);
+    QString created;
+    bool ok = false;
+    if (!copied) {
+        if (_state != Aborted) {
+            _errorText = copyFailed;
+            if (_inflated == Inflated::TooLarge)
+                _errorText += QStringLiteral("\nThe database would be larger than %1.").arg(limitText());
+        }
+    } else if (!verifyDatabase(staged, &created)) {
+        _errorText = QStringLiteral("New databases failed to start:\nDatabase corrupt");
+        qCDebug(lcStaticDb, "StaticDbUpdater: The downloaded database does not open");
+    } else {
+        const QString installed = installedCreationDate(current);
+        const QDate newDay = QDate::fromString(created, Qt::ISODate);
+        const QDate oldDay = QDate::fromString(installed, Qt::ISODate);
+        if (!newDay.isValid() || (oldDay.isValid() && newDay <= oldDay)) {
+            qCDebug(lcStaticDb, "StaticDbUpdater: The update (%s) is not newer than the database (%s)",
+                    qUtf8Printable(created), qUtf8Printable(installed));
+            _errorText = QStringLiteral("The downloaded database (made %1) is not newer than the one "
+                                        "installed (made %2).")
+                             .arg(created, installed);
+            rememberUpdate();
+        } else {
+            ok = swapIn(staged);
+        }
+    }
+    QFile::remove(staged);
+    QFile::remove(downloaded);
+    if (ok) {
+        rememberUpdate();
+        NotificationDispatcher::send(QStringLiteral("staticdb_update_notification"));
+    }
+    return ok;
+}
+
+// Puts the proved file in place of static.db, keeping the old one as the backup until the
+// databases have opened the new one.
+bool StaticDbUpdater::swapIn(const QString &staged)
+{
+    const QString current = contentFile("static.db");
+    const QString backup = contentFile("static.db.backup");
     StaticDB::closeAll();
     if (QFile::exists(backup) && !QFile::remove(backup)) {
         _errorText = QStringLiteral("Failed to clear backup file: ") + backup;
@@ -220,16 +347,14 @@ bool StaticDbUpdater::install()
         StaticDB::reopenAll();
         return false;
     }
-    if (!copyFile(downloaded, current, true)) {
-        QFile::remove(current);
+    if (!QFile::rename(staged, current)) {
         QFile::rename(backup, current);
         StaticDB::reopenAll();
-        if (_state != Aborted)
-            _errorText = QStringLiteral("Copy from\n") + downloaded + QStringLiteral("\nto\n") + current +
-                         QStringLiteral("\nfailed.");
+        _errorText = QStringLiteral("Copy from\n") + contentFile("static.download") +
+                     QStringLiteral("\nto\n") + current + QStringLiteral("\nfailed.");
         return false;
     }
-    // Each database checks the new file; a bad one must not end the program.
+    // Each database opens the new file again; a bad one must not end the program.
     bool opened = StaticDB::reopenAll();
     if (opened) {
         bool foodsFailed = false;
@@ -245,9 +370,13 @@ bool StaticDbUpdater::install()
         return false;
     }
     QFile::remove(backup);
-    QFile::remove(downloaded);
-    NotificationDispatcher::send(QStringLiteral("staticdb_update_notification"));
     return true;
+}
+
+void StaticDbUpdater::rememberUpdate()
+{
+    if (!_updateUrl.isEmpty())
+        LmSettings::writeValue(kInstalledUpdate, updateKey(_updateDate, _updateUrl));
 }
 
 bool StaticDbUpdater::restoreBackup()
@@ -260,53 +389,139 @@ bool StaticDbUpdater::restoreBackup()
     return ok;
 }
 
+bool StaticDbUpdater::recoverInterruptedInstall()
+{
+    const QString current = contentFile("static.db");
+    const QString backup = contentFile("static.db.backup");
+    const QString staged = contentFile("static.db.new");
+    if (!QFile::exists(backup) && !QFile::exists(staged))
+        return false;
+    const std::unique_ptr<QLockFile> lock = lockInstall();
+    if (!lock)
+        return false; // another process is installing: its files are not ours to touch
+    QFile::remove(staged);
+    if (!QFile::exists(backup) || verifyDatabase(current))
+        return false;
+    qCWarning(lcStaticDb, "StaticDbUpdater: An install was interrupted. Restoring backup.");
+    QFile::remove(current);
+    return QFile::rename(backup, current);
+}
+
 bool StaticDbUpdater::copyFile(const QString &source, const QString &target, bool compressed)
 {
-    QFile out(target);
     if (!compressed) {
         qCDebug(lcStaticDb, "StaticDbUpdater: copying uncompressed file");
         QFile in(source);
+        QFile out(target);
         if (!in.open(QIODevice::ReadOnly) || !out.open(QIODevice::WriteOnly | QIODevice::Truncate))
             return false;
         return out.write(in.readAll()) == in.size() && out.flush();
     }
     qCDebug(lcStaticDb, "StaticDbUpdater: copying compressed file");
     const qint64 total = QFileInfo(source).size();
+    _inflated = inflate(source, target, kMaxDatabaseSize, [this, total](qint64 written) {
+        // Progress against the compressed size, so it may pass its total.
+        emit installProgress(int(written), int(total));
+        QCoreApplication::processEvents();
+        return _state != Aborted;
+    });
+    return _inflated == Inflated::Ok;
+}
+
+StaticDbUpdater::Inflated StaticDbUpdater::inflate(const QString &source, const QString &target, qint64 limit,
+                                                   const std::function<bool(qint64)> &progress)
+{
+    QFile out(target);
     gzFile in = gzopen(QFile::encodeName(source).constData(), "rb");
     if (!in)
-        return false;
+        return Inflated::Failed;
     if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         gzclose(in);
-        return false;
+        return Inflated::Failed;
     }
     char buffer[1024];
     qint64 written = 0;
-    bool ok = true;
+    Inflated result = Inflated::Ok;
     for (;;) {
         const int n = gzread(in, buffer, sizeof buffer);
         // zlib would pass plain bytes through; updates always come compressed.
         if (n < 0 || gzdirect(in)) {
-            ok = false; // not gzip data, or damaged
+            result = Inflated::Failed; // not gzip data, or damaged
             break;
         }
-        if (n == 0)
+        if (n == 0) {
+            // zlib reports a stream cut short (no trailer) as an end with an error beside it.
+            int error = Z_OK;
+            gzerror(in, &error);
+            if (error != Z_OK)
+                result = Inflated::Failed;
             break;
+        }
+        if (written + n > limit) {
+            result = Inflated::TooLarge;
+            break;
+        }
         if (out.write(buffer, n) != n) {
-            ok = false;
+            result = Inflated::Failed;
             break;
         }
         written += n;
-        // Progress against the compressed size, so it may pass its total.
-        emit installProgress(int(written), int(total));
-        QCoreApplication::processEvents();
-        if (_state == Aborted) {
-            ok = false;
+        if (progress && !progress(written)) {
+            result = Inflated::Stopped;
             break;
         }
     }
-    gzclose(in);
+    if (gzclose(in) != Z_OK && result == Inflated::Ok)
+        result = Inflated::Failed;
+    if (!out.flush())
+        result = result == Inflated::Ok ? Inflated::Failed : result;
     out.close();
-    return ok;
+    return result;
+}
+
+bool StaticDbUpdater::verifyDatabase(const QString &path, QString *creationDate)
+{
+    const MemMappedFile file(path);
+    QString created;
+    if (!file.isValid() || !StaticDB::readHeader(file.base(), file.size(), &created))
+        return false;
+    for (const quint32 chunk : {1u, 2u}) {
+        IndexedDB db;
+        bool missingChunk = false;
+        if (!db.index(file.base(), file.size(), chunk, &missingChunk))
+            return false;
+        const IndexEntry *root = db.lookup(db.rootId(), true);
+        if (!root)
+            return false;
+        // Every category browses; the index has made sure the tree below the root ends.
+        std::vector<quint32> pending = {db.rootId()};
+        while (!pending.empty()) {
+            std::unique_ptr<BrowsableDBIterator> children(db.children(pending.back(), 0, 0));
+            pending.pop_back();
+            if (!children)
+                return false;
+            while (const IndexEntry *e = children->next()) {
+                if (db.isCategory(e) && db.lookup(e->id, true) == e)
+                    pending.push_back(e->id);
+            }
+        }
+        // Every leaf's payload decodes as the databases will decode it.
+        std::unique_ptr<BrowsableDBIterator> all(db.all(0, FLAG_CATEGORY));
+        while (const IndexEntry *e = all->next()) {
+            const QByteArrayView payload = db.payload(e);
+            if (chunk == 1) {
+                Food food;
+                if (!FoodDBStatic::decodePayload(payload, e->value, &food))
+                    return false;
+            } else if (payload.isEmpty() || ((quint8(payload[0]) & 0x01) && payload.size() < 5)) {
+                return false;
+            }
+        }
+        db.search(QStringLiteral("database update check"), false, 0);
+    }
+    if (creationDate)
+        *creationDate = created;
+    return true;
 }
 
 void StaticDbUpdater::abort()
@@ -325,15 +540,23 @@ bool StaticDbUpdater::permissionTest()
 
 bool StaticDbUpdater::checkDue(const QDateTime &now)
 {
-    const int days = LmSettings::readValue(QStringLiteral("/staticdb/updateInterval"), 28).toInt();
+    bool ok = false;
+    int days = LmSettings::readValue(QStringLiteral("/staticdb/updateInterval"), 28).toInt(&ok);
+    if (!ok)
+        days = 28;
     if (days <= 0)
         return false;
     const QDateTime last = QDateTime::fromString(
         LmSettings::readValue(QStringLiteral("/staticdb/lastUpdate")).toString(), Qt::ISODate);
-    return !last.isValid() || last.addDays(days) <= now;
+    return !last.isValid() || last > now || last.addDays(days) <= now;
 }
 
 void StaticDbUpdater::markChecked(const QDateTime &when)
 {
     LmSettings::writeValue(QStringLiteral("/staticdb/lastUpdate"), when.toUTC().toString(Qt::ISODate));
+}
+
+bool StaticDbUpdater::checkIfDue(const QDateTime &now)
+{
+    return checkDue(now) && check();
 }

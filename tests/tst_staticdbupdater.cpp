@@ -1,6 +1,7 @@
 // Reference database updates end to end: the feed from our own server (as the proxy), the date
-// comparison, a gzip download that installs, a 404, a corrupt file restored from its backup,
-// cancelling during the copy.
+// comparison, a gzip download that installs, downloads that must not (404, damaged, cut short,
+// too large, not newer), cancelling during the copy, an install cut short by a crash, the
+// periodic check.
 
 #include "app/lmsettings.h"
 #include "app/notificationdispatcher.h"
@@ -13,7 +14,9 @@
 #include "testsupport.h"
 
 #include <QDir>
+#include <QLockFile>
 #include <QSignalSpy>
+#include <QtEndian>
 
 #include <zlib.h>
 
@@ -43,12 +46,16 @@ QByteArray database(const QDate &created, int foods = 1)
     return writer.build();
 }
 
-QByteArray gzip(const QByteArray &data)
+// The data gzip-compressed, followed by zeros bytes of nothing but zeros.
+QByteArray gzip(const QByteArray &data, qint64 zeros = 0)
 {
     QTemporaryDir dir;
     const QByteArray path = QFile::encodeName(dir.filePath(QStringLiteral("x.gz")));
-    gzFile out = gzopen(path.constData(), "wb");
+    gzFile out = gzopen(path.constData(), "wb9");
     gzwrite(out, data.constData(), unsigned(data.size()));
+    const QByteArray nothing(1 << 20, '\0');
+    for (qint64 left = zeros; left > 0; left -= nothing.size())
+        gzwrite(out, nothing.constData(), unsigned(std::min<qint64>(left, nothing.size())));
     gzclose(out);
     QFile file(QString::fromLocal8Bit(path));
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
@@ -109,6 +116,7 @@ private slots:
     }
     void init()
     {
+        LmSettings::removeValue(QStringLiteral("/staticdb/installedUpdate"));
         write(contentFile("static.db"), database(QDate(2007, 5, 1)));
         QVERIFY(_server.start());
         _server.replies.clear();
@@ -124,8 +132,13 @@ private slots:
     void installs();
     void failedDownloads_data();
     void failedDownloads();
+    void notDownloadedTwice();
     void cancelDuringCopy();
+    void recoversInterruptedInstall_data();
+    void recoversInterruptedInstall();
+    void periodicCheck_data();
     void periodicCheck();
+    void checkIfDue();
 };
 
 void TestStaticDbUpdater::feeds_data()
@@ -182,9 +195,10 @@ void TestStaticDbUpdater::installs()
     const StaticDB open(1);
     QCOMPARE(open.creationDate(), QStringLiteral("2007-05-01"));
     StaticDbUpdater updater;
-    QCOMPARE(check(updater, feed(QStringLiteral("Wed, 02 May 2007 00:00:00 GMT"),
-                                 QStringLiteral("http://localhost/static.db.gz"))),
-             int(StaticDbUpdater::UpdateAvailable));
+    // Published days after it was made: the feed alone would offer it again and again.
+    const QByteArray rss = feed(QStringLiteral("Thu, 05 Nov 2026 08:00:00 GMT"),
+                                QStringLiteral("http://localhost/static.db.gz"));
+    QCOMPARE(check(updater, rss), int(StaticDbUpdater::UpdateAvailable));
     const QByteArray fresh = database(QDate(2026, 11, 1), 200);
     _server.replies = {HttpTestServer::ok(gzip(fresh))};
     QSignalSpy finished(&updater, &StaticDbUpdater::downloadFinished);
@@ -199,20 +213,45 @@ void TestStaticDbUpdater::installs()
     QCOMPARE(notified.constLast().constFirst().toString(), QStringLiteral("staticdb_update_notification"));
     QCOMPARE(open.creationDate(), QStringLiteral("2026-11-01"));
     QVERIFY(open.lookup(1199, false));
+    StaticDbUpdater again;
+    QCOMPARE(check(again, rss), int(StaticDbUpdater::UpToDate));
 }
 
 void TestStaticDbUpdater::failedDownloads_data()
 {
     QTest::addColumn<HttpTestServer::Reply>("reply");
     QTest::addColumn<QString>("error");
+    const QString copyFailed = QStringLiteral("Copy from\n%1static.download\nto\n%1static.db\nfailed.")
+                                   .arg(LmSettings::contentPath());
+    const QString corrupt = QStringLiteral("New databases failed to start:\nDatabase corrupt");
+    const QByteArray fresh = gzip(database(QDate(2026, 11, 1), 200));
     QTest::newRow("404") << HttpTestServer::reply(
                                 "HTTP/1.1 404 Not Found\r\nContent-Length: 9\r\n\r\nnot there")
                          << "Sorry, an error occurred downloading the update. Please try again later.";
     QTest::newRow("not a database") << HttpTestServer::ok(gzip("Database subject to nothing at all, really."))
-                                    << "New databases failed to start:\nDatabase corrupt";
-    QTest::newRow("not gzip") << HttpTestServer::ok("plain bytes")
-                              << QStringLiteral("Copy from\n%1static.download\nto\n%1static.db\nfailed.")
-                                     .arg(LmSettings::contentPath());
+                                    << corrupt;
+    QTest::newRow("not gzip") << HttpTestServer::ok("plain bytes") << copyFailed;
+    // Every byte of the database is there, but not the check of them.
+    QTest::newRow("no gzip trailer") << HttpTestServer::ok(fresh.chopped(8)) << copyFailed;
+    QTest::newRow("cut short") << HttpTestServer::ok(fresh.left(fresh.size() / 2)) << copyFailed;
+    // It opens, but one of its foods would not: the file is read through before it is used.
+    QByteArray bad = database(QDate(2026, 11, 1), 3);
+    const quint32 chunk = qFromBigEndian<quint32>(bad.constData() + 68);
+    const quint32 table = chunk + qFromBigEndian<quint32>(bad.constData() + chunk + 4);
+    const quint32 payloads = chunk + qFromBigEndian<quint32>(bad.constData() + chunk + 12);
+    // The first food's payload is the file's last byte: inside the file, but no food.
+    qToBigEndian(quint32(bad.size() - 1) - payloads, bad.data() + table + 16 + 12);
+    QTest::newRow("a food that does not decode") << HttpTestServer::ok(gzip(bad)) << corrupt;
+    QTest::newRow("not newer") << HttpTestServer::ok(gzip(database(QDate(2007, 5, 1), 2)))
+                               << "The downloaded database (made 2007-05-01) is not newer than the one "
+                                  "installed (made 2007-05-01).";
+    // 300 KB of gzip that would make 300 MB: it stops at the limit, before it fills the disk.
+    QTest::newRow("larger than the limit")
+        << HttpTestServer::ok(gzip(database(QDate(2026, 11, 1)), 300 << 20))
+        << copyFailed + QStringLiteral("\nThe database would be larger than 256 MiB.");
+    QTest::newRow("announced larger than the limit")
+        << HttpTestServer::reply("HTTP/1.1 200 OK\r\nContent-Length: 300000000\r\n\r\n\x1f\x8b", true)
+        << "The update is larger than 256 MiB and was not downloaded.";
 }
 
 void TestStaticDbUpdater::failedDownloads()
@@ -227,12 +266,34 @@ void TestStaticDbUpdater::failedDownloads()
     _server.replies = {reply};
     QSignalSpy finished(&updater, &StaticDbUpdater::downloadFinished);
     QVERIFY(updater.download());
-    QVERIFY(finished.wait(10000));
+    QVERIFY(finished.wait(30000));
     QCOMPARE(finished.constFirst().constFirst().toBool(), false);
     QCOMPARE(updater.state(), int(StaticDbUpdater::Failed));
     QTEST(updater.errorText(), "error");
     QCOMPARE(read(contentFile("static.db")), before);
     QVERIFY(open.isOpen() && open.lookup(12150, false));
+    QCOMPARE(QDir(LmSettings::contentPath()).entryList(QDir::Files),
+             QStringList{QStringLiteral("static.db")});
+}
+
+void TestStaticDbUpdater::notDownloadedTwice()
+{
+    // An update no newer than the file in place is refused, and not fetched again.
+    const QByteArray rss = feed(QStringLiteral("Wed, 02 May 2007 00:00:00 GMT"),
+                                QStringLiteral("http://localhost/static.db.gz"));
+    StaticDbUpdater updater;
+    QCOMPARE(check(updater, rss), int(StaticDbUpdater::UpdateAvailable));
+    _server.replies = {HttpTestServer::ok(gzip(database(QDate(2007, 4, 1))))};
+    QSignalSpy finished(&updater, &StaticDbUpdater::downloadFinished);
+    QVERIFY(updater.download());
+    QVERIFY(finished.wait(10000));
+    QCOMPARE(finished.constFirst().constFirst().toBool(), false);
+    StaticDbUpdater again;
+    QCOMPARE(check(again, rss), int(StaticDbUpdater::UpToDate));
+    // A later publication is offered again.
+    QCOMPARE(check(again, feed(QStringLiteral("Thu, 03 May 2007 00:00:00 GMT"),
+                               QStringLiteral("http://localhost/static.db.gz"))),
+             int(StaticDbUpdater::UpdateAvailable));
 }
 
 void TestStaticDbUpdater::cancelDuringCopy()
@@ -258,18 +319,97 @@ void TestStaticDbUpdater::cancelDuringCopy()
     QVERIFY(!failed);
 }
 
+void TestStaticDbUpdater::recoversInterruptedInstall_data()
+{
+    // The files a kill at each step of an install leaves behind; a null array: no such file.
+    QTest::addColumn<QByteArray>("current");
+    QTest::addColumn<QByteArray>("backup");
+    QTest::addColumn<bool>("installing"); // another process holds the install lock
+    QTest::addColumn<QByteArray>("expected");
+    const QByteArray old = database(QDate(2007, 5, 1));
+    const QByteArray fresh = database(QDate(2026, 11, 1));
+    QTest::newRow("while decompressing") << old << QByteArray() << false << old;
+    QTest::newRow("between the renames") << QByteArray() << old << false << old;
+    QTest::newRow("while restoring the backup") << fresh.left(100) << old << false << old;
+    QTest::newRow("before the backup was removed") << fresh << old << false << fresh;
+    QTest::newRow("another process installing") << QByteArray() << old << true << QByteArray();
+}
+
+void TestStaticDbUpdater::recoversInterruptedInstall()
+{
+    QFETCH(QByteArray, current);
+    QFETCH(QByteArray, backup);
+    QFETCH(bool, installing);
+    QFETCH(QByteArray, expected);
+    QFile::remove(contentFile("static.db"));
+    if (!current.isNull())
+        write(contentFile("static.db"), current);
+    if (!backup.isNull())
+        write(contentFile("static.db.backup"), backup);
+    write(contentFile("static.db.new"), "half a database");
+    QLockFile lock(contentFile("static.db.lock"));
+    QVERIFY(!installing || lock.tryLock(0));
+
+    QCOMPARE(StaticDbUpdater::recoverInterruptedInstall(), current != expected && !expected.isNull());
+    QCOMPARE(read(contentFile("static.db")), expected);
+    QCOMPARE(QFile::exists(contentFile("static.db.new")), installing);
+    if (!installing) {
+        bool failed = true;
+        const StaticDB foods(1, &failed);
+        QVERIFY(!failed);
+    }
+    lock.unlock();
+    QFile::remove(contentFile("static.db.backup"));
+    QFile::remove(contentFile("static.db.new"));
+}
+
+void TestStaticDbUpdater::periodicCheck_data()
+{
+    QTest::addColumn<QVariant>("interval"); // null: not set
+    QTest::addColumn<int>("daysAgo");       // of the last check; 0: never
+    QTest::addColumn<bool>("due");
+    QTest::newRow("never checked") << QVariant() << 0 << true;
+    QTest::newRow("27 of 28 days") << QVariant() << 27 << false;
+    QTest::newRow("28 of 28 days") << QVariant() << 28 << true;
+    QTest::newRow("8 of 7 days") << QVariant(7) << 8 << true;
+    QTest::newRow("0: never") << QVariant(0) << 400 << false;
+    QTest::newRow("not a number: 28") << QVariant(QStringLiteral("weekly")) << 29 << true;
+    QTest::newRow("last check in the future") << QVariant() << -3 << true;
+}
+
 void TestStaticDbUpdater::periodicCheck()
 {
+    QFETCH(QVariant, interval);
+    QFETCH(int, daysAgo);
     const QDateTime now(QDate(2026, 11, 23), QTime(12, 0), Qt::UTC);
+    LmSettings::removeValue(QStringLiteral("/staticdb/updateInterval"));
+    if (!interval.isNull())
+        LmSettings::writeValue(QStringLiteral("/staticdb/updateInterval"), interval);
     LmSettings::writeValue(QStringLiteral("/staticdb/lastUpdate"), QString());
-    QVERIFY(StaticDbUpdater::checkDue(now));
-    StaticDbUpdater::markChecked(now.addDays(-27));
-    QCOMPARE(LmSettings::readValue(QStringLiteral("/staticdb/lastUpdate")).toString(),
-             QStringLiteral("2026-10-27T12:00:00Z"));
-    QVERIFY(!StaticDbUpdater::checkDue(now));
-    QVERIFY(StaticDbUpdater::checkDue(now.addDays(1)));
-    LmSettings::writeValue(QStringLiteral("/staticdb/updateInterval"), 0);
-    QVERIFY(!StaticDbUpdater::checkDue(now.addYears(1)));
+    if (daysAgo != 0)
+        StaticDbUpdater::markChecked(now.addDays(-daysAgo));
+    QTEST(StaticDbUpdater::checkDue(now), "due");
+    LmSettings::removeValue(QStringLiteral("/staticdb/updateInterval"));
+}
+
+void TestStaticDbUpdater::checkIfDue()
+{
+    const QDateTime now(QDate(2026, 11, 23), QTime(15, 30), Qt::UTC);
+    StaticDbUpdater::markChecked(now.addDays(-1));
+    StaticDbUpdater updater;
+    QVERIFY(!updater.checkIfDue(now));
+    QVERIFY(_server.requests.isEmpty());
+
+    LmSettings::writeValue(QStringLiteral("/staticdb/lastUpdate"), QString());
+    _server.replies.append(HttpTestServer::ok(feed(QStringLiteral("Tue, 01 May 2007 12:00:00 GMT"),
+                                                   QStringLiteral("http://localhost/static.db.gz"))));
+    QSignalSpy finished(&updater, &StaticDbUpdater::checkFinished);
+    QVERIFY(updater.checkIfDue(now));
+    QVERIFY(finished.wait(10000));
+    QCOMPARE(updater.result(), int(StaticDbUpdater::UpToDate));
+    const QDateTime last = QDateTime::fromString(
+        LmSettings::readValue(QStringLiteral("/staticdb/lastUpdate")).toString(), Qt::ISODate);
+    QVERIFY(last.isValid() && last.timeSpec() == Qt::UTC && !StaticDbUpdater::checkDue(last));
 }
 
 QTEST_GUILESS_MAIN(TestStaticDbUpdater)
