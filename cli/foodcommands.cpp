@@ -4,6 +4,7 @@
 #include "cli/session.h"
 
 #include "db/diarydb.h"
+#include "db/lmsqldb.h"
 #include "db/savedmealdb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
@@ -501,7 +502,7 @@ int logFood(Context &context, const QStringList &args)
     item.setDate(day);
     item.meal = meal;
     if (!DiaryDB().addFoodEntry(item))
-        failure(QStringLiteral("the entry could not be stored"));
+        failure(QStringLiteral("the entry could not be stored (%1)").arg(LmSqlDb::lastErrorText()));
     printLine(QString::number(item.food_id));
     return Success;
 }
@@ -530,7 +531,7 @@ int logExercise(Context &context, const QStringList &args)
     item.rate = found.scale * float(weight->first);
     item.name = found.name;
     if (!DiaryDB().addExerciseEntry(item))
-        failure(QStringLiteral("the entry could not be stored"));
+        failure(QStringLiteral("the entry could not be stored (%1)").arg(LmSqlDb::lastErrorText()));
     printLine(QString::number(item.ex_id));
     return Success;
 }

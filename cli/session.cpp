@@ -102,8 +102,9 @@ void storeOrFail(const std::function<bool()> &change)
     LmWriteTransaction write;
     // Anything thrown leaves the transaction to roll back in write's destructor.
     if (!write.isOpen() || !write.commit(change()))
-        failure(QStringLiteral("the diary could not be written (another program kept it busy, or the disk "
-                               "refused); nothing was changed"));
+        failure(QStringLiteral("the diary could not be written (%1); nothing was changed")
+                    .arg(LmSqlDb::lastErrorText().isEmpty() ? QStringLiteral("unknown error")
+                                                            : LmSqlDb::lastErrorText()));
 }
 
 QString dayArgument(const QString &text, const QString &what)

@@ -20,6 +20,15 @@ using namespace Qt::StringLiterals;
 
 LmSqlDb *LmSqlDb::_instance = nullptr;
 
+namespace {
+QString g_lastErrorText;
+} // namespace
+
+QString LmSqlDb::lastErrorText()
+{
+    return g_lastErrorText;
+}
+
 // ---------------------------------------------------------------------------------------------
 // LmSqlQueryPtr
 
@@ -158,6 +167,7 @@ bool LmSqlDb::runControl(const char *statement)
     QSqlQuery query(*_db);
     if (query.exec(QLatin1String(statement)))
         return true;
+    g_lastErrorText = query.lastError().databaseText();
     qCWarning(lcDb).noquote() << statement << "failed:" << query.lastError().text();
     return false;
 }
@@ -268,6 +278,7 @@ bool execBound(LmSqlQueryPtr &query, const QVariantList &values)
         query->bindValue(int(i), values.at(i));
     if (query->exec())
         return true;
+    g_lastErrorText = query->lastError().databaseText();
     qCWarning(lcDb, "%s failed: %s", qUtf8Printable(query->lastQuery()), qUtf8Printable(query->lastError().text()));
     return false;
 }

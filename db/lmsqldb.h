@@ -125,6 +125,10 @@ public:
     // before every space-separated word, spaces kept.
     static QString qualifyColumns(const QString &list, const QString &prefix);
 
+    // SQLite's text for the last statement or transaction command that failed ("database is
+    // locked", "attempt to write a readonly database"), for messages.
+    static QString lastErrorText();
+
     // How long a statement waits for another process's write before it fails.
     static constexpr int kBusyTimeoutMs = 10000;
 
