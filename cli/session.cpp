@@ -6,6 +6,7 @@
 #include "db/lmsqldb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
+#include "staticdb/staticdbupdater.h"
 
 #include <cmath>
 #include <string>
@@ -24,6 +25,9 @@ Session::Session(const Context &context)
     const QString brandFile = LmSettings::resourcePath() + QStringLiteral("brand.dat");
     if (!BrandEngine::instance().load(brandFile))
         Lm::fatal(QStringLiteral("Cannot find %1").arg(brandFile));
+
+    // An install of the reference database cut short is put right before anything opens it.
+    StaticDbUpdater::recoverInterruptedInstall();
 
     std::string error;
     if (!LmSqlDb::startUp(error, true)) {

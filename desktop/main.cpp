@@ -15,6 +15,7 @@
 #include "ui/mainwindow.h"
 #include "ui/messageboxes.h"
 #include "ui/singleapplication.h"
+#include "staticdb/staticdbupdater.h"
 #include "ui/updatedialog.h"
 
 #include <QDialog>
@@ -88,6 +89,9 @@ int main(int argc, char *argv[])
     const QString brandFile = LmSettings::resourcePath() + QStringLiteral("brand.dat");
     if (!brand.load(brandFile))
         Lm::fatal(QStringLiteral("Cannot find %1").arg(brandFile));
+
+    // An install of the reference database cut short is put right before anything opens it.
+    StaticDbUpdater::recoverInterruptedInstall();
 
     if (commandLine.updateDb) {
         if (!brand.idExists(QStringLiteral("update_rss_url"))) {

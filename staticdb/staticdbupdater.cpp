@@ -136,6 +136,7 @@ void StaticDbUpdater::rssRequestFinished(bool error)
         if (it == items.cend()) {
             qCDebug(lcStaticDb,
                     "StaticDbUpdater::rssRequestFinished() No database update information available.");
+            markChecked(); // the feed was read: nothing to ask again before the interval is over
         } else if (!it->link.isEmpty()) {
             // The creation date of the file in use; none (no file, a broken one) means any update is newer.
             QString created;

@@ -10,6 +10,8 @@
 #include "ui/checkinview.h"
 #include "ui/customfooddialog.h"
 #include "ui/diaryview.h"
+#include "app/notificationdispatcher.h"
+#include "ui/backgroundservices.h"
 #include "ui/mainwindow.h"
 #include "ui/newprofilewizard.h"
 #include "ui/preferencesdialog.h"
@@ -75,6 +77,7 @@ private slots:
     void tabOrderFollowsTheEye_data();
     void tabOrderFollowsTheEye();
     void publishFromTheWindow();
+    void metricsAndUpdateCheckAfterStart();
     void ranking_data();
     void ranking();
     void secondStartWakesFirst();
@@ -642,6 +645,51 @@ void TestDesktop::publishFromTheWindow()
     QCOMPARE(window.exportDiaryTo(csv), QString());
     QCOMPARE(DbTest::readFile(csv).count('\n'), 2);
     QVERIFY(DbTest::readFile(csv).contains("\"Soup\""));
+}
+
+void TestDesktop::metricsAndUpdateCheckAfterStart()
+{
+    // Our server stands for the web site behind a proxy, trusted for the metrics' TLS.
+    HttpTestServer server;
+    QVERIFY(server.start());
+    const QString certificate = server.makeCertificate();
+    if (certificate.isEmpty())
+        QSKIP("the openssl tool is not available");
+    QVERIFY(QFile::copy(certificate, LmSettings::resourcePath() + QStringLiteral("cert.pem")));
+    server.connectReply = "HTTP/1.0 200 Connection established\r\n\r\n";
+    server.tlsAfterConnect = true;
+    const QByteArray feed = "<rss version=\"2.0\"><channel><title>t</title><link>l</link><description>d</description>"
+                            "</channel></rss>";
+    server.replies = {HttpTestServer::ok("<response errno=\"0\"/>"), HttpTestServer::ok(feed)};
+    LmSettings::writeValue(QStringLiteral("proxySettings"), QStringLiteral("127.0.0.1:%1").arg(server.serverPort()));
+
+    MainWindow window;
+    const int user = makeProfile();
+    QVERIFY(window.openProfile(user));
+    QVERIFY(UserDB::countStart(user));
+    const QString marked = QStringLiteral("SELECT COUNT(*) FROM metrics_startStats_sync WHERE state = 1");
+    QCOMPARE(DbTest::column(marked), QStringList{QStringLiteral("1")});
+
+    // Once the window is up: the figures go and their marks are cleared; the feed is read once.
+    const auto sent = [&server](const QByteArray &start) {
+        return std::count_if(server.requests.cbegin(), server.requests.cend(),
+                             [&start](const QByteArray &request) { return request.startsWith(start); });
+    };
+    const QByteArray metrics = "POST https://localhost/metrics?";
+    const QByteArray check = "GET http://localhost/staticdb/tarnwell/update.rss";
+    NotificationDispatcher::send(QStringLiteral("app_about_to_start"));
+    QTRY_COMPARE_WITH_TIMEOUT(sent(check), 1, 15000);
+    QCOMPARE(sent(metrics), 1);
+    QTRY_COMPARE(DbTest::column(marked), QStringList{QStringLiteral("0")});
+    QTRY_VERIFY(!LmSettings::readString(LmSettings::StaticDbLastUpdate).isEmpty());
+
+    // A second window the same day reads no feed: the interval has not passed.
+    MainWindow again;
+    QVERIFY(again.openProfile(user));
+    NotificationDispatcher::send(QStringLiteral("app_about_to_start"));
+    QTest::qWait(BackgroundServices::kUpdateCheckDelayMs + 500);
+    QCOMPARE(sent(check), 1);
+    QCOMPARE(sent(metrics), 2);
 }
 
 void TestDesktop::ranking_data()

@@ -18,6 +18,7 @@
 #include "ui/preferencesdialog.h"
 #include "ui/profiledialog.h"
 #include "ui/publishdialog.h"
+#include "ui/backgroundservices.h"
 #include "ui/updatedialog.h"
 
 #include <QAction>
@@ -44,6 +45,7 @@ MainWindow::MainWindow(QWidget *parent)
     : QMainWindow(parent)
 {
     const BrandEngine &brand = BrandEngine::instance();
+    _background = new BackgroundServices(this);
     setWindowTitle(brand.getString(QStringLiteral("app_name")));
     setWindowIcon(brand.getPixmap(QStringLiteral("graphics.image.profile.logo")));
 
@@ -337,6 +339,7 @@ bool MainWindow::openProfile(int user_id)
         user_id = wizard.createdUserId();
     }
     _userId = user_id;
+    _background->setUser(user_id);
     for (const UserProfile &user : UserDB::getUsers()) {
         if (user.user_id == user_id)
             _profileName = user.name;

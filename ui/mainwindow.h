@@ -5,6 +5,7 @@
 
 #include <QMainWindow>
 
+class BackgroundServices;
 class CheckInView;
 class QAction;
 class QMenu;
@@ -69,4 +70,5 @@ private:
     QWidget *_checkInPage;
     CheckInView *_checkIn = nullptr;
     QTextBrowser *_report;
+    BackgroundServices *_background;
 };
