@@ -214,16 +214,22 @@ void Metrics::httpsDone(bool error)
 
 void Metrics::resetUserMetrics(int user_id)
 {
+    // The three tables together or not at all.
+    LmWriteTransaction write;
     const int device = deviceId(QStringLiteral("metrics"));
-    runBound(QStringLiteral(
-                 "UPDATE food_diary_sync SET state = ? WHERE device = ? AND food_id IN (SELECT food_id FROM "
-                 "food_diary WHERE user_id = ?) AND state = ?"),
-             {0, device, user_id, 1});
-    runBound(QStringLiteral(
-                 "UPDATE user_checkins_sync SET state = ? WHERE device = ? AND user_id = ? AND state = ?"),
-             {0, device, user_id, 1});
-    runBound(
-        QStringLiteral(
-            "UPDATE metrics_startStats_sync SET state = ? WHERE device = ? AND user_id = ? AND state = ?"),
-        {0, device, user_id, 1});
+    const bool ok =
+        write.isOpen() &&
+        !runBound(QStringLiteral("UPDATE food_diary_sync SET state = ? WHERE device = ? AND food_id IN (SELECT food_id "
+                                 "FROM food_diary WHERE user_id = ?) AND state = ?"),
+                  {0, device, user_id, 1})
+             .isNull() &&
+        !runBound(QStringLiteral(
+                      "UPDATE user_checkins_sync SET state = ? WHERE device = ? AND user_id = ? AND state = ?"),
+                  {0, device, user_id, 1})
+             .isNull() &&
+        !runBound(QStringLiteral(
+                      "UPDATE metrics_startStats_sync SET state = ? WHERE device = ? AND user_id = ? AND state = ?"),
+                  {0, device, user_id, 1})
+             .isNull();
+    write.commit(ok);
 }
