@@ -8,52 +8,6 @@
 #include <QSet>
 #include <QSqlQuery>
 
-namespace {
-
-struct Node
-{
-    quint32 id = 0;
-    QByteArray name;
-    quint8 flags = 0;
-    std::vector<Node> children; // subcategories first, then items
-};
-
-// Children of a category from the tables. A category reached twice (a move that made a cycle)
-// is left out the second time, so a damaged tree still builds.
-void readChildren(Node &node, const QString &subcategories, const QString &items, QSet<quint32> &seen)
-{
-    bool failed = false;
-    for (const bool categories : {true, false}) {
-        LmSqlQueryPtr query = LmSqlDb::instance()->cachedQuery(categories ? subcategories : items);
-        if (!execBound(query, {int(node.id)})) {
-            failed = true;
-            continue;
-        }
-        // A run counts its categories and items in 16 bits each.
-        int read = 0;
-        while (query->next() && read++ < 0xFFFF) {
-            Node child;
-            child.id = query->value(0).toUInt();
-            child.name = query->value(1).toString().toLatin1();
-            child.name.replace('\0', ' ');
-            child.flags = categories ? FLAG_CATEGORY | FLAG_CUSTOM : FLAG_CUSTOM;
-            if (categories && seen.contains(child.id))
-                continue;
-            if (categories)
-                seen.insert(child.id);
-            node.children.push_back(std::move(child));
-        }
-    }
-    if (failed)
-        qCWarning(lcStaticDb, "Dynamic DB couldn't execute query!");
-    for (Node &child : node.children) {
-        if (child.flags & FLAG_CATEGORY)
-            readChildren(child, subcategories, items, seen);
-    }
-}
-
-} // namespace
-
 DynamicDB::DynamicDB(const Tables &tables, int user_id)
     : _tables(tables)
     , _userId(user_id)
@@ -177,15 +131,26 @@ QList<QPair<int, QString>> DynamicDB::itemsOf(int category) const
     return pairs(runBound(sql("SELECT %3, %4 FROM %2 WHERE category_id = ? ORDER BY UPPER(%4)"), {category}));
 }
 
+// The category and everything below it, each category once however the rows loop; one level at a
+// time, since how deep categories nest is up to the rows.
 bool DynamicDB::deleteCategoryRows(int id)
 {
-    bool ok = true;
-    for (const auto &sub : subcategories(id)) {
-        if (sub.first != id)
-            ok = deleteCategoryRows(sub.first) && ok;
+    std::vector<int> below = {id};
+    QSet<int> seen = {id};
+    for (size_t i = 0; i < below.size(); ++i) {
+        for (const auto &sub : subcategories(below[i])) {
+            if (!seen.contains(sub.first)) {
+                seen.insert(sub.first);
+                below.push_back(sub.first);
+            }
+        }
     }
-    ok = !runBound(sql("DELETE FROM %2 WHERE category_id = ?"), {id}).isNull() && ok;
-    ok = !runBound(sql("DELETE FROM %1 WHERE category_id = ?"), {id}).isNull() && ok;
+    bool ok = true;
+    for (auto it = below.crbegin(); it != below.crend(); ++it) { // everything below a category first
+        const int category = *it;
+        ok = !runBound(sql("DELETE FROM %2 WHERE category_id = ?"), {category}).isNull() && ok;
+        ok = !runBound(sql("DELETE FROM %1 WHERE category_id = ?"), {category}).isNull() && ok;
+    }
     return ok;
 }
 
@@ -203,49 +168,64 @@ bool DynamicDB::deleteCategory(int id)
 
 void DynamicDB::rebuild()
 {
-    Node root{0, "ROOT", FLAG_CATEGORY, {}};
-    root.children.push_back({quint32(kSharedRootId),
-                             (QStringLiteral("Shared ") + QLatin1String(_tables.baseName)).toLatin1(),
-                             FLAG_CATEGORY,
-                             {}});
-    if (_userId >= 0)
-        root.children.push_back({quint32(rootIdOf(_userId)),
-                                 (QStringLiteral("My ") + QLatin1String(_tables.baseName)).toLatin1(),
-                                 FLAG_CATEGORY,
-                                 {}});
-    const QString subcategories =
-        sql("SELECT category_id, %4 FROM %1 WHERE parent_id = ? ORDER BY UPPER(%4)");
-    const QString items = sql("SELECT %3, %4 FROM %2 WHERE category_id = ? ORDER BY UPPER(%4)");
-    QSet<quint32> seen;
-    for (Node &top : root.children) {
-        seen.insert(top.id);
-        readChildren(top, subcategories, items, seen);
-    }
-
-    // Breadth first: every category's children become one run.
-    std::vector<const Node *> order = {&root};
+    // Breadth first, straight into the index: each category's children (subcategories first) are
+    // read when its turn comes and become one run. Nothing recurses, so no nesting of the rows
+    // can exhaust the stack, and a category reached twice (a move that made a cycle) is left out
+    // the second time, so a damaged tree still builds.
     IndexEntries entries;
     IndexFlags flags;
     QByteArray names;
-    for (size_t i = 0; i < order.size(); ++i) {
-        const Node &node = *order[i];
+    const auto append = [&](quint32 id, QByteArray name, quint8 flag) {
         IndexEntry entry{};
-        entry.id = node.id;
+        entry.id = id;
         entry.nameOffset = quint32(names.size());
-        names += node.name;
+        names += name.replace('\0', ' ');
         names += '\0';
-        if (node.flags & FLAG_CATEGORY) {
-            quint32 categories = 0;
-            for (const Node &child : node.children)
-                categories += (child.flags & FLAG_CATEGORY) ? 1 : 0;
-            entry.value = quint32(order.size());
-            entry.extra = categories << 16 | quint32(node.children.size() - categories);
-            for (const Node &child : node.children)
-                order.push_back(&child);
-        }
         entries.push_back(entry);
-        flags.push_back(node.flags);
+        flags.push_back(flag);
+    };
+    const QByteArray base(_tables.baseName);
+    append(0, "ROOT", FLAG_CATEGORY);
+    entries[0].value = 1;
+    entries[0].extra = (_userId >= 0 ? 2u : 1u) << 16;
+    append(quint32(kSharedRootId), "Shared " + base, FLAG_CATEGORY);
+    if (_userId >= 0)
+        append(quint32(rootIdOf(_userId)), "My " + base, FLAG_CATEGORY);
+    QSet<quint32> seen = {quint32(kSharedRootId), quint32(rootIdOf(_userId))};
+
+    const QString subcategories =
+        sql("SELECT category_id, %4 FROM %1 WHERE parent_id = ? ORDER BY UPPER(%4)");
+    const QString items = sql("SELECT %3, %4 FROM %2 WHERE category_id = ? ORDER BY UPPER(%4)");
+    bool failed = false;
+    for (size_t i = 1; i < entries.size(); ++i) {
+        if (!(flags[i] & FLAG_CATEGORY))
+            continue;
+        const quint32 first = quint32(entries.size());
+        quint32 counts[2] = {0, 0};
+        for (const bool categories : {true, false}) {
+            LmSqlQueryPtr query = LmSqlDb::instance()->cachedQuery(categories ? subcategories : items);
+            if (!execBound(query, {int(entries[i].id)})) {
+                failed = true;
+                continue;
+            }
+            // A run counts its categories and items in 16 bits each.
+            quint32 &read = counts[categories ? 0 : 1];
+            while (read < 0xFFFF && query->next()) {
+                const quint32 id = query->value(0).toUInt();
+                if (categories && seen.contains(id))
+                    continue;
+                if (categories)
+                    seen.insert(id);
+                append(id, query->value(1).toString().toLatin1(),
+                       categories ? FLAG_CATEGORY | FLAG_CUSTOM : FLAG_CUSTOM);
+                ++read;
+            }
+        }
+        entries[i].value = first;
+        entries[i].extra = counts[0] << 16 | counts[1];
     }
+    if (failed)
+        qCWarning(lcStaticDb, "Dynamic DB couldn't execute query!");
     IndexEntry end{};
     end.nameOffset = quint32(names.size());
     entries.push_back(end);

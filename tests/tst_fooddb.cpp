@@ -70,6 +70,7 @@ private slots:
     void exerciseWithoutBurnRate();
     void customFoodIdsAndRoots();
     void customTreeIndexAndSearch();
+    void deepCustomCategories();
     void customExercises();
     void favorites();
 };
@@ -150,11 +151,14 @@ void TestFoodDb::realSearch_data()
     QTest::addColumn<QString>("found");
     // Food groups and the subcategories of a shared leading word are not searched: every shown
     // food holds each word in its own name, and no exclusion word.
-    QTest::newRow("pie -apple") << "pie -apple" << "Pie, cherry, commercially prepared";
+    QTest::newRow("pie -apple") << "pie -apple"
+                                << "Pie, cherry, commercially prepared";
     QTest::newRow("chicken -fried") << "chicken -fried"
                                     << "Chicken, broilers or fryers, meat and skin and giblets and neck, raw";
-    QTest::newRow("three exclusions") << "cheddar -imitation -reduced -low" << "Cheese, cheddar";
-    QTest::newRow("two words") << "apple raw" << "Apples, raw, with skin";
+    QTest::newRow("three exclusions") << "cheddar -imitation -reduced -low"
+                                      << "Cheese, cheddar";
+    QTest::newRow("two words") << "apple raw"
+                               << "Apples, raw, with skin";
 }
 
 void TestFoodDb::realSearch()
@@ -322,6 +326,36 @@ void TestFoodDb::customTreeIndexAndSearch()
     const int b = foods.addCategory(a, QStringLiteral("B"));
     QVERIFY(foods.moveCategory(a, b));
     QCOMPARE(shownItems(foods, 0), list({"[Shared Foods]", "Apple pie", "[My Foods]"}));
+    QVERIFY(foods.deleteCategory(a)); // and the loop goes, once round
+    QCOMPARE(DbTest::column(QStringLiteral("SELECT COUNT(*) FROM custom_food_cats")),
+             QStringList{QStringLiteral("2")});
+}
+
+void TestFoodDb::deepCustomCategories()
+{
+    // However deep the rows nest categories, the index builds, searches and deletes.
+    constexpr int depth = 40000;
+    FoodDBDynamic foods(0);
+    const int top = kFirstCustomId;
+    LmSqlQueryPtr chain = LmSqlDb::instance()->prepare(
+        QStringLiteral(
+            "WITH RECURSIVE level(n) AS (SELECT 0 UNION ALL SELECT n + 1 FROM level WHERE n + 1 < %1) "
+            "INSERT INTO custom_food_cats(category_id, parent_id, name) "
+            "SELECT %2 + n, CASE n WHEN 0 THEN %3 ELSE %2 + n - 1 END, 'Level' FROM level")
+            .arg(depth)
+            .arg(top)
+            .arg(FoodDBDynamic::userRootId(0)));
+    QVERIFY(chain->exec());
+    const int pie =
+        foods.addFood(QStringLiteral("Bottom pie"), QStringLiteral("1"), calories(1), top + depth - 1);
+    QVERIFY(pie >= 0);
+    QVERIFY(foods.search(QStringLiteral("pie"), false, 0));
+    QVERIFY(foods.flags(foods.lookup(quint32(pie), false)) & FLAG_SHOWN);
+    QVERIFY(foods.flags(foods.lookup(quint32(top), true)) & FLAG_EXPANDED);
+    QVERIFY(foods.deleteCategory(top));
+    QCOMPARE(DbTest::column(QStringLiteral("SELECT COUNT(*) FROM custom_food_cats WHERE name = 'Level'")),
+             QStringList{QStringLiteral("0")});
+    QVERIFY(!foods.lookup(quint32(pie), false));
 }
 
 void TestFoodDb::customExercises()
