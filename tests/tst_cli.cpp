@@ -464,9 +464,14 @@ void TestCli::updateDb()
     for (const char *name : {"brand.dat", "userdata.db", "content/static.db"})
         QVERIFY(
             QFile::copy(binDir() + QLatin1Char('/') + QLatin1String(name), resources + QLatin1String(name)));
+    // The update is the same file made later: its creation date is what makes it newer.
+    const QString newer = _home.path() + QStringLiteral("/newer.db");
+    QVERIFY(QFile::copy(resources + QStringLiteral("content/static.db"), newer));
+    QFile dated(newer);
+    QVERIFY(dated.open(QIODevice::ReadWrite) && dated.seek(36) && dated.write("2099-12-31") == 10);
+    dated.close();
     QProcess gzip;
-    gzip.start(QStringLiteral("gzip"),
-               {QStringLiteral("-c"), resources + QStringLiteral("content/static.db")});
+    gzip.start(QStringLiteral("gzip"), {QStringLiteral("-c"), newer});
     QVERIFY(gzip.waitForFinished(30000));
     const QByteArray compressed = gzip.readAllStandardOutput();
     QVERIFY(!compressed.isEmpty());
