@@ -21,8 +21,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         else if (verdict != first && first != LmHttp::ConnectReply::Unreadable)
             __builtin_trap();
     }
+    // Accepted means the status line matches "HTTP/1.[01] 200" (any character after the one).
     if (first == LmHttp::ConnectReply::Accepted &&
-        (!received.startsWith("HTTP/1.") || !received.contains("\r\n\r\n")))
+        (!received.startsWith("HTTP/1") || received.size() < 12 ||
+         (received[7] != '0' && received[7] != '1') || received.mid(8, 4) != " 200" ||
+         !received.contains("\r\n\r\n")))
         __builtin_trap();
     return 0;
 }

@@ -219,18 +219,13 @@ void TestPublish::replies_data()
                              << "Reading (FAILED!! Cannot interpret reply from diary.example)";
     QTest::newRow("connection lost") << HttpTestServer::reply(QByteArray(), true) << "Error occured"
                                      << "Skipped";
-    // Well-formed pages without a response element, from a proxy: the server saw nothing.
-    const auto page = [](const QByteArray &status, const QByteArray &title) {
-        const QByteArray body =
-            "<?xml version=\"1.0\"?>\n<html><head><title>" + title + "</title></head></html>";
-        return HttpTestServer::reply("HTTP/1.1 " + status + "\r\nContent-Type: text/xml\r\nContent-Length: " +
-                                     QByteArray::number(body.size()) + "\r\n\r\n" + body);
-    };
+    // A well-formed page without a response element, from a proxy: the server saw nothing.
+    const QByteArray page = "<?xml version=\"1.0\"?>\n<html><head><title>Sign in</title></head></html>";
     QTest::newRow("proxy wants credentials")
-        << page("407 Proxy Authentication Required", "Sign in") << "Error occured"
-        << "Skipped";
-    QTest::newRow("proxy cannot reach the server")
-        << page("500 Unable to connect", "Unable to connect") << "Error occured"
+        << HttpTestServer::reply("HTTP/1.1 407 Proxy Authentication Required\r\nContent-Type: text/xml\r\n"
+                                 "Content-Length: " +
+                                 QByteArray::number(page.size()) + "\r\n\r\n" + page)
+        << "Error occured"
         << "Skipped";
 }
 
