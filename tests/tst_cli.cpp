@@ -625,6 +625,17 @@ void TestCli::noRestoreUnderRunningProgram()
              QStringLiteral("tarnwell-cli: The program is running: close it before restoring.\n"));
     QCOMPARE(run({QStringLiteral("restore"), QStringLiteral("/nonexistent/x.tar")}).err,
              QStringLiteral("tarnwell-cli: Cannot read /nonexistent/x.tar.\n"));
+
+    // A copy running in another login session (another runtime folder) is none of this one's.
+    QTemporaryDir otherSession;
+    const QByteArray ours = qgetenv("XDG_RUNTIME_DIR");
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(otherSession.path()));
+    const int elsewhere = SingleCopy::acquireLock(QLatin1String(SingleCopy::kIdentifier), 0);
+    qputenv("XDG_RUNTIME_DIR", ours);
+    QVERIFY(elsewhere >= 0);
+    const Result here = run({QStringLiteral("restore"), QStringLiteral("/nonexistent/x.tar")});
+    SingleCopy::releaseLock(elsewhere);
+    QCOMPARE(here.err, QStringLiteral("tarnwell-cli: Cannot read /nonexistent/x.tar.\n"));
 }
 
 QTEST_GUILESS_MAIN(TestCli)

@@ -1,6 +1,7 @@
 // The desktop program's widgets under the offscreen platform, and the program itself started
 // twice: the second copy wakes the first and ends.
 
+#include "brand/tarfilewriter.h"
 #include "db/diarydb.h"
 #include "db/newprofile.h"
 #include "dbfixture.h"
@@ -81,6 +82,7 @@ private slots:
     void ranking_data();
     void ranking();
     void secondStartWakesFirst();
+    void conduitSwitchRequired();
 };
 
 void TestDesktop::wizardCreatesProfile()
@@ -739,6 +741,30 @@ void TestDesktop::secondStartWakesFirst()
     QTRY_VERIFY_WITH_TIMEOUT((firstOutput += first.readAll()).contains("Wake up! received"), 10000);
     first.kill();
     first.waitForFinished();
+}
+
+void TestDesktop::conduitSwitchRequired()
+{
+    // A brand without "conduit_enabled": the program cannot tell whether it has a conduit.
+    const QString resources = _db.path(QStringLiteral("noconduit"));
+    QVERIFY(QDir().mkpath(resources));
+    QVERIFY(DbTest::writeFile(resources + QStringLiteral("/brand.xml"),
+                              "<brand><string id=\"brand_id\" value=\"x\"/><string id=\"app_name\" value=\"x\"/></brand>"));
+    {
+        QFile archive(resources + QStringLiteral("/brand.dat"));
+        QVERIFY(archive.open(QIODevice::WriteOnly));
+        TarFileWriter writer(archive);
+        QVERIFY(writer.addFile(resources + QStringLiteral("/brand.xml"), QStringLiteral("brand.xml")));
+    }
+    QProcess program;
+    program.setProcessChannelMode(QProcess::MergedChannels);
+    program.start(binDir() + QStringLiteral("/tarnwell"),
+                  {QStringLiteral("-resourcedir"), resources, QStringLiteral("-deregistercond")});
+    QByteArray output;
+    QTRY_VERIFY_WITH_TIMEOUT((output += program.readAll()).contains("Fatal Error: "), 20000);
+    program.kill(); // the fatal box waits for a click
+    program.waitForFinished();
+    QVERIFY2(output.contains("Fatal Error: Couldn't find id 'conduit_enabled' in brand"), output.constData());
 }
 
 QTEST_MAIN(TestDesktop)
