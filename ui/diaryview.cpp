@@ -358,8 +358,9 @@ DiaryView::DiaryView(QWidget *parent)
     _water->setRange(0, 100);
     _water->setSuffix(tr(" glasses"));
     connect(_water, &QSpinBox::valueChanged, this, [this](int cups) {
-        if (_userId >= 0 && cups != UserDB::getWater(_userId, DateConversion::fromQDate(_date)))
-            UserDB::setWater(_userId, DateConversion::fromQDate(_date), cups);
+        if (_userId >= 0 && cups != UserDB::getWater(_userId, DateConversion::fromQDate(_date)) &&
+            !written(UserDB::setWater(_userId, DateConversion::fromQDate(_date), cups)))
+            refresh(); // back to what the diary holds
     });
     _panel = new QWidget(this);
     _panel->setObjectName(QStringLiteral("nutrientPanel"));
@@ -1148,11 +1149,12 @@ bool DiaryView::addSelectedFood()
         entry.duration = float(_quantity->value());
         entry.rate = exercise.scale * float(weight->first);
         entry.name = exercise.name;
-        DiaryDB().addExerciseEntry(entry);
+        if (!written(DiaryDB().addExerciseEntry(entry)))
+            return false;
         const int added = entry.ex_id;
         rememberUndo([added] { DiaryDB().removeExerciseEntry(added); });
         refresh();
-        return added >= 0;
+        return true;
     }
     if (!current || _userId < 0 || _serving->currentIndex() < 0)
         return false;
@@ -1164,7 +1166,8 @@ bool DiaryView::addSelectedFood()
     item.setSize(float(_quantity->value()));
     item.setDate(DateConversion::fromQDate(_date));
     item.meal = _meal->currentData().toInt();
-    DiaryDB().addFoodEntry(item);
+    if (!written(DiaryDB().addFoodEntry(item)))
+        return false;
     _recent.removeAll(id);
     _recent.prepend(id);
     while (_recent.size() > 30)
@@ -1185,18 +1188,20 @@ int DiaryView::copyFoods(const QList<FoodDiaryItem> &foods, const QDate &target,
     const QString targetDay = DateConversion::fromQDate(target);
     const DiaryDB diary;
     QList<int> copied;
-    LmSqlDb::begin();
+    LmWriteTransaction write;
+    bool ok = write.isOpen();
     for (FoodDiaryItem food : foods) {
-        if (food.status == STATUS_DELETED)
+        if (!ok || food.status == STATUS_DELETED)
             continue;
         food.food_id = -1;
         food.setDate(targetDay);
         if (meal > 0)
             food.meal = meal;
-        diary.addFoodEntry(food);
+        ok = diary.addFoodEntry(food);
         copied.append(food.food_id);
     }
-    LmSqlDb::commit();
+    if (!written(write.commit(ok)))
+        return 0;
     rememberUndo([copied] {
         const DiaryDB diary;
         for (const int id : copied)
@@ -1253,24 +1258,26 @@ int DiaryView::copyDay(const QDate &target)
     DiaryDay day = diary.getDay(_userId, DateConversion::fromQDate(_date));
     QList<int> foods;
     QList<int> exercises;
-    LmSqlDb::begin();
+    LmWriteTransaction write;
+    bool ok = write.isOpen();
     for (FoodDiaryItem food : std::as_const(day.foods)) {
-        if (food.status == STATUS_DELETED)
+        if (!ok || food.status == STATUS_DELETED)
             continue;
         food.food_id = -1;
         food.setDate(targetDay);
-        diary.addFoodEntry(food);
+        ok = diary.addFoodEntry(food);
         foods.append(food.food_id);
     }
     for (ExerciseDiaryItem exercise : std::as_const(day.exercises)) {
-        if (exercise.status == STATUS_DELETED)
+        if (!ok || exercise.status == STATUS_DELETED)
             continue;
         exercise.ex_id = -1;
         exercise.date = targetDay;
-        diary.addExerciseEntry(exercise);
+        ok = diary.addExerciseEntry(exercise);
         exercises.append(exercise.ex_id);
     }
-    LmSqlDb::commit();
+    if (!written(write.commit(ok)))
+        return 0;
     rememberUndo([foods, exercises] {
         const DiaryDB diary;
         for (const int id : foods)
@@ -1279,6 +1286,15 @@ int DiaryView::copyDay(const QDate &target)
             diary.removeExerciseEntry(id);
     });
     return int(foods.size() + exercises.size());
+}
+
+bool DiaryView::written(bool ok)
+{
+    if (!ok)
+        QMessageBox::warning(this, tr("Diary"),
+                             tr("The diary could not be written (%1). Nothing was changed.")
+                                 .arg(LmSqlDb::lastErrorText()));
+    return ok;
 }
 
 void DiaryView::rememberUndo(std::function<void()> undo)
@@ -1303,7 +1319,8 @@ void DiaryView::deleteSelectedEntry()
     if (current && current->data(0, kExerciseRole).isValid()) {
         const DiaryDB diary;
         const ExerciseDiaryItem removed = diary.getExerciseEntry(current->data(0, kExerciseRole).toInt());
-        diary.removeExerciseEntry(removed.ex_id);
+        if (!written(diary.removeExerciseEntry(removed.ex_id)))
+            return;
         rememberUndo([removed] {
             ExerciseDiaryItem again = removed;
             again.ex_id = -1;
@@ -1317,7 +1334,8 @@ void DiaryView::deleteSelectedEntry()
         return;
     const DiaryDB diary;
     const FoodDiaryItem removed = diary.getFoodEntry(current->data(0, Qt::UserRole).toInt());
-    diary.removeFoodEntry(removed.food_id);
+    if (!written(diary.removeFoodEntry(removed.food_id)))
+        return;
     // Undone by a copy of the entry: the deleted row stays for the devices to learn of it.
     rememberUndo([removed] {
         FoodDiaryItem again = removed;
@@ -1343,7 +1361,8 @@ bool DiaryView::editExerciseEntry(int exerciseId, float minutes)
         return false;
     const ExerciseDiaryItem before = entry;
     entry.duration = minutes;
-    diary.updateExerciseEntry(entry);
+    if (!written(diary.updateExerciseEntry(entry)))
+        return false;
     rememberUndo([before] { DiaryDB().updateExerciseEntry(before); });
     refresh();
     return true;
@@ -1371,7 +1390,8 @@ bool DiaryView::editEntry(int entryId, int servingId, float quantity)
         entry.scale(quantity / entry.size);
         entry.size = quantity;
     }
-    diary.updateFoodEntry(entry.food_id, entry);
+    if (!written(diary.updateFoodEntry(entry.food_id, entry)))
+        return false;
     rememberUndo([before] { DiaryDB().updateFoodEntry(before.food_id, before); });
     refresh();
     return true;
@@ -1386,7 +1406,8 @@ bool DiaryView::moveSelectedEntry(int meal)
     FoodDiaryItem entry = diary.getFoodEntry(current->data(0, Qt::UserRole).toInt());
     const FoodDiaryItem before = entry;
     entry.meal = meal;
-    diary.updateFoodEntry(entry.food_id, entry);
+    if (!written(diary.updateFoodEntry(entry.food_id, entry)))
+        return false;
     rememberUndo([before] { DiaryDB().updateFoodEntry(before.food_id, before); });
     refresh();
     return true;

@@ -118,6 +118,8 @@ private:
     void editSelectedEntryInDialog();
     void copySelectionInDialog();
     int copyFoods(const QList<FoodDiaryItem> &foods, const QDate &target, int meal);
+    // Shows why when a change could not be stored; ok as it came.
+    bool written(bool ok);
     void rememberUndo(std::function<void()> undo);
     void updateServings();
 
