@@ -287,6 +287,11 @@ bool IndexedDB::index(const uchar *base, qint64 size, quint32 chunkId, bool *mis
     entries.resize(count);
     flagBytes.resize(count);
     std::vector<quint32> categories;
+    // Files as we write them have every run after its category and after the runs of the
+    // categories before it: then each record is in one run at most and the tree has no cycles,
+    // with nothing to check but the order. Other layouts take a second pass (claimRuns).
+    bool ordered = true;
+    quint64 runsEnd = 1;
     quint64 previousName = 0; // a names area at the very start of the file is no names area
     for (quint32 i = 0; i < count; ++i) {
         const uchar *record = base + table + qint64(i) * 16;
@@ -305,8 +310,15 @@ bool IndexedDB::index(const uchar *base, qint64 size, quint32 chunkId, bool *mis
         const bool endRecord = i + 1 == count;
         if ((flags & FLAG_CATEGORY) && !endRecord) {
             e.extra = read32(record + 12);
-            if (e.childCount() > 0 && quint64(e.value) + e.childCount() > count - 1)
-                return false;
+            const quint64 end = quint64(e.value) + e.childCount();
+            if (e.childCount() > 0) {
+                if (end > count - 1)
+                    return false;
+                if (e.value <= i || e.value < runsEnd)
+                    ordered = false;
+                else
+                    runsEnd = end;
+            }
             categories.push_back(i);
         } else if (!endRecord) {
             const qint64 payload = payloads + read32(record + 12);
@@ -314,13 +326,14 @@ bool IndexedDB::index(const uchar *base, qint64 size, quint32 chunkId, bool *mis
                 return false;
             e.extra = quint32(payload);
         }
-        // FLAG_EXPANDED is free until the runs are claimed below.
-        flagBytes[i] = quint8((flags & ~FLAG_EXPANDED) | FLAG_SHOWN);
+        flagBytes[i] = quint8(flags | FLAG_SHOWN | FLAG_EXPANDED);
     }
     _entries = std::move(entries);
     _flags = std::move(flagBytes);
     _categories = std::move(categories);
-    if (!claimRuns()) {
+    if (ordered) {
+        sortCategories();
+    } else if (!claimRuns()) {
         clearIndex();
         return false;
     }
@@ -334,6 +347,9 @@ bool IndexedDB::index(const uchar *base, qint64 size, quint32 chunkId, bool *mis
 // walking it ends, and visits each record once.
 bool IndexedDB::claimRuns()
 {
+    // FLAG_EXPANDED marks the records claimed so far.
+    for (quint8 &flag : _flags)
+        flag &= quint8(~FLAG_EXPANDED);
     for (const quint32 c : _categories) { // in table order, while the runs lie near each other
         const IndexEntry &e = _entries[c];
         for (quint32 i = e.value; i < e.value + e.childCount(); ++i) {
