@@ -280,6 +280,11 @@ bool execBound(LmSqlQueryPtr &query, const QVariantList &values)
         return true;
     g_lastErrorText = query->lastError().databaseText();
     qCWarning(lcDb, "%s failed: %s", qUtf8Printable(query->lastQuery()), qUtf8Printable(query->lastError().text()));
+    // A damaged file (SQLITE_CORRUPT, SQLITE_NOTADB) is found only where a statement reads the
+    // damaged page: nothing more is read or written, and the user learns what to do.
+    const QString code = query->lastError().nativeErrorCode();
+    if (code == QLatin1String("11") || code == QLatin1String("26"))
+        Lm::fatal(u"The diary is damaged (%1). Restore it from a backup."_s.arg(g_lastErrorText));
     return false;
 }
 
