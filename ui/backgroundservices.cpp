@@ -54,8 +54,15 @@ void BackgroundServices::start()
         !_updater) {
         _updater = new StaticDbUpdater(this);
         connect(_updater, &StaticDbUpdater::checkFinished, this, &BackgroundServices::updateCheckFinished);
-        // Once the first day is on screen and the user has started to work.
+        // Once the first day is on screen and the user has started to work, and again now and
+        // then for a window left open for weeks.
         QTimer::singleShot(kUpdateCheckDelayMs, _updater, [this] { _updater->checkIfDue(); });
+        auto *again = new QTimer(this);
+        connect(again, &QTimer::timeout, _updater, [this] {
+            if (_updater->state() != StaticDbUpdater::Checking && _updater->state() != StaticDbUpdater::Downloading)
+                _updater->checkIfDue();
+        });
+        again->start(kUpdateRecheckMs);
     }
 }
 

@@ -18,6 +18,7 @@ class BackgroundServices : public QObject
 
 public:
     static constexpr int kUpdateCheckDelayMs = 2000;
+    static constexpr int kUpdateRecheckMs = 6 * 60 * 60 * 1000;
 
     explicit BackgroundServices(QWidget *window);
     ~BackgroundServices() override;
