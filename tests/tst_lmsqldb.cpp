@@ -345,6 +345,15 @@ void TestLmSqlDb::backUpAndRestore()
     QVERIFY(QFile::exists(side));
     QCOMPARE(DataBackup::backUp(_db.path(u"nowhere/data.tar"_s)).left(12), u"Cannot write"_s);
 
+    // The copy never passes through the temporary folder, where a killed backup would leave it.
+    const bool tmpSet = qEnvironmentVariableIsSet("TMPDIR");
+    const QByteArray tmp = qgetenv("TMPDIR");
+    qputenv("TMPDIR", QFile::encodeName(_db.path(u"no-such-folder"_s)));
+    const QString viaNoTemp = DataBackup::backUp(_db.path(u"again.tar"_s));
+    tmpSet ? qputenv("TMPDIR", tmp) : qunsetenv("TMPDIR");
+    QCOMPARE(viaNoTemp, QString());
+    QVERIFY(!QFile::exists(_db.databasePath() + u".backing-up"_s));
+
     // A backup never lands on the diary itself, nor on any other database.
     const QByteArray diary = readFile(_db.databasePath());
     QVERIFY(DataBackup::backUp(_db.databasePath()).endsWith(u"is a database: choose another name for the backup."_s));
