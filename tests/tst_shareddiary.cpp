@@ -4,11 +4,15 @@
 
 #include "testsupport.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <QProcess>
+#include <QStandardPaths>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 
 #include <memory>
+#include <unistd.h>
 #include <vector>
 
 class TestSharedDiary : public QObject
@@ -59,6 +63,7 @@ class TestSharedDiary : public QObject
 private slots:
     void initTestCase();
     void writersAtOnce();
+    void readOnlyDataFolder();
 };
 
 void TestSharedDiary::initTestCase()
@@ -132,6 +137,56 @@ void TestSharedDiary::writersAtOnce()
     QCOMPARE(deleted, expected);
     QCOMPARE(column(QStringLiteral("SELECT COUNT(*) FROM food_diary WHERE date = '20260111' AND status = 1")),
              QStringList{QStringLiteral("4")});
+}
+
+void TestSharedDiary::readOnlyDataFolder()
+{
+    // Permissions bind an ordinary account only: as root the tool runs as nobody, who owns the
+    // diary but may not write into its folder.
+    const bool root = ::geteuid() == 0;
+    const QString setpriv = QStandardPaths::findExecutable(QStringLiteral("setpriv"));
+    if (root && setpriv.isEmpty())
+        QSKIP("setpriv is needed to run the tool as another account");
+    const QString folder = _home.diaryFolder();
+    QDir(_home.path()).mkpath(QStringLiteral("nobody-run"));
+    const QString runtime = _home.path() + QStringLiteral("/nobody-run");
+    if (root) {
+        for (QString path = folder; path.startsWith(_home.path()) && path.size() > 1;
+             path = QFileInfo(path).path())
+            QFile::setPermissions(path, QFile::permissions(path) | QFileDevice::ExeOther | QFileDevice::ReadOther);
+        QFile::setPermissions(_home.configHome(), QFile::permissions(_home.configHome()) | QFileDevice::ExeOther |
+                                                      QFileDevice::ReadOther | QFileDevice::WriteOther);
+        // nobody's own data folders, down to the diary's, which it may not write into.
+        for (QString path = folder + QStringLiteral("userdata.db"); path.startsWith(_home.dataHome());
+             path = QFileInfo(path).path())
+            QVERIFY(::chown(QFile::encodeName(path).constData(), 65534, 65534) == 0);
+        QVERIFY(::chown(QFile::encodeName(runtime).constData(), 65534, 65534) == 0);
+    }
+    QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::ExeOwner | QFileDevice::ReadOther |
+                                      QFileDevice::ExeOther);
+    const auto run = [&](const QStringList &arguments) {
+        QProcess tool;
+        QProcessEnvironment env = _home.environment();
+        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
+        tool.setProcessEnvironment(env);
+        if (root)
+            tool.start(setpriv, QStringList{QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
+                                            QStringLiteral("--clear-groups"), binDir() + QStringLiteral("/tarnwell-cli")} +
+                                    arguments);
+        else
+            tool.start(binDir() + QStringLiteral("/tarnwell-cli"), arguments);
+        tool.waitForFinished(60000);
+        return QPair<int, QString>(tool.exitCode(), QString::fromUtf8(tool.readAllStandardError()));
+    };
+    const auto day = run({QStringLiteral("day"), QStringLiteral("2026-02-01")});
+    const auto water = run({QStringLiteral("water"), QStringLiteral("2026-02-01"), QStringLiteral("7")});
+    QFile::setPermissions(folder, QFile::permissions(folder) | QFileDevice::WriteOwner);
+    QVERIFY2(day.first == 0, qPrintable(day.second));
+    QCOMPARE(water.first, 1);
+    QVERIFY2(water.second.startsWith(QStringLiteral("tarnwell-cli: the diary could not be written (")),
+             qPrintable(water.second));
+    QCOMPARE(column(QStringLiteral("SELECT cups FROM water_diary WHERE date = '20260201'")),
+             QStringList{QStringLiteral("1")});
 }
 
 QTEST_GUILESS_MAIN(TestSharedDiary)
