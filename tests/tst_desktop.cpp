@@ -17,6 +17,7 @@
 #include "ui/newprofilewizard.h"
 #include "ui/preferencesdialog.h"
 #include "ui/profiledialog.h"
+#include "ui/updatedialog.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -83,6 +84,7 @@ private slots:
     void ranking();
     void secondStartWakesFirst();
     void conduitSwitchRequired();
+    void updateCommandNeedsUpdates();
 };
 
 void TestDesktop::wizardCreatesProfile()
@@ -765,6 +767,17 @@ void TestDesktop::conduitSwitchRequired()
     program.kill(); // the fatal box waits for a click
     program.waitForFinished();
     QVERIFY2(output.contains("Fatal Error: Couldn't find id 'conduit_enabled' in brand"), output.constData());
+}
+
+void TestDesktop::updateCommandNeedsUpdates()
+{
+    // The update command exists only where the brand offers updates; reaching it otherwise is a
+    // programming error.
+    QVERIFY(_db.loadBrand(true, "<string id=\"update_rss_url\" value=\"http://localhost/u.rss\"/>"
+                                "<bool id=\"update_enabled\" value=\"false\"/>"));
+    LM_VERIFY_ASSERT(Ui::runDatabaseUpdate(nullptr, false),
+                     "be->idExists(BRAND_STR_UPDATE_RSS_URL) && be->idExists(BRAND_BOOL_UPDATE_ENABLED) && "
+                     "be->getBool(BRAND_BOOL_UPDATE_ENABLED)");
 }
 
 QTEST_MAIN(TestDesktop)
