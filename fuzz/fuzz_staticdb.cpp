@@ -5,6 +5,7 @@
 // what it is for.
 
 #include "app/lmsettings.h"
+#include "fuzzcontent.h"
 #include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"
 #include "staticdb/staticdb.h"
@@ -196,13 +197,7 @@ QByteArray layOut(const Tree &tree, int order)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static QTemporaryDir dir;
-    static const bool ready = [] {
-        QLoggingCategory::setFilterRules(QStringLiteral("tarnwell.*=false"));
-        LmSettings::setResourcePath(dir.path());
-        return QDir().mkpath(LmSettings::contentPath());
-    }();
-    if (!ready)
+    if (!prepareContentFolder())
         return 0;
     {
         QFile file(StaticDB::fileName());

@@ -4,6 +4,7 @@
 // content the fuzzer chose rather than stopped at a broken checksum.
 
 #include "app/lmsettings.h"
+#include "fuzzcontent.h"
 #include "staticdb/staticdbupdater.h"
 
 #include <QDir>
@@ -24,13 +25,7 @@ constexpr qint64 kLimit = 8 * 1024 * 1024;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static QTemporaryDir dir;
-    static const bool ready = [] {
-        QLoggingCategory::setFilterRules(QStringLiteral("tarnwell.*=false"));
-        LmSettings::setResourcePath(dir.path());
-        return QDir().mkpath(LmSettings::contentPath());
-    }();
-    if (!ready)
+    if (!prepareContentFolder())
         return 0;
     const QString download = LmSettings::contentPath() + QStringLiteral("static.download");
     const QString staged = LmSettings::contentPath() + QStringLiteral("static.db.new");
