@@ -115,6 +115,12 @@ void printLine(const QString &line)
     std::fputc('\n', stdout);
 }
 
+void printNote(const QString &line)
+{
+    std::fflush(stdout);
+    std::fprintf(stderr, "tarnwell-cli: %s\n", qUtf8Printable(line));
+}
+
 void printJson(const QByteArray &document)
 {
     std::fwrite(document.constData(), 1, size_t(document.size()), stdout);

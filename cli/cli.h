@@ -87,6 +87,8 @@ bool parseYesNo(const QString &text, const QString &what);
 // Output helpers: standard output in UTF-8, one line at a time.
 void printLine(const QString &line);
 void printJson(const QByteArray &document);
+// A line for the reader on standard error, "tarnwell-cli: " first, as errors are.
+void printNote(const QString &line);
 
 // Escapes backslash, tab and line breaks so that a value stays on its line.
 QString escapeField(const QString &value);

@@ -29,7 +29,7 @@ constexpr std::array kCommands = {
             "[--cholesterol MG] [--sodium MG] [--sugar G] [--calcium MG]",
             "Daily records", target},
 
-    Command{"search", "[--exercises] [--limit N] WORDS...", "Foods and exercises", search},
+    Command{"search", "[--exercises] [--limit N] [--tree] WORDS...", "Foods and exercises", search},
     Command{"food", "ID", "Foods and exercises", food},
     Command{"exercise", "ID", "Foods and exercises", exercise},
     Command{"food-add",

@@ -10,6 +10,7 @@
 #include "model/dateconversion.h"
 #include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"
+#include "staticdb/itemsearch.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -26,27 +27,6 @@ QString number(double value)
 {
     return QLocale::c().toString(value, 'g', 6);
 }
-
-// Walks the shown records below a category depth first, calling visit for every shown item.
-void walkShown(const IndexedDB &db, quint32 category, const std::function<bool(const IndexEntry *)> &visit)
-{
-    std::unique_ptr<BrowsableDBIterator> it(db.children(category, FLAG_SHOWN, 0));
-    if (!it)
-        return;
-    while (const IndexEntry *e = it->next()) {
-        if (db.isCategory(e))
-            walkShown(db, e->id, visit);
-        else if (!visit(e))
-            return;
-    }
-}
-
-struct Hit
-{
-    int id;
-    QString name;
-    bool custom;
-};
 
 // The category a new custom item goes to: --category, else the profile's (or with --shared the
 // shared) root, made when it is missing.
@@ -121,20 +101,11 @@ QPair<int, QString> findSavedMeal(int userId, const QString &text)
 
 int search(Context &context, const QStringList &args)
 {
-    const Arguments a(args, {QStringLiteral("--limit")}, {QStringLiteral("--exercises")});
-    a.expectPositionals(1, 1000, QStringLiteral("search [--exercises] [--limit N] WORDS..."));
+    const QString usage = QStringLiteral("search [--exercises] [--limit N] [--tree] WORDS...");
+    const Arguments a(args, {QStringLiteral("--limit")}, {QStringLiteral("--exercises"), QStringLiteral("--tree")});
+    a.expectPositionals(1, 1000, usage);
     const QString query = a.positionals().join(QLatin1Char(' '));
-    // Split as the search engine splits: at any Unicode white space.
-    QStringList words;
-    QString word;
-    for (const QChar c : query + QLatin1Char(' ')) {
-        if (!c.isSpace()) {
-            word += c;
-        } else if (!word.isEmpty()) {
-            words.append(word);
-            word.clear();
-        }
-    }
+    const QStringList words = splitSearchWords(query);
     qsizetype longest = 0;
     for (const QString &word : words)
         longest = std::max(longest, word.startsWith(QLatin1Char('-')) ? word.size() - 1 : word.size());
@@ -142,66 +113,64 @@ int search(Context &context, const QStringList &args)
         usageError(QStringLiteral("a search takes at most 31 words"));
     if (longest < 3)
         usageError(QStringLiteral("the longest search word needs at least 3 characters"));
-    const int limit = a.has(QStringLiteral("--limit")) ? parseInteger(a.value(QStringLiteral("--limit")),
-                                                                      QStringLiteral("--limit"), 1, 1000000)
-                                                       : 1000000;
+    const bool tree = a.has(QStringLiteral("--tree"));
+    const int limit = a.has(QStringLiteral("--limit"))
+                          ? parseInteger(a.value(QStringLiteral("--limit")), QStringLiteral("--limit"), 1, 1000000)
+                          : tree ? 1000000
+                                 : 25;
     const bool exercises = a.has(QStringLiteral("--exercises"));
 
     const Session session(context);
     const int userId = session.userId();
-    QList<Hit> hits;
-    const auto collect = [&](const IndexedDB &db, quint32 root,
-                             const std::function<Hit(const IndexEntry *)> &hit) {
-        walkShown(db, root, [&](const IndexEntry *e) {
-            hits.append(hit(e));
-            return hits.size() < limit;
-        });
-    };
+    applyDisplayUnits(userId);
+    const SearchHistory history = loadSearchHistory(userId, exercises);
+    const SearchOrder order = tree ? SearchOrder::Tree : SearchOrder::Ranked;
+    ItemSearchResult result;
+    QList<ItemEnergy> energies;
     if (exercises) {
         ExDB db(userId);
-        ExDBStatic &reference = *db.staticDB();
-        ExDBDynamic &custom = *db.dynamicDB();
-        reference.search(query, false, 0);
-        custom.search(query, false, 0);
-        collect(reference, reference.rootId(), [&](const IndexEntry *e) {
-            return Hit{int(e->id), reference.nameText(e), false};
-        });
-        for (const int root : {DynamicDB::rootIdOf(userId), kSharedRootId}) {
-            collect(custom, quint32(root), [&](const IndexEntry *e) {
-                Exercise found;
-                custom.exercise(int(e->id), &found);
-                return Hit{int(e->id), found.name, true};
-            });
+        result = searchItems(*db.staticDB(), *db.dynamicDB(), query, history, limit, order);
+        const auto weight = UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"), userId,
+                                              DateConversion::fromQDate(QDate::currentDate()), -1);
+        for (const FoundItem &item : std::as_const(result.items)) {
+            Exercise found;
+            db.exercise(item.id, &found);
+            energies.append(exerciseEnergy(found.scale, weight ? weight->first : 0.0));
         }
     } else {
         FoodDB db(userId);
-        FoodDBStatic &reference = *db.staticDB();
-        FoodDBDynamic &custom = *db.dynamicDB();
-        reference.search(query, false, 0);
-        custom.search(query, false, 0);
-        collect(reference, reference.rootId(), [&](const IndexEntry *e) {
-            return Hit{int(e->id), reference.nameText(e), false};
-        });
-        for (const int root : {DynamicDB::rootIdOf(userId), kSharedRootId}) {
-            collect(custom, quint32(root), [&](const IndexEntry *e) {
-                return Hit{int(e->id), custom.name(int(e->id)), true};
-            });
-        }
+        result = searchItems(*db.staticDB(), *db.dynamicDB(), query, history, limit, order);
+        for (const FoundItem &item : std::as_const(result.items))
+            energies.append(foodEnergy(item.id));
     }
-    if (hits.size() > limit)
-        hits.resize(limit);
+    if (result.items.isEmpty())
+        printNote(QStringLiteral("No matches for \"%1\"").arg(query));
+    else if (const QString note = result.closeMatchNote(query); !note.isEmpty())
+        printNote(note);
 
     if (context.options.json) {
         QJsonArray items;
-        for (const Hit &hit : hits) {
-            items.append(QJsonObject{{QStringLiteral("id"), hit.id},
-                                     {QStringLiteral("name"), hit.name},
-                                     {QStringLiteral("custom"), hit.custom}});
+        for (qsizetype i = 0; i < result.items.size(); ++i) {
+            const FoundItem &item = result.items.at(i);
+            QJsonObject object{{QStringLiteral("id"), item.id},
+                               {QStringLiteral("name"), item.name},
+                               {QStringLiteral("kind"), item.custom ? QStringLiteral("custom") : QStringLiteral("reference")}};
+            if (energies.at(i).known) {
+                object.insert(QStringLiteral("serving"), energies.at(i).per);
+                object.insert(QStringLiteral("calories"), std::round(energies.at(i).calories * 10.0) / 10.0);
+            }
+            if (item.close)
+                object.insert(QStringLiteral("close"), true);
+            items.append(object);
         }
         printJson(QJsonDocument(items).toJson(QJsonDocument::Indented));
     } else {
-        for (const Hit &hit : hits)
-            printLine(QStringLiteral("%1\t%2").arg(hit.id).arg(escapeField(hit.name)));
+        for (qsizetype i = 0; i < result.items.size(); ++i) {
+            const FoundItem &item = result.items.at(i);
+            printLine(QStringLiteral("%1\t%2\t%3")
+                          .arg(item.id)
+                          .arg(escapeField(item.name), escapeField(describeEnergy(energies.at(i)))));
+        }
     }
     return Success;
 }

@@ -8,6 +8,8 @@
 
 #include <QSqlQuery>
 
+#include <cmath>
+
 namespace {
 
 LmSqlQueryPtr prepare(const QString &sql)
@@ -302,6 +304,42 @@ QSet<QString> DiaryDB::getUnpublishedDates(int user_id) const
         "user_id = ? AND state <> ?"));
     collectDates(query, {user_id, 0, user_id, 0}, dates);
     return dates;
+}
+
+namespace {
+
+// Entries counted by month: weighted by age, a habit of years ago no longer leads the list.
+template <typename Key, typename Read>
+QHash<Key, double> usage(const QString &sql, int user_id, const QDate &today, Read key)
+{
+    QHash<Key, double> weights;
+    LmSqlQueryPtr query = prepare(sql);
+    if (!execBound(query, {user_id, STATUS_DELETED}))
+        return weights;
+    const int thisMonth = today.year() * 12 + today.month();
+    while (query->next()) {
+        const QString month = query->value(1).toString();
+        const int monthsAgo = std::max(0, thisMonth - (month.left(4).toInt() * 12 + month.mid(4, 2).toInt()));
+        weights[key(query->value(0))] += query->value(2).toDouble() * std::exp2(-monthsAgo / 6.0);
+    }
+    return weights;
+}
+
+} // namespace
+
+QHash<int, double> DiaryDB::foodUsage(int user_id, const QDate &today) const
+{
+    return usage<int>(QStringLiteral("SELECT ref_id, substr(date, 1, 6), COUNT(*) FROM food_") + _suffix +
+                          QStringLiteral(" WHERE user_id = ? AND status <> ? AND ref_id >= 0 "
+                                         "GROUP BY ref_id, substr(date, 1, 6)"),
+                      user_id, today, [](const QVariant &v) { return v.toInt(); });
+}
+
+QHash<QString, double> DiaryDB::exerciseUsage(int user_id, const QDate &today) const
+{
+    return usage<QString>(QStringLiteral("SELECT name, substr(date, 1, 6), COUNT(*) FROM exer_") + _suffix +
+                              QStringLiteral(" WHERE user_id = ? AND status <> ? GROUP BY name, substr(date, 1, 6)"),
+                          user_id, today, [](const QVariant &v) { return v.toString(); });
 }
 
 QMap<QString, DailyTotal> DiaryDB::getDailyTotals(int user_id, const QString &startDay, const QString &endDay,

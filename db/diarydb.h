@@ -11,6 +11,7 @@
 #include "model/dbtypes.h"
 
 #include <QDate>
+#include <QHash>
 #include <QMap>
 #include <QSet>
 #include <QString>
@@ -47,6 +48,10 @@ public:
     // EXERCISE (energy burned only). Burned energy is filled for 0 and EXERCISE.
     QMap<QString, DailyTotal> getDailyTotals(int user_id, const QString &startDate, const QString &endDate,
                                              int mealFilter) const;
+    // How much a profile eats each food (by ref_id) and does each exercise (by name): every live
+    // entry counts, halved for each six months it lies before today.
+    QHash<int, double> foodUsage(int user_id, const QDate &today) const;
+    QHash<QString, double> exerciseUsage(int user_id, const QDate &today) const;
     // After a successful publish to the "website" device.
     bool markPublished(int user_id) const;
 

@@ -67,6 +67,31 @@ QList<FoodServing> genericServings(char measureKind)
     return {}; // 'S': measured in its own servings only
 }
 
+ServingChoice preferredServing(const QList<FoodServing> &servings)
+{
+    const auto named = [&servings](const QString &start) {
+        return std::find_if(servings.cbegin(), servings.cend(), [&start](const FoodServing &s) {
+            return s.id >= 0 && s.name.startsWith(start, Qt::CaseInsensitive);
+        });
+    };
+    for (const QString &start : {QStringLiteral("1 medium"), QStringLiteral("1 cup")}) {
+        if (const auto it = named(start); it != servings.cend())
+            return {it->id, 1.0f};
+    }
+    // The food's own servings keep the order the food database gives them (by size); its first
+    // measure is the one with the lowest id.
+    const FoodServing *own = nullptr;
+    for (const FoodServing &s : servings) {
+        if (s.id >= 0 && (!own || s.id < own->id))
+            own = &s;
+    }
+    if (own)
+        return {own->id, 1.0f};
+    if (!servings.isEmpty())
+        return {servings.constFirst().id, servings.constFirst().quantity == 1.0f ? 100.0f : 1.0f};
+    return {};
+}
+
 FoodDiaryItem::FoodDiaryItem(bool unknownNutrients)
 {
     _nutrients.fill(unknownNutrients ? kUnknownNutrient : 0.0f);

@@ -94,6 +94,15 @@ public:
 // millilitres and fluid ounces for 'V', none for any other kind.
 QList<FoodServing> genericServings(char measureKind);
 
+// The serving a person most likely means by "one" of a food: a medium piece, else a cup, else the
+// food's own first serving; a food measured only in grams or millilitres counts 100 of them.
+struct ServingChoice
+{
+    int servingId = 0;
+    float size = 1.0f;
+};
+ServingChoice preferredServing(const QList<FoodServing> &servings);
+
 class FoodDiaryItem
 {
 public:

@@ -174,23 +174,21 @@ void DynamicDB::rebuild()
     // the second time, so a damaged tree still builds.
     IndexEntries entries;
     IndexFlags flags;
-    QByteArray names;
-    const auto append = [&](quint32 id, QByteArray name, quint8 flag) {
+    QStringList names;
+    const auto append = [&](quint32 id, const QString &name, quint8 flag) {
         IndexEntry entry{};
         entry.id = id;
-        entry.nameOffset = quint32(names.size());
-        names += name.replace('\0', ' ');
-        names += '\0';
+        names.append(name);
         entries.push_back(entry);
         flags.push_back(flag);
     };
-    const QByteArray base(_tables.baseName);
-    append(0, "ROOT", FLAG_CATEGORY);
+    const QString base = QString::fromLatin1(_tables.baseName);
+    append(0, QStringLiteral("ROOT"), FLAG_CATEGORY);
     entries[0].value = 1;
     entries[0].extra = (_userId >= 0 ? 2u : 1u) << 16;
-    append(quint32(kSharedRootId), "Shared " + base, FLAG_CATEGORY);
+    append(quint32(kSharedRootId), QStringLiteral("Shared ") + base, FLAG_CATEGORY);
     if (_userId >= 0)
-        append(quint32(rootIdOf(_userId)), "My " + base, FLAG_CATEGORY);
+        append(quint32(rootIdOf(_userId)), QStringLiteral("My ") + base, FLAG_CATEGORY);
     QSet<quint32> seen = {quint32(kSharedRootId), quint32(rootIdOf(_userId))};
 
     const QString subcategories =
@@ -216,7 +214,7 @@ void DynamicDB::rebuild()
                     continue;
                 if (categories)
                     seen.insert(id);
-                append(id, query->value(1).toString().toLatin1(),
+                append(id, query->value(1).toString(),
                        categories ? FLAG_CATEGORY | FLAG_CUSTOM : FLAG_CUSTOM);
                 ++read;
             }
@@ -226,9 +224,7 @@ void DynamicDB::rebuild()
     }
     if (failed)
         qCWarning(lcStaticDb, "Dynamic DB couldn't execute query!");
-    IndexEntry end{};
-    end.nameOffset = quint32(names.size());
-    entries.push_back(end);
+    entries.push_back(IndexEntry{});
     flags.push_back(0);
     adopt(names, std::move(entries), std::move(flags));
     NotificationDispatcher::send(QStringLiteral("dynamicdb_reloaded_notification"));

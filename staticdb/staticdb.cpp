@@ -84,28 +84,48 @@ const std::array<uchar, 256> &latin1Lower()
     return table;
 }
 
+const std::array<uchar, 256> &identity()
+{
+    static const std::array<uchar, 256> table = [] {
+        std::array<uchar, 256> t;
+        for (int c = 0; c < 256; ++c)
+            t[size_t(c)] = uchar(c);
+        return t;
+    }();
+    return table;
+}
+
 // Case-insensitive substring test over 8-bit text with a skip table.
 class IndexedDB::Matcher
 {
 public:
-    Matcher(const QString &word, bool exclusion)
+    // utf8: the names are lower-case UTF-8, so the word is matched byte for byte in that form.
+    Matcher(const QString &word, bool exclusion, bool utf8)
         : exclusion(exclusion)
-        , _lower(latin1Lower())
+        , _lower(utf8 ? identity() : latin1Lower())
     {
-        const qsizetype m = word.size();
-        _reversed.resize(m);
-        for (qsizetype i = 0; i < m; ++i) {
-            const char16_t c = word.at(m - 1 - i).toLower().unicode();
-            _reversed[i] = char(c);
-            _impossible = _impossible || c > 255; // beyond Latin-1 never matches
+        if (utf8) {
+            _forward = word.toLower().toUtf8();
+        } else {
+            _forward.resize(word.size());
+            for (qsizetype i = 0; i < word.size(); ++i) {
+                const char16_t c = word.at(i).toLower().unicode();
+                _forward[i] = char(c);
+                _impossible = _impossible || c > 255; // beyond Latin-1 never matches
+            }
         }
-        _forward = _reversed;
-        std::reverse(_forward.begin(), _forward.end());
+        const qsizetype m = _forward.size();
+        _reversed = _forward;
+        std::reverse(_reversed.begin(), _reversed.end());
         _anchorB = std::max<qsizetype>(m - 1, 0);
         _skip.fill(quint32(m));
         for (qsizetype i = 0; i < m; ++i) {
-            const QChar c = word.at(i);
             const quint32 shift = quint32(std::max<qsizetype>(m - 1 - i, 1));
+            if (utf8) {
+                _skip[uchar(_forward.at(i))] = shift;
+                continue;
+            }
+            const QChar c = word.at(i);
             for (const char16_t form : {c.toLower().unicode(), c.toUpper().unicode()}) {
                 if (form <= 255)
                     _skip[form] = shift;
@@ -253,6 +273,7 @@ bool IndexedDB::index(const uchar *base, qint64 size, quint32 chunkId, bool *mis
     _flags.clear();
     _categories.clear();
     _ownedNames.clear();
+    _texts.clear();
     _base = base;
     _size = 0;
     // Offsets in the index are 32-bit.
@@ -381,13 +402,23 @@ void IndexedDB::clearIndex()
     _flags = IndexFlags();
     _categories = std::vector<quint32>();
     _ownedNames.clear();
+    _texts.clear();
     _base = nullptr;
     _size = 0;
 }
 
-void IndexedDB::adopt(QByteArray names, IndexEntries entries, IndexFlags flags)
+void IndexedDB::adopt(const QStringList &texts, IndexEntries entries, IndexFlags flags)
 {
-    LM_ASSERT(!entries.empty() && entries.size() == flags.size());
+    LM_ASSERT(!entries.empty() && entries.size() == flags.size() && size_t(texts.size()) + 1 == entries.size());
+    QByteArray names;
+    for (size_t i = 0; i < entries.size(); ++i) {
+        entries[i].nameOffset = quint32(names.size());
+        if (i + 1 < entries.size()) {
+            names += texts.at(qsizetype(i)).toLower().toUtf8().replace('\0', ' ');
+            names += '\0';
+        }
+    }
+    _texts = texts;
     _ownedNames = std::move(names);
     _base = reinterpret_cast<const uchar *>(_ownedNames.constData());
     _size = quint64(_ownedNames.size());
@@ -405,6 +436,14 @@ void IndexedDB::adopt(QByteArray names, IndexEntries entries, IndexFlags flags)
 QByteArray IndexedDB::nameBytes(const IndexEntry *entry) const
 {
     return QByteArray(namePointer(entry), qsizetype(nameLength(entry)));
+}
+
+QString IndexedDB::nameText(const IndexEntry *entry) const
+{
+    const size_t i = size_t(entry - _entries.data());
+    if (!_texts.isEmpty())
+        return i < size_t(_texts.size()) ? _texts.at(qsizetype(i)) : QString();
+    return QString::fromLatin1(nameBytes(entry));
 }
 
 QByteArrayView IndexedDB::payload(const IndexEntry *entry) const
@@ -657,7 +696,7 @@ bool IndexedDB::search(const QString &query, bool suppress, quint8 requiredFlags
         const QString text = exclusion ? w.mid(1) : w;
         (exclusion ? q.exclusion : q.inclusion) |= 1u << q.matchers.size();
         longest = std::max(longest, text.size());
-        q.matchers.emplace_back(text, exclusion);
+        q.matchers.emplace_back(text, exclusion, !_texts.isEmpty());
     }
     if (longest < 3)
         return false;

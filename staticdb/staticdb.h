@@ -15,6 +15,7 @@
 #include <QByteArrayView>
 #include <QHash>
 #include <QString>
+#include <QStringList>
 
 #include <memory>
 #include <vector>
@@ -129,8 +130,9 @@ public:
         return reinterpret_cast<const char *>(_base + entry->nameOffset);
     }
     quint32 nameLength(const IndexEntry *entry) const { return entry[1].nameOffset - entry->nameOffset - 1; }
+    // The bytes searched: Latin-1 in the file; in an index built in memory, lower-case UTF-8.
     QByteArray nameBytes(const IndexEntry *entry) const;
-    QString nameText(const IndexEntry *entry) const { return QString::fromLatin1(nameBytes(entry)); }
+    QString nameText(const IndexEntry *entry) const;
     // A leaf's payload: the bytes from its start to the end of the file (empty for categories and
     // records without one).
     QByteArrayView payload(const IndexEntry *entry) const;
@@ -141,9 +143,10 @@ public:
 
 protected:
     void clearIndex();
-    // Takes over an index built in memory: names lie in names (record order, each terminated, the
-    // last entry an end record), categories have FLAG_CATEGORY set in flags.
-    void adopt(QByteArray names, IndexEntries entries, IndexFlags flags);
+    // Takes over an index built in memory: texts are the names in record order (the last entry
+    // an end record), categories have FLAG_CATEGORY set in flags. Names are searched in any
+    // script, without regard to case.
+    void adopt(const QStringList &texts, IndexEntries entries, IndexFlags flags);
 
 private:
     class Matcher;
@@ -157,7 +160,8 @@ private:
 
     const uchar *_base = nullptr;
     quint64 _size = 0;
-    QByteArray _ownedNames; // dynamic indexes
+    QByteArray _ownedNames; // dynamic indexes: the names lower-cased, as UTF-8
+    QStringList _texts;     // and as they are written
     IndexEntries _entries;
     IndexFlags _flags;
     std::vector<quint32> _categories; // indexes of the category records, by id

@@ -80,8 +80,6 @@ private slots:
     void tabOrderFollowsTheEye();
     void publishFromTheWindow();
     void metricsAndUpdateCheckAfterStart();
-    void ranking_data();
-    void ranking();
     void secondStartWakesFirst();
     void conduitSwitchRequired();
     void updateCommandNeedsUpdates();
@@ -694,29 +692,6 @@ void TestDesktop::metricsAndUpdateCheckAfterStart()
     QTest::qWait(BackgroundServices::kUpdateCheckDelayMs + 500);
     QCOMPARE(sent(check), 1);
     QCOMPARE(sent(metrics), 2);
-}
-
-void TestDesktop::ranking_data()
-{
-    QTest::addColumn<QString>("query");
-    QTest::addColumn<QList<int>>("preferred");
-    QTest::addColumn<QList<int>>("order");
-    QTest::newRow("beginning with the word, then shorter") << "apple" << QList<int>{} << QList<int>{2, 1, 3};
-    QTest::newRow("favourites and recent first") << "apple" << QList<int>{3} << QList<int>{3, 2, 1};
-    QTest::newRow("only an exclusion word: shorter first") << "-pear" << QList<int>{} << QList<int>{2, 1, 3};
-}
-
-void TestDesktop::ranking()
-{
-    QFETCH(QString, query);
-    QFETCH(QList<int>, preferred);
-    const QList<Match> matches = {{1, QStringLiteral("Apples, raw, with skin")},
-                                  {2, QStringLiteral("Apple juice")},
-                                  {3, QStringLiteral("Babyfood, apple-banana juice")}};
-    QList<int> order;
-    for (const Match &m : rankMatches(matches, query, preferred))
-        order.append(m.id);
-    QTEST(order, "order");
 }
 
 void TestDesktop::secondStartWakesFirst()

@@ -12,6 +12,7 @@
 #include "model/unitdescriptor.h"
 #include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"
+#include "staticdb/itemsearch.h"
 #include "ui/customfooddialog.h"
 
 #include <QApplication>
@@ -52,7 +53,7 @@
 
 namespace {
 
-constexpr int kShownMatches = 200;
+constexpr int kShownMatches = 100;
 constexpr int kCategoryRole = Qt::UserRole + 1;
 constexpr int kCustomRole = Qt::UserRole + 2;
 constexpr int kExerciseRole = Qt::UserRole + 3; // an exercise entry's id, in the day's tree
@@ -61,14 +62,6 @@ const QList<int> kDefaultColumns = {ENERGY, CARB, FAT, PROTEIN};
 QString number(double value)
 {
     return QLocale::c().toString(value, 'g', 6);
-}
-
-// Shown items of a database, in table order.
-template <typename Name> void collect(const IndexedDB &db, QList<Match> *out, Name name)
-{
-    std::unique_ptr<BrowsableDBIterator> it(db.all(FLAG_SHOWN, FLAG_CATEGORY));
-    while (const IndexEntry *e = it->next())
-        out->append({int(e->id), name(e)});
 }
 
 // Quantity and serving of a food entry, edited where they stand. The change goes to the diary
@@ -223,25 +216,6 @@ private:
 
 } // namespace
 
-QList<Match> rankMatches(QList<Match> matches, const QString &query, const QList<int> &preferred)
-{
-    QStringList words;
-    for (const QString &word : query.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
-        if (!word.startsWith(QLatin1Char('-')))
-            words.append(word);
-    }
-    const auto key = [&](const Match &m) {
-        const qsizetype rank = preferred.indexOf(m.id);
-        const bool begins = std::any_of(words.cbegin(), words.cend(), [&m](const QString &w) {
-            return m.name.startsWith(w, Qt::CaseInsensitive);
-        });
-        return std::make_tuple(rank < 0 ? qsizetype(preferred.size()) : rank, begins ? 0 : 1, m.name.size());
-    };
-    std::stable_sort(matches.begin(), matches.end(),
-                     [&key](const Match &a, const Match &b) { return key(a) < key(b); });
-    return matches;
-}
-
 DiaryView::DiaryView(QWidget *parent)
     : QWidget(parent)
     , _date(QDate::currentDate())
@@ -390,6 +364,10 @@ DiaryView::DiaryView(QWidget *parent)
     connect(_query, &QLineEdit::textChanged, this, &DiaryView::search);
     _matches = new QListWidget(this);
     _matches->setObjectName(QStringLiteral("matches"));
+    _searchNote = new QLabel(this);
+    _searchNote->setObjectName(QStringLiteral("searchNote"));
+    _searchNote->setWordWrap(true);
+    _searchNote->hide();
     connect(_matches, &QListWidget::currentItemChanged, this,
             [this](QListWidgetItem *item) { select(item ? item->data(Qt::UserRole).toInt() : -1); });
     connect(_matches, &QListWidget::itemActivated, this, [this] { addSelectedFood(); });
@@ -425,6 +403,7 @@ DiaryView::DiaryView(QWidget *parent)
                            [this, type, id, favourite] {
                                favourite ? Favorites::remove(_userId, type, id)
                                          : Favorites::add(_userId, type, id);
+                               _history.reset();
                            });
         }
         menu.exec(_matches->viewport()->mapToGlobal(at));
@@ -472,6 +451,7 @@ DiaryView::DiaryView(QWidget *parent)
     browserLayout->setContentsMargins(0, 0, 0, 0);
     browserLayout->addWidget(_kind);
     browserLayout->addWidget(_query);
+    browserLayout->addWidget(_searchNote);
     browserLayout->addWidget(_views, 1);
     browserLayout->addLayout(form);
     browserLayout->addWidget(add);
@@ -515,11 +495,7 @@ void DiaryView::setUser(int user_id)
 {
     _userId = user_id;
     _foods = std::make_unique<FoodDB>(user_id);
-    _recent.clear();
-    for (const QString &id : LmSettings::readValue(QStringLiteral("profiles/%1/recentFoods").arg(user_id))
-                                 .toString()
-                                 .split(QLatin1Char(','), Qt::SkipEmptyParts))
-        _recent.append(id.toInt());
+    _history.reset();
     _exercises = std::make_unique<ExDB>(user_id);
     const UserSettings settings = UserDB::getSettings(user_id);
     UnitRegistry::instance().applyPreferences(settings.measurement_units, settings.energy_units);
@@ -587,6 +563,7 @@ void DiaryView::setDate(const QDate &date)
 
 void DiaryView::refresh()
 {
+    _history.reset(); // the diary may have changed
     _title->setText(DateConversion::longDayName(_date));
     _entries->clear();
     if (_userId < 0)
@@ -689,6 +666,7 @@ void DiaryView::markCalendar()
 void DiaryView::setBrowsing(int what)
 {
     _browsing = what;
+    _history.reset();
     const bool exercises = what == BrowseExercises;
     _meal->setEnabled(!exercises);
     _serving->setEnabled(what == BrowseFoods);
@@ -729,6 +707,7 @@ int DiaryView::saveMeal(int meal, const QString &name)
 void DiaryView::search(const QString &query)
 {
     _matches->clear();
+    _searchNote->hide();
     select(-1);
     // The tree follows the search once the words are long enough.
     const QScopeGuard tree([this] { populateTree(); });
@@ -745,43 +724,42 @@ void DiaryView::search(const QString &query)
             _matches->setCurrentRow(0);
         return;
     }
-    // Reference items and the profile's own, best first.
-    const auto searchBoth = [&](IndexedDB &reference, IndexedDB &custom, const auto &customName,
-                                const QList<int> &preferred) {
-        if (!reference.search(query, false, 0)) {
-            // Words too short: nothing to rank, and the tree shows everything.
-            reference.reset();
-            custom.reset();
-            return;
-        }
-        custom.search(query, false, 0);
-        QList<Match> found;
-        collect(reference, &found, [&reference](const IndexEntry *e) { return reference.nameText(e); });
-        collect(custom, &found, customName);
-        const QList<Match> ranked = rankMatches(found, query, preferred);
-        for (qsizetype i = 0; i < ranked.size() && i < kShownMatches; ++i)
-            (new QListWidgetItem(ranked.at(i).name, _matches))->setData(Qt::UserRole, ranked.at(i).id);
-        if (_matches->count() > 0)
-            _matches->setCurrentRow(0);
-    };
+    // Reference items and the profile's own, best first, with what one of each brings.
     if (!_foods || !_foods->staticDB() || !_exercises->staticDB())
         return;
-    if (_browsing == BrowseExercises) {
-        ExDBDynamic &custom = *_exercises->dynamicDB();
-        searchBoth(
-            *_exercises->staticDB(), custom,
-            [&custom](const IndexEntry *e) {
-                Exercise exercise;
-                custom.exercise(int(e->id), &exercise);
-                return exercise.name;
-            },
-            Favorites::list(_userId, Favorites::EXERCISES));
-        return;
+    const bool exercises = _browsing == BrowseExercises;
+    if (!_history)
+        _history = loadSearchHistory(_userId, exercises);
+    const ItemSearchResult result =
+        exercises ? searchItems(*_exercises->staticDB(), *_exercises->dynamicDB(), query, *_history, kShownMatches)
+                  : searchItems(*_foods->staticDB(), *_foods->dynamicDB(), query, *_history, kShownMatches);
+    std::optional<double> weight;
+    for (const FoundItem &found : result.items) {
+        ItemEnergy energy;
+        if (exercises) {
+            if (!weight) {
+                const auto latest = UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"),
+                                                      _userId, DateConversion::fromQDate(_date), -1);
+                weight = latest ? latest->first : 0.0;
+            }
+            Exercise exercise;
+            _exercises->exercise(found.id, &exercise);
+            energy = exerciseEnergy(exercise.scale, *weight);
+        } else {
+            energy = foodEnergy(found.id);
+        }
+        const QString text = describeEnergy(energy);
+        auto *item = new QListWidgetItem(text.isEmpty() ? found.name : found.name + QStringLiteral(" \u2014 ") + text,
+                                         _matches);
+        item->setData(Qt::UserRole, found.id);
     }
-    FoodDBDynamic &custom = *_foods->dynamicDB();
-    searchBoth(
-        *_foods->staticDB(), custom, [&custom](const IndexEntry *e) { return custom.name(int(e->id)); },
-        Favorites::list(_userId, Favorites::FOODS) + _recent);
+    if (_matches->count() > 0)
+        _matches->setCurrentRow(0);
+    const QString note = result.searched && result.items.isEmpty()
+                             ? tr("No matches for \"%1\"").arg(query.trimmed())
+                             : result.closeMatchNote(query.trimmed());
+    _searchNote->setText(note);
+    _searchNote->setVisible(!note.isEmpty());
 }
 
 bool DiaryView::eventFilter(QObject *watched, QEvent *event)
@@ -1111,8 +1089,11 @@ void DiaryView::updateServings()
         return;
     FoodDiaryItem item;
     item.changeFood(_selectedId);
-    for (const FoodServing &serving : item.getServings())
+    const QList<FoodServing> servings = item.getServings();
+    for (const FoodServing &serving : servings)
         _serving->addItem(serving.name, serving.id);
+    // The serving the matches list counts in.
+    _serving->setCurrentIndex(std::max(0, _serving->findData(preferredServing(servings).servingId)));
 }
 
 bool DiaryView::addSelectedFood()
@@ -1168,15 +1149,6 @@ bool DiaryView::addSelectedFood()
     item.meal = _meal->currentData().toInt();
     if (!written(DiaryDB().addFoodEntry(item)))
         return false;
-    _recent.removeAll(id);
-    _recent.prepend(id);
-    while (_recent.size() > 30)
-        _recent.removeLast();
-    QStringList recent;
-    for (const int r : std::as_const(_recent))
-        recent.append(QString::number(r));
-    LmSettings::writeValue(QStringLiteral("profiles/%1/recentFoods").arg(_userId),
-                           recent.join(QLatin1Char(',')));
     const int added = item.food_id;
     rememberUndo([added] { DiaryDB().removeFoodEntry(added); });
     refresh();

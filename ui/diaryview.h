@@ -6,12 +6,14 @@
 
 #include "model/dbtypes.h"
 #include "staticdb/dynamicdb.h"
+#include "staticdb/searchranking.h"
 
 #include <QDate>
 #include <QWidget>
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 class ExDB;
 class FoodDB;
@@ -22,16 +24,6 @@ class QLineEdit;
 class QListWidget;
 class QSpinBox;
 class QTreeWidget;
-
-struct Match
-{
-    int id;
-    QString name;
-};
-
-// Matches as people look for plain foods: favourites and recently used items first, then names
-// that begin with a query word, then shorter names; ties keep their order.
-QList<Match> rankMatches(QList<Match> matches, const QString &query, const QList<int> &preferred);
 
 class DiaryView : public QWidget
 {
@@ -128,7 +120,9 @@ private:
     std::unique_ptr<FoodDB> _foods;
     std::unique_ptr<ExDB> _exercises;
     int _browsing = BrowseFoods;
-    QList<int> _recent;
+    // What the profile eats and does, for the order of the matches; read again when the diary
+    // or the favourites change.
+    std::optional<SearchHistory> _history;
     std::function<void()> _undo;
     QList<int> _columns;
     QWidget *_panel;
@@ -142,6 +136,7 @@ private:
     QComboBox *_kind;
     QLineEdit *_query;
     QListWidget *_matches;
+    QLabel *_searchNote;
     class QTabWidget *_views;
     QTreeWidget *_tree;
     int _selectedId = -1;

@@ -1,0 +1,248 @@
+#include "staticdb/itemsearch.h"
+
+#include "db/diarydb.h"
+#include "model/dbtypes.h"
+#include "model/unitdescriptor.h"
+#include "staticdb/dynamicdb.h"
+#include "staticdb/fooddb.h"
+
+#include <QCoreApplication>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+namespace {
+
+// Every item below a category in tree order, depth first with a stack of our own (a file decides
+// how deep its categories nest). visit(entry, top, path): top is the category right below the
+// start, path the folded names of the searchable categories above the item.
+template <typename Visit>
+void walkTree(const IndexedDB &db, quint32 start, quint8 on, const Visit &visit)
+{
+    struct Level
+    {
+        std::unique_ptr<BrowsableDBIterator> items;
+        const IndexEntry *top;
+        qsizetype pathSize;
+    };
+    std::vector<Level> levels;
+    QByteArray path;
+    if (BrowsableDBIterator *first = db.children(start, on, 0))
+        levels.push_back({std::unique_ptr<BrowsableDBIterator>(first), nullptr, 0});
+    while (!levels.empty()) {
+        Level &level = levels.back();
+        const IndexEntry *e = level.items->next();
+        if (!e) {
+            path.truncate(level.pathSize);
+            levels.pop_back();
+            continue;
+        }
+        const IndexEntry *top = level.top ? level.top : e;
+        if (!db.isCategory(e)) {
+            visit(e, top, path);
+            continue;
+        }
+        const qsizetype pathSize = path.size();
+        if (!(db.flags(e) & FLAG_NOT_SEARCHED))
+            path += foldText(db.nameText(e)) + ' ';
+        if (BrowsableDBIterator *children = db.children(e->id, on, 0))
+            levels.push_back({std::unique_ptr<BrowsableDBIterator>(children), top, pathSize});
+        else
+            path.truncate(pathSize);
+    }
+}
+
+struct Candidate
+{
+    const IndexedDB *db;
+    const IndexEntry *entry;
+    bool custom;
+    bool close;
+    SearchRanker::Key key;
+    qsizetype order;
+};
+
+// What a pass over the databases takes: the items the last word search showed, or with
+// everything every item that matches closely. Items already seen are left out; those taken are
+// added to seen. Close marks what the query's own word search did not find.
+struct Pass
+{
+    const SearchRanker &ranker;
+    const SearchHistory &history;
+    bool close;
+    bool everything;
+    bool rank;
+};
+
+void collect(IndexedDB &reference, DynamicDB &custom, const Pass &pass, QSet<const IndexEntry *> *seen,
+             std::vector<Candidate> *out)
+{
+    QByteArray folded;
+    QHash<const IndexEntry *, int> groups;
+    const auto visitor = [&](const IndexedDB &db, bool isCustom) {
+        return [&, isCustom](const IndexEntry *e, const IndexEntry *top, const QByteArray &path) {
+            if (seen->contains(e))
+                return;
+            QString text;
+            QByteArray original;
+            if (isCustom) {
+                text = db.nameText(e);
+                folded = foldText(text);
+                original = text.toLatin1();
+            } else {
+                foldLatin1(db.namePointer(e), db.nameLength(e), &folded);
+                original = QByteArray::fromRawData(db.namePointer(e), db.nameLength(e));
+            }
+            if (pass.everything && !pass.ranker.matchesClosely(path + folded))
+                return;
+            seen->insert(e);
+            Candidate c{&db, e, isCustom, pass.close, {}, qsizetype(out->size())};
+            if (pass.rank) {
+                RankCandidate r;
+                r.folded = folded;
+                r.original = original;
+                if (isCustom) {
+                    r.group = 1; // the profile's own: no group to weigh
+                } else if (const auto group = groups.constFind(top); group != groups.cend()) {
+                    r.group = *group;
+                } else {
+                    r.group = pass.ranker.groupScore(foldText(db.nameText(top)));
+                    groups.insert(top, r.group);
+                }
+                r.favourite = pass.history.favourites.contains(int(e->id));
+                r.usage = pass.history.byId.value(int(e->id));
+                if (!pass.history.byName.isEmpty())
+                    r.usage += pass.history.byName.value(isCustom ? text : db.nameText(e));
+                c.key = pass.ranker.key(r);
+            }
+            out->push_back(c);
+        };
+    };
+    const quint8 on = pass.everything ? 0 : FLAG_SHOWN;
+    walkTree(reference, reference.rootId(), on, visitor(reference, false));
+    for (const int root : {DynamicDB::rootIdOf(custom.userId()), kSharedRootId}) {
+        if (custom.lookup(quint32(root), true))
+            walkTree(custom, quint32(root), on, visitor(custom, true));
+    }
+}
+
+// The best first (or all in their order), at most limit.
+void keepBest(std::vector<Candidate> *candidates, qsizetype limit, bool rank)
+{
+    const auto better = [](const Candidate &a, const Candidate &b) {
+        return a.key != b.key ? a.key < b.key : a.order < b.order;
+    };
+    const size_t keep = size_t(std::min<qsizetype>(limit, qsizetype(candidates->size())));
+    if (rank)
+        std::partial_sort(candidates->begin(), candidates->begin() + qsizetype(keep), candidates->end(), better);
+    candidates->resize(keep);
+}
+
+} // namespace
+
+QString ItemSearchResult::closeMatchNote(const QString &query) const
+{
+    if (close == 0)
+        return QString();
+    if (exact == 0)
+        return QCoreApplication::translate("ItemSearch", "No exact matches; showing close matches for \"%1\"")
+            .arg(query);
+    return QCoreApplication::translate("ItemSearch", "Also showing close matches for \"%1\"").arg(query);
+}
+
+ItemSearchResult searchItems(IndexedDB &reference, DynamicDB &custom, const QString &query,
+                             const SearchHistory &history, qsizetype limit, SearchOrder order)
+{
+    ItemSearchResult result;
+    result.searched = reference.search(query, false, 0);
+    if (!result.searched) {
+        reference.reset();
+        custom.reset();
+        return result;
+    }
+    custom.search(query, false, 0);
+    const bool rank = order == SearchOrder::Ranked;
+    const SearchRanker strict(query);
+    const SearchRanker tolerant(query, true);
+    std::vector<Candidate> found;
+    QSet<const IndexEntry *> seen;
+    collect(reference, custom, {strict, history, false, false, rank}, &seen, &found);
+    result.exact = qsizetype(found.size());
+
+    // Few names that are the thing asked for: the other forms of its words may name it
+    // ("blueberry" finds "Blueberries, raw"), found by the word search as quickly.
+    const auto exactThings = std::count_if(found.cbegin(), found.cend(), [](const Candidate &c) {
+        return SearchRanker::isExactThing(c.key);
+    });
+    if (rank && exactThings < kFewMatches) {
+        const QStringList forms = otherFormQueries(query);
+        for (const QString &form : forms) {
+            reference.search(form, false, 0);
+            custom.search(form, false, 0);
+            collect(reference, custom, {tolerant, history, true, false, rank}, &seen, &found);
+        }
+        if (!forms.isEmpty()) {
+            // The flags go back to the query's own matches, for the tree drawn from them.
+            reference.search(query, false, 0);
+            custom.search(query, false, 0);
+        }
+    }
+    // Few matches at all: every item, forgiving a typo or an accent.
+    if (result.exact < kFewMatches)
+        collect(reference, custom, {tolerant, history, true, true, rank}, &seen, &found);
+    result.close = qsizetype(found.size()) - result.exact;
+    keepBest(&found, limit, rank);
+    for (const Candidate &c : found)
+        result.items.append({int(c.entry->id), c.db->nameText(c.entry), c.custom, c.close});
+    return result;
+}
+
+SearchHistory loadSearchHistory(int userId, bool exercises, const QDate &today)
+{
+    SearchHistory history;
+    for (const int id : Favorites::list(userId, exercises ? Favorites::EXERCISES : Favorites::FOODS))
+        history.favourites.insert(id);
+    if (exercises)
+        history.byName = DiaryDB().exerciseUsage(userId, today);
+    else
+        history.byId = DiaryDB().foodUsage(userId, today);
+    return history;
+}
+
+ItemEnergy foodEnergy(int foodId)
+{
+    ItemEnergy energy;
+    FoodDiaryItem item;
+    item.changeFood(foodId);
+    const QList<FoodServing> servings = item.getServings();
+    const ServingChoice choice = preferredServing(servings);
+    const auto serving = std::find_if(servings.cbegin(), servings.cend(),
+                                      [&choice](const FoodServing &s) { return s.id == choice.servingId; });
+    if (serving == servings.cend())
+        return energy;
+    item.setServing(choice.servingId);
+    item.setSize(choice.size);
+    energy.per = choice.size == 1.0f ? serving->name
+                                     : QStringLiteral("%1 %2").arg(double(choice.size)).arg(serving->name);
+    energy.calories = double(item.getNutrient(ENERGY));
+    energy.known = isKnown(item.getNutrient(ENERGY));
+    return energy;
+}
+
+ItemEnergy exerciseEnergy(float burnRate, double weightKg)
+{
+    ItemEnergy energy;
+    energy.per = QCoreApplication::translate("ItemSearch", "hour");
+    energy.calories = double(burnRate) * weightKg * 60.0;
+    energy.known = weightKg > 0.0;
+    return energy;
+}
+
+QString describeEnergy(const ItemEnergy &energy)
+{
+    if (!energy.known)
+        return QString();
+    return QCoreApplication::translate("ItemSearch", "%1 per %2")
+        .arg(UnitRegistry::instance().getUnit(UNIT_ENERGY)->formatValueWithUnit(energy.calories), energy.per);
+}

@@ -1,0 +1,422 @@
+#include "staticdb/searchranking.h"
+
+#include "common/lmassert.h"
+
+#include <QFile>
+#include <QVarLengthArray>
+
+#include <algorithm>
+#include <limits>
+
+namespace {
+
+struct Token
+{
+    qsizetype begin;
+    qsizetype end;
+    int part;
+};
+using Tokens = QVarLengthArray<Token, 48>;
+
+bool isWordByte(uchar c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c >= 0x80 || c == '\'';
+}
+
+// Words of a folded text, with the comma-separated part each lies in.
+Tokens tokenize(QByteArrayView text)
+{
+    Tokens tokens;
+    int part = 0;
+    qsizetype begin = -1;
+    for (qsizetype i = 0; i <= text.size(); ++i) {
+        const uchar c = i < text.size() ? uchar(text[i]) : ' ';
+        if (isWordByte(c)) {
+            if (begin < 0)
+                begin = i;
+            continue;
+        }
+        if (begin >= 0)
+            tokens.append({begin, i, part});
+        begin = -1;
+        if (c == ',')
+            ++part;
+    }
+    return tokens;
+}
+
+QByteArrayView tokenText(QByteArrayView text, const Token &t)
+{
+    return text.sliced(t.begin, t.end - t.begin);
+}
+
+// "apple" and "apples", "peach" and "peaches", "berry" and "berries".
+bool samePlural(QByteArrayView a, QByteArrayView b)
+{
+    if (a == b)
+        return true;
+    const auto plural = [](QByteArrayView longer, QByteArrayView shorter) {
+        if (shorter.isEmpty() || !longer.startsWith(shorter.first(shorter.size() - 1)))
+            return false;
+        const QByteArrayView tail = longer.sliced(shorter.size() - 1);
+        const char last = shorter.back();
+        return (tail.size() == 2 && tail[0] == last && tail[1] == 's') ||
+               (tail.size() == 3 && tail[0] == last && tail.endsWith("es")) ||
+               (last == 'y' && tail == "ies");
+    };
+    return plural(a, b) || plural(b, a);
+}
+
+// At most one letter typed wrong, left out, added, or two letters swapped.
+bool withinOneEdit(QByteArrayView a, QByteArrayView b)
+{
+    if (a.size() > b.size())
+        std::swap(a, b);
+    if (b.size() - a.size() > 1)
+        return false;
+    qsizetype i = 0;
+    while (i < a.size() && a[i] == b[i])
+        ++i;
+    if (i == a.size())
+        return true;
+    if (a.size() == b.size()) {
+        if (a.sliced(i + 1) == b.sliced(i + 1))
+            return true;
+        return i + 1 < a.size() && a[i] == b[i + 1] && a[i + 1] == b[i] && a.sliced(i + 2) == b.sliced(i + 2);
+    }
+    return a.sliced(i) == b.sliced(i + 1);
+}
+
+// A word one typo away from a word of a name, or from its beginning.
+bool closeToToken(QByteArrayView word, QByteArrayView token)
+{
+    if (withinOneEdit(word, token))
+        return true;
+    for (qsizetype k = word.size() - 1; k <= word.size() + 1; ++k) {
+        if (k < token.size() && withinOneEdit(word, token.first(k)))
+            return true;
+    }
+    return false;
+}
+
+// Folded forms of the Latin-1 characters.
+const std::array<QByteArray, 256> &latin1Folds()
+{
+    static const std::array<QByteArray, 256> table = [] {
+        std::array<QByteArray, 256> t;
+        for (int c = 0; c < 256; ++c)
+            t[size_t(c)] = foldText(QString(QChar(c)));
+        return t;
+    }();
+    return table;
+}
+
+bool isUpper(uchar c)
+{
+    return (c >= 'A' && c <= 'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7);
+}
+
+bool isLower(uchar c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 0xDF && c != 0xF7);
+}
+
+// A word in capitals ("McDONALD'S", "QUAKER") in the first parts of a name, as brands are.
+bool brandIn(QByteArrayView original, int parts)
+{
+    int part = 0;
+    int upper = 0;
+    int lower = 0;
+    for (qsizetype i = 0; i <= original.size() && part < parts; ++i) {
+        const uchar c = i < original.size() ? uchar(original[i]) : ' ';
+        if (isUpper(c) || isLower(c) || c == '\'') {
+            upper += isUpper(c);
+            lower += isLower(c);
+            continue;
+        }
+        if (upper >= 3 && upper * 4 >= (upper + lower) * 3)
+            return true;
+        upper = lower = 0;
+        part += c == ',';
+    }
+    return false;
+}
+
+QByteArray trimmed(QByteArrayView text)
+{
+    return text.trimmed().toByteArray();
+}
+
+} // namespace
+
+SearchWords SearchWords::parse(const QByteArray &text)
+{
+    SearchWords lists;
+    QByteArray section;
+    for (QByteArray line : text.split('\n')) {
+        if (const qsizetype hash = line.indexOf('#'); hash >= 0)
+            line.truncate(hash);
+        line = line.trimmed().toLower();
+        if (line.isEmpty())
+            continue;
+        if (line.startsWith('[') && line.endsWith(']')) {
+            section = line.mid(1, line.size() - 2);
+            continue;
+        }
+        if (section == "same") {
+            const QList<QByteArray> words = line.simplified().split(' ');
+            for (const QByteArray &word : words) {
+                for (const QByteArray &other : words) {
+                    if (other != word && !lists.same[word].contains(other))
+                        lists.same[word].append(other);
+                }
+            }
+        } else if (section == "plain") {
+            lists.plain.insert(line);
+        } else if (section == "processed") {
+            lists.processed.insert(line);
+        } else if (section == "classes") {
+            lists.classes.insert(line);
+        } else if (section == "lowered groups") {
+            lists.loweredGroups.insert(line);
+        } else if (section == "group stop words") {
+            lists.groupStopWords.insert(line);
+        }
+    }
+    return lists;
+}
+
+const SearchWords &SearchWords::instance()
+{
+    static const SearchWords lists = [] {
+        QFile file(QStringLiteral(":/tarnwell/searchwords.txt"));
+        const bool opened = file.open(QIODevice::ReadOnly);
+        LM_ASSERT(opened);
+        return parse(file.readAll());
+    }();
+    return lists;
+}
+
+QStringList splitSearchWords(const QString &query)
+{
+    QStringList words;
+    QString word;
+    for (const QChar c : query + QLatin1Char(' ')) {
+        if (!c.isSpace()) {
+            word += c;
+        } else if (!word.isEmpty()) {
+            words.append(word);
+            word.clear();
+        }
+    }
+    return words;
+}
+
+QByteArray foldText(const QString &text)
+{
+    QString folded;
+    folded.reserve(text.size());
+    for (const QChar c : text.normalized(QString::NormalizationForm_KD)) {
+        if (c.category() != QChar::Mark_NonSpacing)
+            folded += c.toLower();
+    }
+    return folded.toUtf8();
+}
+
+void foldLatin1(const char *text, qsizetype length, QByteArray *out)
+{
+    out->clear();
+    const auto &folds = latin1Folds();
+    for (qsizetype i = 0; i < length; ++i) {
+        const uchar c = uchar(text[i]);
+        if (c < 0x80)
+            out->append(char(c >= 'A' && c <= 'Z' ? c + 0x20 : c));
+        else
+            out->append(folds[c]);
+    }
+}
+
+QStringList otherFormQueries(const QString &query, const SearchWords &lists)
+{
+    const QStringList words = splitSearchWords(query);
+    QStringList queries;
+    for (qsizetype i = 0; i < words.size(); ++i) {
+        const QString &word = words.at(i);
+        if (word.startsWith(QLatin1Char('-')))
+            continue;
+        const QString lower = word.toLower();
+        QStringList forms;
+        if (lower.endsWith(QLatin1Char('y')))
+            forms.append(lower.chopped(1) + QStringLiteral("ies"));
+        if (lower.endsWith(QLatin1String("ies")))
+            forms.append(lower.chopped(3) + QLatin1Char('y'));
+        else if (lower.endsWith(QLatin1String("es")))
+            forms.append(lower.chopped(2));
+        else if (lower.endsWith(QLatin1Char('s')) && !lower.endsWith(QLatin1String("ss")))
+            forms.append(lower.chopped(1));
+        const QByteArray folded = foldText(word);
+        for (auto it = lists.same.cbegin(); it != lists.same.cend(); ++it) {
+            if (samePlural(it.key(), folded)) {
+                for (const QByteArray &other : it.value())
+                    forms.append(QString::fromUtf8(other));
+            }
+        }
+        for (const QString &form : std::as_const(forms)) {
+            if (form.size() < 3 || form == lower)
+                continue;
+            QStringList replaced = words;
+            replaced[i] = form;
+            const QString formQuery = replaced.join(QLatin1Char(' '));
+            if (!queries.contains(formQuery))
+                queries.append(formQuery);
+        }
+    }
+    return queries;
+}
+
+SearchRanker::SearchRanker(const QString &query, bool tolerant, const SearchWords &lists)
+    : _lists(lists)
+    , _tolerant(tolerant)
+{
+    for (const QString &word : splitSearchWords(query)) {
+        if (word.startsWith(QLatin1Char('-'))) {
+            if (word.size() > 1)
+                _excluded.append(foldText(word.mid(1)));
+            continue;
+        }
+        Word w{foldText(word), {}};
+        // The sets name words in the singular and the plural forms they are typed in.
+        for (auto it = lists.same.cbegin(); it != lists.same.cend(); ++it) {
+            if (samePlural(it.key(), w.text))
+                w.same += it.value();
+        }
+        _words.append(w);
+    }
+}
+
+bool SearchRanker::sameWord(const Word &word, QByteArrayView token) const
+{
+    if (samePlural(word.text, token))
+        return true;
+    for (const QByteArray &other : word.same) {
+        if (samePlural(other, token))
+            return true;
+    }
+    return _tolerant && word.text.size() >= 5 && closeToToken(word.text, token);
+}
+
+int SearchRanker::groupScore(QByteArrayView foldedGroup) const
+{
+    const Tokens tokens = tokenize(foldedGroup);
+    for (const Word &word : _words) {
+        for (const Token &t : tokens) {
+            const QByteArrayView text = tokenText(foldedGroup, t);
+            if (!_lists.groupStopWords.contains(text.toByteArray()) && sameWord(word, text))
+                return 0;
+        }
+    }
+    return _lists.loweredGroups.contains(trimmed(foldedGroup)) ? 2 : 1;
+}
+
+SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
+{
+    const QByteArrayView name = c.folded;
+    const Tokens tokens = tokenize(name);
+    const qsizetype comma = name.indexOf(',');
+    const bool classFirst = comma > 0 && _lists.classes.contains(trimmed(name.first(comma)));
+    const int thingParts = classFirst ? 2 : 1;
+
+    QVarLengthArray<bool, 48> used(tokens.size(), false);
+    int missingWhole = 0;
+    int outsideThing = 0;
+    int inFirstPart = 0;
+    for (const Word &word : _words) {
+        // A word of the thing is the better occurrence when a name holds it twice.
+        qsizetype found = -1;
+        for (qsizetype i = 0; i < tokens.size(); ++i) {
+            if (sameWord(word, tokenText(name, tokens[i])) && (found < 0 || tokens[i].part < thingParts)) {
+                found = i;
+                if (tokens[i].part < thingParts)
+                    break;
+            }
+        }
+        if (found >= 0) {
+            used[found] = true;
+            const int part = tokens[found].part;
+            outsideThing += part >= thingParts;
+            inFirstPart += part == 0;
+            continue;
+        }
+        ++missingWhole;
+        const qsizetype at = name.indexOf(word.text);
+        const int part = at < 0 ? thingParts : int(name.first(at).count(','));
+        outsideThing += part >= thingParts;
+        inFirstPart += part == 0;
+    }
+    // The thing is exactly the query: every word in the parts, and nothing else there.
+    const auto exactParts = [&](int first, int last) {
+        qsizetype words = 0;
+        qsizetype found = 0;
+        for (qsizetype i = 0; i < tokens.size(); ++i) {
+            if (tokens[i].part >= first && tokens[i].part <= last) {
+                ++words;
+                found += used[i];
+            }
+        }
+        return missingWhole == 0 && found == _words.size() && words == _words.size();
+    };
+    const int thing = thingParts - 1;
+    const bool exact = !_words.isEmpty() && (exactParts(0, 0) || exactParts(thing, thing) ||
+                                             exactParts(0, thing + 1) || exactParts(thing, thing + 1));
+
+    // A plain word right after the thing names its main form ("Milk, whole"); later, one form
+    // among others ("Milk, dry, whole").
+    int plain = 0;
+    int plainForm = 2;
+    int processed = 0;
+    for (qsizetype i = 0; i < tokens.size(); ++i) {
+        if (used[i])
+            continue;
+        const QByteArray text = tokenText(name, tokens[i]).toByteArray();
+        if (_lists.plain.contains(text)) {
+            ++plain;
+            plainForm = std::min(plainForm, tokens[i].part == thingParts ? 0 : 1);
+        }
+        processed += _lists.processed.contains(text);
+    }
+    const int extra = int(tokens.size()) - (int(_words.size()) - missingWhole);
+    const bool brand = inFirstPart == 0 && brandIn(c.original, thingParts);
+    const int group = c.group == 0 ? 0 : (c.group == 2 || brand) ? 2 : 1;
+    const int tier = missingWhole > 0 ? 2 : c.favourite ? 0 : c.usage > 0 ? 1 : 2;
+    const qint32 usage =
+        tier < 2 ? -qint32(std::min(c.usage, double(std::numeric_limits<qint32>::max() / 1000)) * 1000) : 0;
+    return {tier,  usage,     missingWhole, exact ? 0 : 1, group,        outsideThing,
+            plainForm, processed, extra,        -plain,        qint32(name.size())};
+}
+
+bool SearchRanker::occursClosely(const Word &word, QByteArrayView folded) const
+{
+    if (folded.contains(word.text))
+        return true;
+    for (const QByteArray &other : word.same) {
+        if (folded.contains(other))
+            return true;
+    }
+    if (word.text.size() < 5)
+        return false;
+    const Tokens tokens = tokenize(folded);
+    return std::any_of(tokens.cbegin(), tokens.cend(),
+                       [&](const Token &t) { return closeToToken(word.text, tokenText(folded, t)); });
+}
+
+bool SearchRanker::matchesClosely(QByteArrayView folded) const
+{
+    if (_words.isEmpty())
+        return false;
+    for (const QByteArray &excluded : _excluded) {
+        if (folded.contains(excluded))
+            return false;
+    }
+    return std::all_of(_words.cbegin(), _words.cend(),
+                       [&](const Word &word) { return occursClosely(word, folded); });
+}

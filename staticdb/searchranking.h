@@ -1,0 +1,113 @@
+#pragma once
+
+// The order in which people see the items a search matched. The word search decides what
+// matches; this decides what comes first, strongest rule first:
+//  1. What the profile eats: favourites, then the items it has logged, most used first. Only
+//     names that hold every word as a whole word ("oat" that is a goat does not count).
+//  2. Whole words over words found inside others: "salmon" is not "Salmonberries". A plural in
+//     -s, -es or -ies is the same word, and so are the words of a set in searchwords.txt
+//     ("yoghurt" and "yogurt", "cycling" and "bicycling").
+//  3. The thing itself over its preparation: a name whose first comma-separated part is
+//     exactly the query (or with the next part, its kind: "Rice, brown" for "brown rice") comes
+//     first, then names with more of the words in that part. After a class ("Beverages,
+//     coffee", "Fish, salmon") the thing is the part that follows.
+//  4. Groups: a group whose name holds a word of the query (the "Walking" activities for
+//     "walking") lifts its items; brand names (a word in capitals in the thing: "McDONALD'S",
+//     "Cereals, QUAKER") and the lowered groups ("Baby Foods", "Fast Foods", ...) fall unless
+//     the query names them. This weighs more than where in the thing the words are: "cola" is
+//     "Beverages, carbonated, cola" before "Beverages, The COCA-COLA company, ...".
+//  5. Plain forms: a plain word ("raw", "whole", "brewed", ...) right after the thing ("Milk,
+//     whole"), then one anywhere in the name; then fewer processed forms ("dried", "canned").
+//  6. Fewer words besides the query's, then more plain words, then shorter names; the rest keeps
+//     tree order.
+//
+// Close matches: when the word search finds little, a search that forgives one typo in a word
+// of five letters or more, accents, and the other spellings of a set finds what was meant.
+// Names are compared folded: lower case, without accents.
+
+#include <QByteArray>
+#include <QByteArrayView>
+#include <QHash>
+#include <QList>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+
+#include <array>
+
+// The word lists of the ranking, from searchwords.txt.
+struct SearchWords
+{
+    QHash<QByteArray, QList<QByteArray>> same; // a word -> the other words of its sets
+    QSet<QByteArray> plain;
+    QSet<QByteArray> processed;
+    QSet<QByteArray> classes;
+    QSet<QByteArray> loweredGroups;
+    QSet<QByteArray> groupStopWords;
+
+    static SearchWords parse(const QByteArray &text);
+    static const SearchWords &instance(); // the lists built into the program
+};
+
+// The words of a query as the word search splits them: at any white space.
+QStringList splitSearchWords(const QString &query);
+
+// Lower case without accents: ASCII where the text has a plain form, UTF-8 beyond.
+QByteArray foldText(const QString &text);
+// The same for a Latin-1 name, into out (replaced).
+void foldLatin1(const char *text, qsizetype length, QByteArray *out);
+// The queries that look for the other forms of a query's words: each word in turn replaced by
+// its singular or plural ("blueberry" and "blueberries") or by another word of its sets.
+QStringList otherFormQueries(const QString &query, const SearchWords &lists = SearchWords::instance());
+
+// What a profile does: its favourites and how much it uses each item (see DiaryDB's usage).
+struct SearchHistory
+{
+    QSet<int> favourites;
+    QHash<int, double> byId;
+    QHash<QString, double> byName; // exercises: the diary keeps their names only
+};
+
+// One match as the ranking sees it.
+struct RankCandidate
+{
+    QByteArrayView folded;   // the name
+    QByteArrayView original; // and as written, in Latin-1 as far as it goes: capitals tell brands
+    int group = 1;          // SearchRanker::groupScore of its top category
+    bool favourite = false;
+    double usage = 0.0;
+};
+
+class SearchRanker
+{
+public:
+    // Lower keys come first; equal keys keep the order of the candidates.
+    using Key = std::array<qint32, 11>;
+
+    // tolerant: words also match words one typo away, as close matches do.
+    explicit SearchRanker(const QString &query, bool tolerant = false, const SearchWords &lists = SearchWords::instance());
+
+    Key key(const RankCandidate &candidate) const;
+    // Rule 4 for a top category's folded name: 0 named by the query, 2 lowered, else 1.
+    // Whether a key is of a name whose thing is exactly the query.
+    static bool isExactThing(const Key &key) { return key[2] == 0 && key[3] == 0; }
+    int groupScore(QByteArrayView foldedGroup) const;
+    // Whether a folded text (an item's searchable path) matches closely: every word of the query
+    // (forgiving one typo in five letters or more, or in another spelling of its set), none of
+    // the excluded ones.
+    bool matchesClosely(QByteArrayView folded) const;
+
+private:
+    struct Word
+    {
+        QByteArray text;
+        QList<QByteArray> same;
+    };
+    bool sameWord(const Word &word, QByteArrayView token) const;
+    bool occursClosely(const Word &word, QByteArrayView folded) const;
+
+    const SearchWords &_lists;
+    QList<Word> _words;
+    QList<QByteArray> _excluded;
+    bool _tolerant;
+};
