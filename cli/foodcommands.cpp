@@ -102,7 +102,8 @@ QPair<int, QString> findSavedMeal(int userId, const QString &text)
 int search(Context &context, const QStringList &args)
 {
     const QString usage = QStringLiteral("search [--exercises] [--limit N] [--tree] WORDS...");
-    const Arguments a(args, {QStringLiteral("--limit")}, {QStringLiteral("--exercises"), QStringLiteral("--tree")});
+    const Arguments a(args, {QStringLiteral("--limit")},
+                      {QStringLiteral("--exercises"), QStringLiteral("--tree")});
     a.expectPositionals(1, 1000, usage);
     const QString query = a.positionals().join(QLatin1Char(' '));
     const QStringList words = splitSearchWords(query);
@@ -114,10 +115,10 @@ int search(Context &context, const QStringList &args)
     if (longest < 3)
         usageError(QStringLiteral("the longest search word needs at least 3 characters"));
     const bool tree = a.has(QStringLiteral("--tree"));
-    const int limit = a.has(QStringLiteral("--limit"))
-                          ? parseInteger(a.value(QStringLiteral("--limit")), QStringLiteral("--limit"), 1, 1000000)
-                          : tree ? 1000000
-                                 : 25;
+    const int limit = a.has(QStringLiteral("--limit")) ? parseInteger(a.value(QStringLiteral("--limit")),
+                                                                      QStringLiteral("--limit"), 1, 1000000)
+                      : tree                           ? 1000000
+                                                       : 25;
     const bool exercises = a.has(QStringLiteral("--exercises"));
 
     const Session session(context);
@@ -130,8 +131,8 @@ int search(Context &context, const QStringList &args)
     if (exercises) {
         ExDB db(userId);
         result = searchItems(*db.staticDB(), *db.dynamicDB(), query, history, limit, order);
-        const auto weight = UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"), userId,
-                                              DateConversion::fromQDate(QDate::currentDate()), -1);
+        const auto weight = UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"),
+                                              userId, DateConversion::fromQDate(QDate::currentDate()), -1);
         for (const FoundItem &item : std::as_const(result.items)) {
             Exercise found;
             db.exercise(item.id, &found);
@@ -154,7 +155,8 @@ int search(Context &context, const QStringList &args)
             const FoundItem &item = result.items.at(i);
             QJsonObject object{{QStringLiteral("id"), item.id},
                                {QStringLiteral("name"), item.name},
-                               {QStringLiteral("kind"), item.custom ? QStringLiteral("custom") : QStringLiteral("reference")}};
+                               {QStringLiteral("kind"),
+                                item.custom ? QStringLiteral("custom") : QStringLiteral("reference")}};
             if (energies.at(i).known) {
                 object.insert(QStringLiteral("serving"), energies.at(i).per);
                 object.insert(QStringLiteral("calories"), std::round(energies.at(i).calories * 10.0) / 10.0);
@@ -524,7 +526,8 @@ int removeEntry(Context &context, const QStringList &args)
             return diary.removeExerciseEntry(id);
         }
         const FoodDiaryItem entry = diary.getFoodEntry(id);
-        if (entry.food_id != id || entry.user_id != userId || entry.status != STATUS_LIVE || entry.date.isEmpty())
+        if (entry.food_id != id || entry.user_id != userId || entry.status != STATUS_LIVE ||
+            entry.date.isEmpty())
             usageError(QStringLiteral("no food entry %1").arg(id));
         return diary.removeFoodEntry(id);
     });

@@ -17,8 +17,7 @@ namespace {
 // Every item below a category in tree order, depth first with a stack of our own (a file decides
 // how deep its categories nest). visit(entry, top, path): top is the category right below the
 // start, path the folded names of the searchable categories above the item.
-template <typename Visit>
-void walkTree(const IndexedDB &db, quint32 start, quint8 on, const Visit &visit)
+template <typename Visit> void walkTree(const IndexedDB &db, quint32 start, quint8 on, const Visit &visit)
 {
     struct Level
     {
@@ -135,7 +134,8 @@ void keepBest(std::vector<Candidate> *candidates, qsizetype limit, bool rank)
     };
     const size_t keep = size_t(std::min<qsizetype>(limit, qsizetype(candidates->size())));
     if (rank)
-        std::partial_sort(candidates->begin(), candidates->begin() + qsizetype(keep), candidates->end(), better);
+        std::partial_sort(candidates->begin(), candidates->begin() + qsizetype(keep), candidates->end(),
+                          better);
     candidates->resize(keep);
 }
 
@@ -172,9 +172,8 @@ ItemSearchResult searchItems(IndexedDB &reference, DynamicDB &custom, const QStr
 
     // Few names that are the thing asked for: the other forms of its words may name it
     // ("blueberry" finds "Blueberries, raw"), found by the word search as quickly.
-    const auto exactThings = std::count_if(found.cbegin(), found.cend(), [](const Candidate &c) {
-        return SearchRanker::isExactThing(c.key);
-    });
+    const auto exactThings = std::count_if(
+        found.cbegin(), found.cend(), [](const Candidate &c) { return SearchRanker::isExactThing(c.key); });
     if (rank && exactThings < kFewMatches) {
         const QStringList forms = otherFormQueries(query);
         for (const QString &form : forms) {

@@ -61,8 +61,7 @@ bool samePlural(QByteArrayView a, QByteArrayView b)
         const QByteArrayView tail = longer.sliced(shorter.size() - 1);
         const char last = shorter.back();
         return (tail.size() == 2 && tail[0] == last && tail[1] == 's') ||
-               (tail.size() == 3 && tail[0] == last && tail.endsWith("es")) ||
-               (last == 'y' && tail == "ies");
+               (tail.size() == 3 && tail[0] == last && tail.endsWith("es")) || (last == 'y' && tail == "ies");
     };
     return plural(a, b) || plural(b, a);
 }
@@ -290,6 +289,7 @@ SearchRanker::SearchRanker(const QString &query, bool tolerant, const SearchWord
             if (samePlural(it.key(), w.text))
                 w.same += it.value();
         }
+        _namesForm = _namesForm || lists.plain.contains(w.text) || lists.processed.contains(w.text);
         _words.append(w);
     }
 }
@@ -374,7 +374,8 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     int plain = 0;
     int plainForm = 2;
     int processed = 0;
-    for (qsizetype i = 0; i < tokens.size(); ++i) {
+    // A form the query names itself ("apple raw", "dried apricots") settles the form.
+    for (qsizetype i = 0; i < tokens.size() && !_namesForm; ++i) {
         if (used[i])
             continue;
         const QByteArray text = tokenText(name, tokens[i]).toByteArray();
@@ -390,8 +391,8 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     const int tier = missingWhole > 0 ? 2 : c.favourite ? 0 : c.usage > 0 ? 1 : 2;
     const qint32 usage =
         tier < 2 ? -qint32(std::min(c.usage, double(std::numeric_limits<qint32>::max() / 1000)) * 1000) : 0;
-    return {tier,  usage,     missingWhole, exact ? 0 : 1, group,        outsideThing,
-            plainForm, processed, extra,        -plain,        qint32(name.size())};
+    return {tier,      usage, missingWhole, exact ? 0 : 1,      group, outsideThing, plainForm,
+            processed, extra, -plain,       qint32(name.size())};
 }
 
 bool SearchRanker::occursClosely(const Word &word, QByteArrayView folded) const

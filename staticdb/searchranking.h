@@ -73,7 +73,7 @@ struct RankCandidate
 {
     QByteArrayView folded;   // the name
     QByteArrayView original; // and as written, in Latin-1 as far as it goes: capitals tell brands
-    int group = 1;          // SearchRanker::groupScore of its top category
+    int group = 1;           // SearchRanker::groupScore of its top category
     bool favourite = false;
     double usage = 0.0;
 };
@@ -85,7 +85,8 @@ public:
     using Key = std::array<qint32, 11>;
 
     // tolerant: words also match words one typo away, as close matches do.
-    explicit SearchRanker(const QString &query, bool tolerant = false, const SearchWords &lists = SearchWords::instance());
+    explicit SearchRanker(const QString &query, bool tolerant = false,
+                          const SearchWords &lists = SearchWords::instance());
 
     Key key(const RankCandidate &candidate) const;
     // Rule 4 for a top category's folded name: 0 named by the query, 2 lowered, else 1.
@@ -110,4 +111,5 @@ private:
     QList<Word> _words;
     QList<QByteArray> _excluded;
     bool _tolerant;
+    bool _namesForm = false; // a word of the query is a plain or a processed form
 };

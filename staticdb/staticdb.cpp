@@ -409,7 +409,8 @@ void IndexedDB::clearIndex()
 
 void IndexedDB::adopt(const QStringList &texts, IndexEntries entries, IndexFlags flags)
 {
-    LM_ASSERT(!entries.empty() && entries.size() == flags.size() && size_t(texts.size()) + 1 == entries.size());
+    LM_ASSERT(!entries.empty() && entries.size() == flags.size() &&
+              size_t(texts.size()) + 1 == entries.size());
     QByteArray names;
     for (size_t i = 0; i < entries.size(); ++i) {
         entries[i].nameOffset = quint32(names.size());

@@ -6,12 +6,15 @@
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSqlDatabase>
 #include <QSqlQuery>
+
+using namespace Qt::StringLiterals;
 
 class TestCli : public QObject
 {
@@ -98,8 +101,8 @@ void TestCli::exitStatuses_data()
         << QStringList{QStringLiteral("brand-dump"), QStringLiteral("/nonexistent/brand.dat")} << 1 << none
         << QStringLiteral("tarnwell-cli: Cannot find /nonexistent/brand.dat\n");
     QTest::newRow("fatal error on one line")
-        << QStringList{QStringLiteral("--resourcedir"), QStringLiteral("/"), QStringLiteral("day")} << 70 << none
-        << QStringLiteral("tarnwell-cli: Cannot find /brand.dat\n");
+        << QStringList{QStringLiteral("--resourcedir"), QStringLiteral("/"), QStringLiteral("day")} << 70
+        << none << QStringLiteral("tarnwell-cli: Cannot find /brand.dat\n");
     QTest::newRow("missing resource folder")
         << QStringList{QStringLiteral("--resourcedir"), QStringLiteral("/nonexistent"),
                        QStringLiteral("brand-dump"), QStringLiteral("x")}
@@ -326,9 +329,10 @@ void TestCli::targetKeepsTheDaysValues()
     QCOMPARE(run({QStringLiteral("target"), QStringLiteral("2026-05-20"), QStringLiteral("--calories=1900")})
                  .status,
              0);
-    QCOMPARE(sql(QStringLiteral("SELECT target_calories || ' ' || target_carb || ' ' || IFNULL(target_fat, '-') "
-                                "FROM user_target WHERE date = '20260520'")),
-             QStringLiteral("1900 200 -"));
+    QCOMPARE(
+        sql(QStringLiteral("SELECT target_calories || ' ' || target_carb || ' ' || IFNULL(target_fat, '-') "
+                           "FROM user_target WHERE date = '20260520'")),
+        QStringLiteral("1900 200 -"));
 }
 
 void TestCli::foodsExercisesAndMeals()
@@ -341,11 +345,23 @@ void TestCli::foodsExercisesAndMeals()
     };
     const auto args = [](const char *text) { return QString::fromUtf8(text).split(QLatin1Char(' ')); };
 
-    // Real USDA foods, in tree order, each once.
-    QStringList apples = ok(args("search apple raw")).split(QLatin1Char('\n'));
-    QVERIFY2(apples.contains(QStringLiteral("9003\tApples, raw, with skin")), qPrintable(apples.join(u'|')));
-    QVERIFY(apples.contains(QStringLiteral("9004\tApples, raw, without skin")));
+    // Real USDA foods, the plain one first with the energy of its usual serving; in tree order
+    // with --tree, each once.
+    QVERIFY(ok(args("search apple raw"))
+                .startsWith(u"9003\tApples, raw, with skin\t95 cals per 1 medium (3\" dia)\n"_s));
+    QStringList apples = ok(args("search --tree apple raw")).split(QLatin1Char('\n'));
+    QVERIFY(apples.size() > 20);
+    QVERIFY(apples.constFirst().startsWith(u"9504\tApples, raw, fuji, with skin\t"_s));
+    QVERIFY(apples.contains(u"9003\tApples, raw, with skin\t95 cals per 1 medium (3\" dia)"_s));
     QCOMPARE(apples.removeDuplicates(), 0);
+    const QJsonArray best =
+        QJsonDocument::fromJson(ok(args("--json search --limit 1 apple")).toUtf8()).array();
+    QCOMPARE(best.size(), 1);
+    QCOMPARE(best.at(0).toObject(), (QJsonObject{{u"id"_s, 9003},
+                                                 {u"name"_s, u"Apples, raw, with skin"_s},
+                                                 {u"kind"_s, u"reference"_s},
+                                                 {u"serving"_s, u"1 medium (3\" dia)"_s},
+                                                 {u"calories"_s, 94.6}}));
     QVERIFY(!ok({QStringLiteral("search"), QStringLiteral("--"), QStringLiteral("apple"),
                  QStringLiteral("raw"), QStringLiteral("-skin")})
                  .contains(QLatin1String("skin")));
@@ -367,8 +383,8 @@ void TestCli::foodsExercisesAndMeals()
     QCOMPARE(ok(args("food-add --name Flapjack --serving bar --calories 250 --fat 12")),
              QStringLiteral("16777216"));
     QCOMPARE(ok(args("exercise-add --name Rowing --met 7 --shared")), QStringLiteral("16777216"));
-    QCOMPARE(ok(args("search flapjack")), QStringLiteral("16777216\tFlapjack"));
-    QVERIFY(ok(args("search --exercises rowing")).endsWith(QStringLiteral("\n16777216\tRowing")));
+    QCOMPARE(ok(args("search flapjack")), QStringLiteral("16777216\tFlapjack\t250 cals per bar"));
+    QVERIFY(ok(args("search --exercises rowing")).contains(QStringLiteral("16777216\tRowing\t")));
     QCOMPARE(
         run(args("log-exercise 2026-03-12 16777216 30")).err,
         QStringLiteral(

@@ -1,6 +1,7 @@
 // The desktop program's widgets under the offscreen platform, and the program itself started
 // twice: the second copy wakes the first and ends.
 
+#include "app/notificationdispatcher.h"
 #include "brand/tarfilewriter.h"
 #include "db/diarydb.h"
 #include "db/newprofile.h"
@@ -8,11 +9,10 @@
 #include "httptestserver.h"
 #include "model/energy.h"
 #include "staticdb/fooddb.h"
+#include "ui/backgroundservices.h"
 #include "ui/checkinview.h"
 #include "ui/customfooddialog.h"
 #include "ui/diaryview.h"
-#include "app/notificationdispatcher.h"
-#include "ui/backgroundservices.h"
 #include "ui/mainwindow.h"
 #include "ui/newprofilewizard.h"
 #include "ui/preferencesdialog.h"
@@ -80,6 +80,8 @@ private slots:
     void tabOrderFollowsTheEye();
     void publishFromTheWindow();
     void metricsAndUpdateCheckAfterStart();
+    void sameOrderAsTheTool_data();
+    void sameOrderAsTheTool();
     void secondStartWakesFirst();
     void conduitSwitchRequired();
     void updateCommandNeedsUpdates();
@@ -148,7 +150,8 @@ void TestDesktop::searchAddsFoodToLunch()
     auto *matches = window.findChild<QListWidget *>(QStringLiteral("matches"));
     QTest::keyClicks(search, QStringLiteral("apple raw"));
     QVERIFY(matches->count() > 10);
-    QCOMPARE(matches->item(0)->text(), QStringLiteral("Apples, raw, with skin"));
+    QCOMPARE(matches->item(0)->text(),
+             QStringLiteral("Apples, raw, with skin \u2014 95 cals per 1 medium (3\" dia)"));
     window.findChild<QComboBox *>(QStringLiteral("meal"))->setCurrentIndex(2); // lunch
     auto *serving = window.findChild<QComboBox *>(QStringLiteral("serving"));
     serving->setCurrentIndex(serving->findText(QStringLiteral("1 medium (3\" dia)")));
@@ -442,7 +445,7 @@ void TestDesktop::browseTreeAndCustomFoods()
     // Two slices of cheddar become a food of the profile's own, values and all.
     auto *matches = window.findChild<QListWidget *>(QStringLiteral("matches"));
     const QList<QListWidgetItem *> cheddar =
-        matches->findItems(QStringLiteral("Cheese, cheddar"), Qt::MatchExactly);
+        matches->findItems(QStringLiteral("Cheese, cheddar \u2014"), Qt::MatchStartsWith);
     QVERIFY(!cheddar.isEmpty());
     matches->setCurrentItem(cheddar.constFirst());
     auto *serving = window.findChild<QComboBox *>(QStringLiteral("serving"));
@@ -660,10 +663,12 @@ void TestDesktop::metricsAndUpdateCheckAfterStart()
     QVERIFY(QFile::copy(certificate, LmSettings::resourcePath() + QStringLiteral("cert.pem")));
     server.connectReply = "HTTP/1.0 200 Connection established\r\n\r\n";
     server.tlsAfterConnect = true;
-    const QByteArray feed = "<rss version=\"2.0\"><channel><title>t</title><link>l</link><description>d</description>"
-                            "</channel></rss>";
+    const QByteArray feed =
+        "<rss version=\"2.0\"><channel><title>t</title><link>l</link><description>d</description>"
+        "</channel></rss>";
     server.replies = {HttpTestServer::ok("<response errno=\"0\"/>"), HttpTestServer::ok(feed)};
-    LmSettings::writeValue(QStringLiteral("proxySettings"), QStringLiteral("127.0.0.1:%1").arg(server.serverPort()));
+    LmSettings::writeValue(QStringLiteral("proxySettings"),
+                           QStringLiteral("127.0.0.1:%1").arg(server.serverPort()));
 
     MainWindow window;
     const int user = makeProfile();
@@ -692,6 +697,68 @@ void TestDesktop::metricsAndUpdateCheckAfterStart()
     QTest::qWait(BackgroundServices::kUpdateCheckDelayMs + 500);
     QCOMPARE(sent(check), 1);
     QCOMPARE(sent(metrics), 2);
+}
+
+void TestDesktop::sameOrderAsTheTool_data()
+{
+    QTest::addColumn<QString>("query");
+    QTest::addColumn<bool>("exercises");
+    QTest::addColumn<QString>("first"); // what the profile does, when it is a match
+    QTest::newRow("apple, dried ones logged") << "apple" << false << "9011";
+    QTest::newRow("milk") << "milk" << false << "1077";
+    QTest::newRow("close matches") << "brocoli" << false << "11090";
+    QTest::newRow("walking, the dog walked") << "walking" << true << "17165";
+}
+
+void TestDesktop::sameOrderAsTheTool()
+{
+    QFETCH(QString, query);
+    QFETCH(bool, exercises);
+    const int user = makeProfile(); // weighed: exercises show what they burn
+
+    const QString today = QDate::currentDate().toString(QStringLiteral("yyyyMMdd"));
+    {
+        const FoodDB foods(user);
+        for (int i = 0; i < 3; ++i) {
+            FoodDiaryItem apples;
+            apples.user_id = user;
+            apples.changeFood(9011); // Apples, dried, sulfured, uncooked
+            apples.setDate(today);
+            QVERIFY(DiaryDB().addFoodEntry(apples));
+            ExerciseDiaryItem dog;
+            dog.user_id = user;
+            dog.date = today;
+            dog.duration = 20;
+            dog.name = QStringLiteral("Walking the dog");
+            QVERIFY(DiaryDB().addExerciseEntry(dog));
+        }
+    }
+    MainWindow window;
+    QVERIFY(window.openProfile(user));
+    window.findChild<QComboBox *>(QStringLiteral("kind"))->setCurrentIndex(exercises ? 1 : 0);
+    QTest::keyClicks(window.findChild<QLineEdit *>(QStringLiteral("search")), query);
+    const auto *matches = window.findChild<QListWidget *>(QStringLiteral("matches"));
+
+    // The tool, on the same data: the test's brand names the data folder.
+    const QString resources = LmSettings::resourcePath();
+    QVERIFY(QFile::copy(_db.path(QStringLiteral("brand.dat")), resources + QStringLiteral("brand.dat")));
+    QProcess tool;
+    QStringList arguments = {QStringLiteral("--resourcedir"), resources, QStringLiteral("search")};
+    if (exercises)
+        arguments.append(QStringLiteral("--exercises"));
+    tool.start(binDir() + QStringLiteral("/tarnwell-cli"), arguments << query);
+    QVERIFY(tool.waitForFinished(30000));
+    QCOMPARE(tool.exitCode(), 0);
+    const QStringList lines =
+        QString::fromUtf8(tool.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+    QCOMPARE(lines.size(), std::min(matches->count(), 25));
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        const QStringList fields = lines.at(i).split(u'\t');
+        QCOMPARE(fields.size(), 3);
+        QCOMPARE(matches->item(int(i))->data(Qt::UserRole).toString(), fields.at(0));
+        QCOMPARE(matches->item(int(i))->text(), fields.at(1) + QStringLiteral(" \u2014 ") + fields.at(2));
+    }
+    QTEST(lines.constFirst().section(u'\t', 0, 0), "first");
 }
 
 void TestDesktop::secondStartWakesFirst()
@@ -725,8 +792,9 @@ void TestDesktop::conduitSwitchRequired()
     // A brand without "conduit_enabled": the program cannot tell whether it has a conduit.
     const QString resources = _db.path(QStringLiteral("noconduit"));
     QVERIFY(QDir().mkpath(resources));
-    QVERIFY(DbTest::writeFile(resources + QStringLiteral("/brand.xml"),
-                              "<brand><string id=\"brand_id\" value=\"x\"/><string id=\"app_name\" value=\"x\"/></brand>"));
+    QVERIFY(DbTest::writeFile(
+        resources + QStringLiteral("/brand.xml"),
+        "<brand><string id=\"brand_id\" value=\"x\"/><string id=\"app_name\" value=\"x\"/></brand>"));
     {
         QFile archive(resources + QStringLiteral("/brand.dat"));
         QVERIFY(archive.open(QIODevice::WriteOnly));

@@ -1,8 +1,8 @@
 // The ranked search over the real reference file and a profile's own items: what people type,
 // what their history does to the order, and names in any script.
 
-#include "dbfixture.h"
 #include "db/diarydb.h"
+#include "dbfixture.h"
 #include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"
 #include "staticdb/itemsearch.h"
@@ -118,8 +118,10 @@ void TestItemSearch::whatPeopleType_data()
     food("strawberry", "Strawberries, raw");
     food("oatmeal", "Cereals, oats, regular and quick, unenriched, cooked with water (includes boiling and "
                     "microwaving), without salt");
-    food("porridge", "Cereals, oats, regular and quick, unenriched, cooked with water (includes boiling and "
-                     "microwaving), without salt", false);
+    food("porridge",
+         "Cereals, oats, regular and quick, unenriched, cooked with water (includes boiling and "
+         "microwaving), without salt",
+         false);
     food("yoghurt", "Yogurt, plain, whole milk, 8 grams protein per 8 ounce", false);
     food("courgette", "Squash, summer, zucchini, includes skin, raw", false);
     food("aubergine", "Eggplant, raw", false);
@@ -226,8 +228,8 @@ void TestItemSearch::customNames()
     std::array<float, FV_COUNT> values;
     values.fill(kAbsentValue);
     values[FV_CALORIES] = 250;
-    const int id = FoodDBDynamic(_user).addFood(name, QStringLiteral("1 slice"), values,
-                                                DynamicDB::rootIdOf(_user));
+    const int id =
+        FoodDBDynamic(_user).addFood(name, QStringLiteral("1 slice"), values, DynamicDB::rootIdOf(_user));
     QVERIFY(id >= kFirstCustomId);
     const ItemSearchResult result = search(query, false);
     QCOMPARE(result.exact > 0, exact);

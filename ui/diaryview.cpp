@@ -731,15 +731,17 @@ void DiaryView::search(const QString &query)
     if (!_history)
         _history = loadSearchHistory(_userId, exercises);
     const ItemSearchResult result =
-        exercises ? searchItems(*_exercises->staticDB(), *_exercises->dynamicDB(), query, *_history, kShownMatches)
-                  : searchItems(*_foods->staticDB(), *_foods->dynamicDB(), query, *_history, kShownMatches);
+        exercises
+            ? searchItems(*_exercises->staticDB(), *_exercises->dynamicDB(), query, *_history, kShownMatches)
+            : searchItems(*_foods->staticDB(), *_foods->dynamicDB(), query, *_history, kShownMatches);
     std::optional<double> weight;
     for (const FoundItem &found : result.items) {
         ItemEnergy energy;
         if (exercises) {
             if (!weight) {
-                const auto latest = UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"),
-                                                      _userId, DateConversion::fromQDate(_date), -1);
+                const auto latest =
+                    UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"), _userId,
+                                      DateConversion::fromQDate(_date), -1);
                 weight = latest ? latest->first : 0.0;
             }
             Exercise exercise;
@@ -749,8 +751,8 @@ void DiaryView::search(const QString &query)
             energy = foodEnergy(found.id);
         }
         const QString text = describeEnergy(energy);
-        auto *item = new QListWidgetItem(text.isEmpty() ? found.name : found.name + QStringLiteral(" \u2014 ") + text,
-                                         _matches);
+        auto *item = new QListWidgetItem(
+            text.isEmpty() ? found.name : found.name + QStringLiteral(" \u2014 ") + text, _matches);
         item->setData(Qt::UserRole, found.id);
     }
     if (_matches->count() > 0)
@@ -1263,9 +1265,9 @@ int DiaryView::copyDay(const QDate &target)
 bool DiaryView::written(bool ok)
 {
     if (!ok)
-        QMessageBox::warning(this, tr("Diary"),
-                             tr("The diary could not be written (%1). Nothing was changed.")
-                                 .arg(LmSqlDb::lastErrorText()));
+        QMessageBox::warning(
+            this, tr("Diary"),
+            tr("The diary could not be written (%1). Nothing was changed.").arg(LmSqlDb::lastErrorText()));
     return ok;
 }
 
