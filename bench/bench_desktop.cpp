@@ -3,6 +3,8 @@
 // search, and a change of day.
 
 #include "benchdiary.h"
+#include "db/lmsqldb.h"
+#include "staticdb/itemsearch.h"
 #include "ui/diaryview.h"
 #include "ui/mainwindow.h"
 
@@ -89,6 +91,30 @@ void BM_SearchKeystroke(benchmark::State &state)
     }
 }
 BENCHMARK(BM_SearchKeystroke)->Unit(benchmark::kMillisecond);
+
+// What the ranking learns from the diary, read again after every change of it: ten years of one
+// profile's foods, beside the plain count of the same rows.
+void BM_SearchHistory_Floor(benchmark::State &state)
+{
+    for (auto _ : state) {
+        LmSqlQueryPtr query =
+            runBound(QStringLiteral("SELECT ref_id, COUNT(*) FROM food_diary WHERE user_id = ? "
+                                    "AND status <> ? AND ref_id >= 0 GROUP BY ref_id"),
+                     {g_user, STATUS_DELETED});
+        int rows = 0;
+        while (!query.isNull() && query->next())
+            ++rows;
+        benchmark::DoNotOptimize(rows);
+    }
+}
+BENCHMARK(BM_SearchHistory_Floor)->Unit(benchmark::kMillisecond);
+
+void BM_SearchHistory(benchmark::State &state)
+{
+    for (auto _ : state)
+        benchmark::DoNotOptimize(loadSearchHistory(g_user, false).byId.size());
+}
+BENCHMARK(BM_SearchHistory)->Unit(benchmark::kMillisecond);
 
 void BM_ChangeDay(benchmark::State &state)
 {

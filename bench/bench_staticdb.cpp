@@ -8,6 +8,7 @@
 // switched while no database is open: every benchmark opens and closes its own.
 
 #include "app/lmsettings.h"
+#include "staticdb/itemsearch.h"
 #include "staticdb/staticdb.h"
 #include "staticdb/staticdbwriter.h"
 
@@ -230,6 +231,35 @@ void BM_RealSearchTwoWords(benchmark::State &state)
     state.counters["hits"] = hits;
 }
 BENCHMARK(BM_RealSearchTwoWords)->Unit(benchmark::kMicrosecond);
+
+// The same search ranked as both faces show it, the best 25 named; beside the unranked search.
+void rankedSearch(benchmark::State &state, const QString &query)
+{
+    StaticDB db(1);
+    const SearchHistory history;
+    qsizetype hits = 0;
+    for (auto _ : state) {
+        const ItemSearchResult result = searchItems(db, nullptr, query, history, 25);
+        hits = result.exact + result.close;
+        benchmark::DoNotOptimize(result.items.data());
+    }
+    state.counters["hits"] = double(hits);
+}
+
+void BM_RealSearchTwoWordsRanked(benchmark::State &state)
+{
+    useFolder(kRealFolder);
+    rankedSearch(state, QStringLiteral("apple raw"));
+}
+BENCHMARK(BM_RealSearchTwoWordsRanked)->Unit(benchmark::kMicrosecond);
+
+// A typo: the word search finds nothing, and every name is compared closely.
+void BM_RealSearchCloseMatches(benchmark::State &state)
+{
+    useFolder(kRealFolder);
+    rankedSearch(state, QStringLiteral("brocoli"));
+}
+BENCHMARK(BM_RealSearchCloseMatches)->Unit(benchmark::kMicrosecond);
 
 void BM_RealBrowse_Floor(benchmark::State &state)
 {
@@ -456,6 +486,13 @@ void BM_Generated_SearchThreeWords(benchmark::State &state)
     state.counters["hits"] = hits;
 }
 BENCHMARK(BM_Generated_SearchThreeWords)->Unit(benchmark::kMillisecond);
+
+void BM_Generated_SearchThreeWordsRanked(benchmark::State &state)
+{
+    useFolder(kGeneratedFolder);
+    rankedSearch(state, QString::fromStdString(kThreeWords[0] + ' ' + kThreeWords[1] + ' ' + kThreeWords[2]));
+}
+BENCHMARK(BM_Generated_SearchThreeWordsRanked)->Unit(benchmark::kMillisecond);
 
 // Heap an open index keeps, as glibc counts it: small blocks plus the mapped large ones.
 size_t heapInUse()

@@ -130,7 +130,7 @@ int search(Context &context, const QStringList &args)
     QList<ItemEnergy> energies;
     if (exercises) {
         ExDB db(userId);
-        result = searchItems(*db.staticDB(), *db.dynamicDB(), query, history, limit, order);
+        result = searchItems(*db.staticDB(), db.dynamicDB(), query, history, limit, order);
         const auto weight = UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"),
                                               userId, DateConversion::fromQDate(QDate::currentDate()), -1);
         for (const FoundItem &item : std::as_const(result.items)) {
@@ -140,7 +140,7 @@ int search(Context &context, const QStringList &args)
         }
     } else {
         FoodDB db(userId);
-        result = searchItems(*db.staticDB(), *db.dynamicDB(), query, history, limit, order);
+        result = searchItems(*db.staticDB(), db.dynamicDB(), query, history, limit, order);
         for (const FoundItem &item : std::as_const(result.items))
             energies.append(foodEnergy(item.id));
     }

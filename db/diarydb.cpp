@@ -8,8 +8,6 @@
 
 #include <QSqlQuery>
 
-#include <cmath>
-
 namespace {
 
 LmSqlQueryPtr prepare(const QString &sql)
@@ -308,38 +306,43 @@ QSet<QString> DiaryDB::getUnpublishedDates(int user_id) const
 
 namespace {
 
-// Entries counted by month: weighted by age, a habit of years ago no longer leads the list.
+// Weighted in the statement by half years, so that only one row per item comes back: a habit
+// of years ago no longer leads the list.
 template <typename Key, typename Read>
-QHash<Key, double> usage(const QString &sql, int user_id, const QDate &today, Read key)
+QHash<Key, double> usage(const QString &table, const char *key, int user_id, const QDate &today, Read read)
 {
-    QHash<Key, double> weights;
-    LmSqlQueryPtr query = prepare(sql);
-    if (!execBound(query, {user_id, STATUS_DELETED}))
-        return weights;
-    const int thisMonth = today.year() * 12 + today.month();
-    while (query->next()) {
-        const QString month = query->value(1).toString();
-        const int monthsAgo = std::max(0, thisMonth - (month.left(4).toInt() * 12 + month.mid(4, 2).toInt()));
-        weights[key(query->value(0))] += query->value(2).toDouble() * std::exp2(-monthsAgo / 6.0);
+    constexpr int kHalfYears = 6;
+    QString weights;
+    QVariantList values;
+    for (int step = 0; step < kHalfYears - 1; ++step) {
+        weights += QStringLiteral("WHEN date >= ? THEN %1 ").arg(1 << (kHalfYears - 1 - step));
+        values.append(DateConversion::fromQDate(today.addMonths(-6 * (step + 1))));
     }
-    return weights;
+    values << user_id << STATUS_DELETED << DateConversion::fromQDate(today.addMonths(-6 * kHalfYears));
+    const QString sql = QStringLiteral("SELECT %1, SUM(CASE %2ELSE 1 END) FROM %3 WHERE user_id = ? AND status <> ? "
+                                       "AND date >= ? AND %1 IS NOT NULL GROUP BY %1")
+                            .arg(QLatin1String(key), weights, table);
+    QHash<Key, double> found;
+    LmSqlQueryPtr query = runBound(sql, values);
+    while (!query.isNull() && query->next())
+        found.insert(read(query->value(0)), query->value(1).toDouble() / (1 << (kHalfYears - 1)));
+    return found;
 }
 
 } // namespace
 
 QHash<int, double> DiaryDB::foodUsage(int user_id, const QDate &today) const
 {
-    return usage<int>(QStringLiteral("SELECT ref_id, substr(date, 1, 6), COUNT(*) FROM food_") + _suffix +
-                          QStringLiteral(" WHERE user_id = ? AND status <> ? AND ref_id >= 0 "
-                                         "GROUP BY ref_id, substr(date, 1, 6)"),
-                      user_id, today, [](const QVariant &v) { return v.toInt(); });
+    QHash<int, double> found = usage<int>(QStringLiteral("food_") + _suffix, "ref_id", user_id, today,
+                                          [](const QVariant &v) { return v.toInt(); });
+    found.removeIf([](const auto &item) { return item.key() < 0; }); // entries of no food
+    return found;
 }
 
 QHash<QString, double> DiaryDB::exerciseUsage(int user_id, const QDate &today) const
 {
-    return usage<QString>(QStringLiteral("SELECT name, substr(date, 1, 6), COUNT(*) FROM exer_") + _suffix +
-                              QStringLiteral(" WHERE user_id = ? AND status <> ? GROUP BY name, substr(date, 1, 6)"),
-                          user_id, today, [](const QVariant &v) { return v.toString(); });
+    return usage<QString>(QStringLiteral("exer_") + _suffix, "name", user_id, today,
+                          [](const QVariant &v) { return v.toString(); });
 }
 
 QMap<QString, DailyTotal> DiaryDB::getDailyTotals(int user_id, const QString &startDay, const QString &endDay,

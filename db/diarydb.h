@@ -49,7 +49,7 @@ public:
     QMap<QString, DailyTotal> getDailyTotals(int user_id, const QString &startDate, const QString &endDate,
                                              int mealFilter) const;
     // How much a profile eats each food (by ref_id) and does each exercise (by name): every live
-    // entry counts, halved for each six months it lies before today.
+    // entry of the last three years counts, halved for each six months it lies before today.
     QHash<int, double> foodUsage(int user_id, const QDate &today) const;
     QHash<QString, double> exerciseUsage(int user_id, const QDate &today) const;
     // After a successful publish to the "website" device.

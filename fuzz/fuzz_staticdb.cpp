@@ -8,6 +8,7 @@
 #include "fuzzcontent.h"
 #include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"
+#include "staticdb/itemsearch.h"
 #include "staticdb/staticdb.h"
 #include "staticdb/staticdbwriter.h"
 
@@ -239,6 +240,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         db.search(QStringLiteral("-xyz"), false, 0x04);
         db.search(QStringLiteral("level"), false, 0); // a whole subtree shown at once
         db.search(QStringLiteral("apple -level"), false, 0);
+        // Ranked as both faces rank: names of any bytes, close matches over every name, the
+        // other forms of a word.
+        const SearchHistory history;
+        for (const char *query : {"apple raw -pie", "brocoli", "blueberry"})
+            searchItems(db, nullptr, QString::fromLatin1(query), history, 25);
         db.reset();
         (void)bytes;
     }

@@ -69,12 +69,12 @@ int ExDBDynamic::categoryOf(int id) const
 
 int ExDBDynamic::addExercise(int category, const QString &description, float scale)
 {
-    return insertWithNextId(QStringLiteral("SELECT MAX(activity_id)+1 FROM custom_exercises"), {}, kFirstCustomId,
-                            [&](int id) {
-                                return change("INSERT INTO custom_exercises(activity_id, category_id, description, "
-                                              "scale) VALUES (?, ?, ?, ?)",
-                                              {id, category, description, double(scale)});
-                            });
+    return insertWithNextId(
+        QStringLiteral("SELECT MAX(activity_id)+1 FROM custom_exercises"), {}, kFirstCustomId, [&](int id) {
+            return change("INSERT INTO custom_exercises(activity_id, category_id, description, "
+                          "scale) VALUES (?, ?, ?, ?)",
+                          {id, category, description, double(scale)});
+        });
 }
 
 bool ExDBDynamic::updateExercise(int id, const QString &description, float scale)

@@ -294,15 +294,14 @@ QList<FoodServing> FoodDBDynamic::servings(int id) const
 int FoodDBDynamic::addFood(const QString &name, const QString &servingName,
                            const std::array<float, FV_COUNT> &values, int category)
 {
-    return insertWithNextId(QStringLiteral("SELECT MAX(food_id)+1 FROM custom_foods"), {}, kFirstCustomId,
-                            [&](int id) {
-                                return change("INSERT INTO custom_foods(name, serv_name, calories, fat, protein, "
-                                              "carb, fiber, saturated_fat, cholesterol, sodium, sugar, calcium, "
-                                              "category_id, food_id) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, "
-                                              "?, ?)",
-                                              QVariantList{name, servingName} + boundValues(values) +
-                                                  QVariantList{category, id});
-                            });
+    return insertWithNextId(
+        QStringLiteral("SELECT MAX(food_id)+1 FROM custom_foods"), {}, kFirstCustomId, [&](int id) {
+            return change("INSERT INTO custom_foods(name, serv_name, calories, fat, protein, "
+                          "carb, fiber, saturated_fat, cholesterol, sodium, sugar, calcium, "
+                          "category_id, food_id) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, "
+                          "?, ?)",
+                          QVariantList{name, servingName} + boundValues(values) + QVariantList{category, id});
+        });
 }
 
 bool FoodDBDynamic::updateFood(int id, const QString &name, const QString &servingName,

@@ -15,40 +15,35 @@
 namespace {
 
 // Every item below a category in tree order, depth first with a stack of our own (a file decides
-// how deep its categories nest). visit(entry, top, path): top is the category right below the
-// start, path the folded names of the searchable categories above the item.
-template <typename Visit> void walkTree(const IndexedDB &db, quint32 start, quint8 on, const Visit &visit)
+// how deep its categories nest). visit(entry, top, inherited): top is the category right below
+// the start; inherited what words(entry) gave for the searchable categories above the item, or-ed.
+template <typename Words, typename Visit>
+void walkTree(const IndexedDB &db, quint32 start, quint8 on, const Words &words, const Visit &visit)
 {
     struct Level
     {
         std::unique_ptr<BrowsableDBIterator> items;
         const IndexEntry *top;
-        qsizetype pathSize;
+        quint64 inherited;
     };
     std::vector<Level> levels;
-    QByteArray path;
     if (BrowsableDBIterator *first = db.children(start, on, 0))
         levels.push_back({std::unique_ptr<BrowsableDBIterator>(first), nullptr, 0});
     while (!levels.empty()) {
         Level &level = levels.back();
         const IndexEntry *e = level.items->next();
         if (!e) {
-            path.truncate(level.pathSize);
             levels.pop_back();
             continue;
         }
         const IndexEntry *top = level.top ? level.top : e;
         if (!db.isCategory(e)) {
-            visit(e, top, path);
+            visit(e, top, level.inherited);
             continue;
         }
-        const qsizetype pathSize = path.size();
-        if (!(db.flags(e) & FLAG_NOT_SEARCHED))
-            path += foldText(db.nameText(e)) + ' ';
+        const quint64 inherited = level.inherited | (db.flags(e) & FLAG_NOT_SEARCHED ? 0 : words(e));
         if (BrowsableDBIterator *children = db.children(e->id, on, 0))
-            levels.push_back({std::unique_ptr<BrowsableDBIterator>(children), top, pathSize});
-        else
-            path.truncate(pathSize);
+            levels.push_back({std::unique_ptr<BrowsableDBIterator>(children), top, inherited});
     }
 }
 
@@ -74,13 +69,13 @@ struct Pass
     bool rank;
 };
 
-void collect(IndexedDB &reference, DynamicDB &custom, const Pass &pass, QSet<const IndexEntry *> *seen,
+void collect(IndexedDB &reference, DynamicDB *custom, const Pass &pass, QSet<const IndexEntry *> *seen,
              std::vector<Candidate> *out)
 {
     QByteArray folded;
     QHash<const IndexEntry *, int> groups;
     const auto visitor = [&](const IndexedDB &db, bool isCustom) {
-        return [&, isCustom](const IndexEntry *e, const IndexEntry *top, const QByteArray &path) {
+        return [&, isCustom](const IndexEntry *e, const IndexEntry *top, quint64 inherited) {
             if (seen->contains(e))
                 return;
             QString text;
@@ -93,7 +88,7 @@ void collect(IndexedDB &reference, DynamicDB &custom, const Pass &pass, QSet<con
                 foldLatin1(db.namePointer(e), db.nameLength(e), &folded);
                 original = QByteArray::fromRawData(db.namePointer(e), db.nameLength(e));
             }
-            if (pass.everything && !pass.ranker.matchesClosely(path + folded))
+            if (pass.everything && !pass.ranker.matchesClosely(inherited | pass.ranker.closeWords(folded)))
                 return;
             seen->insert(e);
             Candidate c{&db, e, isCustom, pass.close, {}, qsizetype(out->size())};
@@ -119,10 +114,15 @@ void collect(IndexedDB &reference, DynamicDB &custom, const Pass &pass, QSet<con
         };
     };
     const quint8 on = pass.everything ? 0 : FLAG_SHOWN;
-    walkTree(reference, reference.rootId(), on, visitor(reference, false));
-    for (const int root : {DynamicDB::rootIdOf(custom.userId()), kSharedRootId}) {
-        if (custom.lookup(quint32(root), true))
-            walkTree(custom, quint32(root), on, visitor(custom, true));
+    const auto words = [&](const IndexedDB &db) {
+        return [&](const IndexEntry *category) {
+            return pass.everything ? pass.ranker.closeWords(foldText(db.nameText(category))) : 0;
+        };
+    };
+    walkTree(reference, reference.rootId(), on, words(reference), visitor(reference, false));
+    for (const int root : {DynamicDB::rootIdOf(custom ? custom->userId() : -1), kSharedRootId}) {
+        if (custom && custom->lookup(quint32(root), true))
+            walkTree(*custom, quint32(root), on, words(*custom), visitor(*custom, true));
     }
 }
 
@@ -151,17 +151,24 @@ QString ItemSearchResult::closeMatchNote(const QString &query) const
     return QCoreApplication::translate("ItemSearch", "Also showing close matches for \"%1\"").arg(query);
 }
 
-ItemSearchResult searchItems(IndexedDB &reference, DynamicDB &custom, const QString &query,
+ItemSearchResult searchItems(IndexedDB &reference, DynamicDB *custom, const QString &query,
                              const SearchHistory &history, qsizetype limit, SearchOrder order)
 {
     ItemSearchResult result;
     result.searched = reference.search(query, false, 0);
     if (!result.searched) {
         reference.reset();
-        custom.reset();
+        if (custom)
+            custom->reset();
         return result;
     }
-    custom.search(query, false, 0);
+    const auto searchBoth = [&](const QString &words) {
+        reference.search(words, false, 0);
+        if (custom)
+            custom->search(words, false, 0);
+    };
+    if (custom)
+        custom->search(query, false, 0);
     const bool rank = order == SearchOrder::Ranked;
     const SearchRanker strict(query);
     const SearchRanker tolerant(query, true);
@@ -177,14 +184,12 @@ ItemSearchResult searchItems(IndexedDB &reference, DynamicDB &custom, const QStr
     if (rank && exactThings < kFewMatches) {
         const QStringList forms = otherFormQueries(query);
         for (const QString &form : forms) {
-            reference.search(form, false, 0);
-            custom.search(form, false, 0);
+            searchBoth(form);
             collect(reference, custom, {tolerant, history, true, false, rank}, &seen, &found);
         }
         if (!forms.isEmpty()) {
             // The flags go back to the query's own matches, for the tree drawn from them.
-            reference.search(query, false, 0);
-            custom.search(query, false, 0);
+            searchBoth(query);
         }
     }
     // Few matches at all: every item, forgiving a typo or an accent.

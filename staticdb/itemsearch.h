@@ -38,7 +38,8 @@ enum class SearchOrder { Ranked, Tree };
 // Below this many matches of the word search, close matches are looked for too.
 inline constexpr qsizetype kFewMatches = 3;
 
-ItemSearchResult searchItems(IndexedDB &reference, DynamicDB &custom, const QString &query,
+// custom may be null: the reference items alone.
+ItemSearchResult searchItems(IndexedDB &reference, DynamicDB *custom, const QString &query,
                              const SearchHistory &history, qsizetype limit,
                              SearchOrder order = SearchOrder::Ranked);
 

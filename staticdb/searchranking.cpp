@@ -224,14 +224,27 @@ QByteArray foldText(const QString &text)
 
 void foldLatin1(const char *text, qsizetype length, QByteArray *out)
 {
-    out->clear();
+    // Byte for byte while every character folds to one; names are mostly ASCII.
     const auto &folds = latin1Folds();
+    out->resize(length);
+    char *folded = out->data();
     for (qsizetype i = 0; i < length; ++i) {
         const uchar c = uchar(text[i]);
-        if (c < 0x80)
-            out->append(char(c >= 'A' && c <= 'Z' ? c + 0x20 : c));
-        else
-            out->append(folds[c]);
+        if (c < 0x80) {
+            folded[i] = char(c >= 'A' && c <= 'Z' ? c + 0x20 : c);
+        } else if (folds[c].size() == 1) {
+            folded[i] = folds[c].front();
+        } else {
+            out->truncate(i);
+            for (; i < length; ++i) {
+                const uchar d = uchar(text[i]);
+                if (d < 0x80)
+                    out->append(char(d >= 'A' && d <= 'Z' ? d + 0x20 : d));
+                else
+                    out->append(folds[d]);
+            }
+            return;
+        }
     }
 }
 
@@ -410,14 +423,22 @@ bool SearchRanker::occursClosely(const Word &word, QByteArrayView folded) const
                        [&](const Token &t) { return closeToToken(word.text, tokenText(folded, t)); });
 }
 
-bool SearchRanker::matchesClosely(QByteArrayView folded) const
+quint64 SearchRanker::closeWords(QByteArrayView folded) const
 {
-    if (_words.isEmpty())
-        return false;
+    quint64 words = 0;
     for (const QByteArray &excluded : _excluded) {
         if (folded.contains(excluded))
-            return false;
+            return kExcludedWord;
     }
-    return std::all_of(_words.cbegin(), _words.cend(),
-                       [&](const Word &word) { return occursClosely(word, folded); });
+    for (qsizetype i = 0; i < _words.size(); ++i) {
+        if (occursClosely(_words.at(i), folded))
+            words |= quint64(1) << i;
+    }
+    return words;
+}
+
+bool SearchRanker::matchesClosely(quint64 words) const
+{
+    const quint64 all = (quint64(1) << _words.size()) - 1;
+    return !_words.isEmpty() && !(words & kExcludedWord) && (words & all) == all;
 }

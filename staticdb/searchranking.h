@@ -93,10 +93,13 @@ public:
     // Whether a key is of a name whose thing is exactly the query.
     static bool isExactThing(const Key &key) { return key[2] == 0 && key[3] == 0; }
     int groupScore(QByteArrayView foldedGroup) const;
-    // Whether a folded text (an item's searchable path) matches closely: every word of the query
-    // (forgiving one typo in five letters or more, or in another spelling of its set), none of
-    // the excluded ones.
-    bool matchesClosely(QByteArrayView folded) const;
+    // Close matching, part by part along an item's path: the words of the query a folded text
+    // holds closely (bit i for the i-th word; forgiving one typo in five letters or more, or in
+    // another spelling of its set), with kExcludedWord when it holds an excluded one.
+    static constexpr quint64 kExcludedWord = quint64(1) << 63;
+    quint64 closeWords(QByteArrayView folded) const;
+    // Whether the words of an item's path, or-ed, match: all of the query's, none excluded.
+    bool matchesClosely(quint64 words) const;
 
 private:
     struct Word

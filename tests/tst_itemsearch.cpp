@@ -35,10 +35,10 @@ private:
         const SearchHistory history = loadSearchHistory(_user, exercises);
         if (exercises) {
             ExDB db(_user);
-            return searchItems(*db.staticDB(), *db.dynamicDB(), query, history, limit);
+            return searchItems(*db.staticDB(), db.dynamicDB(), query, history, limit);
         }
         FoodDB db(_user);
-        return searchItems(*db.staticDB(), *db.dynamicDB(), query, history, limit);
+        return searchItems(*db.staticDB(), db.dynamicDB(), query, history, limit);
     }
 
 private slots:

@@ -563,7 +563,6 @@ void DiaryView::setDate(const QDate &date)
 
 void DiaryView::refresh()
 {
-    _history.reset(); // the diary may have changed
     _title->setText(DateConversion::longDayName(_date));
     _entries->clear();
     if (_userId < 0)
@@ -732,8 +731,8 @@ void DiaryView::search(const QString &query)
         _history = loadSearchHistory(_userId, exercises);
     const ItemSearchResult result =
         exercises
-            ? searchItems(*_exercises->staticDB(), *_exercises->dynamicDB(), query, *_history, kShownMatches)
-            : searchItems(*_foods->staticDB(), *_foods->dynamicDB(), query, *_history, kShownMatches);
+            ? searchItems(*_exercises->staticDB(), _exercises->dynamicDB(), query, *_history, kShownMatches)
+            : searchItems(*_foods->staticDB(), _foods->dynamicDB(), query, *_history, kShownMatches);
     std::optional<double> weight;
     for (const FoundItem &found : result.items) {
         ItemEnergy energy;
@@ -1274,6 +1273,7 @@ bool DiaryView::written(bool ok)
 void DiaryView::rememberUndo(std::function<void()> undo)
 {
     _undo = std::move(undo);
+    _history.reset(); // the diary changed: what the profile eats may have too
 }
 
 bool DiaryView::undo()
@@ -1283,6 +1283,7 @@ bool DiaryView::undo()
     const std::function<void()> undo = std::move(_undo);
     _undo = nullptr;
     undo();
+    _history.reset();
     refresh();
     return true;
 }
