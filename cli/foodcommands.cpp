@@ -468,8 +468,13 @@ int logFood(Context &context, const QStringList &args)
         if (it == servings.cend())
             usageError(QStringLiteral("--serving: food %1 has no serving '%2'").arg(id).arg(wanted));
         item.setServing(it->id);
+        item.setSize(qty);
+    } else {
+        // The serving search shows each food's energy for.
+        const ServingChoice usual = preferredServing(item.getServings());
+        item.setServing(usual.servingId);
+        item.setSize(a.has(QStringLiteral("--qty")) ? qty : usual.size);
     }
-    item.setSize(qty);
     item.setDate(day);
     item.meal = meal;
     if (!DiaryDB().addFoodEntry(item))

@@ -371,12 +371,15 @@ void TestCli::foodsExercisesAndMeals()
              qPrintable(cheddar));
     QVERIFY(cheddar.contains(QStringLiteral("\n  -2\toz\t28.35 g\t115 cals\t")));
 
-    // Two medium apples at lunch: 182 g each of 52 cals per 100 g.
-    const QString entry = ok(args("log-food 2026-03-12 lunch 9003 --serving 4 --qty 2"));
-    QVERIFY(!entry.isEmpty());
-    QVERIFY(ok(args("day 2026-03-12"))
-                .contains(entry +
-                          QStringLiteral("\tApples, raw, with skin\t2 x 1 medium (3\" dia)\t189 cals\t")));
+    // Two medium apples at lunch: 182 g each of 52 cals per 100 g; without --serving, the one
+    // search counts in; a cup of slices by its name.
+    const QString entry = ok(args("log-food 2026-03-12 lunch 9003 --qty 2"));
+    const QString cup =
+        ok({u"log-food"_s, u"2026-03-12"_s, u"dinner"_s, u"9003"_s, u"--serving"_s, u"1 CUP SLICES"_s});
+    const QString logged = ok(args("day 2026-03-12"));
+    QVERIFY(logged.contains(entry +
+                            QStringLiteral("\tApples, raw, with skin\t2 x 1 medium (3\" dia)\t189 cals\t")));
+    QVERIFY(logged.contains(cup + QStringLiteral("\tApples, raw, with skin\t1 x 1 cup slices\t57 cals\t")));
 
     // Custom items join the same id space; the burn rate follows the weight in force
     // (7 MET x 0.0175 x 60 kg x 30 min = 220.5).
