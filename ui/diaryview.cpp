@@ -14,6 +14,7 @@
 #include "staticdb/fooddb.h"
 #include "staticdb/itemsearch.h"
 #include "ui/customfooddialog.h"
+#include "ui/matchdelegate.h"
 
 #include <QApplication>
 #include <QCalendarWidget>
@@ -364,6 +365,8 @@ DiaryView::DiaryView(QWidget *parent)
     connect(_query, &QLineEdit::textChanged, this, &DiaryView::search);
     _matches = new QListWidget(this);
     _matches->setObjectName(QStringLiteral("matches"));
+    _matches->setItemDelegate(new MatchDelegate(_matches));
+    _matches->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     _searchNote = new QLabel(this);
     _searchNote->setObjectName(QStringLiteral("searchNote"));
     _searchNote->setWordWrap(true);
@@ -753,6 +756,9 @@ void DiaryView::search(const QString &query)
         auto *item = new QListWidgetItem(
             text.isEmpty() ? found.name : found.name + QStringLiteral(" \u2014 ") + text, _matches);
         item->setData(Qt::UserRole, found.id);
+        item->setData(MatchDelegate::kNameRole, found.name);
+        item->setData(MatchDelegate::kEnergyRole, text);
+        item->setToolTip(item->text());
     }
     if (_matches->count() > 0)
         _matches->setCurrentRow(0);
