@@ -71,12 +71,7 @@ DisplayUnits DisplayUnits::of(int userId)
 
 void applyDisplayUnits(int userId)
 {
-    const UserSettings settings = UserDB::getSettings(userId);
-    UnitRegistry &units = UnitRegistry::instance();
-    units.applyPreferences(settings.measurement_units, settings.energy_units);
-    const BrandEngine &brand = BrandEngine::instance();
-    if (brand.idExists(QStringLiteral("spelling_fiber")))
-        units.setFiberSpelling(brand.getString(QStringLiteral("spelling_fiber")));
+    UserDB::applyDisplayUnits(userId);
 }
 
 QString nutrientsText(const std::array<float, kNutrientCount> &values)

@@ -5,6 +5,7 @@
 #include "db/dblog.h"
 #include "db/lmexception.h"
 #include "db/lmsqldb.h"
+#include "model/unitdescriptor.h"
 
 #include <QSqlQuery>
 
@@ -177,6 +178,16 @@ void UserDB::deleteUser(int user_id)
     }
     if (!write.commit())
         throw LmException(QStringLiteral("Cannot delete the profile"));
+}
+
+void UserDB::applyDisplayUnits(int user_id)
+{
+    const UserSettings settings = getSettings(user_id);
+    UnitRegistry &units = UnitRegistry::instance();
+    units.applyPreferences(settings.measurement_units, settings.energy_units);
+    const BrandEngine &brand = BrandEngine::instance();
+    if (brand.idExists(QStringLiteral("spelling_fiber")))
+        units.setFiberSpelling(brand.getString(QStringLiteral("spelling_fiber")));
 }
 
 UserSettings UserDB::getSettings(int user_id)

@@ -85,6 +85,9 @@ public:
     static void deleteUser(int user_id);
 
     static UserSettings getSettings(int user_id);
+    // Shows figures as the profile asks (units of weight, length and energy), with the brand's
+    // name for fibre; both faces call it when they take up a profile.
+    static void applyDisplayUnits(int user_id);
     static bool setSettings(int user_id, const UserSettings &settings);
     static int tipOfTheDay(int user_id);
     static bool setTipOfTheDay(int user_id, int tip);

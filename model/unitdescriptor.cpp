@@ -276,7 +276,9 @@ void UnitRegistry::applyPreferences(int measurementUnits, int energyUnits)
 
 void UnitRegistry::setFiberSpelling(const QString &spelling)
 {
-    static_cast<NutrientUnit *>(getUnit(UNIT_FIBER))->setName(spelling, QStringLiteral("%.1fg of ") + spelling);
+    // A label begins with a capital, as the other nutrients' names do; the long form runs on.
+    const QString label = spelling.left(1).toUpper() + spelling.mid(1);
+    static_cast<NutrientUnit *>(getUnit(UNIT_FIBER))->setName(label, QStringLiteral("%.1fg of ") + spelling);
 }
 
 double kgToLb(double kg)

@@ -398,12 +398,14 @@ void TestDesktop::profilesAndColumns()
         auto *columns = dialog->findChild<QListWidget *>(QStringLiteral("columns"));
         QCOMPARE(columns->item(SODIUM)->checkState(), Qt::Checked);
         columns->item(SODIUM)->setCheckState(Qt::Unchecked);
+        QCOMPARE(columns->item(FIBER)->text(), QStringLiteral("Fibre")); // the brand's spelling
         columns->item(FIBER)->setCheckState(Qt::Checked);
         dialog->accept();
     });
     QVERIFY(window.editPreferences());
     QCOMPARE(window.diary()->columns(), (QList<int>{ENERGY, FIBER}));
     QCOMPARE(entries->columnCount(), 5);
+    QCOMPARE(entries->headerItem()->text(4), QStringLiteral("Fibre"));
 
     // Renamed and grown, from today on.
     QTimer::singleShot(0, [] {

@@ -500,8 +500,7 @@ void DiaryView::setUser(int user_id)
     _foods = std::make_unique<FoodDB>(user_id);
     _history.reset();
     _exercises = std::make_unique<ExDB>(user_id);
-    const UserSettings settings = UserDB::getSettings(user_id);
-    UnitRegistry::instance().applyPreferences(settings.measurement_units, settings.energy_units);
+    UserDB::applyDisplayUnits(user_id);
     const int snackMode = ProfilePreferences::load(user_id).snackMode;
     _meal->clear();
     for (const int meal : {BREAKFAST, SNACK_1, LUNCH, SNACK_2, DINNER, SNACK_3})
@@ -512,7 +511,7 @@ void DiaryView::setUser(int user_id)
     for (const int type : std::as_const(_columns))
         headers.append(UnitRegistry::instance().getUnitForNutrient(type)->getName());
     _entries->setHeaderLabels(headers);
-    _panel->setVisible(!settings.hideNutrientAndFluid);
+    _panel->setVisible(!UserDB::getSettings(user_id).hideNutrientAndFluid);
     // The name takes the room; quantities and values only what they need.
     _entries->header()->setStretchLastSection(false);
     _entries->header()->setSectionResizeMode(0, QHeaderView::Stretch);
