@@ -210,7 +210,13 @@ void TestDesktop::searchAddsFoodToLunch()
     };
     QVERIFY(walk());
     QCOMPARE(walk()->text(1), QStringLiteral("30"));
+    // 3.5 MET x 0.0175 x 61.5 kg x 30 min, burned; the group sums the day's, the footer names it.
     const QString burned30 = walk()->text(3);
+    QCOMPARE(burned30, QStringLiteral("113"));
+    QCOMPARE(walk()->parent()->text(3), burned30);
+    QVERIFY(window.findChild<QLabel *>(QStringLiteral("totals"))
+                ->text()
+                .startsWith(QLocale().dayName(QDate::currentDate().dayOfWeek()) + QLatin1Char(':')));
     entries->setCurrentItem(walk(), 1);
     QTest::keyClick(entries, Qt::Key_F2);
     auto *minutes = entries->viewport()->findChild<QDoubleSpinBox *>();

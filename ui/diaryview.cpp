@@ -602,16 +602,24 @@ void DiaryView::refresh()
         }
         meal->setExpanded(true);
     }
+    // Exercise: what each burned, and the day's total burned on the group's row.
     if (!diary.exercises.isEmpty()) {
         auto *exercise = new QTreeWidgetItem(_entries, {mealName(EXERCISE, preferences.snackMode)});
+        QFont bold = exercise->font(0);
+        bold.setBold(true);
+        exercise->setFont(0, bold);
+        const int energyColumn = 3 + int(_columns.indexOf(ENERGY));
+        const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
         for (const ExerciseDiaryItem &e : diary.exercises) {
             auto *entry = new QTreeWidgetItem(exercise, {e.name, number(e.duration), tr("minutes")});
             entry->setData(0, kExerciseRole, e.ex_id);
             entry->setFlags(entry->flags() | Qt::ItemIsEditable);
-            const qsizetype energyColumn = _columns.indexOf(ENERGY);
-            if (energyColumn >= 0)
-                entry->setText(int(3 + energyColumn), units.getUnit(UNIT_ENERGY)->formatSigned(-e.energy()));
+            entry->setToolTip(0, tr("%1: %2 burned").arg(e.name, energy.formatValueWithUnit(e.energy())));
+            if (energyColumn >= 3)
+                entry->setText(energyColumn, energy.formatValue(e.energy()));
         }
+        if (energyColumn >= 3)
+            exercise->setText(energyColumn, energy.formatValue(diary.total(EXERCISE, ENERGY)));
         exercise->setExpanded(true);
     }
 
@@ -622,7 +630,7 @@ void DiaryView::refresh()
     const Targets targets = UserDB::getTargets(_userId, day);
     const float net = diary.total(ALL_MEALS, ENERGY);
     const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
-    QString totals = tr("Today: <b>%1</b>").arg(energy.formatSignedWithUnit(net));
+    QString totals = tr("%1: <b>%2</b>").arg(QLocale().dayName(_date.dayOfWeek()), energy.formatSignedWithUnit(net));
     if (targets.values[ENERGY] > 0)
         totals += tr(" of %1").arg(energy.formatValueWithUnit(targets.values[ENERGY]));
     _totals->setText(totals);
