@@ -26,6 +26,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QMimeData>
 #include <QProcess>
 #include <QPushButton>
@@ -80,6 +81,7 @@ private slots:
     void tabOrderFollowsTheEye();
     void publishFromTheWindow();
     void metricsAndUpdateCheckAfterStart();
+    void noTrapsWhenAdding();
     void sameOrderAsTheTool_data();
     void sameOrderAsTheTool();
     void secondStartWakesFirst();
@@ -705,6 +707,43 @@ void TestDesktop::metricsAndUpdateCheckAfterStart()
     QTest::qWait(BackgroundServices::kUpdateCheckDelayMs + 500);
     QCOMPARE(sent(check), 1);
     QCOMPARE(sent(metrics), 2);
+}
+
+void TestDesktop::noTrapsWhenAdding()
+{
+    MainWindow window;
+    QVERIFY(window.openProfile(makeProfile()));
+    auto *search = window.findChild<QLineEdit *>(QStringLiteral("search"));
+    auto *matches = window.findChild<QListWidget *>(QStringLiteral("matches"));
+    auto *serving = window.findChild<QComboBox *>(QStringLiteral("serving"));
+    auto *quantity = window.findChild<QDoubleSpinBox *>(QStringLiteral("quantity"));
+    const auto total = [&window] { return window.findChild<QLabel *>(QStringLiteral("totals"))->text(); };
+
+    // 200 g of milk, then a banana: one medium banana, not 200 of them.
+    search->setText(QStringLiteral("milk"));
+    serving->setCurrentIndex(serving->findText(QStringLiteral("g")));
+    quantity->setValue(200);
+    search->setText(QStringLiteral("banana"));
+    QCOMPARE(quantity->value(), 1.0);
+    QCOMPARE(serving->currentText(), QStringLiteral("1 medium (7\" to 7-7/8\" long)"));
+    QTest::keyClick(matches, Qt::Key_Return);
+    QVERIFY2(total().contains(QLatin1String("105 cals")), qPrintable(total()));
+
+    // A hundred bananas ask first: no adds nothing, yes adds them.
+    quantity->setValue(100);
+    for (const auto answer : {QMessageBox::No, QMessageBox::Yes}) {
+        QString asked;
+        QTimer::singleShot(0, [&asked, answer] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            QVERIFY(box);
+            asked = box->text();
+            box->button(answer)->click();
+        });
+        QCOMPARE(window.diary()->addSelectedFood(), answer == QMessageBox::Yes);
+        QCOMPARE(asked, QStringLiteral(
+                            "100 x 1 medium (7\" to 7-7/8\" long) of Bananas, raw is 10502 cals. Add it?"));
+    }
+    QVERIFY2(total().contains(QLatin1String("10607 cals")), qPrintable(total()));
 }
 
 void TestDesktop::sameOrderAsTheTool_data()

@@ -55,6 +55,7 @@
 namespace {
 
 constexpr int kShownMatches = 100;
+constexpr float kLargeEntryCalories = 5000.0f; // an entry above this asks first
 constexpr int kCategoryRole = Qt::UserRole + 1;
 constexpr int kCustomRole = Qt::UserRole + 2;
 constexpr int kExerciseRole = Qt::UserRole + 3; // an exercise entry's id, in the day's tree
@@ -630,7 +631,8 @@ void DiaryView::refresh()
     const Targets targets = UserDB::getTargets(_userId, day);
     const float net = diary.total(ALL_MEALS, ENERGY);
     const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
-    QString totals = tr("%1: <b>%2</b>").arg(QLocale().dayName(_date.dayOfWeek()), energy.formatSignedWithUnit(net));
+    QString totals =
+        tr("%1: <b>%2</b>").arg(QLocale().dayName(_date.dayOfWeek()), energy.formatSignedWithUnit(net));
     if (targets.values[ENERGY] > 0)
         totals += tr(" of %1").arg(energy.formatValueWithUnit(targets.values[ENERGY]));
     _totals->setText(totals);
@@ -817,8 +819,13 @@ bool DiaryView::dropItem(const QString &kind, int id, int meal)
 
 void DiaryView::select(int id)
 {
+    const bool another = id != _selectedId;
     _selectedId = id;
-    updateServings();
+    const float usual = updateServings();
+    // Another food starts at one of its usual serving: a quantity typed for the last one
+    // (200 g of milk) would mean something else for this one (200 bananas).
+    if (another && usual > 0)
+        _quantity->setValue(usual);
 }
 
 void DiaryView::populateTree()
@@ -1096,18 +1103,20 @@ int DiaryView::copySelectedToCustom()
     return dialog.foodId();
 }
 
-void DiaryView::updateServings()
+float DiaryView::updateServings()
 {
     _serving->clear();
     if (_selectedId < 0 || _browsing != BrowseFoods || !_foods->contains(_selectedId))
-        return;
+        return 0;
     FoodDiaryItem item;
     item.changeFood(_selectedId);
     const QList<FoodServing> servings = item.getServings();
     for (const FoodServing &serving : servings)
         _serving->addItem(serving.name, serving.id);
     // The serving the matches list counts in.
-    _serving->setCurrentIndex(std::max(0, _serving->findData(preferredServing(servings).servingId)));
+    const ServingChoice usual = preferredServing(servings);
+    _serving->setCurrentIndex(std::max(0, _serving->findData(usual.servingId)));
+    return usual.size;
 }
 
 bool DiaryView::addSelectedFood()
@@ -1159,6 +1168,16 @@ bool DiaryView::addSelectedFood()
     item.changeFood(id);
     item.setServing(_serving->currentData().toInt());
     item.setSize(float(_quantity->value()));
+    // A slip of the quantity (150 cups of rice) asks before it fills the day.
+    if (const float energy = item.getNutrient(ENERGY); energy > kLargeEntryCalories) {
+        const UnitDescriptor &unit = *UnitRegistry::instance().getUnit(UNIT_ENERGY);
+        if (QMessageBox::question(this, tr("Add to Diary"),
+                                  tr("%1 x %2 of %3 is %4. Add it?")
+                                      .arg(number(_quantity->value()), _serving->currentText(),
+                                           item.food_name, unit.formatValueWithUnit(energy))) !=
+            QMessageBox::Yes)
+            return false;
+    }
     item.setDate(DateConversion::fromQDate(_date));
     item.meal = _meal->currentData().toInt();
     if (!written(DiaryDB().addFoodEntry(item)))

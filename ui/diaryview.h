@@ -113,7 +113,9 @@ private:
     // Shows why when a change could not be stored; ok as it came.
     bool written(bool ok);
     void rememberUndo(std::function<void()> undo);
-    void updateServings();
+    // Fills the servings of the selected food, its usual one chosen; that one's usual quantity,
+    // 0 when no food is selected.
+    float updateServings();
 
     int _userId = -1;
     QDate _date;
