@@ -4,6 +4,7 @@
 #include "cli/session.h"
 
 #include "db/diarydb.h"
+#include "db/diaryedits.h"
 #include "db/lmsqldb.h"
 #include "db/savedmealdb.h"
 #include "db/userdb.h"
@@ -454,30 +455,24 @@ int logFood(Context &context, const QStringList &args)
     if (info.servings.isEmpty() &&
         (info.referenceQuantity <= 0.0f || genericServings(info.measureKind).isEmpty()))
         usageError(QStringLiteral("food %1 has no serving to log").arg(id));
-    FoodDiaryItem item;
-    item.user_id = userId;
-    item.changeFood(id);
+    FoodDiaryItem probe; // the servings an entry of it offers
+    probe.changeFood(id);
+    const QList<FoodServing> servings = probe.getServings();
+    ServingChoice chosen = preferredServing(servings); // the serving search counts each food in
     if (a.has(QStringLiteral("--serving"))) {
         const QString wanted = a.value(QStringLiteral("--serving"));
         bool isNumber = false;
         const int servingId = wanted.toInt(&isNumber);
-        const QList<FoodServing> servings = item.getServings();
         const auto it = std::find_if(servings.cbegin(), servings.cend(), [&](const FoodServing &s) {
             return (isNumber && s.id == servingId) || s.name.compare(wanted, Qt::CaseInsensitive) == 0;
         });
         if (it == servings.cend())
             usageError(QStringLiteral("--serving: food %1 has no serving '%2'").arg(id).arg(wanted));
-        item.setServing(it->id);
-        item.setSize(qty);
-    } else {
-        // The serving search shows each food's energy for.
-        const ServingChoice usual = preferredServing(item.getServings());
-        item.setServing(usual.servingId);
-        item.setSize(a.has(QStringLiteral("--qty")) ? qty : usual.size);
+        chosen = {it->id, 1.0f};
     }
-    item.setDate(day);
-    item.meal = meal;
-    if (!DiaryDB().addFoodEntry(item))
+    FoodDiaryItem item;
+    if (!DiaryEdits::logFood(userId, day, meal, id, chosen.servingId,
+                             a.has(QStringLiteral("--qty")) ? qty : chosen.size, &item))
         failure(QStringLiteral("the entry could not be stored (%1)").arg(LmSqlDb::lastErrorText()));
     printLine(QString::number(item.food_id));
     return Success;
@@ -495,19 +490,16 @@ int logExercise(Context &context, const QStringList &args)
     Exercise found;
     if (!ExDB(userId).exercise(id, &found))
         usageError(QStringLiteral("no exercise %1").arg(id));
-    const auto weight =
-        UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"), userId, day, -1);
-    if (!weight || weight->first <= 0)
+    ExerciseDiaryItem item;
+    switch (DiaryEdits::logExercise(userId, day, found.name, found.scale, float(minutes), &item)) {
+    case DiaryEdits::Logged::NoWeight:
         usageError(QStringLiteral("no weight recorded on or before %1; record one with checkin first")
                        .arg(DateConversion::toWebDate(day)));
-    ExerciseDiaryItem item;
-    item.user_id = userId;
-    item.date = day;
-    item.duration = float(minutes);
-    item.rate = found.scale * float(weight->first);
-    item.name = found.name;
-    if (!DiaryDB().addExerciseEntry(item))
+    case DiaryEdits::Logged::NotStored:
         failure(QStringLiteral("the entry could not be stored (%1)").arg(LmSqlDb::lastErrorText()));
+    case DiaryEdits::Logged::Stored:
+        break;
+    }
     printLine(QString::number(item.ex_id));
     return Success;
 }

@@ -4,6 +4,7 @@
 #include "app/profilepreferences.h"
 #include "brand/brandengine.h"
 #include "db/diarydb.h"
+#include "db/diaryedits.h"
 #include "db/lmsqldb.h"
 #include "db/savedmealdb.h"
 #include "db/userdb.h"
@@ -1136,24 +1137,19 @@ bool DiaryView::addSelectedFood()
         Exercise exercise;
         if (!_exercises->exercise(_selectedId, &exercise))
             return false;
-        const QString day = DateConversion::fromQDate(_date);
         // The energy burned follows the body weight in force that day.
-        const auto weight =
-            UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"), _userId, day, -1);
-        if (!weight || weight->first <= 0) {
+        ExerciseDiaryItem entry;
+        const DiaryEdits::Logged logged =
+            DiaryEdits::logExercise(_userId, DateConversion::fromQDate(_date), exercise.name, exercise.scale,
+                                    float(_quantity->value()), &entry);
+        if (logged == DiaryEdits::Logged::NoWeight) {
             QMessageBox::information(
                 this, tr("Exercise"),
                 tr("Record your weight in a check-in first: the energy an exercise burns "
                    "depends on it."));
             return false;
         }
-        ExerciseDiaryItem entry;
-        entry.user_id = _userId;
-        entry.date = day;
-        entry.duration = float(_quantity->value());
-        entry.rate = exercise.scale * float(weight->first);
-        entry.name = exercise.name;
-        if (!written(DiaryDB().addExerciseEntry(entry)))
+        if (!written(logged == DiaryEdits::Logged::Stored))
             return false;
         const int added = entry.ex_id;
         rememberUndo([added] { DiaryDB().removeExerciseEntry(added); });
@@ -1162,13 +1158,11 @@ bool DiaryView::addSelectedFood()
     }
     if (!current || _userId < 0 || _serving->currentIndex() < 0)
         return false;
-    const int id = _selectedId;
+    // What it would add, asked about first when it is a lot (150 cups of rice).
     FoodDiaryItem item;
-    item.user_id = _userId;
-    item.changeFood(id);
+    item.changeFood(_selectedId);
     item.setServing(_serving->currentData().toInt());
     item.setSize(float(_quantity->value()));
-    // A slip of the quantity (150 cups of rice) asks before it fills the day.
     if (const float energy = item.getNutrient(ENERGY); energy > kLargeEntryCalories) {
         const UnitDescriptor &unit = *UnitRegistry::instance().getUnit(UNIT_ENERGY);
         if (QMessageBox::question(this, tr("Add to Diary"),
@@ -1178,9 +1172,8 @@ bool DiaryView::addSelectedFood()
             QMessageBox::Yes)
             return false;
     }
-    item.setDate(DateConversion::fromQDate(_date));
-    item.meal = _meal->currentData().toInt();
-    if (!written(DiaryDB().addFoodEntry(item)))
+    if (!written(DiaryEdits::logFood(_userId, DateConversion::fromQDate(_date), _meal->currentData().toInt(),
+                                     _selectedId, item.serving_id, item.size, &item)))
         return false;
     const int added = item.food_id;
     rememberUndo([added] { DiaryDB().removeFoodEntry(added); });

@@ -1,0 +1,29 @@
+#pragma once
+
+// What both faces do to a day of the diary, worked out once: the desktop program and the tool
+// log food and exercise through these, so the two never come to different figures.
+
+#include "model/dbtypes.h"
+
+#include <QString>
+
+#include <optional>
+
+namespace DiaryEdits {
+
+// The body weight in force on a day (kg): the latest weighed check-in on or before it.
+std::optional<double> weightInForce(int userId, const QString &day);
+
+enum class Logged { Stored, NoWeight, NotStored };
+
+// An exercise of minutes on a day. burnRate is calories per minute and kilogram; the entry
+// keeps its rate at the weight in force that day, so a later check-in never changes it. The
+// weight is read under the write lock, with the insert.
+Logged logExercise(int userId, const QString &day, const QString &name, float burnRate, float minutes,
+                   ExerciseDiaryItem *entry);
+
+// A food entry of size servings (servingId) of a food the food information source knows.
+bool logFood(int userId, const QString &day, int meal, int foodId, int servingId, float size,
+             FoodDiaryItem *entry);
+
+} // namespace DiaryEdits
