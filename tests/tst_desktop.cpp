@@ -72,6 +72,7 @@ private slots:
     void wizardCancelled();
     void searchAddsFoodToLunch();
     void checkInAndUnitsEverywhere();
+    void checkInKeepsWhatIsTyped();
     void dayCopied();
     void savedMeals();
     void profilesAndColumns();
@@ -286,7 +287,6 @@ void TestDesktop::checkInAndUnitsEverywhere()
     const CheckIn stored = *UserDB::getCheckIn(window.currentUser(), today);
     QCOMPARE(stored.weight, 62.3);
     QCOMPARE(stored.note, QStringLiteral("after the holidays"));
-    QCOMPARE(window.findChild<QTreeWidget *>(QStringLiteral("history"))->topLevelItemCount(), 1);
 
     // Pounds and kilojoules, in the check-in and the diary alike.
     QTimer::singleShot(0, [] {
@@ -301,6 +301,48 @@ void TestDesktop::checkInAndUnitsEverywhere()
     QVERIFY(qAbs(weight->value() - 137.3) < 0.05);
     QVERIFY2(window.findChild<QLabel *>(QStringLiteral("totals"))->text().contains(QLatin1String(" kj")),
              qPrintable(window.findChild<QLabel *>(QStringLiteral("totals"))->text()));
+}
+
+void TestDesktop::checkInKeepsWhatIsTyped()
+{
+    MainWindow window;
+    const int user = makeProfile();
+    QVERIFY(window.openProfile(user));
+    window.show();
+    window.showSection(MainWindow::CheckInSection);
+    CheckInView *view = window.checkIn();
+    auto *weight = view->findChild<QDoubleSpinBox *>(QStringLiteral("weight"));
+    auto *history = view->findChild<QTreeWidget *>(QStringLiteral("history"));
+    const QDate today = QDate::currentDate();
+    const auto storedWeight = [user](const QDate &day) {
+        const auto c = UserDB::getCheckIn(user, day.toString(QStringLiteral("yyyyMMdd")));
+        return c ? c->weight : -1.0;
+    };
+
+    // Enter saves; a weight typed for yesterday is kept when the day changes.
+    view->setDate(today.addDays(-1));
+    weight->setFocus();
+    weight->selectAll();
+    QTest::keyClicks(weight, QStringLiteral("61"));
+    QTest::keyClick(weight, Qt::Key_Return);
+    QCOMPARE(storedWeight(today.addDays(-1)), 61.0);
+    weight->selectAll();
+    QTest::keyClicks(weight, QStringLiteral("60.5"));
+    view->setDate(today);
+    QCOMPARE(storedWeight(today.addDays(-1)), 60.5);
+
+    // Only the days before the shown one are earlier.
+    QCOMPARE(history->topLevelItemCount(), 1);
+    view->setDate(today.addDays(-1));
+    QCOMPARE(history->topLevelItemCount(), 0);
+
+    // Delete removes the shown day's check-in, after asking.
+    QTimer::singleShot(0, [] {
+        qobject_cast<QMessageBox *>(QApplication::activeModalWidget())->button(QMessageBox::Yes)->click();
+    });
+    view->findChild<QPushButton *>(QStringLiteral("delete"))->click();
+    QCOMPARE(storedWeight(today.addDays(-1)), -1.0);
+    QCOMPARE(storedWeight(today), 61.5);
 }
 
 void TestDesktop::dayCopied()

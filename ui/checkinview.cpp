@@ -8,6 +8,7 @@
 #include <QDoubleSpinBox>
 #include <QFormLayout>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -102,7 +103,8 @@ CheckInView::CheckInView(QWidget *parent)
     auto *remove = new QPushButton(
         QIcon(BrandEngine::instance().getPixmap(QStringLiteral("graphics.icon.checkin.delete"))),
         tr("&Delete"), this);
-    connect(remove, &QPushButton::clicked, this, &CheckInView::removeSelected);
+    remove->setObjectName(QStringLiteral("delete"));
+    connect(remove, &QPushButton::clicked, this, &CheckInView::removeShown);
 
     _history = new QTreeWidget(this);
     _history->setObjectName(QStringLiteral("history"));
@@ -121,7 +123,7 @@ CheckInView::CheckInView(QWidget *parent)
     layout->addWidget(_title);
     layout->addLayout(form);
     layout->addLayout(buttons);
-    layout->addWidget(new QLabel(tr("Earlier check-ins (Enter to edit):"), this));
+    layout->addWidget(new QLabel(tr("Earlier check-ins (Enter to open):"), this));
     layout->addWidget(_history, 1);
 }
 
@@ -133,8 +135,11 @@ void CheckInView::setUser(int user_id)
 
 void CheckInView::setDate(const QDate &date)
 {
-    if (!date.isValid())
+    if (!date.isValid() || date == _date)
         return;
+    // What was typed for the day left is kept.
+    if (edited())
+        save();
     _date = date;
     refresh();
 }
@@ -153,6 +158,7 @@ void CheckInView::refresh()
     showValue(_thigh, lengthUnit(), c.thigh);
     _steps->setValue(c.steps >= 0 ? int(c.steps) : -1);
     _note->setText(c.note);
+    _shown = formText();
 
     _historyStale = true;
     if (isVisible())
@@ -172,7 +178,10 @@ void CheckInView::fillHistory()
     _history->clear();
     if (_userId < 0)
         return;
+    const QString shown = DateConversion::fromQDate(_date);
     for (const CheckIn &earlier : UserDB::getCheckIns(_userId)) {
+        if (earlier.date >= shown)
+            continue;
         auto *item = new QTreeWidgetItem(
             _history,
             {DateConversion::toWebDate(earlier.date),
@@ -182,10 +191,8 @@ void CheckInView::fillHistory()
     }
 }
 
-bool CheckInView::save()
+CheckIn CheckInView::formValues() const
 {
-    if (_userId < 0)
-        return false;
     CheckIn c;
     c.date = DateConversion::fromQDate(_date);
     c.weight = stored(_weight, weightUnit());
@@ -195,6 +202,27 @@ bool CheckInView::save()
     c.thigh = stored(_thigh, lengthUnit());
     c.steps = _steps->value() >= 0 ? _steps->value() : -1;
     c.note = _note->text().trimmed();
+    return c;
+}
+
+QString CheckInView::formText() const
+{
+    QStringList fields;
+    for (const QDoubleSpinBox *box : {_weight, _chest, _waist, _hip, _thigh})
+        fields.append(box->text());
+    return fields.join(QLatin1Char('\n')) + _steps->text() + QLatin1Char('\n') + _note->text();
+}
+
+bool CheckInView::edited() const
+{
+    return _userId >= 0 && formText() != _shown;
+}
+
+bool CheckInView::save()
+{
+    if (_userId < 0)
+        return false;
+    const CheckIn c = formValues();
     if (c.weight < 0 && c.chest < 0 && c.waist < 0 && c.hip < 0 && c.thigh < 0 && c.steps < 0 &&
         c.note.isEmpty()) {
         QMessageBox::information(this, tr("Check-in"), tr("Enter at least one measurement or a note."));
@@ -206,12 +234,21 @@ bool CheckInView::save()
     return true;
 }
 
-void CheckInView::removeSelected()
+void CheckInView::keyPressEvent(QKeyEvent *event)
 {
-    const QTreeWidgetItem *item = _history->currentItem();
-    if (!item || _userId < 0)
+    // The fields let Enter through: it saves, as the button does.
+    if ((event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) && !_history->hasFocus()) {
+        save();
         return;
-    const QString day = item->data(0, Qt::UserRole).toString();
+    }
+    QWidget::keyPressEvent(event);
+}
+
+void CheckInView::removeShown()
+{
+    const QString day = DateConversion::fromQDate(_date);
+    if (_userId < 0 || !UserDB::getCheckIn(_userId, day))
+        return;
     if (QMessageBox::question(this, tr("Check-in"),
                               tr("Delete the check-in of %1?").arg(DateConversion::toWebDate(day))) !=
         QMessageBox::Yes)

@@ -1,11 +1,13 @@
 #pragma once
 
 // The day's check-in: weight and the measurements the brand enables, steps and a note, in the
-// profile's units; saved with one button, and a history of earlier check-ins to edit or delete.
+// profile's units; saved with Enter or the button, and by itself when the day changes, so that
+// nothing typed is lost. Below, the check-ins before the shown day, to open and edit.
 
 #include <QDate>
 #include <QWidget>
 
+struct CheckIn;
 class QDoubleSpinBox;
 class QLabel;
 class QLineEdit;
@@ -24,17 +26,23 @@ public:
     QDate date() const { return _date; }
 
     bool save();
-    void removeSelected();
+    // Removes the shown day's check-in, when there is one (after asking).
+    void removeShown();
 
 signals:
     void checkInChanged();
 
 protected:
     void showEvent(QShowEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
 
 private:
     void refresh();
     void fillHistory();
+    // The form as a check-in of the shown day.
+    CheckIn formValues() const;
+    QString formText() const; // what the fields show, to tell an edit
+    bool edited() const;
 
     int _userId = -1;
     QDate _date = QDate::currentDate();
@@ -48,4 +56,5 @@ private:
     QLineEdit *_note;
     QTreeWidget *_history;
     bool _historyStale = true;
+    QString _shown; // the form as it was loaded, to tell an edit from it
 };
