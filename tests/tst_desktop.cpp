@@ -768,7 +768,15 @@ void TestDesktop::noTrapsWhenAdding()
     search->setText(QStringLiteral("banana"));
     QCOMPARE(quantity->value(), 1.0);
     QCOMPARE(serving->currentText(), QStringLiteral("1 medium (7\" to 7-7/8\" long)"));
-    QTest::keyClick(matches, Qt::Key_Return);
+    const QString preview = window.findChild<QLabel *>(QStringLiteral("preview"))->text();
+    QVERIFY2(preview.startsWith(QStringLiteral("105 cals \u00b7 Carbs 27.0 g")), qPrintable(preview));
+    // From the search box Down goes into the matches; Enter in the quantity adds.
+    window.show();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+    search->setFocus();
+    QTest::keyClick(search, Qt::Key_Down);
+    QVERIFY(matches->hasFocus());
+    QTest::keyClick(quantity, Qt::Key_Return);
     QVERIFY2(total().contains(QLatin1String("105 cals")), qPrintable(total()));
 
     // A hundred bananas ask first: no adds nothing, yes adds them.

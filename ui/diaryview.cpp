@@ -365,6 +365,15 @@ DiaryView::DiaryView(QWidget *parent)
     _query->setPlaceholderText(tr("Search foods (at least 3 letters; -word leaves out)"));
     _query->setClearButtonEnabled(true);
     connect(_query, &QLineEdit::textChanged, this, &DiaryView::search);
+    // Down or Enter goes on to the matches.
+    const auto intoMatches = [this] {
+        if (_matches->count() > 0) {
+            _views->setCurrentWidget(_matches);
+            _matches->setFocus();
+        }
+    };
+    _query->installEventFilter(new KeyFilter(this, Qt::Key_Down, intoMatches));
+    connect(_query, &QLineEdit::returnPressed, this, intoMatches);
     _matches = new QListWidget(this);
     _matches->setObjectName(QStringLiteral("matches"));
     _matches->setItemDelegate(new MatchDelegate(_matches));
@@ -443,6 +452,7 @@ DiaryView::DiaryView(QWidget *parent)
     _quantity->setObjectName(QStringLiteral("quantity"));
     _quantity->setRange(0.01, 10000);
     _quantity->setValue(1);
+    _quantity->installEventFilter(new KeyFilter(this, Qt::Key_Return, [this] { addSelectedFood(); }));
     auto *add = new QPushButton(tr("&Add to diary"), this);
     connect(add, &QPushButton::clicked, this, [this] { addSelectedFood(); });
     auto *browser = new QWidget(this);
@@ -452,6 +462,13 @@ DiaryView::DiaryView(QWidget *parent)
     _quantityLabel = new QLabel(tr("&Quantity:"), this);
     _quantityLabel->setBuddy(_quantity);
     form->addRow(_quantityLabel, _quantity);
+    // What the chosen amount brings, before it is added.
+    _preview = new QLabel(this);
+    _preview->setObjectName(QStringLiteral("preview"));
+    _preview->setWordWrap(true);
+    form->addRow(_preview);
+    connect(_serving, &QComboBox::currentIndexChanged, this, &DiaryView::updatePreview);
+    connect(_quantity, &QDoubleSpinBox::valueChanged, this, &DiaryView::updatePreview);
     auto *browserLayout = new QVBoxLayout(browser);
     browserLayout->setContentsMargins(0, 0, 0, 0);
     browserLayout->addWidget(_kind);
@@ -827,6 +844,7 @@ void DiaryView::select(int id)
     // (200 g of milk) would mean something else for this one (200 bananas).
     if (another && usual > 0)
         _quantity->setValue(usual);
+    updatePreview();
 }
 
 void DiaryView::populateTree()
@@ -1118,6 +1136,32 @@ float DiaryView::updateServings()
     const ServingChoice usual = preferredServing(servings);
     _serving->setCurrentIndex(std::max(0, _serving->findData(usual.servingId)));
     return usual.size;
+}
+
+void DiaryView::updatePreview()
+{
+    QString text;
+    const UnitRegistry &units = UnitRegistry::instance();
+    const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
+    if (_selectedId >= 0 && _browsing == BrowseFoods && _serving->currentIndex() >= 0) {
+        FoodDiaryItem item;
+        item.changeFood(_selectedId);
+        item.setServing(_serving->currentData().toInt());
+        item.setSize(float(_quantity->value()));
+        QStringList parts = {energy.formatValueWithUnit(item.getNutrient(ENERGY))};
+        for (const int type : {CARB, FAT, PROTEIN})
+            parts.append(units.getUnitForNutrient(type)->getName() + QLatin1Char(' ') +
+                         units.getUnitForNutrient(type)->formatValueWithUnit(item.getNutrient(type)));
+        text = parts.join(QStringLiteral(" \u00b7 "));
+    } else if (_selectedId >= 0 && _browsing == BrowseExercises) {
+        Exercise exercise;
+        const auto weight = DiaryEdits::weightInForce(_userId, DateConversion::fromQDate(_date));
+        if (weight && _exercises->exercise(_selectedId, &exercise))
+            text =
+                tr("%1 burned")
+                    .arg(energy.formatValueWithUnit(double(exercise.scale) * *weight * _quantity->value()));
+    }
+    _preview->setText(text);
 }
 
 bool DiaryView::addSelectedFood()

@@ -116,6 +116,7 @@ private:
     // Fills the servings of the selected food, its usual one chosen; that one's usual quantity,
     // 0 when no food is selected.
     float updateServings();
+    void updatePreview();
 
     int _userId = -1;
     QDate _date;
@@ -146,4 +147,5 @@ private:
     QComboBox *_serving;
     QDoubleSpinBox *_quantity;
     QLabel *_quantityLabel;
+    QLabel *_preview;
 };
