@@ -4,6 +4,8 @@
 #include "db/lmsqldb.h"
 #include "db/userdb.h"
 
+#include <algorithm>
+
 namespace DiaryEdits {
 
 std::optional<double> weightInForce(int userId, const QString &day)
@@ -50,6 +52,78 @@ bool logFood(int userId, const QString &day, int meal, int foodId, int servingId
         return false;
     *entry = item;
     return true;
+}
+
+bool hasEntries(int userId, const QString &day)
+{
+    const DiaryDay entries = DiaryDB().getDay(userId, day);
+    const auto live = [](const auto &entry) { return entry.status != STATUS_DELETED; };
+    return std::any_of(entries.foods.cbegin(), entries.foods.cend(), live) ||
+           std::any_of(entries.exercises.cbegin(), entries.exercises.cend(), live);
+}
+
+bool copyDay(int userId, const QString &from, const QString &to, bool replace, DayCopy *copy)
+{
+    const DiaryDB diary;
+    DayCopy done;
+    LmWriteTransaction write;
+    bool ok = write.isOpen();
+    // Read under the lock: what is copied and replaced is what is there.
+    const DiaryDay source = diary.getDay(userId, from);
+    const DiaryDay target = diary.getDay(userId, to);
+    for (const FoodDiaryItem &food : target.foods) {
+        if (ok && replace && food.status != STATUS_DELETED) {
+            ok = diary.removeFoodEntry(food.food_id);
+            done.removedFoods.append(food);
+        }
+    }
+    for (const ExerciseDiaryItem &exercise : target.exercises) {
+        if (ok && replace && exercise.status != STATUS_DELETED) {
+            ok = diary.removeExerciseEntry(exercise.ex_id);
+            done.removedExercises.append(exercise);
+        }
+    }
+    for (FoodDiaryItem food : source.foods) {
+        if (!ok || food.status == STATUS_DELETED)
+            continue;
+        food.food_id = -1;
+        food.setDate(to);
+        ok = diary.addFoodEntry(food);
+        done.addedFoods.append(food.food_id);
+    }
+    for (ExerciseDiaryItem exercise : source.exercises) {
+        if (!ok || exercise.status == STATUS_DELETED)
+            continue;
+        exercise.ex_id = -1;
+        exercise.date = to;
+        ok = diary.addExerciseEntry(exercise);
+        done.addedExercises.append(exercise.ex_id);
+    }
+    if (!write.commit(ok))
+        return false;
+    *copy = done;
+    return true;
+}
+
+bool undoCopy(const DayCopy &copy)
+{
+    const DiaryDB diary;
+    LmWriteTransaction write;
+    bool ok = write.isOpen();
+    for (const int id : copy.addedFoods)
+        ok = ok && diary.removeFoodEntry(id);
+    for (const int id : copy.addedExercises)
+        ok = ok && diary.removeExerciseEntry(id);
+    // What was replaced comes again as new entries: deletions have gone out to other devices.
+    for (FoodDiaryItem food : copy.removedFoods) {
+        food.food_id = -1;
+        ok = ok && diary.addFoodEntry(food);
+    }
+    for (ExerciseDiaryItem exercise : copy.removedExercises) {
+        exercise.ex_id = -1;
+        ok = ok && diary.addExerciseEntry(exercise);
+    }
+    return write.commit(ok);
 }
 
 } // namespace DiaryEdits

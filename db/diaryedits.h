@@ -5,6 +5,7 @@
 
 #include "model/dbtypes.h"
 
+#include <QList>
 #include <QString>
 
 #include <optional>
@@ -25,5 +26,20 @@ Logged logExercise(int userId, const QString &day, const QString &name, float bu
 // A food entry of size servings (servingId) of a food the food information source knows.
 bool logFood(int userId, const QString &day, int meal, int foodId, int servingId, float size,
              FoodDiaryItem *entry);
+
+// Copies every live entry of one day to the same meals of another, in one transaction; with
+// replace, the other day's entries go first. What changed, to take it back.
+struct DayCopy
+{
+    QList<int> addedFoods;
+    QList<int> addedExercises;
+    QList<FoodDiaryItem> removedFoods;
+    QList<ExerciseDiaryItem> removedExercises;
+};
+bool copyDay(int userId, const QString &from, const QString &to, bool replace, DayCopy *copy);
+// Takes a copy back: the copies go, what they replaced comes again.
+bool undoCopy(const DayCopy &copy);
+// Whether a day has live entries.
+bool hasEntries(int userId, const QString &day);
 
 } // namespace DiaryEdits

@@ -361,6 +361,30 @@ void TestDesktop::dayCopied()
     const QString nextDay = QDate::currentDate().addDays(1).toString(QStringLiteral("yyyyMMdd"));
     QVERIFY(DiaryDB().getDay(user, nextDay).foods.constFirst().status == STATUS_DELETED);
 
+    // Onto a day with entries it asks: add to them, or replace them; undo brings back the replaced.
+    const auto live = [user, &nextDay] {
+        const QList<FoodDiaryItem> foods = DiaryDB().getDay(user, nextDay).foods;
+        return std::count_if(foods.cbegin(), foods.cend(),
+                             [](const FoodDiaryItem &f) { return f.status == STATUS_LIVE; });
+    };
+    const auto answer = [](const QString &button) {
+        QTimer::singleShot(0, [button] {
+            for (QAbstractButton *b :
+                 qobject_cast<QMessageBox *>(QApplication::activeModalWidget())->buttons()) {
+                if (b->text() == button)
+                    b->click();
+            }
+        });
+    };
+    QCOMPARE(window.diary()->copyDay(QDate::currentDate().addDays(1)), 1);
+    for (const auto &[button, after] : {std::pair{"&Add to Them", 2}, std::pair{"&Replace Them", 1}}) {
+        answer(QString::fromLatin1(button));
+        QCOMPARE(window.diary()->copyDay(QDate::currentDate().addDays(1)), 1);
+        QCOMPARE(live(), after);
+    }
+    QVERIFY(window.diary()->undo());
+    QCOMPARE(live(), 2);
+
     // Two bowls instead of one, then at lunch; each change can be taken back.
     auto *entries = window.findChild<QTreeWidget *>(QStringLiteral("entries"));
     window.diary()->setDate(QDate::currentDate().addDays(-1));

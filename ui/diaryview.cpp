@@ -1291,43 +1291,30 @@ void DiaryView::copySelectionInDialog()
         copySelection(day->date(), meal->currentData().toInt());
 }
 
-int DiaryView::copyDay(const QDate &target)
+int DiaryView::copyDay(const QDate &target, CopyMode mode)
 {
     if (_userId < 0 || !target.isValid() || target == _date)
         return 0;
     const QString targetDay = DateConversion::fromQDate(target);
-    const DiaryDB diary;
-    DiaryDay day = diary.getDay(_userId, DateConversion::fromQDate(_date));
-    QList<int> foods;
-    QList<int> exercises;
-    LmWriteTransaction write;
-    bool ok = write.isOpen();
-    for (FoodDiaryItem food : std::as_const(day.foods)) {
-        if (!ok || food.status == STATUS_DELETED)
-            continue;
-        food.food_id = -1;
-        food.setDate(targetDay);
-        ok = diary.addFoodEntry(food);
-        foods.append(food.food_id);
+    if (mode == AskFirst && DiaryEdits::hasEntries(_userId, targetDay)) {
+        QMessageBox box(QMessageBox::Question, tr("Copy Day"),
+                        tr("%1 has entries already. Add this day's entries to them, or replace them?")
+                            .arg(DateConversion::longDayName(target)),
+                        QMessageBox::Cancel, this);
+        QPushButton *add = box.addButton(tr("&Add to Them"), QMessageBox::AcceptRole);
+        QPushButton *replace = box.addButton(tr("&Replace Them"), QMessageBox::DestructiveRole);
+        box.setDefaultButton(add);
+        box.exec();
+        if (box.clickedButton() != add && box.clickedButton() != replace)
+            return 0;
+        mode = box.clickedButton() == replace ? Replace : Add;
     }
-    for (ExerciseDiaryItem exercise : std::as_const(day.exercises)) {
-        if (!ok || exercise.status == STATUS_DELETED)
-            continue;
-        exercise.ex_id = -1;
-        exercise.date = targetDay;
-        ok = diary.addExerciseEntry(exercise);
-        exercises.append(exercise.ex_id);
-    }
-    if (!written(write.commit(ok)))
+    DiaryEdits::DayCopy copy;
+    if (!written(DiaryEdits::copyDay(_userId, DateConversion::fromQDate(_date), targetDay, mode == Replace,
+                                     &copy)))
         return 0;
-    rememberUndo([foods, exercises] {
-        const DiaryDB diary;
-        for (const int id : foods)
-            diary.removeFoodEntry(id);
-        for (const int id : exercises)
-            diary.removeExerciseEntry(id);
-    });
-    return int(foods.size() + exercises.size());
+    rememberUndo([copy] { DiaryEdits::undoCopy(copy); });
+    return int(copy.addedFoods.size() + copy.addedExercises.size());
 }
 
 bool DiaryView::written(bool ok)

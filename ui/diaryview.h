@@ -47,8 +47,10 @@ public:
     void search(const QString &query);
     bool addSelectedFood();
     void deleteSelectedEntry();
-    // Copies every entry of the shown day to the same meals of another day; the entries copied.
-    int copyDay(const QDate &target);
+    // Copies every entry of the shown day to the same meals of another day; when that day has
+    // entries, AskFirst asks whether to add to them or replace them. The entries copied.
+    enum CopyMode { AskFirst, Add, Replace };
+    int copyDay(const QDate &target, CopyMode mode = AskFirst);
     // Copies the selected entry, or all of the selected meal, to a day and meal (0: the same
     // meals); the entries copied.
     int copySelection(const QDate &target, int meal);
