@@ -32,6 +32,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSpinBox>
+#include <QSplitter>
 #include <QTabWidget>
 #include <QTextBrowser>
 #include <QTimer>
@@ -83,6 +84,7 @@ private slots:
     void publishFromTheWindow();
     void metricsAndUpdateCheckAfterStart();
     void noTrapsWhenAdding();
+    void windowKeepsItsLayout();
     void sameOrderAsTheTool_data();
     void sameOrderAsTheTool();
     void secondStartWakesFirst();
@@ -818,6 +820,27 @@ void TestDesktop::noTrapsWhenAdding()
                             "100 x 1 medium (7\" to 7-7/8\" long) of Bananas, raw is 10502 cals. Add it?"));
     }
     QVERIFY2(total().contains(QLatin1String("10607 cals")), qPrintable(total()));
+}
+
+void TestDesktop::windowKeepsItsLayout()
+{
+    const int user = makeProfile();
+    QList<int> sizes;
+    {
+        MainWindow window;
+        QVERIFY(window.openProfile(user));
+        window.show();
+        window.resize(900, 640);
+        auto *splitter = window.findChild<QSplitter *>(QStringLiteral("diarySplitter"));
+        splitter->setSizes({300, 560});
+        sizes = splitter->sizes();
+        QVERIFY(window.close());
+    }
+    MainWindow again;
+    QVERIFY(again.openProfile(user));
+    again.show();
+    QCOMPARE(again.size(), QSize(900, 640));
+    QCOMPARE(again.findChild<QSplitter *>(QStringLiteral("diarySplitter"))->sizes(), sizes);
 }
 
 void TestDesktop::sameOrderAsTheTool_data()

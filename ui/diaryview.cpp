@@ -56,6 +56,7 @@
 namespace {
 
 constexpr int kShownMatches = 100;
+const QString kSplitterKey = QStringLiteral("/window/diarySplitter");
 constexpr float kLargeEntryCalories = 5000.0f; // an entry above this asks first
 constexpr int kCategoryRole = Qt::UserRole + 1;
 constexpr int kCustomRole = Qt::UserRole + 2;
@@ -497,14 +498,16 @@ DiaryView::DiaryView(QWidget *parent)
     _entries->viewport()->setAcceptDrops(true);
     _entries->viewport()->installEventFilter(this);
 
-    auto *splitter = new QSplitter(this);
-    splitter->addWidget(day);
-    splitter->addWidget(browser);
-    splitter->setStretchFactor(0, 3);
-    splitter->setStretchFactor(1, 2);
+    _splitter = new QSplitter(this);
+    _splitter->setObjectName(QStringLiteral("diarySplitter"));
+    _splitter->addWidget(day);
+    _splitter->addWidget(browser);
+    _splitter->setStretchFactor(0, 3);
+    _splitter->setStretchFactor(1, 2);
+    _splitter->restoreState(LmSettings::readValue(kSplitterKey).toByteArray());
     auto *layout = new QVBoxLayout(this);
     layout->addLayout(header);
-    layout->addWidget(splitter, 1);
+    layout->addWidget(_splitter, 1);
     // Left to right, top to bottom: the day, then the browser as it reads.
     QWidget *const order[] = {_entries, _water, _kind, _query, _views, _meal, _serving, _quantity, add};
     for (size_t i = 1; i < std::size(order); ++i)
@@ -512,6 +515,11 @@ DiaryView::DiaryView(QWidget *parent)
 }
 
 DiaryView::~DiaryView() = default;
+
+void DiaryView::saveLayout() const
+{
+    LmSettings::writeValue(kSplitterKey, _splitter->saveState());
+}
 
 void DiaryView::setUser(int user_id)
 {

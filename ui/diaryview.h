@@ -88,6 +88,9 @@ public:
     // What a drop of "binary/lmitem" does: adds the item to the meal (0: the chosen one).
     bool dropItem(const QString &kind, int id, int meal);
 
+    // Keeps the split between the day and the browser for the next start.
+    void saveLayout() const;
+
     // The profile's units or meal names changed.
     void preferencesChanged() { setUser(_userId); }
 
@@ -131,6 +134,7 @@ private:
     std::function<void()> _undo;
     QList<int> _columns;
     QWidget *_panel;
+    class QSplitter *_splitter;
     class QCalendarWidget *_calendar = nullptr;
 
     QLabel *_title;

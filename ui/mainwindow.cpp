@@ -12,13 +12,13 @@
 #include "net/mealplandownload.h"
 #include "reports/csvexportdiary.h"
 #include "reports/daysummary.h"
+#include "ui/backgroundservices.h"
 #include "ui/checkinview.h"
 #include "ui/diaryview.h"
 #include "ui/newprofilewizard.h"
 #include "ui/preferencesdialog.h"
 #include "ui/profiledialog.h"
 #include "ui/publishdialog.h"
-#include "ui/backgroundservices.h"
 #include "ui/updatedialog.h"
 
 #include <QAction>
@@ -82,6 +82,7 @@ MainWindow::MainWindow(QWidget *parent)
     _sections->setCurrentRow(DiarySection);
     statusBar()->showMessage(tr("Ready"));
     resize(1100, 740);
+    restoreGeometry(LmSettings::readValue(QStringLiteral("/window/geometry")).toByteArray());
 }
 
 void MainWindow::createActions()
@@ -432,6 +433,9 @@ void MainWindow::closeEvent(QCloseEvent *event)
                                                   "diary now?")) == QMessageBox::Yes))
             publishDiary();
     }
+    // The window opens again as it was left.
+    LmSettings::writeValue(QStringLiteral("/window/geometry"), saveGeometry());
+    _diary->saveLayout();
     QMainWindow::closeEvent(event);
 }
 
