@@ -173,6 +173,8 @@ void TestDesktop::searchAddsFoodToLunch()
     QCOMPARE(lunch->childCount(), 1);
     QCOMPARE(lunch->child(0)->text(0), QStringLiteral("Apples, raw, with skin"));
     QCOMPARE(lunch->child(0)->text(3), QStringLiteral("189"));
+    QCOMPARE(lunch->child(0)->textAlignment(3), int(Qt::AlignRight | Qt::AlignVCenter));
+    QCOMPARE(lunch->child(0)->toolTip(0), QStringLiteral("Apples, raw, with skin"));
     QVERIFY(window.findChild<QLabel *>(QStringLiteral("totals"))->text().contains(QLatin1String("189 cals")));
     const QString tooltip = window.findChild<QLabel *>(QStringLiteral("ticks"))->toolTip();
     QVERIFY2(tooltip.contains(QLatin1String("more calories")), qPrintable(tooltip));

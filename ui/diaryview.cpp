@@ -46,6 +46,7 @@
 #include <QTextCharFormat>
 #include <QToolButton>
 #include <QTreeWidget>
+#include <QTreeWidgetItemIterator>
 #include <QVBoxLayout>
 #include <QWidgetAction>
 
@@ -538,6 +539,8 @@ void DiaryView::setUser(int user_id)
     for (const int type : std::as_const(_columns))
         headers.append(UnitRegistry::instance().getUnitForNutrient(type)->getName());
     _entries->setHeaderLabels(headers);
+    for (int c = 3; c < _entries->columnCount(); ++c)
+        _entries->headerItem()->setTextAlignment(c, Qt::AlignRight | Qt::AlignVCenter);
     _panel->setVisible(!UserDB::getSettings(user_id).hideNutrientAndFluid);
     // The name takes the room; quantities and values only what they need.
     _entries->header()->setStretchLastSection(false);
@@ -650,6 +653,15 @@ void DiaryView::refresh()
         exercise->setExpanded(true);
     }
 
+    // Numbers line up on the right; a name cut short shows whole in its tooltip.
+    for (QTreeWidgetItemIterator it(_entries); *it; ++it) {
+        for (int c = 1; c < _entries->columnCount(); ++c) {
+            if (c != 2)
+                (*it)->setTextAlignment(c, Qt::AlignRight | Qt::AlignVCenter);
+        }
+        if ((*it)->toolTip(0).isEmpty())
+            (*it)->setToolTip(0, (*it)->text(0));
+    }
     // Measured once per day shown; a resize mode would measure again on every item added.
     for (int c = 1; c < _entries->columnCount(); ++c)
         _entries->resizeColumnToContents(c);
