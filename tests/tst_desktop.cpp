@@ -34,6 +34,7 @@
 #include <QSpinBox>
 #include <QSplitter>
 #include <QTabWidget>
+#include <QTableWidget>
 #include <QTextBrowser>
 #include <QTimer>
 #include <QTreeWidget>
@@ -798,6 +799,21 @@ void TestDesktop::noTrapsWhenAdding()
     QCOMPARE(serving->currentText(), QStringLiteral("1 medium (7\" to 7-7/8\" long)"));
     const QString preview = window.findChild<QLabel *>(QStringLiteral("preview"))->text();
     QVERIFY2(preview.startsWith(QStringLiteral("105 cals \u00b7 Carbs 27.0 g")), qPrintable(preview));
+    // F3 shows all ten values, for the serving and per 100 g.
+    bool shown = false;
+    QTimer::singleShot(0, [&shown] {
+        auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+        QVERIFY(dialog);
+        shown = true;
+        auto *table = dialog->findChild<QTableWidget *>(QStringLiteral("nutrients"));
+        QCOMPARE(table->rowCount(), int(kNutrientCount));
+        QCOMPARE(table->item(ENERGY, 0)->text(), QStringLiteral("105 cals"));
+        QCOMPARE(table->item(ENERGY, 1)->text(), QStringLiteral("89 cals"));
+        QCOMPARE(table->horizontalHeaderItem(1)->text(), QStringLiteral("Per 100 g"));
+        dialog->reject();
+    });
+    QTest::keyClick(matches, Qt::Key_F3);
+    QVERIFY(shown);
     // From the search box Down goes into the matches; Enter in the quantity adds.
     window.show();
     QVERIFY(QTest::qWaitForWindowActive(&window));

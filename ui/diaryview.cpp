@@ -16,6 +16,7 @@
 #include "staticdb/itemsearch.h"
 #include "ui/customfooddialog.h"
 #include "ui/matchdelegate.h"
+#include "ui/nutrientsdialog.h"
 
 #include <QApplication>
 #include <QCalendarWidget>
@@ -388,6 +389,9 @@ DiaryView::DiaryView(QWidget *parent)
             [this](QListWidgetItem *item) { select(item ? item->data(Qt::UserRole).toInt() : -1); });
     connect(_matches, &QListWidget::itemActivated, this, [this] { addSelectedFood(); });
     _matches->installEventFilter(new KeyFilter(this, Qt::Key_Return, [this] { addSelectedFood(); }));
+    // F3: every value of the chosen food.
+    for (QWidget *chooser : std::initializer_list<QWidget *>{_matches, _query})
+        chooser->installEventFilter(new KeyFilter(this, Qt::Key_F3, [this] { showNutrients(); }));
     _matches->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(_matches, &QListWidget::customContextMenuRequested, this, [this](const QPoint &at) {
         QListWidgetItem *item = _matches->itemAt(at);
@@ -413,6 +417,9 @@ DiaryView::DiaryView(QWidget *parent)
                 }
             });
         } else {
+            if (_browsing == BrowseFoods)
+                menu.addAction(tr("&Nutrition Facts..."), QKeySequence(Qt::Key_F3), this,
+                               [this] { showNutrients(); });
             const int type = _browsing == BrowseExercises ? Favorites::EXERCISES : Favorites::FOODS;
             const bool favourite = Favorites::contains(_userId, type, id);
             menu.addAction(favourite ? tr("Remove from &Favourites") : tr("Add to &Favourites"), this,
@@ -1182,6 +1189,14 @@ void DiaryView::updatePreview()
                     .arg(energy.formatValueWithUnit(double(exercise.scale) * *weight * _quantity->value()));
     }
     _preview->setText(text);
+}
+
+bool DiaryView::showNutrients()
+{
+    if (_selectedId < 0 || _browsing != BrowseFoods || _serving->currentIndex() < 0)
+        return false;
+    NutrientsDialog(_selectedId, _serving->currentData().toInt(), float(_quantity->value()), this).exec();
+    return true;
 }
 
 bool DiaryView::addSelectedFood()

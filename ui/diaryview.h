@@ -46,6 +46,8 @@ public:
     int saveMeal(int meal, const QString &name);
     void search(const QString &query);
     bool addSelectedFood();
+    // Every value of the chosen food for the chosen amount and per 100 g, in a dialog (F3).
+    bool showNutrients();
     void deleteSelectedEntry();
     // Copies every entry of the shown day to the same meals of another day; when that day has
     // entries, AskFirst asks whether to add to them or replace them. The entries copied.
