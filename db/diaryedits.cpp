@@ -54,6 +54,32 @@ bool logFood(int userId, const QString &day, int meal, int foodId, int servingId
     return true;
 }
 
+bool swapEntries(const Entries &remove, Entries *restore)
+{
+    const DiaryDB diary;
+    LmWriteTransaction write;
+    bool ok = write.isOpen();
+    for (const FoodDiaryItem &food : remove.foods)
+        ok = ok && diary.removeFoodEntry(food.food_id);
+    for (const ExerciseDiaryItem &exercise : remove.exercises)
+        ok = ok && diary.removeExerciseEntry(exercise.ex_id);
+    Entries written = *restore;
+    for (FoodDiaryItem &food : written.foods) {
+        food.food_id = -1;
+        food.status = STATUS_LIVE;
+        ok = ok && diary.addFoodEntry(food);
+    }
+    for (ExerciseDiaryItem &exercise : written.exercises) {
+        exercise.ex_id = -1;
+        exercise.status = STATUS_LIVE;
+        ok = ok && diary.addExerciseEntry(exercise);
+    }
+    if (!write.commit(ok))
+        return false;
+    *restore = written;
+    return true;
+}
+
 bool hasEntries(int userId, const QString &day)
 {
     const DiaryDay entries = DiaryDB().getDay(userId, day);
@@ -74,13 +100,13 @@ bool copyDay(int userId, const QString &from, const QString &to, bool replace, D
     for (const FoodDiaryItem &food : target.foods) {
         if (ok && replace && food.status != STATUS_DELETED) {
             ok = diary.removeFoodEntry(food.food_id);
-            done.removedFoods.append(food);
+            done.removed.foods.append(food);
         }
     }
     for (const ExerciseDiaryItem &exercise : target.exercises) {
         if (ok && replace && exercise.status != STATUS_DELETED) {
             ok = diary.removeExerciseEntry(exercise.ex_id);
-            done.removedExercises.append(exercise);
+            done.removed.exercises.append(exercise);
         }
     }
     for (FoodDiaryItem food : source.foods) {
@@ -89,7 +115,7 @@ bool copyDay(int userId, const QString &from, const QString &to, bool replace, D
         food.food_id = -1;
         food.setDate(to);
         ok = diary.addFoodEntry(food);
-        done.addedFoods.append(food.food_id);
+        done.added.foods.append(food);
     }
     for (ExerciseDiaryItem exercise : source.exercises) {
         if (!ok || exercise.status == STATUS_DELETED)
@@ -97,33 +123,12 @@ bool copyDay(int userId, const QString &from, const QString &to, bool replace, D
         exercise.ex_id = -1;
         exercise.date = to;
         ok = diary.addExerciseEntry(exercise);
-        done.addedExercises.append(exercise.ex_id);
+        done.added.exercises.append(exercise);
     }
     if (!write.commit(ok))
         return false;
     *copy = done;
     return true;
-}
-
-bool undoCopy(const DayCopy &copy)
-{
-    const DiaryDB diary;
-    LmWriteTransaction write;
-    bool ok = write.isOpen();
-    for (const int id : copy.addedFoods)
-        ok = ok && diary.removeFoodEntry(id);
-    for (const int id : copy.addedExercises)
-        ok = ok && diary.removeExerciseEntry(id);
-    // What was replaced comes again as new entries: deletions have gone out to other devices.
-    for (FoodDiaryItem food : copy.removedFoods) {
-        food.food_id = -1;
-        ok = ok && diary.addFoodEntry(food);
-    }
-    for (ExerciseDiaryItem exercise : copy.removedExercises) {
-        exercise.ex_id = -1;
-        ok = ok && diary.addExerciseEntry(exercise);
-    }
-    return write.commit(ok);
 }
 
 } // namespace DiaryEdits

@@ -27,18 +27,26 @@ Logged logExercise(int userId, const QString &day, const QString &name, float bu
 bool logFood(int userId, const QString &day, int meal, int foodId, int servingId, float size,
              FoodDiaryItem *entry);
 
+// Entries as a change has them: what it removed, what it added.
+struct Entries
+{
+    QList<FoodDiaryItem> foods;
+    QList<ExerciseDiaryItem> exercises;
+    bool isEmpty() const { return foods.isEmpty() && exercises.isEmpty(); }
+};
+// Takes out the entries of remove (by id) and writes those of restore again as new entries,
+// their ids updated, in one transaction: undoing or redoing a change that added and removed
+// entries. Removed rows stay deleted, so that every synchronised device learns of them.
+bool swapEntries(const Entries &remove, Entries *restore);
+
 // Copies every live entry of one day to the same meals of another, in one transaction; with
 // replace, the other day's entries go first. What changed, to take it back.
 struct DayCopy
 {
-    QList<int> addedFoods;
-    QList<int> addedExercises;
-    QList<FoodDiaryItem> removedFoods;
-    QList<ExerciseDiaryItem> removedExercises;
+    Entries removed;
+    Entries added;
 };
 bool copyDay(int userId, const QString &from, const QString &to, bool replace, DayCopy *copy);
-// Takes a copy back: the copies go, what they replaced comes again.
-bool undoCopy(const DayCopy &copy);
 // Whether a day has live entries.
 bool hasEntries(int userId, const QString &day);
 

@@ -19,6 +19,7 @@
 #include "ui/profiledialog.h"
 #include "ui/updatedialog.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QComboBox>
 #include <QDateEdit>
@@ -86,6 +87,7 @@ private slots:
     void metricsAndUpdateCheckAfterStart();
     void noTrapsWhenAdding();
     void windowKeepsItsLayout();
+    void tenChangesUndoneAndRedone();
     void sameOrderAsTheTool_data();
     void sameOrderAsTheTool();
     void secondStartWakesFirst();
@@ -407,7 +409,6 @@ void TestDesktop::dayCopied()
     QVERIFY(window.diary()->moveSelectedEntry(LUNCH));
     QVERIFY(entry(QStringLiteral("Lunch")) && !entry(QStringLiteral("Dinner")));
     QVERIFY(window.diary()->undo());
-    QVERIFY(!window.diary()->undo());
     QCOMPARE(DiaryDB().getFoodEntry(soup.food_id).meal, int(DINNER));
 
     // The whole dinner, copied to lunch two days on.
@@ -859,6 +860,41 @@ void TestDesktop::windowKeepsItsLayout()
     again.show();
     QCOMPARE(again.size(), QSize(900, 640));
     QCOMPARE(again.findChild<QSplitter *>(QStringLiteral("diarySplitter"))->sizes(), sizes);
+}
+
+void TestDesktop::tenChangesUndoneAndRedone()
+{
+    const int user = makeProfile();
+    MainWindow window;
+    QVERIFY(window.openProfile(user));
+    window.findChild<QLineEdit *>(QStringLiteral("search"))->setText(QStringLiteral("banana"));
+    auto *quantity = window.findChild<QDoubleSpinBox *>(QStringLiteral("quantity"));
+    for (int i = 1; i <= 10; ++i) {
+        quantity->setValue(i);
+        QVERIFY(window.diary()->addSelectedFood());
+    }
+    QCOMPARE(window.findChild<QAction *>(QStringLiteral("undo"))->text(),
+             QStringLiteral("&Undo Add Bananas, raw"));
+    // The sizes of the day's live entries, oldest first.
+    const auto sizes = [user] {
+        QList<float> live;
+        for (const FoodDiaryItem &food :
+             DiaryDB().getDay(user, QDate::currentDate().toString(QStringLiteral("yyyyMMdd"))).foods) {
+            if (food.status == STATUS_LIVE)
+                live.append(food.size);
+        }
+        return live;
+    };
+    for (int i = 10; i >= 1; --i) {
+        QVERIFY(window.diary()->undo());
+        QCOMPARE(sizes().size(), i - 1);
+        QVERIFY(!sizes().contains(float(i))); // the last one first
+    }
+    QVERIFY(!window.diary()->canUndo());
+    for (int i = 1; i <= 10; ++i)
+        QVERIFY(window.diary()->redo());
+    QCOMPARE(sizes(), (QList<float>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+    QVERIFY(!window.diary()->redo());
 }
 
 void TestDesktop::sameOrderAsTheTool_data()

@@ -15,6 +15,7 @@
 #include "staticdb/fooddb.h"
 #include "staticdb/itemsearch.h"
 #include "ui/customfooddialog.h"
+#include "ui/diarycommands.h"
 #include "ui/matchdelegate.h"
 #include "ui/nutrientsdialog.h"
 
@@ -48,6 +49,7 @@
 #include <QToolButton>
 #include <QTreeWidget>
 #include <QTreeWidgetItemIterator>
+#include <QUndoStack>
 #include <QVBoxLayout>
 #include <QWidgetAction>
 
@@ -225,6 +227,7 @@ private:
 DiaryView::DiaryView(QWidget *parent)
     : QWidget(parent)
     , _date(QDate::currentDate())
+    , _undoStack(new QUndoStack(this))
 {
     const BrandEngine &brand = BrandEngine::instance();
     // The day, with its navigation.
@@ -532,6 +535,7 @@ void DiaryView::saveLayout() const
 void DiaryView::setUser(int user_id)
 {
     _userId = user_id;
+    _undoStack->clear(); // another profile's changes are not this one's to undo
     _foods = std::make_unique<FoodDB>(user_id);
     _history.reset();
     _exercises = std::make_unique<ExDB>(user_id);
@@ -1205,12 +1209,13 @@ bool DiaryView::addSelectedFood()
     if (current && _userId >= 0 && _browsing == BrowseSavedMeals) {
         const QList<FoodDiaryItem> added = SavedMealDB::addMealToDay(
             _selectedId, _userId, DateConversion::fromQDate(_date), _meal->currentData().toInt());
-        rememberUndo([added] {
-            for (const FoodDiaryItem &food : added)
-                DiaryDB().removeFoodEntry(food.food_id);
-        });
+        if (added.isEmpty())
+            return false;
+        record(new EntriesCommand(
+            tr("Add %1").arg(_matches->currentItem() ? _matches->currentItem()->text() : tr("Saved Meal")),
+            {}, {added, {}}, changed()));
         refresh();
-        return !added.isEmpty();
+        return true;
     }
     if (current && _userId >= 0 && _browsing == BrowseExercises) {
         Exercise exercise;
@@ -1230,8 +1235,7 @@ bool DiaryView::addSelectedFood()
         }
         if (!written(logged == DiaryEdits::Logged::Stored))
             return false;
-        const int added = entry.ex_id;
-        rememberUndo([added] { DiaryDB().removeExerciseEntry(added); });
+        record(new EntriesCommand(tr("Add %1").arg(entry.name), {}, {{}, {entry}}, changed()));
         refresh();
         return true;
     }
@@ -1254,17 +1258,16 @@ bool DiaryView::addSelectedFood()
     if (!written(DiaryEdits::logFood(_userId, DateConversion::fromQDate(_date), _meal->currentData().toInt(),
                                      _selectedId, item.serving_id, item.size, &item)))
         return false;
-    const int added = item.food_id;
-    rememberUndo([added] { DiaryDB().removeFoodEntry(added); });
+    record(new EntriesCommand(tr("Add %1").arg(item.food_name), {}, {{item}, {}}, changed()));
     refresh();
-    return added >= 0;
+    return true;
 }
 
 int DiaryView::copyFoods(const QList<FoodDiaryItem> &foods, const QDate &target, int meal)
 {
     const QString targetDay = DateConversion::fromQDate(target);
     const DiaryDB diary;
-    QList<int> copied;
+    QList<FoodDiaryItem> copied;
     LmWriteTransaction write;
     bool ok = write.isOpen();
     for (FoodDiaryItem food : foods) {
@@ -1275,15 +1278,12 @@ int DiaryView::copyFoods(const QList<FoodDiaryItem> &foods, const QDate &target,
         if (meal > 0)
             food.meal = meal;
         ok = diary.addFoodEntry(food);
-        copied.append(food.food_id);
+        copied.append(food);
     }
     if (!written(write.commit(ok)))
         return 0;
-    rememberUndo([copied] {
-        const DiaryDB diary;
-        for (const int id : copied)
-            diary.removeFoodEntry(id);
-    });
+    record(
+        new EntriesCommand(tr("Copy %n Entries", nullptr, int(copied.size())), {}, {copied, {}}, changed()));
     refresh();
     return int(copied.size());
 }
@@ -1348,8 +1348,8 @@ int DiaryView::copyDay(const QDate &target, CopyMode mode)
     if (!written(DiaryEdits::copyDay(_userId, DateConversion::fromQDate(_date), targetDay, mode == Replace,
                                      &copy)))
         return 0;
-    rememberUndo([copy] { DiaryEdits::undoCopy(copy); });
-    return int(copy.addedFoods.size() + copy.addedExercises.size());
+    record(new EntriesCommand(tr("Copy Day"), copy.removed, copy.added, changed()));
+    return int(copy.added.foods.size() + copy.added.exercises.size());
 }
 
 bool DiaryView::written(bool ok)
@@ -1361,22 +1361,39 @@ bool DiaryView::written(bool ok)
     return ok;
 }
 
-void DiaryView::rememberUndo(std::function<void()> undo)
+void DiaryView::record(QUndoCommand *command)
 {
-    _undo = std::move(undo);
+    _undoStack->push(command);
     _history.reset(); // the diary changed: what the profile eats may have too
+}
+
+std::function<void()> DiaryView::changed()
+{
+    return [this] {
+        _history.reset();
+        refresh();
+    };
 }
 
 bool DiaryView::undo()
 {
-    if (!_undo)
+    if (!_undoStack->canUndo())
         return false;
-    const std::function<void()> undo = std::move(_undo);
-    _undo = nullptr;
-    undo();
-    _history.reset();
-    refresh();
+    _undoStack->undo();
     return true;
+}
+
+bool DiaryView::redo()
+{
+    if (!_undoStack->canRedo())
+        return false;
+    _undoStack->redo();
+    return true;
+}
+
+bool DiaryView::canUndo() const
+{
+    return _undoStack->canUndo();
 }
 
 void DiaryView::deleteSelectedEntry()
@@ -1387,12 +1404,7 @@ void DiaryView::deleteSelectedEntry()
         const ExerciseDiaryItem removed = diary.getExerciseEntry(current->data(0, kExerciseRole).toInt());
         if (!written(diary.removeExerciseEntry(removed.ex_id)))
             return;
-        rememberUndo([removed] {
-            ExerciseDiaryItem again = removed;
-            again.ex_id = -1;
-            again.status = STATUS_LIVE;
-            DiaryDB().addExerciseEntry(again);
-        });
+        record(new EntriesCommand(tr("Delete %1").arg(removed.name), {{}, {removed}}, {}, changed()));
         refresh();
         return;
     }
@@ -1403,12 +1415,7 @@ void DiaryView::deleteSelectedEntry()
     if (!written(diary.removeFoodEntry(removed.food_id)))
         return;
     // Undone by a copy of the entry: the deleted row stays for the devices to learn of it.
-    rememberUndo([removed] {
-        FoodDiaryItem again = removed;
-        again.food_id = -1;
-        again.status = STATUS_LIVE;
-        DiaryDB().addFoodEntry(again);
-    });
+    record(new EntriesCommand(tr("Delete %1").arg(removed.food_name), {{removed}, {}}, {}, changed()));
     refresh();
 }
 
@@ -1429,7 +1436,7 @@ bool DiaryView::editExerciseEntry(int exerciseId, float minutes)
     entry.duration = minutes;
     if (!written(diary.updateExerciseEntry(entry)))
         return false;
-    rememberUndo([before] { DiaryDB().updateExerciseEntry(before); });
+    record(new EntryUpdateCommand(tr("Change %1").arg(entry.name), {{}, {before}}, {{}, {entry}}, changed()));
     refresh();
     return true;
 }
@@ -1458,7 +1465,8 @@ bool DiaryView::editEntry(int entryId, int servingId, float quantity)
     }
     if (!written(diary.updateFoodEntry(entry.food_id, entry)))
         return false;
-    rememberUndo([before] { DiaryDB().updateFoodEntry(before.food_id, before); });
+    record(new EntryUpdateCommand(tr("Change %1").arg(entry.food_name), {{before}, {}}, {{entry}, {}},
+                                  changed()));
     refresh();
     return true;
 }
@@ -1474,7 +1482,8 @@ bool DiaryView::moveSelectedEntry(int meal)
     entry.meal = meal;
     if (!written(diary.updateFoodEntry(entry.food_id, entry)))
         return false;
-    rememberUndo([before] { DiaryDB().updateFoodEntry(before.food_id, before); });
+    record(
+        new EntryUpdateCommand(tr("Move %1").arg(entry.food_name), {{before}, {}}, {{entry}, {}}, changed()));
     refresh();
     return true;
 }

@@ -63,9 +63,11 @@ public:
     // Whether the entry's food is still there to offer its servings (then they are loaded).
     bool servingsKnown(FoodDiaryItem &entry) const;
     bool moveSelectedEntry(int meal);
-    // Takes back the last change of the diary; false when there is none.
-    bool undo();
-    bool canUndo() const { return static_cast<bool>(_undo); }
+    // Every change to the diary made here, named, to take back and make again.
+    class QUndoStack *undoStack() const { return _undoStack; }
+    bool undo(); // false when there is nothing to undo
+    bool redo();
+    bool canUndo() const;
 
     // The user's own foods: a new one in a category (or the profile's root), or a copy of the
     // selected reference food for the chosen serving and quantity. The new food's id, -1 if none.
@@ -119,7 +121,8 @@ private:
     int copyFoods(const QList<FoodDiaryItem> &foods, const QDate &target, int meal);
     // Shows why when a change could not be stored; ok as it came.
     bool written(bool ok);
-    void rememberUndo(std::function<void()> undo);
+    void record(class QUndoCommand *command);
+    std::function<void()> changed(); // what undo and redo do after: the day drawn again
     // Fills the servings of the selected food, its usual one chosen; that one's usual quantity,
     // 0 when no food is selected.
     float updateServings();
@@ -133,7 +136,7 @@ private:
     // What the profile eats and does, for the order of the matches; read again when the diary
     // or the favourites change.
     std::optional<SearchHistory> _history;
-    std::function<void()> _undo;
+    class QUndoStack *_undoStack;
     QList<int> _columns;
     QWidget *_panel;
     class QSplitter *_splitter;

@@ -39,6 +39,7 @@
 #include <QStatusBar>
 #include <QTextBrowser>
 #include <QToolBar>
+#include <QUndoStack>
 #include <QVBoxLayout>
 
 MainWindow::MainWindow(QWidget *parent)
@@ -150,10 +151,15 @@ void MainWindow::createActions()
     file->addAction(tr("&Quit"), QKeySequence::Quit, qApp, &QApplication::closeAllWindows);
 
     QMenu *edit = menuBar()->addMenu(tr("&Edit"));
-    edit->addAction(tr("&Undo"), QKeySequence::Undo, this, [this] {
-        if (!_diary->undo())
-            statusBar()->showMessage(tr("Nothing to undo."), 3000);
-    });
+    // Named after the change they take back or make again ("Undo Add Bananas, raw").
+    QAction *undo = _diary->undoStack()->createUndoAction(this, tr("&Undo"));
+    undo->setObjectName(QStringLiteral("undo"));
+    undo->setShortcut(QKeySequence::Undo);
+    edit->addAction(undo);
+    QAction *redo = _diary->undoStack()->createRedoAction(this, tr("&Redo"));
+    redo->setObjectName(QStringLiteral("redo"));
+    redo->setShortcut(QKeySequence::Redo);
+    edit->addAction(redo);
     QAction *find = edit->addAction(
         icon("graphics.icon.search_small"), tr("&Find Food"), QKeySequence::Find, this, [this] {
             showSection(DiarySection);
