@@ -67,15 +67,18 @@ int SavedMealDB::createMeal(SavedMeal &meal)
     const int id = maxId->value(0).toInt();
     LmSqlDb::releaseQuery(maxId);
 
+    // The food each item came from is kept (ref_id), so that what is logged from the meal can still
+    // change serving.
     LmSqlQueryPtr food = prepare(QStringLiteral(
         "INSERT INTO food_diary ( group_id, food_name, serving_id, serv_name,\tsize, calories, carb, fat, fiber, "
-        "protein, saturated_fat, cholesterol, sodium, sugar, calcium, status, user_id) VALUES ( ?, ?, ?, ?, ?, ?, ?, "
-        "?, ?, ?, ?, ?, ?, ?, ?, ?, ? )"));
+        "protein, saturated_fat, cholesterol, sodium, sugar, calcium, status, user_id, ref_id) VALUES ( ?, ?, ?, ?, "
+        "?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ? )"));
     for (const FoodDiaryItem &item : meal.foods) {
         QVariantList values = {id, item.food_name, item.serving_id, item.serv_name, double(item.size)};
         for (int type : {ENERGY, CARB, FAT, FIBER, PROTEIN, SATURATED_FAT, CHOLESTEROL, SODIUM, SUGAR, CALCIUM})
             values.append(nutrientValue(item.getNutrient(type)));
-        values << STATUS_LIVE << userValue(meal.user_id);
+        values << STATUS_LIVE << userValue(meal.user_id)
+               << (item.ref_id >= 0 ? QVariant(item.ref_id) : QVariant(QMetaType(QMetaType::Int)));
         if (!execBound(food, values))
             return -1;
     }

@@ -392,6 +392,7 @@ void TestStores::savedMeals()
     QCOMPARE(added.size(), 2);
     const DiaryDay day = DiaryDB().getDay(bob, QStringLiteral("20260310"));
     QCOMPARE(day.total(BREAKFAST, ENERGY), 230.0f);
+    QCOMPARE(day.foods.constFirst().ref_id, 9003); // the food it came from: its serving can change
 
     SavedMealDB::renameMeal(apple.meal_id, QStringLiteral("Zesty apple"));
     SavedMealDB::moveMeal(apple.meal_id, bob);
