@@ -27,6 +27,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMenu>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QProcess>
@@ -196,8 +197,18 @@ void TestDesktop::searchAddsFoodToLunch()
     QTest::keyClicks(quantity, QStringLiteral("3"));
     QTest::keyClick(quantity, Qt::Key_Return);
     QTRY_COMPARE(lunchGroup()->child(0)->text(3), QStringLiteral("284"));
-    entries->setCurrentItem(lunchGroup()->child(0), 2);
-    entries->editItem(lunchGroup()->child(0), 2);
+    // Shift+F2 the serving; Shift+F10 the entry's menu.
+    entries->setCurrentItem(lunchGroup()->child(0), 0);
+    bool menu = false;
+    QTimer::singleShot(0, [&menu] {
+        auto *popup = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        menu = popup != nullptr;
+        if (popup)
+            popup->close();
+    });
+    QTest::keyClick(entries, Qt::Key_F10, Qt::ShiftModifier);
+    QVERIFY(menu);
+    QTest::keyClick(entries, Qt::Key_F2, Qt::ShiftModifier);
     auto *servings = entries->viewport()->findChild<QComboBox *>();
     QVERIFY(servings);
     QCOMPARE(servings->currentText(), QStringLiteral("1 medium (3\" dia)"));

@@ -157,17 +157,22 @@ private:
 class KeyFilter : public QObject
 {
 public:
-    KeyFilter(QObject *parent, int key, std::function<void()> action)
+    KeyFilter(QObject *parent, int key, std::function<void()> action,
+              Qt::KeyboardModifiers modifiers = Qt::NoModifier)
         : QObject(parent)
         , _key(key)
+        , _modifiers(modifiers)
         , _action(std::move(action))
     {
     }
     bool eventFilter(QObject *watched, QEvent *event) override
     {
         if (event->type() == QEvent::KeyPress) {
-            const int key = static_cast<QKeyEvent *>(event)->key();
-            if (key == _key || (_key == Qt::Key_Return && key == Qt::Key_Enter)) {
+            const auto *press = static_cast<QKeyEvent *>(event);
+            const int key = press->key();
+            // Enter on the keypad counts as Return.
+            if ((key == _key || (_key == Qt::Key_Return && key == Qt::Key_Enter)) &&
+                (press->modifiers() & ~Qt::KeypadModifier) == _modifiers) {
                 _action();
                 return true;
             }
@@ -177,8 +182,21 @@ public:
 
 private:
     int _key;
+    Qt::KeyboardModifiers _modifiers;
     std::function<void()> _action;
 };
+
+// Shift+F10 opens a view's context menu at its current item, as the Menu key does.
+void menuOnShiftF10(QAbstractItemView *view)
+{
+    view->installEventFilter(new KeyFilter(
+        view, Qt::Key_F10,
+        [view] {
+            const QRect current = view->visualRect(view->currentIndex());
+            emit view->customContextMenuRequested(current.isValid() ? current.center() : QPoint(0, 0));
+        },
+        Qt::ShiftModifier));
+}
 
 // Items travel between lists as "binary/lmitem": the kind and the id, as text ("food 9003",
 // "exercise 12150", "meal 4").
@@ -291,6 +309,15 @@ DiaryView::DiaryView(QWidget *parent)
         if (QTreeWidgetItem *item = _entries->currentItem())
             _entries->editItem(item, _entries->currentColumn() == 2 ? 2 : 1);
     }));
+    // Shift+F2 the serving.
+    _entries->installEventFilter(new KeyFilter(
+        this, Qt::Key_F2,
+        [this] {
+            if (QTreeWidgetItem *item = _entries->currentItem())
+                _entries->editItem(item, 2);
+        },
+        Qt::ShiftModifier));
+    menuOnShiftF10(_entries);
     connect(_entries, &QTreeWidget::itemDoubleClicked, this,
             [this](QTreeWidgetItem *item, int column) { _entries->editItem(item, column == 2 ? 2 : 1); });
     _entries->setContextMenuPolicy(Qt::CustomContextMenu);
@@ -396,6 +423,7 @@ DiaryView::DiaryView(QWidget *parent)
     for (QWidget *chooser : std::initializer_list<QWidget *>{_matches, _query})
         chooser->installEventFilter(new KeyFilter(this, Qt::Key_F3, [this] { showNutrients(); }));
     _matches->setContextMenuPolicy(Qt::CustomContextMenu);
+    menuOnShiftF10(_matches);
     connect(_matches, &QListWidget::customContextMenuRequested, this, [this](const QPoint &at) {
         QListWidgetItem *item = _matches->itemAt(at);
         if (!item || _userId < 0)
@@ -438,6 +466,7 @@ DiaryView::DiaryView(QWidget *parent)
     _tree->setObjectName(QStringLiteral("browseTree"));
     _tree->setHeaderHidden(true);
     _tree->setContextMenuPolicy(Qt::CustomContextMenu);
+    menuOnShiftF10(_tree);
     connect(_tree, &QTreeWidget::itemExpanded, this, &DiaryView::fillTreeItem);
     connect(_tree, &QTreeWidget::currentItemChanged, this, [this](QTreeWidgetItem *item) {
         if (item && !item->data(0, kCategoryRole).toBool())
