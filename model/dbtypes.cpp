@@ -2,6 +2,8 @@
 
 #include "common/lmassert.h"
 
+#include <QRegularExpression>
+
 #include <algorithm>
 
 namespace {
@@ -65,6 +67,19 @@ QList<FoodServing> genericServings(char measureKind)
     if (measureKind == 'V')
         return {{QStringLiteral("mL"), -3, 1.0f}, {QStringLiteral("fl.oz"), -4, 29.574f}};
     return {}; // 'S': measured in its own servings only
+}
+
+std::optional<FoodServing> millilitresOf(const QList<FoodServing> &servings)
+{
+    static const QRegularExpression fluidOunces(QStringLiteral("^(\\d+(?:\\.\\d+)?) fl oz$"));
+    for (const FoodServing &s : servings) {
+        const QRegularExpressionMatch match = fluidOunces.match(s.name);
+        const double ounces = match.hasMatch() ? match.captured(1).toDouble() : 0.0;
+        if (ounces > 0 && s.quantity > 0)
+            return FoodServing{QStringLiteral("mL"), kMillilitreServing,
+                               float(s.quantity / (ounces * kMillilitresPerFluidOunce))};
+    }
+    return std::nullopt;
 }
 
 ServingChoice preferredServing(const QList<FoodServing> &servings)
@@ -172,8 +187,13 @@ bool FoodDiaryItem::loadFoodInfo(bool check)
     if (!source->foodReference(ref_id, &reference))
         return false;
     QList<FoodServing> servings = source->foodServings(ref_id);
-    if (reference.baseQuantity > 0.0f)
+    if (reference.baseQuantity > 0.0f) {
+        const std::optional<FoodServing> millilitres =
+            reference.measureKind == 'M' ? millilitresOf(servings) : std::nullopt;
         servings += genericServings(reference.measureKind);
+        if (millilitres)
+            servings.append(*millilitres);
+    }
 
     if (check) {
         const auto it = std::find_if(servings.cbegin(), servings.cend(),

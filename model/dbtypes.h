@@ -12,6 +12,7 @@
 #include <QString>
 
 #include <array>
+#include <optional>
 
 // Nutrient types in the model's fixed order.
 enum NutrientType {
@@ -93,6 +94,12 @@ public:
 // The servings every food with a base quantity offers besides its own: grams and ounces for 'M',
 // millilitres and fluid ounces for 'V', none for any other kind.
 QList<FoodServing> genericServings(char measureKind);
+
+// A liquid weighed in grams (its measures in fluid ounces tell) is offered in millilitres too,
+// at the density its measure gives; the serving of that.
+inline constexpr int kMillilitreServing = -5;
+inline constexpr double kMillilitresPerFluidOunce = 29.5735;
+std::optional<FoodServing> millilitresOf(const QList<FoodServing> &servings);
 
 // The serving a person most likely means by "one" of a food: a medium piece, else a cup, else the
 // food's own first serving; a food measured only in grams or millilitres counts 100 of them.

@@ -804,6 +804,7 @@ void TestDesktop::noTrapsWhenAdding()
 
     // 200 g of milk, then a banana: one medium banana, not 200 of them.
     search->setText(QStringLiteral("milk"));
+    QCOMPARE(serving->itemText(0), QStringLiteral("mL")); // a metric profile's measure, for a liquid
     serving->setCurrentIndex(serving->findText(QStringLiteral("g")));
     quantity->setValue(200);
     search->setText(QStringLiteral("banana"));

@@ -20,6 +20,8 @@ public:
             *name = QStringLiteral("Milk, whole");
         else if (refId == 3)
             *name = QStringLiteral("Mystery, no base");
+        else if (refId == 4)
+            *name = QStringLiteral("Orange juice, raw");
         else
             return false;
         return true;
@@ -32,6 +34,8 @@ public:
             *reference = {100.0f, 'V', {61, 4.8f, 3.3f, 3.2f, -1, 1.9f, 10, 43, 5.1f, 113}};
         else if (refId == 3)
             *reference = {0.0f, 'M', {250, -1, -1, -1, -1, -1, -1, -1, -1, -1}};
+        else if (refId == 4) // weighed, though a liquid
+            *reference = {100.0f, 'M', {45, -1, -1, -1, -1, -1, -1, -1, -1, -1}};
         else
             return false;
         return true;
@@ -44,6 +48,8 @@ public:
             return {{QStringLiteral("1 cup"), 1, 244.0f}};
         if (refId == 3)
             return {{QStringLiteral("1 piece"), 7, 30.0f}};
+        if (refId == 4)
+            return {{QStringLiteral("1 fl oz"), 2, 31.0f}, {QStringLiteral("1 cup"), 1, 248.0f}};
         return {};
     }
 };
@@ -89,7 +95,8 @@ void TestDiaryItems::dayStrings()
     QFETCH(QString, day);
     QFETCH(QDate, date);
     QCOMPARE(DateConversion::toQDate(day), date);
-    QCOMPARE(DateConversion::toWebDate(day), day.left(4) + QLatin1Char('-') + day.mid(4, 2) + QLatin1Char('-') + day.mid(6));
+    QCOMPARE(DateConversion::toWebDate(day),
+             day.left(4) + QLatin1Char('-') + day.mid(4, 2) + QLatin1Char('-') + day.mid(6));
     if (date.isValid())
         QCOMPARE(DateConversion::fromQDate(date), day);
     LM_VERIFY_ASSERT(DateConversion::toQDate(day.left(7)), "strlen(date) == 8");
@@ -104,13 +111,27 @@ void TestDiaryItems::mealNames_data()
     QTest::addColumn<QString>("mode0");
     QTest::addColumn<QString>("mode1");
     QTest::addColumn<QString>("mode2");
-    QTest::newRow("breakfast") << 1 << "Breakfast" << "Breakfast" << "Breakfast";
-    QTest::newRow("snack 1") << 2 << "Snacks #1" << "Morning snack" << "Snacks #1";
-    QTest::newRow("lunch") << 3 << "Lunch" << "Lunch" << "Lunch";
-    QTest::newRow("snack 2") << 4 << "Snacks #2" << "Afternoon snack" << "Snacks #2";
-    QTest::newRow("dinner") << 5 << "Dinner" << "Dinner" << "Dinner";
-    QTest::newRow("snack 3") << 6 << "Snacks" << "Evening snack" << "Snacks #3";
-    QTest::newRow("exercise") << 8 << "Exercise" << "Exercise" << "Exercise";
+    QTest::newRow("breakfast") << 1 << "Breakfast"
+                               << "Breakfast"
+                               << "Breakfast";
+    QTest::newRow("snack 1") << 2 << "Snacks #1"
+                             << "Morning snack"
+                             << "Snacks #1";
+    QTest::newRow("lunch") << 3 << "Lunch"
+                           << "Lunch"
+                           << "Lunch";
+    QTest::newRow("snack 2") << 4 << "Snacks #2"
+                             << "Afternoon snack"
+                             << "Snacks #2";
+    QTest::newRow("dinner") << 5 << "Dinner"
+                            << "Dinner"
+                            << "Dinner";
+    QTest::newRow("snack 3") << 6 << "Snacks"
+                             << "Evening snack"
+                             << "Snacks #3";
+    QTest::newRow("exercise") << 8 << "Exercise"
+                              << "Exercise"
+                              << "Exercise";
     QTest::newRow("seven") << 7 << QString() << QString() << QString();
 }
 
@@ -140,6 +161,8 @@ void TestDiaryItems::servings_data()
     QTest::newRow("fluid ounce, fibre unknown") << 2 << -4 << 1.0f << "fl.oz" << 18.04014f << -1.0f;
     QTest::newRow("millilitres") << 2 << -3 << 100.0f << "mL" << 61.0f << -1.0f;
     QTest::newRow("no base quantity: values as given") << 3 << 7 << 2.0f << "1 piece" << 250.0f << -1.0f;
+    // 250 mL of a juice whose fluid ounce weighs 31 g: 262.06 g.
+    QTest::newRow("millilitres of a weighed liquid") << 4 << -5 << 250.0f << "mL" << 117.927f << -1.0f;
 }
 
 void TestDiaryItems::servings()
@@ -158,7 +181,7 @@ void TestDiaryItems::servings()
     QTEST(item.getNutrient(FIBER), "fiber");
 
     const QList<FoodServing> servings = item.getServings();
-    QCOMPARE(servings.size(), _foods.foodServings(food).size() + (food == 3 ? 0 : 2));
+    QCOMPARE(servings.size(), _foods.foodServings(food).size() + (food == 3 ? 0 : food == 4 ? 3 : 2));
     LM_VERIFY_ASSERT(item.setServing(99), "!\"FDI::setServing - uFI failed!\"");
     QTEST(item.getNutrient(ENERGY), "calories"); // unchanged by the refused serving
 }

@@ -569,6 +569,7 @@ void DiaryView::setUser(int user_id)
     _history.reset();
     _exercises = std::make_unique<ExDB>(user_id);
     UserDB::applyDisplayUnits(user_id);
+    _metric = UserDB::getSettings(user_id).measurement_units == 0;
     const int snackMode = ProfilePreferences::load(user_id).snackMode;
     _meal->clear();
     for (const int meal : {BREAKFAST, SNACK_1, LUNCH, SNACK_2, DINNER, SNACK_3})
@@ -1189,7 +1190,18 @@ float DiaryView::updateServings()
         return 0;
     FoodDiaryItem item;
     item.changeFood(_selectedId);
-    const QList<FoodServing> servings = item.getServings();
+    QList<FoodServing> servings = item.getServings();
+    if (_metric) {
+        // Metric profiles see their own measure first: millilitres for a liquid, else grams.
+        for (const int id : {kMillilitreServing, -3, -1}) {
+            const auto own = std::find_if(servings.cbegin(), servings.cend(),
+                                          [id](const FoodServing &s) { return s.id == id; });
+            if (own != servings.cend()) {
+                servings.move(own - servings.cbegin(), 0);
+                break;
+            }
+        }
+    }
     for (const FoodServing &serving : servings)
         _serving->addItem(serving.name, serving.id);
     // The serving the matches list counts in.

@@ -129,6 +129,7 @@ private:
     void updatePreview();
 
     int _userId = -1;
+    bool _metric = true; // the profile measures in grams and millilitres
     QDate _date;
     std::unique_ptr<FoodDB> _foods;
     std::unique_ptr<ExDB> _exercises;
