@@ -31,6 +31,7 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QProcess>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSpinBox>
@@ -835,6 +836,17 @@ void TestDesktop::noTrapsWhenAdding()
     QVERIFY(matches->hasFocus());
     QTest::keyClick(quantity, Qt::Key_Return);
     QVERIFY2(total().contains(QLatin1String("105 cals")), qPrintable(total()));
+    // Where the day stands: what is left of the budget, each nutrient's bar, the energy's sources.
+    const auto standing = [&window](const char *name) {
+        return window.findChild<QWidget *>(QLatin1String(name));
+    };
+    QVERIFY(
+        qobject_cast<QLabel *>(standing("energyStanding"))->text().contains(QLatin1String("1525 cals left")));
+    const QString shares = qobject_cast<QLabel *>(standing("energyShares"))->text();
+    QVERIFY2(shares.contains(QLatin1String("carbohydrate 93%")), qPrintable(shares));
+    QVERIFY(!window.findChild<QProgressBar *>(QStringLiteral("standing%1").arg(CARB))
+                 ->property("offTrack")
+                 .toBool());
 
     // A hundred bananas ask first: no adds nothing, yes adds them.
     quantity->setValue(100);
@@ -851,6 +863,11 @@ void TestDesktop::noTrapsWhenAdding()
                             "100 x 1 medium (7\" to 7-7/8\" long) of Bananas, raw is 10502 cals. Add it?"));
     }
     QVERIFY2(total().contains(QLatin1String("10607 cals")), qPrintable(total()));
+    QVERIFY(
+        qobject_cast<QLabel *>(standing("energyStanding"))->text().contains(QLatin1String("8977 cals over")));
+    QVERIFY(window.findChild<QProgressBar *>(QStringLiteral("standing%1").arg(CARB))
+                ->property("offTrack")
+                .toBool());
 }
 
 void TestDesktop::windowKeepsItsLayout()

@@ -15,6 +15,7 @@
 #include "staticdb/fooddb.h"
 #include "staticdb/itemsearch.h"
 #include "ui/customfooddialog.h"
+#include "ui/daystatus.h"
 #include "ui/diarycommands.h"
 #include "ui/matchdelegate.h"
 #include "ui/nutrientsdialog.h"
@@ -384,6 +385,8 @@ DiaryView::DiaryView(QWidget *parent)
     auto *dayLayout = new QVBoxLayout(day);
     dayLayout->setContentsMargins(0, 0, 0, 0);
     dayLayout->addWidget(_entries, 1);
+    _status = new DayStatus(this);
+    dayLayout->addWidget(_status);
     dayLayout->addWidget(_panel);
 
     // The food and exercise browser.
@@ -708,6 +711,7 @@ void DiaryView::refresh()
         _entries->resizeColumnToContents(c);
 
     const Targets targets = UserDB::getTargets(_userId, day);
+    _status->setStanding(dayStanding(diary, targets.values, _columns));
     const float net = diary.total(ALL_MEALS, ENERGY);
     const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
     QString totals =

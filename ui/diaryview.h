@@ -140,6 +140,7 @@ private:
     class QUndoStack *_undoStack;
     QList<int> _columns;
     QWidget *_panel;
+    class DayStatus *_status;
     class QSplitter *_splitter;
     class QCalendarWidget *_calendar = nullptr;
 

@@ -1,0 +1,27 @@
+#pragma once
+
+// Where the day stands, always in view beside its entries: energy eaten, burned, net, the budget
+// and what remains; each nutrient the profile tracks as eaten of its target with a bar, coloured
+// when over a limit or short of a goal; the share of energy from carbohydrate, fat and protein.
+
+#include "model/daystanding.h"
+
+#include <QWidget>
+
+class QGridLayout;
+class QLabel;
+
+class DayStatus : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit DayStatus(QWidget *parent = nullptr);
+
+    void setStanding(const DayStanding &standing);
+
+private:
+    QLabel *_energy;
+    QLabel *_shares;
+    QGridLayout *_nutrients;
+};
