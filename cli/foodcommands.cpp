@@ -132,12 +132,12 @@ int search(Context &context, const QStringList &args)
     if (exercises) {
         ExDB db(userId);
         result = searchItems(*db.staticDB(), db.dynamicDB(), query, history, limit, order);
-        const auto weight = UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"),
-                                              userId, DateConversion::fromQDate(QDate::currentDate()), -1);
+        const double weight =
+            DiaryEdits::weightInForce(userId, DateConversion::fromQDate(QDate::currentDate())).value_or(0.0);
         for (const FoundItem &item : std::as_const(result.items)) {
             Exercise found;
             db.exercise(item.id, &found);
-            energies.append(exerciseEnergy(found.scale, weight ? weight->first : 0.0));
+            energies.append(exerciseEnergy(found.scale, weight));
         }
     } else {
         FoodDB db(userId);

@@ -43,42 +43,53 @@ void DayStatus::setStanding(const DayStanding &standing)
     }
     _energy->setText(text);
 
-    while (QLayoutItem *item = _nutrients->takeAt(0)) {
-        delete item->widget();
-        delete item;
+    // The rows are made again only when the nutrients tracked change: a change of day refills them.
+    QList<int> types;
+    for (const NutrientStanding &n : standing.nutrients)
+        types.append(n.type);
+    if (types != _types) {
+        for (const Row &row : std::as_const(_rows)) {
+            delete row.name;
+            delete row.figures;
+            delete row.bar;
+        }
+        _rows.clear();
+        for (qsizetype i = 0; i < types.size(); ++i) {
+            Row row{new QLabel(units.getUnitForNutrient(types.at(i))->getName(), this), new QLabel(this),
+                    new QProgressBar(this)};
+            row.figures->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+            row.bar->setObjectName(QStringLiteral("standing%1").arg(types.at(i)));
+            row.bar->setRange(0, 100);
+            row.bar->setMaximumHeight(fontMetrics().height());
+            _nutrients->addWidget(row.name, int(i), 0);
+            _nutrients->addWidget(row.figures, int(i), 1);
+            _nutrients->addWidget(row.bar, int(i), 2);
+            _rows.append(row);
+        }
+        _types = types;
     }
-    int row = 0;
-    for (const NutrientStanding &n : standing.nutrients) {
+    for (qsizetype i = 0; i < standing.nutrients.size(); ++i) {
+        const NutrientStanding &n = standing.nutrients.at(i);
         const UnitDescriptor &unit = *units.getUnitForNutrient(n.type);
-        auto *name = new QLabel(unit.getName(), this);
-        auto *figures = new QLabel(
+        const Row &row = _rows.at(i);
+        row.figures->setText(
             n.hasTarget() ? tr("%1 of %2").arg(unit.formatValue(n.eaten), unit.formatValueWithUnit(n.target))
-                          : unit.formatValueWithUnit(n.eaten),
-            this);
-        figures->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
-        auto *bar = new QProgressBar(this);
-        bar->setObjectName(QStringLiteral("standing%1").arg(n.type));
-        bar->setRange(0, 100);
-        bar->setTextVisible(true);
-        bar->setMaximumHeight(fontMetrics().height());
+                          : unit.formatValueWithUnit(n.eaten));
         if (n.hasTarget()) {
-            bar->setValue(int(std::min(100.0f, std::round(100.0f * n.eaten / n.target))));
-            bar->setFormat(n.remaining() >= 0 ? tr("%1 left").arg(unit.formatValueWithUnit(n.remaining()))
-                                              : tr("%1 over").arg(unit.formatValueWithUnit(-n.remaining())));
+            row.bar->setValue(int(std::min(100.0f, std::round(100.0f * n.eaten / n.target))));
+            row.bar->setFormat(n.remaining() >= 0
+                                   ? tr("%1 left").arg(unit.formatValueWithUnit(n.remaining()))
+                                   : tr("%1 over").arg(unit.formatValueWithUnit(-n.remaining())));
         } else {
-            bar->setValue(0);
-            bar->setFormat(tr("no target"));
+            row.bar->setValue(0);
+            row.bar->setFormat(tr("no target"));
         }
-        bar->setProperty("offTrack", n.offTrack());
-        if (n.offTrack()) {
-            // Red over a limit, amber short of a goal.
-            bar->setStyleSheet(QStringLiteral("QProgressBar::chunk { background: %1; }")
-                                   .arg(n.limit ? QStringLiteral("#c0392b") : QStringLiteral("#d68910")));
-        }
-        _nutrients->addWidget(name, row, 0);
-        _nutrients->addWidget(figures, row, 1);
-        _nutrients->addWidget(bar, row, 2);
-        ++row;
+        row.bar->setProperty("offTrack", n.offTrack());
+        // Red over a limit, amber short of a goal.
+        row.bar->setStyleSheet(n.offTrack()
+                                   ? QStringLiteral("QProgressBar::chunk { background: %1; }")
+                                         .arg(n.limit ? QStringLiteral("#c0392b") : QStringLiteral("#d68910"))
+                                   : QString());
     }
     _nutrients->setColumnStretch(2, 1);
     const auto percent = [](float share) { return QLocale().toString(std::round(share * 100.0f), 'f', 0); };

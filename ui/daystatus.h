@@ -6,6 +6,7 @@
 
 #include "model/daystanding.h"
 
+#include <QList>
 #include <QWidget>
 
 class QGridLayout;
@@ -24,4 +25,12 @@ private:
     QLabel *_energy;
     QLabel *_shares;
     QGridLayout *_nutrients;
+    struct Row
+    {
+        QLabel *name;
+        QLabel *figures;
+        class QProgressBar *bar;
+    };
+    QList<Row> _rows;
+    QList<int> _types; // the nutrients the rows show
 };

@@ -17,6 +17,9 @@
 #include "ui/customfooddialog.h"
 #include "ui/daystatus.h"
 #include "ui/diarycommands.h"
+#include "ui/dragstarter.h"
+#include "ui/entrydelegate.h"
+#include "ui/keyfilter.h"
 #include "ui/matchdelegate.h"
 #include "ui/nutrientsdialog.h"
 
@@ -65,181 +68,13 @@ const QString kSplitterKey = QStringLiteral("/window/diarySplitter");
 constexpr float kLargeEntryCalories = 5000.0f; // an entry above this asks first
 constexpr int kCategoryRole = Qt::UserRole + 1;
 constexpr int kCustomRole = Qt::UserRole + 2;
-constexpr int kExerciseRole = Qt::UserRole + 3; // an exercise entry's id, in the day's tree
+constexpr int kExerciseRole = EntryDelegate::kExerciseRole;
 const QList<int> kDefaultColumns = {ENERGY, CARB, FAT, PROTEIN};
 
 QString number(double value)
 {
     return QLocale::c().toString(value, 'g', 6);
 }
-
-// Quantity and serving of a food entry, edited where they stand. The change goes to the diary
-// once the editor has closed: the day is drawn again then, and the edited row with it.
-class EntryDelegate : public QStyledItemDelegate
-{
-public:
-    explicit EntryDelegate(DiaryView *view)
-        : QStyledItemDelegate(view)
-        , _view(view)
-    {
-    }
-
-    QWidget *createEditor(QWidget *parent, const QStyleOptionViewItem &,
-                          const QModelIndex &index) const override
-    {
-        if (index.siblingAtColumn(0).data(kExerciseRole).isValid() && index.column() == 1) {
-            auto *minutes = new QDoubleSpinBox(parent);
-            minutes->setRange(1, 1440);
-            minutes->setDecimals(0);
-            minutes->setFrame(false);
-            return minutes;
-        }
-        const QVariant entryId = index.siblingAtColumn(0).data(Qt::UserRole);
-        if (!entryId.isValid() || (index.column() != 1 && index.column() != 2))
-            return nullptr;
-        if (index.column() == 1) {
-            auto *quantity = new QDoubleSpinBox(parent);
-            quantity->setRange(0.01, 10000);
-            quantity->setFrame(false);
-            return quantity;
-        }
-        FoodDiaryItem entry = DiaryDB().getFoodEntry(entryId.toInt());
-        if (!_view->servingsKnown(entry))
-            return nullptr;
-        auto *serving = new QComboBox(parent);
-        for (const FoodServing &s : entry.getServings())
-            serving->addItem(s.name, s.id);
-        return serving;
-    }
-    void setEditorData(QWidget *editor, const QModelIndex &index) const override
-    {
-        if (const QVariant exercise = index.siblingAtColumn(0).data(kExerciseRole); exercise.isValid()) {
-            qobject_cast<QDoubleSpinBox *>(editor)->setValue(
-                DiaryDB().getExerciseEntry(exercise.toInt()).duration);
-            return;
-        }
-        const FoodDiaryItem entry =
-            DiaryDB().getFoodEntry(index.siblingAtColumn(0).data(Qt::UserRole).toInt());
-        if (auto *quantity = qobject_cast<QDoubleSpinBox *>(editor))
-            quantity->setValue(entry.size);
-        else if (auto *serving = qobject_cast<QComboBox *>(editor))
-            serving->setCurrentIndex(serving->findData(entry.serving_id));
-    }
-    void setModelData(QWidget *editor, QAbstractItemModel *, const QModelIndex &index) const override
-    {
-        if (const QVariant exercise = index.siblingAtColumn(0).data(kExerciseRole); exercise.isValid()) {
-            const auto minutes = float(qobject_cast<QDoubleSpinBox *>(editor)->value());
-            QMetaObject::invokeMethod(
-                _view,
-                [view = _view, id = exercise.toInt(), minutes] { view->editExerciseEntry(id, minutes); },
-                Qt::QueuedConnection);
-            return;
-        }
-        const int entryId = index.siblingAtColumn(0).data(Qt::UserRole).toInt();
-        const FoodDiaryItem entry = DiaryDB().getFoodEntry(entryId);
-        int servingId = entry.serving_id;
-        float size = entry.size;
-        if (auto *quantity = qobject_cast<QDoubleSpinBox *>(editor))
-            size = float(quantity->value());
-        else if (auto *serving = qobject_cast<QComboBox *>(editor))
-            servingId = serving->currentData().toInt();
-        if (servingId == entry.serving_id && size == entry.size)
-            return;
-        QMetaObject::invokeMethod(
-            _view, [view = _view, entryId, servingId, size] { view->editEntry(entryId, servingId, size); },
-            Qt::QueuedConnection);
-    }
-
-private:
-    DiaryView *_view;
-};
-
-// Enter and Delete on a list act on its current item.
-class KeyFilter : public QObject
-{
-public:
-    KeyFilter(QObject *parent, int key, std::function<void()> action,
-              Qt::KeyboardModifiers modifiers = Qt::NoModifier)
-        : QObject(parent)
-        , _key(key)
-        , _modifiers(modifiers)
-        , _action(std::move(action))
-    {
-    }
-    bool eventFilter(QObject *watched, QEvent *event) override
-    {
-        if (event->type() == QEvent::KeyPress) {
-            const auto *press = static_cast<QKeyEvent *>(event);
-            const int key = press->key();
-            // Enter on the keypad counts as Return.
-            if ((key == _key || (_key == Qt::Key_Return && key == Qt::Key_Enter)) &&
-                (press->modifiers() & ~Qt::KeypadModifier) == _modifiers) {
-                _action();
-                return true;
-            }
-        }
-        return QObject::eventFilter(watched, event);
-    }
-
-private:
-    int _key;
-    Qt::KeyboardModifiers _modifiers;
-    std::function<void()> _action;
-};
-
-// Shift+F10 opens a view's context menu at its current item, as the Menu key does.
-void menuOnShiftF10(QAbstractItemView *view)
-{
-    view->installEventFilter(new KeyFilter(
-        view, Qt::Key_F10,
-        [view] {
-            const QRect current = view->visualRect(view->currentIndex());
-            emit view->customContextMenuRequested(current.isValid() ? current.center() : QPoint(0, 0));
-        },
-        Qt::ShiftModifier));
-}
-
-// Items travel between lists as "binary/lmitem": the kind and the id, as text ("food 9003",
-// "exercise 12150", "meal 4").
-const QString kItemMime = QStringLiteral("binary/lmitem");
-
-// Starts a drag of the item under the mouse once it has moved far enough.
-class DragStarter : public QObject
-{
-public:
-    DragStarter(QWidget *viewport, std::function<QByteArray(const QPoint &)> item)
-        : QObject(viewport)
-        , _viewport(viewport)
-        , _item(std::move(item))
-    {
-        viewport->installEventFilter(this);
-    }
-    bool eventFilter(QObject *, QEvent *event) override
-    {
-        if (event->type() == QEvent::MouseButtonPress)
-            _start = static_cast<QMouseEvent *>(event)->position().toPoint();
-        if (event->type() != QEvent::MouseMove)
-            return false;
-        const auto *move = static_cast<QMouseEvent *>(event);
-        if (!(move->buttons() & Qt::LeftButton) ||
-            (move->position().toPoint() - _start).manhattanLength() < QApplication::startDragDistance())
-            return false;
-        const QByteArray item = _item(_start);
-        if (item.isEmpty())
-            return false;
-        auto *data = new QMimeData;
-        data->setData(kItemMime, item);
-        auto *drag = new QDrag(_viewport);
-        drag->setMimeData(data);
-        drag->exec(Qt::CopyAction);
-        return true;
-    }
-
-private:
-    QWidget *_viewport;
-    std::function<QByteArray(const QPoint &)> _item;
-    QPoint _start;
-};
 
 } // namespace
 
@@ -828,19 +663,15 @@ void DiaryView::search(const QString &query)
         exercises
             ? searchItems(*_exercises->staticDB(), _exercises->dynamicDB(), query, *_history, kShownMatches)
             : searchItems(*_foods->staticDB(), _foods->dynamicDB(), query, *_history, kShownMatches);
-    std::optional<double> weight;
+    // Exercises burn at the weight in force on the day shown.
+    const double weight =
+        exercises ? DiaryEdits::weightInForce(_userId, DateConversion::fromQDate(_date)).value_or(0.0) : 0.0;
     for (const FoundItem &found : result.items) {
         ItemEnergy energy;
         if (exercises) {
-            if (!weight) {
-                const auto latest =
-                    UserDB::getLatest(QStringLiteral("user_checkins"), QStringLiteral("weight"), _userId,
-                                      DateConversion::fromQDate(_date), -1);
-                weight = latest ? latest->first : 0.0;
-            }
             Exercise exercise;
             _exercises->exercise(found.id, &exercise);
-            energy = exerciseEnergy(exercise.scale, *weight);
+            energy = exerciseEnergy(exercise.scale, weight);
         } else {
             energy = foodEnergy(found.id);
         }
@@ -867,7 +698,7 @@ bool DiaryView::eventFilter(QObject *watched, QEvent *event)
         return QWidget::eventFilter(watched, event);
     if (event->type() == QEvent::DragEnter || event->type() == QEvent::DragMove) {
         auto *drag = static_cast<QDropEvent *>(event);
-        if (!drag->mimeData()->hasFormat(kItemMime))
+        if (!drag->mimeData()->hasFormat(DragStarter::kItemMime))
             return false;
         drag->acceptProposedAction();
         return true;
@@ -875,7 +706,7 @@ bool DiaryView::eventFilter(QObject *watched, QEvent *event)
     if (event->type() != QEvent::Drop)
         return QWidget::eventFilter(watched, event);
     auto *drop = static_cast<QDropEvent *>(event);
-    const QList<QByteArray> item = drop->mimeData()->data(kItemMime).split(' ');
+    const QList<QByteArray> item = drop->mimeData()->data(DragStarter::kItemMime).split(' ');
     const QTreeWidgetItem *target = _entries->itemAt(drop->position().toPoint());
     while (target && target->parent())
         target = target->parent();
@@ -1256,7 +1087,8 @@ bool DiaryView::addSelectedFood()
             _selectedId, _userId, DateConversion::fromQDate(_date), _meal->currentData().toInt());
         if (added.isEmpty())
             return false;
-        record(new EntriesCommand(
+        record(new DiaryCommand(
+            DiaryCommand::AddsAndRemoves,
             tr("Add %1").arg(_matches->currentItem() ? _matches->currentItem()->text() : tr("Saved Meal")),
             {}, {added, {}}, changed()));
         refresh();
@@ -1280,7 +1112,8 @@ bool DiaryView::addSelectedFood()
         }
         if (!written(logged == DiaryEdits::Logged::Stored))
             return false;
-        record(new EntriesCommand(tr("Add %1").arg(entry.name), {}, {{}, {entry}}, changed()));
+        record(new DiaryCommand(DiaryCommand::AddsAndRemoves, tr("Add %1").arg(entry.name), {}, {{}, {entry}},
+                                changed()));
         refresh();
         return true;
     }
@@ -1303,7 +1136,8 @@ bool DiaryView::addSelectedFood()
     if (!written(DiaryEdits::logFood(_userId, DateConversion::fromQDate(_date), _meal->currentData().toInt(),
                                      _selectedId, item.serving_id, item.size, &item)))
         return false;
-    record(new EntriesCommand(tr("Add %1").arg(item.food_name), {}, {{item}, {}}, changed()));
+    record(new DiaryCommand(DiaryCommand::AddsAndRemoves, tr("Add %1").arg(item.food_name), {}, {{item}, {}},
+                            changed()));
     refresh();
     return true;
 }
@@ -1327,8 +1161,8 @@ int DiaryView::copyFoods(const QList<FoodDiaryItem> &foods, const QDate &target,
     }
     if (!written(write.commit(ok)))
         return 0;
-    record(
-        new EntriesCommand(tr("Copy %n Entries", nullptr, int(copied.size())), {}, {copied, {}}, changed()));
+    record(new DiaryCommand(DiaryCommand::AddsAndRemoves, tr("Copy %n Entries", nullptr, int(copied.size())),
+                            {}, {copied, {}}, changed()));
     refresh();
     return int(copied.size());
 }
@@ -1393,7 +1227,8 @@ int DiaryView::copyDay(const QDate &target, CopyMode mode)
     if (!written(DiaryEdits::copyDay(_userId, DateConversion::fromQDate(_date), targetDay, mode == Replace,
                                      &copy)))
         return 0;
-    record(new EntriesCommand(tr("Copy Day"), copy.removed, copy.added, changed()));
+    record(
+        new DiaryCommand(DiaryCommand::AddsAndRemoves, tr("Copy Day"), copy.removed, copy.added, changed()));
     return int(copy.added.foods.size() + copy.added.exercises.size());
 }
 
@@ -1449,7 +1284,8 @@ void DiaryView::deleteSelectedEntry()
         const ExerciseDiaryItem removed = diary.getExerciseEntry(current->data(0, kExerciseRole).toInt());
         if (!written(diary.removeExerciseEntry(removed.ex_id)))
             return;
-        record(new EntriesCommand(tr("Delete %1").arg(removed.name), {{}, {removed}}, {}, changed()));
+        record(new DiaryCommand(DiaryCommand::AddsAndRemoves, tr("Delete %1").arg(removed.name),
+                                {{}, {removed}}, {}, changed()));
         refresh();
         return;
     }
@@ -1460,7 +1296,8 @@ void DiaryView::deleteSelectedEntry()
     if (!written(diary.removeFoodEntry(removed.food_id)))
         return;
     // Undone by a copy of the entry: the deleted row stays for the devices to learn of it.
-    record(new EntriesCommand(tr("Delete %1").arg(removed.food_name), {{removed}, {}}, {}, changed()));
+    record(new DiaryCommand(DiaryCommand::AddsAndRemoves, tr("Delete %1").arg(removed.food_name),
+                            {{removed}, {}}, {}, changed()));
     refresh();
 }
 
@@ -1481,7 +1318,8 @@ bool DiaryView::editExerciseEntry(int exerciseId, float minutes)
     entry.duration = minutes;
     if (!written(diary.updateExerciseEntry(entry)))
         return false;
-    record(new EntryUpdateCommand(tr("Change %1").arg(entry.name), {{}, {before}}, {{}, {entry}}, changed()));
+    record(new DiaryCommand(DiaryCommand::Updates, tr("Change %1").arg(entry.name), {{}, {before}},
+                            {{}, {entry}}, changed()));
     refresh();
     return true;
 }
@@ -1510,8 +1348,8 @@ bool DiaryView::editEntry(int entryId, int servingId, float quantity)
     }
     if (!written(diary.updateFoodEntry(entry.food_id, entry)))
         return false;
-    record(new EntryUpdateCommand(tr("Change %1").arg(entry.food_name), {{before}, {}}, {{entry}, {}},
-                                  changed()));
+    record(new DiaryCommand(DiaryCommand::Updates, tr("Change %1").arg(entry.food_name), {{before}, {}},
+                            {{entry}, {}}, changed()));
     refresh();
     return true;
 }
@@ -1527,8 +1365,8 @@ bool DiaryView::moveSelectedEntry(int meal)
     entry.meal = meal;
     if (!written(diary.updateFoodEntry(entry.food_id, entry)))
         return false;
-    record(
-        new EntryUpdateCommand(tr("Move %1").arg(entry.food_name), {{before}, {}}, {{entry}, {}}, changed()));
+    record(new DiaryCommand(DiaryCommand::Updates, tr("Move %1").arg(entry.food_name), {{before}, {}},
+                            {{entry}, {}}, changed()));
     refresh();
     return true;
 }
