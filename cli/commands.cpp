@@ -29,6 +29,10 @@ constexpr std::array kCommands = {
             "[--cholesterol MG] [--sodium MG] [--sugar G] [--calcium MG]",
             "Daily records", target},
 
+    Command{"goal",
+            "[--weight W] [--rate R] [--calories N|auto] [--carb G|P%] [--fat G|P%] [--protein G|P%] "
+            "[--water GLASSES] [--from DATE]",
+            "Goals", goal},
     Command{"search", "[--exercises] [--limit N] [--tree] WORDS...", "Foods and exercises", search},
     Command{"food", "ID", "Foods and exercises", food},
     Command{"exercise", "ID", "Foods and exercises", exercise},
@@ -50,6 +54,12 @@ constexpr std::array kCommands = {
     Command{"meal-list", "", "Diary", mealList},
     Command{"meal-add", "NAME|ID DATE MEAL", "Diary", mealAdd},
     Command{"meal-remove", "NAME|ID", "Diary", mealRemove},
+    Command{"recipe-add", "--name N --portions P [--cooked-weight G] [--shared] FOOD_ID:QTY[:SERVING]...", "Diary",
+            recipeAdd},
+    Command{"recipe-list", "", "Diary", recipeList},
+    Command{"recipe", "ID", "Diary", recipe},
+    Command{"recipe-remove", "ID", "Diary", recipeRemove},
+    Command{"log-recipe", "DATE MEAL RECIPE_ID [--portions Q | --grams G]", "Diary", logRecipe},
 
     Command{"summary", "[DATE]", "Reports and export", summary},
     Command{"export", "(--file F | --folder DIR | both) [--from DATE --to DATE] [--skip-empty]",

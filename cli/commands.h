@@ -1,8 +1,11 @@
 #pragma once
 
 #include "cli/cli.h"
+#include "model/dbtypes.h"
 
 #include <span>
+
+class FoodDB;
 
 namespace Cli {
 
@@ -18,6 +21,10 @@ struct Command
 
 std::span<const Command> commands();
 const Command *findCommand(const QString &name);
+
+// The serving of a food that a command logs: the one named (by id or name), else the one search
+// counts the food in. Refuses an unknown food or serving with a usage error.
+ServingChoice chooseServing(const FoodDB &foods, int foodId, const QString &wanted);
 
 // Commands, grouped by source file.
 int brandDump(Context &context, const QStringList &args);
@@ -52,5 +59,11 @@ int exportCommand(Context &context, const QStringList &args);
 int summary(Context &context, const QStringList &args);
 int backup(Context &context, const QStringList &args);
 int restore(Context &context, const QStringList &args);
+int goal(Context &context, const QStringList &args);
+int recipeAdd(Context &context, const QStringList &args);
+int recipeList(Context &context, const QStringList &args);
+int recipe(Context &context, const QStringList &args);
+int recipeRemove(Context &context, const QStringList &args);
+int logRecipe(Context &context, const QStringList &args);
 
 } // namespace Cli

@@ -434,6 +434,29 @@ int favorite(Context &context, const QStringList &args)
     return Success;
 }
 
+ServingChoice chooseServing(const FoodDB &foods, int foodId, const QString &wanted)
+{
+    Food info;
+    if (!foods.contains(foodId) || !foods.food(foodId, &info))
+        usageError(QStringLiteral("no food %1").arg(foodId));
+    if (info.servings.isEmpty() &&
+        (info.referenceQuantity <= 0.0f || genericServings(info.measureKind).isEmpty()))
+        usageError(QStringLiteral("food %1 has no serving to log").arg(foodId));
+    FoodDiaryItem probe; // the servings an entry of it offers
+    probe.changeFood(foodId);
+    const QList<FoodServing> servings = probe.getServings();
+    if (wanted.isEmpty())
+        return preferredServing(servings); // the serving search counts each food in
+    bool isNumber = false;
+    const int servingId = wanted.toInt(&isNumber);
+    const auto it = std::find_if(servings.cbegin(), servings.cend(), [&](const FoodServing &s) {
+        return (isNumber && s.id == servingId) || s.name.compare(wanted, Qt::CaseInsensitive) == 0;
+    });
+    if (it == servings.cend())
+        usageError(QStringLiteral("--serving: food %1 has no serving '%2'").arg(foodId).arg(wanted));
+    return {it->id, 1.0f};
+}
+
 int logFood(Context &context, const QStringList &args)
 {
     const Arguments a(args, {QStringLiteral("--serving"), QStringLiteral("--qty")});
@@ -448,28 +471,8 @@ int logFood(Context &context, const QStringList &args)
 
     const Session session(context);
     const int userId = session.userId();
-    const FoodDB foods(userId);
-    Food info;
-    if (!foods.contains(id) || !foods.food(id, &info))
-        usageError(QStringLiteral("no food %1").arg(id));
-    if (info.servings.isEmpty() &&
-        (info.referenceQuantity <= 0.0f || genericServings(info.measureKind).isEmpty()))
-        usageError(QStringLiteral("food %1 has no serving to log").arg(id));
-    FoodDiaryItem probe; // the servings an entry of it offers
-    probe.changeFood(id);
-    const QList<FoodServing> servings = probe.getServings();
-    ServingChoice chosen = preferredServing(servings); // the serving search counts each food in
-    if (a.has(QStringLiteral("--serving"))) {
-        const QString wanted = a.value(QStringLiteral("--serving"));
-        bool isNumber = false;
-        const int servingId = wanted.toInt(&isNumber);
-        const auto it = std::find_if(servings.cbegin(), servings.cend(), [&](const FoodServing &s) {
-            return (isNumber && s.id == servingId) || s.name.compare(wanted, Qt::CaseInsensitive) == 0;
-        });
-        if (it == servings.cend())
-            usageError(QStringLiteral("--serving: food %1 has no serving '%2'").arg(id).arg(wanted));
-        chosen = {it->id, 1.0f};
-    }
+    const FoodDB foods(userId); // the food information of the entry, while it is made
+    const ServingChoice chosen = chooseServing(foods, id, a.value(QStringLiteral("--serving")));
     FoodDiaryItem item;
     if (!DiaryEdits::logFood(userId, day, meal, id, chosen.servingId,
                              a.has(QStringLiteral("--qty")) ? qty : chosen.size, &item))

@@ -330,6 +330,31 @@ void upgrade411To412()
             [](LmSqlDb &db) { db.addColumn(u"user_users"_s, u"summaryOptions"_s, u"INTEGER"_s); });
 }
 
+// Recipes, and the goals that the targets are worked out from. An ingredient keeps its values for
+// its quantity as they were when the recipe was made, like a saved meal's foods, and a logged
+// portion keeps its own: changing a recipe never changes a day already logged.
+void upgrade412To413()
+{
+    runStep(412, 413, u"Upgrading database schema: 412 -> 413"_s, u"Upgrade schema 412 -> 413 failed."_s,
+            kUpgardeError, [](LmSqlDb &db) {
+                runStatement(db,
+                             u"CREATE TABLE IF NOT EXISTS recipes (recipe_id INTEGER PRIMARY KEY, user_id INTEGER, "
+                             "name TEXT NOT NULL, portions NUMERIC NOT NULL, cooked_weight NUMERIC, "
+                             "status INTEGER NOT NULL DEFAULT 1, created TEXT, modified TEXT)"_s,
+                             u"Cannot create table recipes"_s);
+                runStatement(db,
+                             u"CREATE TABLE IF NOT EXISTS recipe_ingredients (recipe_id INTEGER NOT NULL, "
+                             "position INTEGER NOT NULL, ref_id INTEGER, food_name TEXT, serving_id INTEGER, "
+                             "serv_name TEXT, size NUMERIC, calories NUMERIC, carb NUMERIC, fat NUMERIC, "
+                             "fiber NUMERIC, protein NUMERIC, saturated_fat NUMERIC, cholesterol NUMERIC, "
+                             "sodium NUMERIC, sugar NUMERIC, calcium NUMERIC, PRIMARY KEY (recipe_id, position))"_s,
+                             u"Cannot create table recipe_ingredients"_s);
+                addColumns(db, u"user_misc"_s, {u"goal_weight"_s, u"weekly_rate"_s, u"energy_by_hand"_s},
+                           u"NUMERIC"_s);
+                db.addColumn(u"user_users"_s, u"water_goal"_s, u"INTEGER"_s);
+            });
+}
+
 struct ChainRow
 {
     int from;
@@ -337,7 +362,7 @@ struct ChainRow
     void (*run)();
 };
 
-// Every row up to 310; the step from 411 runs after the check that the chain reached 411.
+// Every row up to 310; the steps from 411 run after the check that the chain reached 411.
 const ChainRow kChain[] = {
     {204, 204, upgrade204To205}, {205, 205, upgrade205To206}, {206, 206, upgrade206To300},
     {300, 300, upgrade300To301}, {301, 301, upgrade301To302}, {302, 302, upgrade302To303},
@@ -403,13 +428,17 @@ bool runUpgrades(const LmSqlDb &db, QString &error)
         }
     }
     const int version = db.schemaVersion();
-    if (version != 411) {
+    if (version != 411 && version != 412) {
         error = u"Your database is not supported by this software.\n\tDatabase version: %1\n\t"
                 "Application version: %2"_s.arg(version)
                     .arg(QLatin1String(Lm::kVersion));
         return false;
     }
-    upgrade411To412();
+    if (version == 411) {
+        upgrade411To412();
+        processPendingEvents();
+    }
+    upgrade412To413();
     processPendingEvents();
     qCDebug(lcDb) << "All upgrades checked.";
     return true;
@@ -442,10 +471,13 @@ const RequiredTable kRequiredTables[] = {
      "ask_before_publish tipOfTheDay hideNutrientAndFluid backup_data_path diaryViewColumnSettings "
      "diaryAdvancedMode energy_target_size fat_target_size fiber_target_size carb_target_size "
      "protein_target_size sat_fat_target_size cholesterol_target_size sugar_target_size calcium_target_size "
-     "sodium_target_size summaryOptions"},
+     "sodium_target_size summaryOptions water_goal"},
     {"user_target", "user_id date target_calories target_fat target_protein target_fiber target_carb "
                     "target_saturated_fat target_cholesterol target_sodium target_sugar target_calcium"},
-    {"user_misc", "user_id date height goal activity custom_rmr diet_plan"},
+    {"user_misc", "user_id date height goal activity custom_rmr diet_plan goal_weight weekly_rate energy_by_hand"},
+    {"recipes", "recipe_id user_id name portions cooked_weight status created modified"},
+    {"recipe_ingredients", "recipe_id position ref_id food_name serving_id serv_name size calories carb fat fiber "
+                           "protein saturated_fat cholesterol sodium sugar calcium"},
     {"user_checkins", "user_id date weight chest hip thigh waist steps note"},
     {"user_firsttime_tips", "user_id tip_index"},
     {"water_diary", "user_id date cups"},

@@ -12,7 +12,7 @@ class QSqlDatabase;
 namespace LmSchema {
 
 // The version this program writes, and the last one it still reads unchanged.
-inline constexpr int kCurrentVersion = 412;
+inline constexpr int kCurrentVersion = 413;
 inline constexpr int kLastReadableVersion = 499;
 // The version of the template database in the resource folder.
 inline constexpr int kTemplateVersion = 204;

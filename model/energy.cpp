@@ -61,8 +61,11 @@ std::array<float, kNutrientCount> DietPlan::targets(float requirement, int goal,
         energy = std::max(requirement - 500.0f, sex == 0 ? 1500.0f : 1200.0f);
     else if (goal == GAIN_WEIGHT)
         energy = requirement + 300.0f;
-    energy = std::round(energy / 10.0f) * 10.0f;
+    return targetsFor(std::round(energy / 10.0f) * 10.0f, age);
+}
 
+std::array<float, kNutrientCount> DietPlan::targetsFor(float energy, int age)
+{
     std::array<float, kNutrientCount> t{};
     t[ENERGY] = energy;
     t[CARB] = std::round(energy * 0.50f / 4.0f);
@@ -75,4 +78,13 @@ std::array<float, kNutrientCount> DietPlan::targets(float requirement, int goal,
     t[SUGAR] = std::round(energy * 0.10f / 4.0f);
     t[CALCIUM] = age > 50 ? 1200.0f : 1000.0f;
     return t;
+}
+
+float energyForRate(float requirement, double weeklyRateKg, int sex)
+{
+    constexpr double kCaloriesPerKg = 7700.0;
+    float energy = requirement + float(weeklyRateKg * kCaloriesPerKg / 7.0);
+    if (weeklyRateKg < 0)
+        energy = std::max(energy, sex == 0 ? 1500.0f : 1200.0f);
+    return std::round(energy / 10.0f) * 10.0f;
 }

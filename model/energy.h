@@ -47,4 +47,11 @@ public:
     static constexpr const char *kName = "Tarnwell";
 
     static std::array<float, kNutrientCount> targets(float requirement, int goal, int sex, int age);
+    // The same shares of a given energy.
+    static std::array<float, kNutrientCount> targetsFor(float energy, int age);
 };
+
+// Calories a day for a weekly change of weight (kg, negative to lose): 7700 calories to a
+// kilogram, spread over the week; never below 1200 (women) or 1500 (men) while losing; rounded to
+// 10 calories.
+float energyForRate(float requirement, double weeklyRateKg, int sex);

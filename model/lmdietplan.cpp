@@ -16,8 +16,12 @@ float LmDietPlan::requirement(const EnergyInputs *c, const EnergyInputs *p)
 
 std::array<float, kNutrientCount> LmDietPlan::targets(float requirement, int goal, int sex, int age)
 {
-    std::array<float, kNutrientCount> t = DietPlan::targets(requirement, goal, sex, age);
-    const float energy = t[ENERGY];
+    return targetsFor(DietPlan::targets(requirement, goal, sex, age)[ENERGY], age);
+}
+
+std::array<float, kNutrientCount> LmDietPlan::targetsFor(float energy, int age)
+{
+    std::array<float, kNutrientCount> t = DietPlan::targetsFor(energy, age);
     t[CARB] = std::round(energy * 0.40f / 4.0f);
     t[FAT] = std::round(energy * 0.30f / 9.0f);
     t[PROTEIN] = std::round(energy * 0.30f / 4.0f);
@@ -37,4 +41,11 @@ std::array<float, kNutrientCount> dietPlanTargets(const QString &plan, float req
     if (plan == QLatin1String(LmDietPlan::kName))
         return LmDietPlan::targets(requirement, goal, sex, age);
     return DietPlan::targets(requirement, goal, sex, age);
+}
+
+std::array<float, kNutrientCount> dietPlanTargetsFor(const QString &plan, float energy, int age)
+{
+    if (plan == QLatin1String(LmDietPlan::kName))
+        return LmDietPlan::targetsFor(energy, age);
+    return DietPlan::targetsFor(energy, age);
 }

@@ -21,6 +21,7 @@ public:
     static float requirement(const EnergyInputs *c, const EnergyInputs *p);
     // Energy as the built-in plan sets it; carbohydrate 40 %, fat 30 %, protein 30 % of it.
     static std::array<float, kNutrientCount> targets(float requirement, int goal, int sex, int age);
+    static std::array<float, kNutrientCount> targetsFor(float energy, int age);
 };
 
 // The plans a profile can follow: the built-in one, then the brand's own when it is offered.
@@ -28,3 +29,5 @@ QStringList offeredDietPlans(bool brandPlanEnabled);
 // The targets of the named plan; an unknown name is the built-in plan.
 std::array<float, kNutrientCount> dietPlanTargets(const QString &plan, float requirement, int goal, int sex,
                                                   int age);
+// The named plan's shares of a given energy (a weekly rate's or one set by hand).
+std::array<float, kNutrientCount> dietPlanTargetsFor(const QString &plan, float energy, int age);

@@ -46,17 +46,27 @@ private:
                 QString::fromUtf8(process.readAllStandardError())};
     }
 
+    // Standard output of a run that must succeed, trimmed; a failure is printed.
+    QString ok(const QStringList &arguments)
+    {
+        const Result result = run(arguments);
+        if (result.status != 0 || !result.err.isEmpty())
+            qWarning("%s: %s", qPrintable(arguments.join(u' ')), qPrintable(result.err));
+        return result.out.trimmed();
+    }
+    static QStringList args(const char *text) { return QString::fromUtf8(text).split(QLatin1Char(' ')); }
+
     TemporaryHome _home;
 
 private slots:
     void exitStatuses_data();
     void exitStatuses();
     void brandDumpListsDefaultBrand();
-    void brandDumpJson();
     void brandDumpShowsLoaderWarnings();
     void profilesAndDailyRecords();
     void targetKeepsTheDaysValues();
     void foodsExercisesAndMeals();
+    void goalsAndRecipes();
     void publish();
     void updateDb();
     void invalidInputChangesNothing_data();
@@ -153,15 +163,12 @@ void TestCli::brandDumpListsDefaultBrand()
         previousType = fields[0];
         previousId = fields[1];
     }
-}
 
-void TestCli::brandDumpJson()
-{
-    const Result result = run(
+    const Result json = run(
         {QStringLiteral("--json"), QStringLiteral("brand-dump"), binDir() + QStringLiteral("/brand.dat")});
-    QCOMPARE(result.status, 0);
+    QCOMPARE(json.status, 0);
     QJsonParseError error;
-    const QJsonObject document = QJsonDocument::fromJson(result.out.toUtf8(), &error).object();
+    const QJsonObject document = QJsonDocument::fromJson(json.out.toUtf8(), &error).object();
     QCOMPARE(error.error, QJsonParseError::NoError);
     QCOMPARE(document.value(QLatin1String("bool")).toObject().value(QLatin1String("feature.family")).toBool(),
              true);
@@ -337,14 +344,6 @@ void TestCli::targetKeepsTheDaysValues()
 
 void TestCli::foodsExercisesAndMeals()
 {
-    const auto ok = [this](const QStringList &arguments) {
-        const Result result = run(arguments);
-        if (result.status != 0 || !result.err.isEmpty())
-            qWarning("%s: %s", qPrintable(arguments.join(u' ')), qPrintable(result.err));
-        return result.out.trimmed();
-    };
-    const auto args = [](const char *text) { return QString::fromUtf8(text).split(QLatin1Char(' ')); };
-
     // Real USDA foods, the plain one first with the energy of its usual serving; in tree order
     // with --tree, each once.
     QVERIFY(ok(args("search apple raw"))
@@ -417,6 +416,60 @@ void TestCli::foodsExercisesAndMeals()
     QCOMPARE(ok(args("meal-list")), QString());
     ok({QStringLiteral("remove"), QStringLiteral("food"), added});
     QVERIFY(!ok(args("day 2026-03-13")).contains(QLatin1String("Apples")));
+}
+
+void TestCli::goalsAndRecipes()
+{
+    const auto goals = [this](const char *arguments) {
+        return QJsonDocument::fromJson(ok(args(arguments)).toUtf8()).object();
+    };
+    const auto target = [](const QJsonObject &goals, const char *nutrient) {
+        return goals.value(u"targets"_s).toObject().value(QLatin1String(nutrient)).toDouble();
+    };
+    // Ann (female, 45 in 2030, 168 cm, 61.5 kg, activity 1) needs 1611 calories; a quarter of a
+    // kilogram a week less is 275 a day, 1340 rounded, shared 50/30/20 by the plan.
+    ok(args("goal --weight 58 --rate -0.25 --calories auto --from 2030-01-01"));
+    QJsonObject inForce = goals("--json goal --from 2030-01-20");
+    QCOMPARE(inForce.value(u"goalWeight"_s).toDouble(), 58.0);
+    QCOMPARE(inForce.value(u"weeklyRate"_s).toDouble(), -0.25);
+    QCOMPARE(target(inForce, "calories"), 1340.0);
+    QCOMPARE(target(inForce, "carb"), 168.0);
+    QCOMPARE(target(inForce, "fat"), 45.0);
+    // By hand from February: the shares stay unless given; January keeps its targets.
+    ok(args("goal --calories 1500 --protein 30% --from 2030-02-01"));
+    inForce = goals("--json goal --from 2030-02-01");
+    QCOMPARE(inForce.value(u"energyByHand"_s).toBool(), true);
+    QCOMPARE(target(inForce, "calories"), 1500.0);
+    QCOMPARE(target(inForce, "carb"), 188.0);
+    QCOMPARE(target(inForce, "protein"), 113.0);
+    QCOMPARE(target(goals("--json goal --from 2030-01-31"), "calories"), 1340.0);
+    // Bob keeps pounds: his goal is stored in kilograms.
+    ok(args("--profile Bob goal --weight 170 --rate -1 --calories 2000"));
+    inForce = goals("--json --profile Bob goal");
+    QCOMPARE(qRound(inForce.value(u"goalWeight"_s).toDouble() * 100), 7711);
+    QCOMPARE(qRound(inForce.value(u"weeklyRate"_s).toDouble() * 1000), -454);
+
+    // Three ingredients: two medium apples (189.28), a cup of rice (168.78), three slices of
+    // chicken (35.28); two portions from 800 g cooked.
+    const QString id = ok({u"recipe-add"_s, u"--name"_s, u"Rice bowl"_s, u"--portions"_s, u"2"_s,
+                           u"--cooked-weight"_s, u"800"_s, u"9003:2"_s, u"20055:1:1 cup"_s, u"7961:3:1 slice"_s});
+    QCOMPARE(ok(args("recipe-list")), id + u"\tRice bowl\t2 portions\t197 cals a portion"_s);
+    const QString portion = ok({u"log-recipe"_s, u"2030-01-05"_s, u"lunch"_s, id});
+    const QString grams = ok({u"log-recipe"_s, u"2030-01-05"_s, u"dinner"_s, id, u"--grams"_s, u"200"_s});
+    ok({u"recipe-remove"_s, id}); // days logged keep their entries
+    QCOMPARE(run({u"recipe"_s, id}).status, 2);
+    const QJsonArray meals =
+        QJsonDocument::fromJson(ok(args("--json day 2030-01-05")).toUtf8()).object().value(u"meals"_s).toArray();
+    QStringList entries;
+    for (const QJsonValue &meal : meals) {
+        for (const QJsonValue &entry : meal.toObject().value(u"entries"_s).toArray()) {
+            const QJsonObject e = entry.toObject();
+            entries.append(u"%1 %2 %3"_s.arg(e.value(u"id"_s).toInt())
+                               .arg(e.value(u"name"_s).toString())
+                               .arg(e.value(u"nutrients"_s).toObject().value(u"calories"_s).toDouble(), 0, 'f', 1));
+        }
+    }
+    QCOMPARE(entries, (QStringList{portion + u" Rice bowl 196.7"_s, grams + u" Rice bowl 98.3"_s}));
 }
 
 void TestCli::publish()
@@ -587,6 +640,14 @@ void TestCli::invalidInputChangesNothing_data()
         << QStringList{QStringLiteral("food-add"), QStringLiteral("--name"), QStringLiteral("X"),
                        QStringLiteral("--serving"), QStringLiteral("1")}
         << QStringLiteral("food-add needs --name, --serving and --calories");
+    QTest::newRow("goal too fast") << args("goal --rate -1.5") << u"--rate: at most 1.0 kg a week either way"_s;
+    QTest::newRow("plan without a weight")
+        << args("goal --calories auto --from 2001-01-01")
+        << u"No weight recorded on or before 20010101: the plan needs a weight, a height and a date of birth. "
+           "Record a check-in first, or set the calories by hand."_s;
+    QTest::newRow("share over 100") << args("goal --carb 120%") << u"--carb: 120 is out of range (0 to 100)"_s;
+    QTest::newRow("recipe of nothing known")
+        << args("recipe-add --name X --portions 2 9003:1 12:1") << u"no food 12"_s;
     QTest::newRow("empty meal") << QStringList{QStringLiteral("meal-save"), QStringLiteral("Nothing"),
                                                QStringLiteral("2001-01-01"), QStringLiteral("breakfast")}
                                 << QStringLiteral("Breakfast of 2001-01-01 has no foods to save");

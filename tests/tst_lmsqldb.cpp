@@ -1,5 +1,6 @@
 #include "db/databackup.h"
 #include "db/lmsqldb.h"
+#include "db/schema.h"
 #include "dbfixture.h"
 
 #include <QSqlDatabase>
@@ -374,7 +375,7 @@ void TestLmSqlDb::backUpAndRestore()
     QCOMPARE(DataBackup::restore(older), QString());
     QCOMPARE(UserDB::numUsers(), 0);
     QCOMPARE(DbTest::column(u"SELECT itemvalue FROM userdata_meta WHERE itemkey = 'schema_version'"_s),
-             QStringList{u"412"_s});
+             QStringList{QString::number(LmSchema::kCurrentVersion)});
 }
 
 void TestLmSqlDb::restoreRefused_data()

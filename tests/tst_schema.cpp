@@ -53,6 +53,7 @@ private slots:
     void rowsKeptAndTargetSizesSet();
     void startUpByVersion_data();
     void startUpByVersion();
+    void upgradeFrom412KeepsRows();
     void failedStepResumesNextStart_data();
     void failedStepResumesNextStart();
     void addColumn();
@@ -94,7 +95,7 @@ QStringList TestSchema::backups() const
 bool TestSchema::startCurrent()
 {
     std::string error;
-    return LmSqlDb::startUp(error, false) && LmSqlDb::instance()->schemaVersion() == 412;
+    return LmSqlDb::startUp(error, false) && LmSqlDb::instance()->schemaVersion() == LmSchema::kCurrentVersion;
 }
 
 void TestSchema::templateUpgradesToCurrent()
@@ -105,12 +106,12 @@ void TestSchema::templateUpgradesToCurrent()
     // The start-up refuses a database without a table or column the program uses: passing it is
     // the check that the chain builds the whole current schema.
     QVERIFY(LmSqlDb::startUp(error, true));
-    QCOMPARE(LmSqlDb::instance()->schemaVersion(), 412);
+    QCOMPARE(LmSqlDb::instance()->schemaVersion(), LmSchema::kCurrentVersion);
     QCOMPARE(column(u"SELECT itemvalue FROM userdata_meta WHERE itemkey = 'software_modified_version'"_s),
              QStringList{u"4.1.0"_s});
     const QList<QPair<int, int>> chain = {{204, 205}, {205, 206}, {206, 300}, {300, 301}, {301, 302},
                                           {302, 303}, {303, 304}, {304, 306}, {306, 307}, {307, 308},
-                                          {308, 309}, {309, 310}, {310, 411}, {411, 412}};
+                                          {308, 309}, {309, 310}, {310, 411}, {411, 412}, {412, 413}};
     QCOMPARE(_steps, chain);
 
     // One backup, taken before the first step: the template as it was copied.
@@ -177,14 +178,14 @@ void TestSchema::startUpByVersion_data()
     const QByteArray masking = QByteArray::fromHex(
         "1f8b080037561f400203732acacc4bc949cdcd2f2e5670cbcf4fd177ad482d4ace2c4e55707102009640d88b1c000000");
 
-    QTest::newRow("412") << version.arg(412) << QByteArray() << QString() << false;
+    QTest::newRow("413") << version.arg(413) << QByteArray() << QString() << false;
     QTest::newRow("499") << version.arg(499) << QByteArray() << QString() << false;
     QTest::newRow("500") << version.arg(500) << QByteArray() << unsupported.arg(500) << true;
     QTest::newRow("between steps") << version.arg(250) << QByteArray() << unsupported.arg(250) << true;
     QTest::newRow("no version row") << u"DELETE FROM userdata_meta WHERE itemkey = 'schema_version'"_s
                                     << QByteArray() << corrupt << false;
     QTest::newRow("not a database") << QString() << QByteArray(4096, 'x') << corrupt << false;
-    QTest::newRow("a table missing") << version.arg(412) + u";DROP TABLE food_diary"_s << QByteArray()
+    QTest::newRow("a table missing") << version.arg(413) + u";DROP TABLE food_diary"_s << QByteArray()
                                      << corrupt + u"\n(no table food_diary)"_s << false;
     QTest::newRow("masked header") << QString() << masking << corrupt << false;
 }
@@ -224,6 +225,35 @@ void TestSchema::startUpByVersion()
         QFile::rename(backup, LmSettings::dataPath() + u"userdata.000101-000000"_s);
     QCOMPARE(LmSqlDb::startUp(text, false), error.isEmpty());
     QCOMPARE(backups().size(), backedUp ? 1 : 0);
+}
+
+// A diary of the previous release: its rows stay, and recipes and goals can be stored at once.
+void TestSchema::upgradeFrom412KeepsRows()
+{
+    QVERIFY(startCurrent());
+    LmSqlDb::shutDown();
+    for (const QString &backup : backups())
+        QFile::remove(backup);
+    _steps.clear();
+    runOnFile(_db.databasePath(),
+              {u"DROP TABLE recipes"_s, u"DROP TABLE recipe_ingredients"_s,
+               u"ALTER TABLE user_misc DROP COLUMN goal_weight"_s, u"ALTER TABLE user_misc DROP COLUMN weekly_rate"_s,
+               u"ALTER TABLE user_misc DROP COLUMN energy_by_hand"_s, u"ALTER TABLE user_users DROP COLUMN water_goal"_s,
+               u"UPDATE userdata_meta SET itemvalue = 412 WHERE itemkey = 'schema_version'"_s,
+               u"INSERT INTO user_users (user_id, name) VALUES (1, 'Ann')"_s,
+               u"INSERT INTO user_misc (user_id, date, height, goal) VALUES (1, '20240101', 170, 1)"_s});
+    const QByteArray before = readFile(_db.databasePath());
+
+    std::string error;
+    QVERIFY(LmSqlDb::startUp(error, true));
+    QCOMPARE(_steps, (QList<QPair<int, int>>{{412, 413}}));
+    QCOMPARE(backups().size(), 1);
+    QVERIFY(readFile(backups().first()) == before);
+    QCOMPARE(column(u"SELECT height || ' ' || goal || ' ' || IFNULL(goal_weight, '-') FROM user_misc"_s),
+             QStringList{u"170 1 -"_s});
+    QVERIFY(LmSqlDb::instance()
+                ->prepare(u"INSERT INTO recipes (user_id, name, portions) VALUES (1, 'Chili', 4)"_s)
+                ->exec());
 }
 
 void TestSchema::failedStepResumesNextStart_data()
@@ -272,7 +302,7 @@ void TestSchema::failedStepResumesNextStart()
     runOnFile(_db.databasePath(), {repair});
     _steps.clear();
     QVERIFY(LmSqlDb::startUp(error, true));
-    QCOMPARE(LmSqlDb::instance()->schemaVersion(), 412);
+    QCOMPARE(LmSqlDb::instance()->schemaVersion(), LmSchema::kCurrentVersion);
     QCOMPARE(_steps.first().first, committed);
 }
 
