@@ -23,6 +23,26 @@ QVariant nutrientValue(float value)
     return isKnown(value) ? QVariant(double(value)) : QVariant();
 }
 
+// The food each item came from is kept (ref_id), so that what is logged from the meal can still
+// change serving.
+bool insertFoods(int group_id, int user_id, const QList<FoodDiaryItem> &foods)
+{
+    LmSqlQueryPtr food = prepare(QStringLiteral(
+        "INSERT INTO food_diary ( group_id, food_name, serving_id, serv_name,\tsize, calories, carb, fat, fiber, "
+        "protein, saturated_fat, cholesterol, sodium, sugar, calcium, status, user_id, ref_id) VALUES ( ?, ?, ?, ?, "
+        "?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ? )"));
+    for (const FoodDiaryItem &item : foods) {
+        QVariantList values = {group_id, item.food_name, item.serving_id, item.serv_name, double(item.size)};
+        for (int type : {ENERGY, CARB, FAT, FIBER, PROTEIN, SATURATED_FAT, CHOLESTEROL, SODIUM, SUGAR, CALCIUM})
+            values.append(nutrientValue(item.getNutrient(type)));
+        values << STATUS_LIVE << userValue(user_id)
+               << (item.ref_id >= 0 ? QVariant(item.ref_id) : QVariant(QMetaType(QMetaType::Int)));
+        if (!execBound(food, values))
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 QList<QPair<int, QString>> SavedMealDB::getCategories(int parent)
@@ -67,21 +87,8 @@ int SavedMealDB::createMeal(SavedMeal &meal)
     const int id = maxId->value(0).toInt();
     LmSqlDb::releaseQuery(maxId);
 
-    // The food each item came from is kept (ref_id), so that what is logged from the meal can still
-    // change serving.
-    LmSqlQueryPtr food = prepare(QStringLiteral(
-        "INSERT INTO food_diary ( group_id, food_name, serving_id, serv_name,\tsize, calories, carb, fat, fiber, "
-        "protein, saturated_fat, cholesterol, sodium, sugar, calcium, status, user_id, ref_id) VALUES ( ?, ?, ?, ?, "
-        "?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ? )"));
-    for (const FoodDiaryItem &item : meal.foods) {
-        QVariantList values = {id, item.food_name, item.serving_id, item.serv_name, double(item.size)};
-        for (int type : {ENERGY, CARB, FAT, FIBER, PROTEIN, SATURATED_FAT, CHOLESTEROL, SODIUM, SUGAR, CALCIUM})
-            values.append(nutrientValue(item.getNutrient(type)));
-        values << STATUS_LIVE << userValue(meal.user_id)
-               << (item.ref_id >= 0 ? QVariant(item.ref_id) : QVariant(QMetaType(QMetaType::Int)));
-        if (!execBound(food, values))
-            return -1;
-    }
+    if (!insertFoods(id, meal.user_id, meal.foods))
+        return -1;
     if (!write.commit())
         return -1;
     meal.meal_id = id;
@@ -169,4 +176,18 @@ QList<FoodDiaryItem> SavedMealDB::addMealToDay(int group_id, int user_id, const 
     if (!write.commit())
         return {};
     return added;
+}
+
+bool SavedMealDB::setMealFoods(int group_id, const QList<FoodDiaryItem> &foods)
+{
+    LmWriteTransaction write;
+    LmSqlQueryPtr owner = prepare(QStringLiteral("SELECT user_id FROM group_diary WHERE group_id = ? AND status = ?"));
+    if (!write.isOpen() || !execBound(owner, {group_id, STATUS_LIVE}) || !owner->next())
+        return write.commit(false);
+    const int user_id = owner->value(0).isNull() ? -1 : owner->value(0).toInt();
+    LmSqlDb::releaseQuery(owner);
+    // Gone for good, since the meal's foods are read whatever their status; the delete trigger
+    // still tells every synchronised device.
+    LmSqlQueryPtr remove = prepare(QStringLiteral("DELETE FROM food_diary WHERE group_id = ? AND date IS NULL"));
+    return write.commit(execBound(remove, {group_id}) && insertFoods(group_id, user_id, foods));
 }

@@ -37,6 +37,8 @@ public:
     static bool moveMeal(int group_id, int user_id);
     static bool deleteMeal(int group_id);
     static QList<FoodDiaryItem> getMealFoods(int group_id);
+    // Replaces the foods of a saved meal, in one transaction; days logged from it keep theirs.
+    static bool setMealFoods(int group_id, const QList<FoodDiaryItem> &foods);
     // Adds a copy of every food of the meal to the day and meal of a profile; returns the new
     // entries.
     static QList<FoodDiaryItem> addMealToDay(int group_id, int user_id, const QString &day, int mealCode);

@@ -82,6 +82,21 @@ std::optional<FoodServing> millilitresOf(const QList<FoodServing> &servings)
     return std::nullopt;
 }
 
+QList<FoodServing> servingsInOrder(QList<FoodServing> servings, bool metric)
+{
+    if (!metric)
+        return servings;
+    for (const int id : {kMillilitreServing, -3, -1}) {
+        const auto own =
+            std::find_if(servings.cbegin(), servings.cend(), [id](const FoodServing &s) { return s.id == id; });
+        if (own != servings.cend()) {
+            servings.move(own - servings.cbegin(), 0);
+            break;
+        }
+    }
+    return servings;
+}
+
 ServingChoice preferredServing(const QList<FoodServing> &servings)
 {
     const auto named = [&servings](const QString &start) {

@@ -109,6 +109,9 @@ struct ServingChoice
     float size = 1.0f;
 };
 ServingChoice preferredServing(const QList<FoodServing> &servings);
+// The servings as a chooser lists them: a metric profile sees its own measure first (millilitres
+// for a liquid, else grams).
+QList<FoodServing> servingsInOrder(QList<FoodServing> servings, bool metric);
 
 class FoodDiaryItem
 {
