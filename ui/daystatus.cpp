@@ -3,6 +3,7 @@
 #include "model/unitdescriptor.h"
 
 #include <QGridLayout>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLocale>
 #include <QProgressBar>
@@ -15,6 +16,8 @@ DayStatus::DayStatus(QWidget *parent)
     , _energy(new QLabel(this))
     , _shares(new QLabel(this))
     , _nutrients(new QGridLayout)
+    , _water(new QLabel(this))
+    , _waterBar(new QProgressBar(this))
 {
     setObjectName(QStringLiteral("dayStatus"));
     _energy->setObjectName(QStringLiteral("energyStanding"));
@@ -24,6 +27,21 @@ DayStatus::DayStatus(QWidget *parent)
     layout->addWidget(_energy);
     layout->addLayout(_nutrients);
     layout->addWidget(_shares);
+    _water->setObjectName(QStringLiteral("waterStanding"));
+    _waterBar->setObjectName(QStringLiteral("standingWater"));
+    _waterBar->setMaximumHeight(fontMetrics().height());
+    auto *water = new QHBoxLayout;
+    water->addWidget(_water);
+    water->addWidget(_waterBar, 1);
+    layout->addLayout(water);
+}
+
+void DayStatus::setWater(int glasses, int goal)
+{
+    _water->setText(tr("Water: %1 of %2 glasses").arg(glasses).arg(goal));
+    _waterBar->setRange(0, std::max(goal, 1));
+    _waterBar->setValue(std::min(glasses, goal));
+    _waterBar->setFormat(glasses >= goal ? tr("done") : tr("%n more", nullptr, goal - glasses));
 }
 
 void DayStatus::setStanding(const DayStanding &standing)

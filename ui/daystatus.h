@@ -2,7 +2,8 @@
 
 // Where the day stands, always in view beside its entries: energy eaten, burned, net, the budget
 // and what remains; each nutrient the profile tracks as eaten of its target with a bar, coloured
-// when over a limit or short of a goal; the share of energy from carbohydrate, fat and protein.
+// when over a limit or short of a goal; the share of energy from carbohydrate, fat and protein;
+// water against its daily goal.
 
 #include "model/daystanding.h"
 
@@ -20,10 +21,14 @@ public:
     explicit DayStatus(QWidget *parent = nullptr);
 
     void setStanding(const DayStanding &standing);
+    // Glasses of water drunk against the daily goal.
+    void setWater(int glasses, int goal);
 
 private:
     QLabel *_energy;
     QLabel *_shares;
+    QLabel *_water;
+    class QProgressBar *_waterBar;
     QGridLayout *_nutrients;
     struct Row
     {

@@ -180,6 +180,7 @@ RecipesDialog::RecipesDialog(int userId, FoodDB *foods, int meal, Log log, QWidg
     _list = new QListWidget(this);
     _list->setObjectName(QStringLiteral("recipeList"));
     auto *add = new QPushButton(tr("&New..."), this);
+    add->setObjectName(QStringLiteral("newRecipe"));
     auto *change = new QPushButton(tr("&Edit..."), this);
     auto *remove = new QPushButton(tr("&Remove"), this);
     connect(add, &QPushButton::clicked, this, [this] { edit(-1); });

@@ -1,0 +1,229 @@
+// Goals, recipes and saved meals as a person uses them in the desktop program: the real dialogs
+// from the window's menus, under the offscreen platform, on a real diary.
+
+#include "db/diarydb.h"
+#include "db/newprofile.h"
+#include "db/recipedb.h"
+#include "db/savedmealdb.h"
+#include "dbfixture.h"
+#include "staticdb/fooddb.h"
+#include "ui/mainwindow.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QComboBox>
+#include <QDialog>
+#include <QDoubleSpinBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QSpinBox>
+#include <QTableWidget>
+#include <QTimer>
+#include <QUndoStack>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString dayString(const QDate &date)
+{
+    return date.toString(u"yyyyMMdd"_s);
+}
+
+// Ann, made a week ago with the plan's first targets.
+int makeProfile()
+{
+    NewProfile profile;
+    profile.name = u"Ann"_s;
+    profile.sex = 1;
+    profile.dob = u"19850402"_s;
+    profile.height = 168;
+    profile.weight = 61.5;
+    return createProfile(profile, dayString(QDate::currentDate().addDays(-7)));
+}
+
+// Runs action on the dialog of that name once it is up, the test's own modal loop kept going.
+template <typename Action> void whenShown(const QString &name, Action action, bool *shown)
+{
+    QTimer::singleShot(0, [name, action, shown] {
+        auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+        QVERIFY(dialog);
+        QCOMPARE(dialog->objectName(), name);
+        *shown = true;
+        action(dialog);
+    });
+}
+
+template <typename T> T *child(QObject *parent, const char *name)
+{
+    T *found = parent->findChild<T *>(QLatin1String(name));
+    if (!found)
+        qWarning("no %s", name);
+    return found;
+}
+
+// Picks the food in the picker's matches for a search, and adds it in the given serving.
+void addIngredient(QDialog *dialog, const QString &words, int foodId, const QString &serving, double quantity)
+{
+    child<QLineEdit>(dialog, "pickerSearch")->setText(words);
+    auto *matches = child<QListWidget>(dialog, "pickerMatches");
+    for (int row = 0; row < matches->count(); ++row) {
+        if (matches->item(row)->data(Qt::UserRole).toInt() == foodId)
+            matches->setCurrentRow(row);
+    }
+    QCOMPARE(matches->currentItem()->data(Qt::UserRole).toInt(), foodId);
+    auto *servings = child<QComboBox>(dialog, "pickerServing");
+    servings->setCurrentIndex(servings->findText(serving));
+    QVERIFY(servings->currentIndex() >= 0);
+    child<QDoubleSpinBox>(dialog, "pickerQuantity")->setValue(quantity);
+    QTest::keyClick(child<QDoubleSpinBox>(dialog, "pickerQuantity"), Qt::Key_Return);
+}
+
+QList<FoodDiaryItem> todaysFoods(int user)
+{
+    return DiaryDB().getDiaryDay(user, dayString(QDate::currentDate())).foods;
+}
+
+} // namespace
+
+class TestGoalsRecipes : public QObject
+{
+    Q_OBJECT
+
+private:
+    DbFixture _db;
+
+private slots:
+    void init()
+    {
+        QVERIFY(_db.start());
+        BrandEngine::release();
+        QVERIFY(BrandEngine::instance().load(binDir() + u"/brand.dat"_s));
+        QVERIFY(QDir().mkpath(LmSettings::contentPath()));
+        QVERIFY(QFile::copy(binDir() + u"/content/static.db"_s, LmSettings::contentPath() + u"static.db"_s));
+    }
+    void cleanup() { _db.stop(); }
+
+    void changedTargetKeepsEarlierDays();
+    void recipeOfThreeLoggedAsOnePortion();
+    void savedMealEditedAndLoggedInPart();
+};
+
+void TestGoalsRecipes::changedTargetKeepsEarlierDays()
+{
+    MainWindow window;
+    QVERIFY(window.openProfile(makeProfile()));
+    const int user = window.currentUser();
+    const QString today = dayString(QDate::currentDate());
+    const QString yesterday = dayString(QDate::currentDate().addDays(-1));
+    const Targets before = UserDB::getTargets(user, yesterday);
+    QVERIFY(before.values[ENERGY] > 1000);
+
+    bool shown = false;
+    whenShown(u"goals"_s, [](QDialog *dialog) {
+        // The plan's energy for the rate chosen is shown beside it.
+        child<QComboBox>(dialog, "rate")->setCurrentIndex(2); // lose 0.5 kg a week
+        QVERIFY(child<QRadioButton>(dialog, "fromPlan")->isChecked());
+        QVERIFY(!child<QLabel>(dialog, "planned")->text().isEmpty());
+        child<QDoubleSpinBox>(dialog, "goalWeight")->setValue(58);
+        child<QSpinBox>(dialog, "calories")->setValue(1800); // by hand from now on
+        QVERIFY(child<QRadioButton>(dialog, "byHand")->isChecked());
+        child<QComboBox>(dialog, "proteinUnit")->setCurrentIndex(1);
+        child<QDoubleSpinBox>(dialog, "protein")->setValue(30);
+        child<QSpinBox>(dialog, "water")->setValue(10);
+        dialog->accept();
+    }, &shown);
+    child<QAction>(&window, "goals")->trigger();
+    QVERIFY(shown);
+
+    const Targets now = UserDB::getTargets(user, today);
+    QCOMPARE(now.values[ENERGY], 1800.0);
+    QCOMPARE(now.values[PROTEIN], 135.0); // 30 % of 1800 calories at 4 a gram
+    QCOMPARE(UserDB::getTargets(user, yesterday).values, before.values);
+    // The day shown stands against the new budget and the new water goal.
+    QVERIFY(child<QLabel>(&window, "energyStanding")->text().contains(u"1800"_s));
+    QCOMPARE(child<QLabel>(&window, "waterStanding")->text(), u"Water: 0 of 10 glasses"_s);
+}
+
+void TestGoalsRecipes::recipeOfThreeLoggedAsOnePortion()
+{
+    MainWindow window;
+    QVERIFY(window.openProfile(makeProfile()));
+    bool listShown = false, editorShown = false;
+    whenShown(u"recipes"_s, [&editorShown](QDialog *recipes) {
+        whenShown(u"recipe"_s, [](QDialog *editor) {
+            child<QLineEdit>(editor, "name")->setText(u"Rice bowl"_s);
+            child<QDoubleSpinBox>(editor, "portions")->setValue(2);
+            addIngredient(editor, u"apple raw"_s, 9003, u"1 medium (3\" dia)"_s, 2);
+            addIngredient(editor, u"rice white glutinous cooked"_s, 20055, u"1 cup"_s, 1);
+            addIngredient(editor, u"chicken breast rotisserie"_s, 7961, u"1 slice"_s, 3);
+            QCOMPARE(child<QTableWidget>(editor, "ingredients")->rowCount(), 3);
+            const QString totals = child<QLabel>(editor, "recipeTotals")->text();
+            QVERIFY2(totals.contains(u"A portion: 197 cals"_s), qPrintable(totals));
+            editor->accept();
+        }, &editorShown);
+        child<QPushButton>(recipes, "newRecipe")->click();
+        child<QComboBox>(recipes, "recipeMeal")->setCurrentIndex(2); // lunch
+        child<QPushButton>(recipes, "logRecipe")->click();
+        recipes->reject();
+    }, &listShown);
+    child<QAction>(&window, "recipes")->trigger();
+    QVERIFY(listShown && editorShown);
+
+    // 189.28 + 168.78 + 35.28 calories in two portions.
+    const QList<FoodDiaryItem> foods = todaysFoods(window.currentUser());
+    QCOMPARE(foods.size(), 1);
+    QCOMPARE(foods.constFirst().food_name, u"Rice bowl"_s);
+    QCOMPARE(foods.constFirst().meal, int(LUNCH));
+    QCOMPARE(qRound(foods.constFirst().getNutrient(ENERGY) * 100), 19667);
+    // Undone like any other change.
+    auto *undo = child<QAction>(&window, "undo");
+    QCOMPARE(undo->text(), u"&Undo Add Rice bowl"_s);
+    undo->trigger();
+    QVERIFY(todaysFoods(window.currentUser()).isEmpty());
+}
+
+void TestGoalsRecipes::savedMealEditedAndLoggedInPart()
+{
+    MainWindow window;
+    QVERIFY(window.openProfile(makeProfile()));
+    const int user = window.currentUser();
+    SavedMeal meal;
+    meal.user_id = user;
+    meal.name = u"Usual breakfast"_s;
+    for (const auto &[food, serving] : {std::pair{9003, 3}, std::pair{20055, 1}}) {
+        FoodDiaryItem item;
+        item.changeFood(food);
+        item.setServing(serving);
+        meal.foods.append(item);
+    }
+    QVERIFY(SavedMealDB::createMeal(meal) >= 0);
+
+    bool shown = false;
+    whenShown(u"savedMeals"_s, [](QDialog *dialog) {
+        auto *table = child<QTableWidget>(dialog, "savedMealFoods");
+        QCOMPARE(table->rowCount(), 2);
+        table->item(0, 1)->setData(Qt::EditRole, 2.0); // two apples from now on
+        table->item(1, 0)->setCheckState(Qt::Unchecked); // and no rice today
+        child<QComboBox>(dialog, "savedMealMeal")->setCurrentIndex(0);
+        child<QPushButton>(dialog, "logSavedMeal")->click();
+        dialog->reject();
+    }, &shown);
+    child<QAction>(&window, "savedMeals")->trigger();
+    QVERIFY(shown);
+
+    const QList<FoodDiaryItem> foods = todaysFoods(user);
+    QCOMPARE(foods.size(), 1);
+    QCOMPARE(foods.constFirst().ref_id, 9003); // so that its serving can still change
+    QCOMPARE(foods.constFirst().size, 2.0f);
+    const QList<FoodDiaryItem> saved = SavedMealDB::getMealFoods(meal.meal_id);
+    QCOMPARE(saved.size(), 2);
+    QCOMPARE(saved.constFirst().size, 2.0f);
+    QCOMPARE(qRound(saved.constFirst().getNutrient(ENERGY)), 189);
+}
+
+QTEST_MAIN(TestGoalsRecipes)
+#include "tst_goalsrecipes.moc"
