@@ -464,15 +464,25 @@ void TestDesktop::savedMeals()
     QVERIFY(window.diary()->saveMeal(DINNER, QStringLiteral("Soup supper")) >= 0);
     QCOMPARE(window.diary()->saveMeal(BREAKFAST, QStringLiteral("Nothing")), -1);
 
-    // Tomorrow's lunch gets the saved meal, and undo takes it away.
+    // Dropped on tomorrow's lunch, and undo takes it away.
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
     window.diary()->setDate(QDate::currentDate().addDays(1));
     window.diary()->setBrowsing(ItemBrowser::BrowseSavedMeals);
     auto *matches = window.findChild<QListWidget *>(QStringLiteral("matches"));
     QCOMPARE(matches->count(), 1);
     QCOMPARE(matches->item(0)->text(), QStringLiteral("Soup supper"));
-    auto *meal = window.findChild<QComboBox *>(QStringLiteral("meal"));
-    meal->setCurrentIndex(meal->findData(LUNCH));
-    QVERIFY(window.diary()->addSelectedFood());
+    auto *entries = window.findChild<QTreeView *>(QStringLiteral("entries"));
+    QMimeData item;
+    item.setData(QStringLiteral("binary/lmitem"),
+                 "meal " + matches->item(0)->data(Qt::UserRole).toByteArray());
+    const QPoint lunch = entries->visualRect(rowsNamed(entries, QStringLiteral("Lunch")).value(0)).center();
+    QDragEnterEvent enter(lunch, Qt::CopyAction, &item, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(entries->viewport(), &enter);
+    QVERIFY(enter.isAccepted());
+    QDropEvent drop(lunch, Qt::CopyAction, &item, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(entries->viewport(), &drop);
+    QVERIFY(drop.isAccepted());
     const QString tomorrow = QDate::currentDate().addDays(1).toString(QStringLiteral("yyyyMMdd"));
     const QList<FoodDiaryItem> added = DiaryDB().getDay(user, tomorrow).foods;
     QCOMPARE(added.size(), 1);

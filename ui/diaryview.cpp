@@ -117,6 +117,7 @@ DiaryView::DiaryView(QWidget *parent)
     dayLayout->addWidget(_panel);
 
     _browser = new ItemBrowser(_undo, this);
+    _browser->setDate(_date);
     connect(_day, &DayView::itemDropped, _browser, &ItemBrowser::dropItem);
     connect(_day, &DayView::mealSaved, _browser, &ItemBrowser::savedMealsChanged);
     connect(_undo, &DiaryUndoStack::diaryChanged, this, [this] {
@@ -153,7 +154,6 @@ void DiaryView::setUser(int user_id)
     _userId = user_id;
     _undo->clear(); // another profile's changes are not this one's to undo
     UserDB::applyDisplayUnits(user_id);
-    _browser->setDate(_date);
     _browser->setUser(user_id);
     _panel->setVisible(!UserDB::getSettings(user_id).hideNutrientAndFluid);
     _day->setDay(user_id, _date, columnsOf(user_id));
