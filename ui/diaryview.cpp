@@ -160,6 +160,11 @@ void DiaryView::setUser(int user_id)
     refresh();
 }
 
+QList<int> DiaryView::columns() const
+{
+    return _userId < 0 ? kDefaultColumns : _day->day()->columns();
+}
+
 QList<int> DiaryView::columnsOf(int user_id)
 {
     // Nutrient types separated by commas; anything else in the text is passed over.

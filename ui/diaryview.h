@@ -73,7 +73,7 @@ public:
 
     // The nutrient columns (nutrient types), and whether the totals and water panel shows; both
     // are kept with the profile.
-    QList<int> columns() const { return _day->day()->columns(); }
+    QList<int> columns() const;
     // A profile's columns as kept (energy, carbohydrate, fat and protein when none are), and
     // keeping them.
     static QList<int> columnsOf(int user_id);
