@@ -516,20 +516,12 @@ int removeEntry(Context &context, const QStringList &args)
         parseInteger(a.positionals().at(1), QStringLiteral("ENTRY_ID"), 0, std::numeric_limits<int>::max());
     const Session session(context);
     const int userId = session.userId();
-    const DiaryDB diary;
-    // Checked and removed under one write lock: the entry removed is the one checked.
     storeOrFail([&] {
-        if (exercise) {
-            const ExerciseDiaryItem entry = diary.getExerciseEntry(id);
-            if (entry.ex_id != id || entry.user_id != userId || entry.status != STATUS_LIVE)
-                usageError(QStringLiteral("no exercise entry %1").arg(id));
-            return diary.removeExerciseEntry(id);
-        }
-        const FoodDiaryItem entry = diary.getFoodEntry(id);
-        if (entry.food_id != id || entry.user_id != userId || entry.status != STATUS_LIVE ||
-            entry.date.isEmpty())
-            usageError(QStringLiteral("no food entry %1").arg(id));
-        return diary.removeFoodEntry(id);
+        const DiaryEdits::Edited removed = DiaryEdits::removeEntry(
+            userId, exercise ? DiaryEdits::Kind::Exercise : DiaryEdits::Kind::Food, id);
+        if (removed == DiaryEdits::Edited::Nothing)
+            usageError(QStringLiteral("no %1 entry %2").arg(kindName(exercise)).arg(id));
+        return removed == DiaryEdits::Edited::Stored;
     });
     return Success;
 }
@@ -607,10 +599,7 @@ int mealAdd(Context &context, const QStringList &args)
     const int userId = session.userId();
     const QPair<int, QString> saved = findSavedMeal(userId, a.positionals().at(0));
     QList<FoodDiaryItem> added;
-    storeOrFail([&] {
-        added = SavedMealDB::addMealToDay(saved.first, userId, day, meal);
-        return !added.isEmpty() || SavedMealDB::getMealFoods(saved.first).isEmpty();
-    });
+    storeOrFail([&] { return DiaryEdits::addSavedMeal(saved.first, userId, day, meal, &added); });
     for (const FoodDiaryItem &entry : std::as_const(added))
         printLine(QString::number(entry.food_id));
     return Success;

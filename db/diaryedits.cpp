@@ -2,6 +2,7 @@
 
 #include "db/diarydb.h"
 #include "db/lmsqldb.h"
+#include "db/savedmealdb.h"
 #include "db/userdb.h"
 
 #include <algorithm>
@@ -129,6 +130,141 @@ bool copyDay(int userId, const QString &from, const QString &to, bool replace, D
         return false;
     *copy = done;
     return true;
+}
+
+namespace {
+
+// The user's live entry of that id in the diary (saved meals keep their foods without a day).
+bool liveFood(int userId, int entryId, FoodDiaryItem *entry)
+{
+    *entry = DiaryDB().getFoodEntry(entryId);
+    return entry->food_id == entryId && entry->user_id == userId && entry->status == STATUS_LIVE &&
+           !entry->date.isEmpty();
+}
+
+bool liveExercise(int userId, int entryId, ExerciseDiaryItem *entry)
+{
+    *entry = DiaryDB().getExerciseEntry(entryId);
+    return entry->ex_id == entryId && entry->user_id == userId && entry->status == STATUS_LIVE;
+}
+
+Edited updated(LmWriteTransaction &write, bool ok)
+{
+    return write.commit(ok) ? Edited::Stored : Edited::NotStored;
+}
+
+} // namespace
+
+Edited moveFood(int userId, int entryId, int meal, Change *change)
+{
+    LmWriteTransaction write;
+    if (!write.isOpen())
+        return Edited::NotStored;
+    FoodDiaryItem entry;
+    if (!liveFood(userId, entryId, &entry))
+        return Edited::Nothing;
+    change->before = {{entry}, {}};
+    entry.meal = meal;
+    change->after = {{entry}, {}};
+    return updated(write, DiaryDB().updateFoodEntry(entry.food_id, entry));
+}
+
+Edited changeFood(int userId, int entryId, int servingId, float size, Change *change)
+{
+    if (size <= 0)
+        return Edited::Nothing;
+    LmWriteTransaction write;
+    if (!write.isOpen())
+        return Edited::NotStored;
+    FoodDiaryItem entry;
+    if (!liveFood(userId, entryId, &entry))
+        return Edited::Nothing;
+    change->before = {{entry}, {}};
+    if (servingsKnown(entry)) {
+        entry.setServing(servingId);
+        entry.setSize(size);
+    } else {
+        entry.scale(size / entry.size);
+        entry.size = size;
+    }
+    change->after = {{entry}, {}};
+    return updated(write, DiaryDB().updateFoodEntry(entry.food_id, entry));
+}
+
+Edited changeMinutes(int userId, int entryId, float minutes, Change *change)
+{
+    LmWriteTransaction write;
+    if (!write.isOpen())
+        return Edited::NotStored;
+    ExerciseDiaryItem entry;
+    if (minutes <= 0 || !liveExercise(userId, entryId, &entry) || entry.duration == minutes)
+        return Edited::Nothing;
+    change->before = {{}, {entry}};
+    entry.duration = minutes;
+    change->after = {{}, {entry}};
+    return updated(write, DiaryDB().updateExerciseEntry(entry));
+}
+
+Edited removeEntry(int userId, Kind kind, int entryId, Entries *removed)
+{
+    const DiaryDB diary;
+    LmWriteTransaction write;
+    if (!write.isOpen())
+        return Edited::NotStored;
+    Entries gone;
+    bool ok = false;
+    if (kind == Kind::Exercise) {
+        ExerciseDiaryItem entry;
+        if (!liveExercise(userId, entryId, &entry))
+            return Edited::Nothing;
+        gone.exercises.append(entry);
+        ok = diary.removeExerciseEntry(entryId);
+    } else {
+        FoodDiaryItem entry;
+        if (!liveFood(userId, entryId, &entry))
+            return Edited::Nothing;
+        gone.foods.append(entry);
+        ok = diary.removeFoodEntry(entryId);
+    }
+    if (!write.commit(ok))
+        return Edited::NotStored;
+    if (removed)
+        *removed = gone;
+    return Edited::Stored;
+}
+
+bool servingsKnown(FoodDiaryItem &entry)
+{
+    return entry.ref_id >= 0 && FoodInfoSource::instance() && entry.loadFoodInfo(true);
+}
+
+bool copyFoods(const QList<int> &entryIds, const QString &to, int meal, QList<FoodDiaryItem> *copied)
+{
+    const DiaryDB diary;
+    QList<FoodDiaryItem> written;
+    LmWriteTransaction write;
+    bool ok = write.isOpen();
+    for (const int id : entryIds) {
+        FoodDiaryItem food = diary.getFoodEntry(id);
+        if (!ok || food.food_id != id || food.status == STATUS_DELETED)
+            continue;
+        food.food_id = -1;
+        food.setDate(to);
+        if (meal > 0)
+            food.meal = meal;
+        ok = diary.addFoodEntry(food);
+        written.append(food);
+    }
+    if (!write.commit(ok))
+        return false;
+    *copied = written;
+    return true;
+}
+
+bool addSavedMeal(int savedMealId, int userId, const QString &day, int meal, QList<FoodDiaryItem> *added)
+{
+    *added = SavedMealDB::addMealToDay(savedMealId, userId, day, meal);
+    return !added->isEmpty() || SavedMealDB::getMealFoods(savedMealId).isEmpty();
 }
 
 } // namespace DiaryEdits

@@ -50,4 +50,33 @@ bool copyDay(int userId, const QString &from, const QString &to, bool replace, D
 // Whether a day has live entries.
 bool hasEntries(int userId, const QString &day);
 
+// What an edit of one entry came to. Nothing: the user has no such live entry, or it asked for
+// no change; the diary is as it was.
+enum class Edited { Stored, Nothing, NotStored };
+// An entry changed in place, from before to after, to take back.
+struct Change
+{
+    Entries before;
+    Entries after;
+};
+enum class Kind { Food, Exercise };
+
+// Each reads the entry and writes it under one write lock: the entry changed is the one checked.
+Edited moveFood(int userId, int entryId, int meal, Change *change);
+// Another serving or quantity; a food no longer in the food information source keeps its stored
+// values, scaled by the quantity.
+Edited changeFood(int userId, int entryId, int servingId, float size, Change *change);
+Edited changeMinutes(int userId, int entryId, float minutes, Change *change);
+// Removed rows stay, marked deleted, for every synchronised device to learn of them.
+Edited removeEntry(int userId, Kind kind, int entryId, Entries *removed = nullptr);
+
+// Whether the entry's food is still in the food information source to offer its servings (then
+// they are loaded).
+bool servingsKnown(FoodDiaryItem &entry);
+
+// Copies live food entries to a day, into meal (0: each to its own), in one transaction.
+bool copyFoods(const QList<int> &entryIds, const QString &to, int meal, QList<FoodDiaryItem> *copied);
+// Adds the foods of a saved meal to a meal of a day; true with nothing added for an empty one.
+bool addSavedMeal(int savedMealId, int userId, const QString &day, int meal, QList<FoodDiaryItem> *added);
+
 } // namespace DiaryEdits

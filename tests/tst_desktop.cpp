@@ -40,6 +40,7 @@
 #include <QTableWidget>
 #include <QTextBrowser>
 #include <QTimer>
+#include <QTreeView>
 #include <QTreeWidget>
 #include <QWizard>
 
@@ -141,6 +142,29 @@ void TestDesktop::wizardCancelled()
     QCOMPARE(UserDB::numUsers(), 0);
 }
 
+namespace {
+
+// The day's tree as the window shows it: the rows named so, meals and entries alike; a meal's
+// first entry; a row's text in a column.
+QModelIndexList rowsNamed(const QTreeView *entries, const QString &name)
+{
+    const QAbstractItemModel *day = entries->model();
+    return day->match(day->index(0, 0), Qt::DisplayRole, name, -1, Qt::MatchExactly | Qt::MatchRecursive);
+}
+
+QModelIndex firstEntry(const QTreeView *entries, const QString &meal)
+{
+    const QModelIndex group = rowsNamed(entries, meal).value(0);
+    return group.isValid() ? entries->model()->index(0, 0, group) : QModelIndex();
+}
+
+QString cell(const QModelIndex &row, int column)
+{
+    return row.siblingAtColumn(column).data().toString();
+}
+
+} // namespace
+
 void TestDesktop::searchAddsFoodToLunch()
 {
     NewProfile profile;
@@ -169,17 +193,16 @@ void TestDesktop::searchAddsFoodToLunch()
     QTest::keyClick(matches, Qt::Key_Return);
 
     // Lunch holds it, the day's total and the ticks follow.
-    auto *entries = window.findChild<QTreeWidget *>(QStringLiteral("entries"));
-    const auto lunchGroup = [entries] {
-        return entries->findItems(QStringLiteral("Lunch"), Qt::MatchExactly).value(0);
-    };
-    const QTreeWidgetItem *lunch = lunchGroup();
-    QVERIFY(lunch);
-    QCOMPARE(lunch->childCount(), 1);
-    QCOMPARE(lunch->child(0)->text(0), QStringLiteral("Apples, raw, with skin"));
-    QCOMPARE(lunch->child(0)->text(3), QStringLiteral("189"));
-    QCOMPARE(lunch->child(0)->textAlignment(3), int(Qt::AlignRight | Qt::AlignVCenter));
-    QCOMPARE(lunch->child(0)->toolTip(0), QStringLiteral("Apples, raw, with skin"));
+    auto *entries = window.findChild<QTreeView *>(QStringLiteral("entries"));
+    const auto lunch = [entries] { return rowsNamed(entries, QStringLiteral("Lunch")).value(0); };
+    const auto apples = [entries] { return firstEntry(entries, QStringLiteral("Lunch")); };
+    QCOMPARE(entries->model()->rowCount(lunch()), 1);
+    QCOMPARE(cell(apples(), 0), QStringLiteral("Apples, raw, with skin"));
+    QCOMPARE(cell(apples(), 3), QStringLiteral("189"));
+    QCOMPARE(cell(lunch(), 3), QStringLiteral("189"));
+    QCOMPARE(apples().siblingAtColumn(3).data(Qt::TextAlignmentRole).toInt(),
+             int(Qt::AlignRight | Qt::AlignVCenter));
+    QCOMPARE(apples().data(Qt::ToolTipRole).toString(), QStringLiteral("Apples, raw, with skin"));
     QVERIFY(window.findChild<QLabel *>(QStringLiteral("totals"))->text().contains(QLatin1String("189 cals")));
     const QString tooltip = window.findChild<QLabel *>(QStringLiteral("ticks"))->toolTip();
     QVERIFY2(tooltip.contains(QLatin1String("more calories")), qPrintable(tooltip));
@@ -187,9 +210,12 @@ void TestDesktop::searchAddsFoodToLunch()
     QVERIFY(
         window.findChild<QTextBrowser *>(QStringLiteral("report"))->toHtml().contains(QLatin1String("189")));
 
-    // Quantity and serving change where they stand: F2, a value, Enter.
+    // Quantity and serving change where they stand: F2, a value, Enter. The entry stays current,
+    // a meal closed by hand stays closed, the columns keep their widths.
     window.showSection(MainWindow::DiarySection);
-    entries->setCurrentItem(lunchGroup()->child(0), 1);
+    entries->collapse(rowsNamed(entries, QStringLiteral("Breakfast")).value(0));
+    const int servingWidth = entries->columnWidth(2);
+    entries->setCurrentIndex(apples().siblingAtColumn(1));
     QTest::keyClick(entries, Qt::Key_F2);
     auto *quantity = entries->viewport()->findChild<QDoubleSpinBox *>();
     QVERIFY(quantity);
@@ -197,9 +223,13 @@ void TestDesktop::searchAddsFoodToLunch()
     quantity->selectAll();
     QTest::keyClicks(quantity, QStringLiteral("3"));
     QTest::keyClick(quantity, Qt::Key_Return);
-    QTRY_COMPARE(lunchGroup()->child(0)->text(3), QStringLiteral("284"));
+    QTRY_COMPARE(cell(apples(), 3), QStringLiteral("284"));
+    QCOMPARE(entries->currentIndex(), apples().siblingAtColumn(1));
+    QVERIFY(!entries->isExpanded(rowsNamed(entries, QStringLiteral("Breakfast")).value(0)));
+    QVERIFY(entries->isExpanded(lunch()));
+    QCOMPARE(entries->columnWidth(2), servingWidth);
     // Shift+F2 the serving; Shift+F10 the entry's menu.
-    entries->setCurrentItem(lunchGroup()->child(0), 0);
+    entries->setCurrentIndex(apples());
     bool menu = false;
     QTimer::singleShot(0, [&menu] {
         auto *popup = qobject_cast<QMenu *>(QApplication::activePopupWidget());
@@ -215,9 +245,9 @@ void TestDesktop::searchAddsFoodToLunch()
     QCOMPARE(servings->currentText(), QStringLiteral("1 medium (3\" dia)"));
     servings->setCurrentIndex(servings->findText(QStringLiteral("1 large (3-1/4\" dia)")));
     QTest::keyClick(servings, Qt::Key_Return);
-    QTRY_COMPARE(lunchGroup()->child(0)->text(2), QStringLiteral("1 large (3-1/4\" dia)"));
+    QTRY_COMPARE(cell(apples(), 2), QStringLiteral("1 large (3-1/4\" dia)"));
     QVERIFY(window.diary()->undo());
-    QCOMPARE(lunchGroup()->child(0)->text(3), QStringLiteral("284"));
+    QCOMPARE(cell(apples(), 3), QStringLiteral("284"));
 
     // Half an hour's walk: its minutes change in place too, Delete removes it, undo brings it back.
     window.findChild<QComboBox *>(QStringLiteral("kind"))->setCurrentIndex(1);
@@ -225,42 +255,38 @@ void TestDesktop::searchAddsFoodToLunch()
     QVERIFY(matches->count() > 0);
     window.findChild<QDoubleSpinBox *>(QStringLiteral("quantity"))->setValue(30);
     QTest::keyClick(matches, Qt::Key_Return);
-    const auto walk = [entries] {
-        const QTreeWidgetItem *group =
-            entries->findItems(QStringLiteral("Exercise"), Qt::MatchExactly).value(0);
-        return group && group->childCount() ? group->child(0) : nullptr;
-    };
-    QVERIFY(walk());
-    QCOMPARE(walk()->text(1), QStringLiteral("30"));
+    const auto walk = [entries] { return firstEntry(entries, QStringLiteral("Exercise")); };
+    QVERIFY(walk().isValid());
+    QCOMPARE(cell(walk(), 1), QStringLiteral("30"));
     // 3.5 MET x 0.0175 x 61.5 kg x 30 min, burned; the group sums the day's, the footer names it.
-    const QString burned30 = walk()->text(3);
+    const QString burned30 = cell(walk(), 3);
     QCOMPARE(burned30, QStringLiteral("113"));
-    QCOMPARE(walk()->parent()->text(3), burned30);
+    QCOMPARE(cell(walk().parent(), 3), burned30);
     QVERIFY(window.findChild<QLabel *>(QStringLiteral("totals"))
                 ->text()
                 .startsWith(QLocale().dayName(QDate::currentDate().dayOfWeek()) + QLatin1Char(':')));
-    entries->setCurrentItem(walk(), 1);
+    entries->setCurrentIndex(walk().siblingAtColumn(1));
     QTest::keyClick(entries, Qt::Key_F2);
     auto *minutes = entries->viewport()->findChild<QDoubleSpinBox *>();
     QVERIFY(minutes);
     minutes->selectAll();
     QTest::keyClicks(minutes, QStringLiteral("60"));
     QTest::keyClick(minutes, Qt::Key_Return);
-    QTRY_COMPARE(walk()->text(1), QStringLiteral("60"));
-    QCOMPARE(walk()->text(3).toFloat(), 2 * burned30.toFloat());
-    entries->setCurrentItem(walk());
+    QTRY_COMPARE(cell(walk(), 1), QStringLiteral("60"));
+    QCOMPARE(cell(walk(), 3).toFloat(), 2 * burned30.toFloat());
+    entries->setCurrentIndex(walk());
     QTest::keyClick(entries, Qt::Key_Delete);
-    QVERIFY(!walk());
+    QVERIFY(!walk().isValid());
     QVERIFY(window.diary()->undo());
-    QVERIFY(walk() && walk()->text(1) == QStringLiteral("60"));
+    QCOMPARE(cell(walk(), 1), QStringLiteral("60"));
 
     // The day before is empty; Delete removes the entry.
     window.diary()->setDate(QDate::currentDate().addDays(-1));
-    QCOMPARE(lunchGroup()->childCount(), 0);
+    QCOMPARE(entries->model()->rowCount(lunch()), 0);
     window.diary()->setDate(QDate::currentDate());
-    entries->setCurrentItem(lunchGroup()->child(0));
+    entries->setCurrentIndex(apples());
     QTest::keyClick(entries, Qt::Key_Delete);
-    QCOMPARE(lunchGroup()->childCount(), 0);
+    QCOMPARE(entries->model()->rowCount(lunch()), 0);
 }
 
 namespace {
@@ -405,26 +431,23 @@ void TestDesktop::dayCopied()
     QCOMPARE(live(), 2);
 
     // Two bowls instead of one, then at lunch; each change can be taken back.
-    auto *entries = window.findChild<QTreeWidget *>(QStringLiteral("entries"));
+    auto *entries = window.findChild<QTreeView *>(QStringLiteral("entries"));
     window.diary()->setDate(QDate::currentDate().addDays(-1));
     window.diary()->setDate(QDate::currentDate());
-    const auto entry = [entries](const QString &meal) {
-        const QTreeWidgetItem *group = entries->findItems(meal, Qt::MatchExactly).value(0);
-        return group && group->childCount() ? group->child(0) : nullptr;
-    };
-    entries->setCurrentItem(entry(QStringLiteral("Dinner")));
+    entries->setCurrentIndex(firstEntry(entries, QStringLiteral("Dinner")));
     QVERIFY(window.diary()->editSelectedEntry(0, 2.0f));
     QCOMPARE(DiaryDB().getFoodEntry(soup.food_id).getNutrient(ENERGY), 400.0f);
     QVERIFY(window.diary()->undo());
     QCOMPARE(DiaryDB().getFoodEntry(soup.food_id).getNutrient(ENERGY), 200.0f);
-    entries->setCurrentItem(entry(QStringLiteral("Dinner")));
+    entries->setCurrentIndex(firstEntry(entries, QStringLiteral("Dinner")));
     QVERIFY(window.diary()->moveSelectedEntry(LUNCH));
-    QVERIFY(entry(QStringLiteral("Lunch")) && !entry(QStringLiteral("Dinner")));
+    QVERIFY(firstEntry(entries, QStringLiteral("Lunch")).isValid());
+    QVERIFY(!firstEntry(entries, QStringLiteral("Dinner")).isValid());
     QVERIFY(window.diary()->undo());
     QCOMPARE(DiaryDB().getFoodEntry(soup.food_id).meal, int(DINNER));
 
     // The whole dinner, copied to lunch two days on.
-    entries->setCurrentItem(entries->findItems(QStringLiteral("Dinner"), Qt::MatchExactly).value(0));
+    entries->setCurrentIndex(rowsNamed(entries, QStringLiteral("Dinner")).value(0));
     QCOMPARE(window.diary()->copySelection(QDate::currentDate().addDays(2), LUNCH), 1);
     const DiaryDay later =
         DiaryDB().getDay(user, QDate::currentDate().addDays(2).toString(QStringLiteral("yyyyMMdd")));
@@ -441,15 +464,25 @@ void TestDesktop::savedMeals()
     QVERIFY(window.diary()->saveMeal(DINNER, QStringLiteral("Soup supper")) >= 0);
     QCOMPARE(window.diary()->saveMeal(BREAKFAST, QStringLiteral("Nothing")), -1);
 
-    // Tomorrow's lunch gets the saved meal, and undo takes it away.
+    // Dropped on tomorrow's lunch, and undo takes it away.
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
     window.diary()->setDate(QDate::currentDate().addDays(1));
-    window.diary()->setBrowsing(DiaryView::BrowseSavedMeals);
+    window.diary()->setBrowsing(ItemBrowser::BrowseSavedMeals);
     auto *matches = window.findChild<QListWidget *>(QStringLiteral("matches"));
     QCOMPARE(matches->count(), 1);
     QCOMPARE(matches->item(0)->text(), QStringLiteral("Soup supper"));
-    auto *meal = window.findChild<QComboBox *>(QStringLiteral("meal"));
-    meal->setCurrentIndex(meal->findData(LUNCH));
-    QVERIFY(window.diary()->addSelectedFood());
+    auto *entries = window.findChild<QTreeView *>(QStringLiteral("entries"));
+    QMimeData item;
+    item.setData(QStringLiteral("binary/lmitem"),
+                 "meal " + matches->item(0)->data(Qt::UserRole).toByteArray());
+    const QPoint lunch = entries->visualRect(rowsNamed(entries, QStringLiteral("Lunch")).value(0)).center();
+    QDragEnterEvent enter(lunch, Qt::CopyAction, &item, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(entries->viewport(), &enter);
+    QVERIFY(enter.isAccepted());
+    QDropEvent drop(lunch, Qt::CopyAction, &item, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(entries->viewport(), &drop);
+    QVERIFY(drop.isAccepted());
     const QString tomorrow = QDate::currentDate().addDays(1).toString(QStringLiteral("yyyyMMdd"));
     const QList<FoodDiaryItem> added = DiaryDB().getDay(user, tomorrow).foods;
     QCOMPARE(added.size(), 1);
@@ -472,9 +505,9 @@ void TestDesktop::profilesAndColumns()
 
     // Sodium beside energy; the choice stays with Bob.
     window.diary()->setColumns({ENERGY, SODIUM});
-    auto *entries = window.findChild<QTreeWidget *>(QStringLiteral("entries"));
+    const QAbstractItemModel *entries = window.findChild<QTreeView *>(QStringLiteral("entries"))->model();
     QCOMPARE(entries->columnCount(), 5);
-    QCOMPARE(entries->headerItem()->text(4), QStringLiteral("Sodium"));
+    QCOMPARE(entries->headerData(4, Qt::Horizontal).toString(), QStringLiteral("Sodium"));
     window.diary()->setNutrientPanelHidden(true);
     QVERIFY(UserDB::getSettings(bob).hideNutrientAndFluid);
     QVERIFY(window.openProfile(ann));
@@ -497,7 +530,7 @@ void TestDesktop::profilesAndColumns()
     QVERIFY(window.editPreferences());
     QCOMPARE(window.diary()->columns(), (QList<int>{ENERGY, FIBER}));
     QCOMPARE(entries->columnCount(), 5);
-    QCOMPARE(entries->headerItem()->text(4), QStringLiteral("Fibre"));
+    QCOMPARE(entries->headerData(4, Qt::Horizontal).toString(), QStringLiteral("Fibre"));
 
     // Renamed and grown, from today on.
     QTimer::singleShot(0, [] {
@@ -607,11 +640,11 @@ void TestDesktop::backUpAndRestore()
     addSoup(user);
     window.diary()->setDate(QDate::currentDate().addDays(-1));
     window.diary()->setDate(QDate::currentDate());
-    auto *entries = window.findChild<QTreeWidget *>(QStringLiteral("entries"));
-    QCOMPARE(entries->findItems(QStringLiteral("Soup"), Qt::MatchExactly | Qt::MatchRecursive).size(), 1);
+    auto *entries = window.findChild<QTreeView *>(QStringLiteral("entries"));
+    QCOMPARE(rowsNamed(entries, QStringLiteral("Soup")).size(), 1);
     QCOMPARE(window.restoreDataFrom(archive), QString());
     QCOMPARE(window.currentUser(), user);
-    QVERIFY(entries->findItems(QStringLiteral("Soup"), Qt::MatchExactly | Qt::MatchRecursive).isEmpty());
+    QVERIFY(rowsNamed(entries, QStringLiteral("Soup")).isEmpty());
 }
 
 // The widgets Tab visits from the first one, in order, until it comes round again.

@@ -3,6 +3,8 @@
 #include "db/diarydb.h"
 #include "db/lmsqldb.h"
 
+#include <QMessageBox>
+
 DiaryCommand::DiaryCommand(Kind kind, const QString &text, DiaryEdits::Entries before,
                            DiaryEdits::Entries after, std::function<void()> changed)
     : QUndoCommand(text)
@@ -40,4 +42,20 @@ void DiaryCommand::apply(const DiaryEdits::Entries &leaving, DiaryEdits::Entries
         write.commit(ok);
     }
     _changed();
+}
+
+void DiaryUndoStack::record(DiaryCommand::Kind kind, const QString &text, DiaryEdits::Entries before,
+                            DiaryEdits::Entries after)
+{
+    push(new DiaryCommand(kind, text, std::move(before), std::move(after), [this] { emit diaryChanged(); }));
+    emit diaryChanged();
+}
+
+bool diaryWritten(QWidget *parent, bool ok)
+{
+    if (!ok)
+        QMessageBox::warning(parent, QObject::tr("Diary"),
+                             QObject::tr("The diary could not be written (%1). Nothing was changed.")
+                                 .arg(LmSqlDb::lastErrorText()));
+    return ok;
 }

@@ -7,6 +7,7 @@
 #include "db/diaryedits.h"
 
 #include <QUndoCommand>
+#include <QUndoStack>
 
 #include <functional>
 
@@ -31,3 +32,21 @@ private:
     std::function<void()> _changed;
     bool _done = true;
 };
+
+// The day's changes, made by the day's tree and the browser: each is recorded once it is made, and
+// diaryChanged follows it as it follows every undo and redo.
+class DiaryUndoStack : public QUndoStack
+{
+    Q_OBJECT
+
+public:
+    using QUndoStack::QUndoStack;
+    void record(DiaryCommand::Kind kind, const QString &text, DiaryEdits::Entries before,
+                DiaryEdits::Entries after);
+
+signals:
+    void diaryChanged();
+};
+
+// Shows why when a change could not be stored; ok as it came.
+bool diaryWritten(class QWidget *parent, bool ok);

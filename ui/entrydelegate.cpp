@@ -1,12 +1,22 @@
 #include "ui/entrydelegate.h"
 
 #include "db/diarydb.h"
-#include "ui/diaryview.h"
+#include "db/diaryedits.h"
+#include "ui/dayview.h"
 
 #include <QComboBox>
 #include <QDoubleSpinBox>
 
-EntryDelegate::EntryDelegate(DiaryView *view)
+namespace {
+
+bool isExercise(const QModelIndex &index)
+{
+    return index.data(DayModel::KindRole).toInt() == DayModel::ExerciseRow;
+}
+
+} // namespace
+
+EntryDelegate::EntryDelegate(DayView *view)
     : QStyledItemDelegate(view)
     , _view(view)
 {
@@ -15,24 +25,25 @@ EntryDelegate::EntryDelegate(DiaryView *view)
 QWidget *EntryDelegate::createEditor(QWidget *parent, const QStyleOptionViewItem &,
                                      const QModelIndex &index) const
 {
-    if (index.siblingAtColumn(0).data(kExerciseRole).isValid() && index.column() == 1) {
+    const QVariant entryId = index.data(DayModel::EntryIdRole);
+    if (isExercise(index) && index.column() == DayModel::QuantityColumn) {
         auto *minutes = new QDoubleSpinBox(parent);
         minutes->setRange(1, 1440);
         minutes->setDecimals(0);
         minutes->setFrame(false);
         return minutes;
     }
-    const QVariant entryId = index.siblingAtColumn(0).data(Qt::UserRole);
-    if (!entryId.isValid() || (index.column() != 1 && index.column() != 2))
+    if (!entryId.isValid() || isExercise(index) ||
+        (index.column() != DayModel::QuantityColumn && index.column() != DayModel::ServingColumn))
         return nullptr;
-    if (index.column() == 1) {
+    if (index.column() == DayModel::QuantityColumn) {
         auto *quantity = new QDoubleSpinBox(parent);
         quantity->setRange(0.01, 10000);
         quantity->setFrame(false);
         return quantity;
     }
     FoodDiaryItem entry = DiaryDB().getFoodEntry(entryId.toInt());
-    if (!_view->servingsKnown(entry))
+    if (!DiaryEdits::servingsKnown(entry))
         return nullptr;
     auto *serving = new QComboBox(parent);
     for (const FoodServing &s : entry.getServings())
@@ -42,12 +53,12 @@ QWidget *EntryDelegate::createEditor(QWidget *parent, const QStyleOptionViewItem
 
 void EntryDelegate::setEditorData(QWidget *editor, const QModelIndex &index) const
 {
-    if (const QVariant exercise = index.siblingAtColumn(0).data(kExerciseRole); exercise.isValid()) {
-        qobject_cast<QDoubleSpinBox *>(editor)->setValue(
-            DiaryDB().getExerciseEntry(exercise.toInt()).duration);
+    const int entryId = index.data(DayModel::EntryIdRole).toInt();
+    if (isExercise(index)) {
+        qobject_cast<QDoubleSpinBox *>(editor)->setValue(DiaryDB().getExerciseEntry(entryId).duration);
         return;
     }
-    const FoodDiaryItem entry = DiaryDB().getFoodEntry(index.siblingAtColumn(0).data(Qt::UserRole).toInt());
+    const FoodDiaryItem entry = DiaryDB().getFoodEntry(entryId);
     if (auto *quantity = qobject_cast<QDoubleSpinBox *>(editor))
         quantity->setValue(entry.size);
     else if (auto *serving = qobject_cast<QComboBox *>(editor))
@@ -56,14 +67,14 @@ void EntryDelegate::setEditorData(QWidget *editor, const QModelIndex &index) con
 
 void EntryDelegate::setModelData(QWidget *editor, QAbstractItemModel *, const QModelIndex &index) const
 {
-    if (const QVariant exercise = index.siblingAtColumn(0).data(kExerciseRole); exercise.isValid()) {
+    const int entryId = index.data(DayModel::EntryIdRole).toInt();
+    if (isExercise(index)) {
         const auto minutes = float(qobject_cast<QDoubleSpinBox *>(editor)->value());
         QMetaObject::invokeMethod(
-            _view, [view = _view, id = exercise.toInt(), minutes] { view->editExerciseEntry(id, minutes); },
+            _view, [view = _view, entryId, minutes] { view->editExerciseEntry(entryId, minutes); },
             Qt::QueuedConnection);
         return;
     }
-    const int entryId = index.siblingAtColumn(0).data(Qt::UserRole).toInt();
     const FoodDiaryItem entry = DiaryDB().getFoodEntry(entryId);
     int servingId = entry.serving_id;
     float size = entry.size;

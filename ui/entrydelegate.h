@@ -6,19 +6,17 @@
 
 #include <QStyledItemDelegate>
 
-class DiaryView;
+class DayView;
 
 class EntryDelegate : public QStyledItemDelegate
 {
 public:
-    static constexpr int kExerciseRole = Qt::UserRole + 3; // an exercise entry's id, in the day's tree
-
-    explicit EntryDelegate(DiaryView *view);
+    explicit EntryDelegate(DayView *view);
     QWidget *createEditor(QWidget *parent, const QStyleOptionViewItem &option,
                           const QModelIndex &index) const override;
     void setEditorData(QWidget *editor, const QModelIndex &index) const override;
     void setModelData(QWidget *editor, QAbstractItemModel *model, const QModelIndex &index) const override;
 
 private:
-    DiaryView *_view;
+    DayView *_view;
 };

@@ -1,0 +1,541 @@
+#include "ui/itembrowser.h"
+
+#include "app/profilepreferences.h"
+#include "brand/brandengine.h"
+#include "db/diaryedits.h"
+#include "db/savedmealdb.h"
+#include "db/userdb.h"
+#include "model/dateconversion.h"
+#include "model/unitdescriptor.h"
+#include "staticdb/exdb.h"
+#include "staticdb/fooddb.h"
+#include "staticdb/itemsearch.h"
+#include "ui/customitems.h"
+#include "ui/daymodel.h"
+#include "ui/diarycommands.h"
+#include "ui/dragstarter.h"
+#include "ui/keyfilter.h"
+#include "ui/matchdelegate.h"
+#include "ui/nutrientsdialog.h"
+
+#include <QComboBox>
+#include <QDoubleSpinBox>
+#include <QFormLayout>
+#include <QInputDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMenu>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QScopeGuard>
+#include <QTabWidget>
+#include <QTreeWidget>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+namespace {
+
+constexpr int kShownMatches = 100;
+constexpr float kLargeEntryCalories = 5000.0f; // an entry above this asks first
+
+QString number(double value)
+{
+    return QLocale::c().toString(value, 'g', 6);
+}
+
+} // namespace
+
+ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
+    : QWidget(parent)
+    , _undo(undo)
+    , _custom(new CustomItems(this))
+{
+    const BrandEngine &brand = BrandEngine::instance();
+    _kind = new QComboBox(this);
+    _kind->setObjectName(QStringLiteral("kind"));
+    _kind->addItem(QIcon(brand.getPixmap(QStringLiteral("graphics.icon.food"))), tr("Foods"));
+    _kind->addItem(QIcon(brand.getPixmap(QStringLiteral("graphics.icon.exercise"))), tr("Exercises"));
+    _kind->addItem(QIcon(brand.getPixmap(QStringLiteral("graphics.icon.mealplan"))), tr("My Saved Meals"));
+    connect(_kind, &QComboBox::currentIndexChanged, this, &ItemBrowser::setBrowsing);
+    _query = new QLineEdit(this);
+    _query->setObjectName(QStringLiteral("search"));
+    _query->setPlaceholderText(tr("Search foods (at least 3 letters; -word leaves out)"));
+    _query->setClearButtonEnabled(true);
+    connect(_query, &QLineEdit::textChanged, this, &ItemBrowser::search);
+    // Down or Enter goes on to the matches.
+    const auto intoMatches = [this] {
+        if (_matches->count() > 0) {
+            _views->setCurrentWidget(_matches);
+            _matches->setFocus();
+        }
+    };
+    _query->installEventFilter(new KeyFilter(this, Qt::Key_Down, intoMatches));
+    connect(_query, &QLineEdit::returnPressed, this, intoMatches);
+    _matches = new QListWidget(this);
+    _matches->setObjectName(QStringLiteral("matches"));
+    _matches->setItemDelegate(new MatchDelegate(_matches));
+    _matches->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    _searchNote = new QLabel(this);
+    _searchNote->setObjectName(QStringLiteral("searchNote"));
+    _searchNote->setWordWrap(true);
+    _searchNote->hide();
+    connect(_matches, &QListWidget::currentItemChanged, this,
+            [this](QListWidgetItem *item) { select(item ? item->data(Qt::UserRole).toInt() : -1); });
+    connect(_matches, &QListWidget::itemActivated, this, [this] { addSelectedFood(); });
+    _matches->installEventFilter(new KeyFilter(this, Qt::Key_Return, [this] { addSelectedFood(); }));
+    // F3: every value of the chosen food.
+    for (QWidget *chooser : std::initializer_list<QWidget *>{_matches, _query})
+        chooser->installEventFilter(new KeyFilter(this, Qt::Key_F3, [this] { showNutrients(); }));
+    _matches->setContextMenuPolicy(Qt::CustomContextMenu);
+    menuOnShiftF10(_matches);
+    connect(_matches, &QListWidget::customContextMenuRequested, this, &ItemBrowser::matchesMenu);
+    _tree = new QTreeWidget(this);
+    _tree->setObjectName(QStringLiteral("browseTree"));
+    _tree->setHeaderHidden(true);
+    _tree->setContextMenuPolicy(Qt::CustomContextMenu);
+    menuOnShiftF10(_tree);
+    connect(_tree, &QTreeWidget::itemExpanded, this, &ItemBrowser::fillTreeItem);
+    connect(_tree, &QTreeWidget::currentItemChanged, this, [this](QTreeWidgetItem *item) {
+        if (item && !item->data(0, kCategoryRole).toBool())
+            select(item->data(0, Qt::UserRole).toInt());
+    });
+    connect(_tree, &QTreeWidget::itemActivated, this, [this](QTreeWidgetItem *item) {
+        if (!item->data(0, kCategoryRole).toBool())
+            addSelectedFood();
+    });
+    connect(_tree, &QTreeWidget::customContextMenuRequested, this, [this](const QPoint &at) {
+        if (const QTreeWidgetItem *item = _tree->itemAt(at))
+            _custom->treeMenu(item, _tree->viewport()->mapToGlobal(at));
+    });
+    _views = new QTabWidget(this);
+    _views->addTab(_matches, tr("Best matches"));
+    _views->addTab(_tree, tr("Browse"));
+    connect(_views, &QTabWidget::currentChanged, this, [this](int tab) {
+        const QListWidgetItem *item = _matches->currentItem();
+        if (tab == 0 && item)
+            select(item->data(Qt::UserRole).toInt());
+    });
+    _meal = new QComboBox(this);
+    _meal->setObjectName(QStringLiteral("meal"));
+    _serving = new QComboBox(this);
+    _serving->setObjectName(QStringLiteral("serving"));
+    _quantity = new QDoubleSpinBox(this);
+    _quantity->setObjectName(QStringLiteral("quantity"));
+    _quantity->setRange(0.01, 10000);
+    _quantity->setValue(1);
+    _quantity->installEventFilter(new KeyFilter(this, Qt::Key_Return, [this] { addSelectedFood(); }));
+    _add = new QPushButton(tr("&Add to diary"), this);
+    connect(_add, &QPushButton::clicked, this, [this] { addSelectedFood(); });
+    auto *form = new QFormLayout;
+    form->addRow(tr("&Meal:"), _meal);
+    form->addRow(tr("&Serving:"), _serving);
+    _quantityLabel = new QLabel(tr("&Quantity:"), this);
+    _quantityLabel->setBuddy(_quantity);
+    form->addRow(_quantityLabel, _quantity);
+    // What the chosen amount brings, before it is added.
+    _preview = new QLabel(this);
+    _preview->setObjectName(QStringLiteral("preview"));
+    _preview->setWordWrap(true);
+    form->addRow(_preview);
+    connect(_serving, &QComboBox::currentIndexChanged, this, &ItemBrowser::updatePreview);
+    connect(_quantity, &QDoubleSpinBox::valueChanged, this, &ItemBrowser::updatePreview);
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(_kind);
+    layout->addWidget(_query);
+    layout->addWidget(_searchNote);
+    layout->addWidget(_views, 1);
+    layout->addLayout(form);
+    layout->addWidget(_add);
+
+    // Drag a food, an exercise or a saved meal onto a meal of the day.
+    const auto kindName = [this] {
+        return _browsing == BrowseExercises    ? QByteArray("exercise ")
+               : _browsing == BrowseSavedMeals ? QByteArray("meal ")
+                                               : QByteArray("food ");
+    };
+    new DragStarter(_matches->viewport(), [this, kindName](const QPoint &at) {
+        const QListWidgetItem *item = _matches->itemAt(at);
+        return item ? kindName() + QByteArray::number(item->data(Qt::UserRole).toInt()) : QByteArray();
+    });
+    new DragStarter(_tree->viewport(), [this, kindName](const QPoint &at) {
+        const QTreeWidgetItem *item = _tree->itemAt(at);
+        return item && !item->data(0, kCategoryRole).toBool()
+                   ? kindName() + QByteArray::number(item->data(0, Qt::UserRole).toInt())
+                   : QByteArray();
+    });
+}
+
+ItemBrowser::~ItemBrowser() = default;
+
+QList<QWidget *> ItemBrowser::tabOrder() const
+{
+    return {_kind, _query, _views, _meal, _serving, _quantity, _add};
+}
+
+void ItemBrowser::setUser(int userId)
+{
+    _userId = userId;
+    _foods = std::make_unique<FoodDB>(userId);
+    _history.reset();
+    _exercises = std::make_unique<ExDB>(userId);
+    _metric = UserDB::getSettings(userId).measurement_units == 0;
+    _meal->clear();
+    for (const auto &[meal, name] : DayModel::meals(ProfilePreferences::load(userId).snackMode))
+        _meal->addItem(name, meal);
+    searchAgain();
+}
+
+void ItemBrowser::setBrowsing(int what)
+{
+    _browsing = what;
+    _history.reset();
+    const bool exercises = what == BrowseExercises;
+    _meal->setEnabled(!exercises);
+    _serving->setEnabled(what == BrowseFoods);
+    _quantityLabel->setText(exercises ? tr("&Minutes:") : tr("&Quantity:"));
+    _quantity->setEnabled(what != BrowseSavedMeals);
+    _quantity->setValue(exercises ? 30 : 1);
+    if (_kind->currentIndex() != what)
+        _kind->setCurrentIndex(what);
+    searchAgain();
+}
+
+void ItemBrowser::searchAgain()
+{
+    search(_query->text());
+}
+
+void ItemBrowser::savedMealsChanged()
+{
+    if (_browsing == BrowseSavedMeals)
+        searchAgain();
+}
+
+void ItemBrowser::search(const QString &query)
+{
+    _matches->clear();
+    _searchNote->hide();
+    select(-1);
+    // The tree follows the search once the words are long enough.
+    const QScopeGuard tree([this] { populateTree(); });
+    if (_browsing == BrowseSavedMeals) {
+        // Few enough to filter by name as they are.
+        const QString wanted = query.trimmed();
+        const QList<QPair<int, QString>> meals = SavedMealDB::getMeals(SavedMealDB::categoryOf(_userId)) +
+                                                 SavedMealDB::getMeals(SavedMealDB::kSharedCategory);
+        for (const auto &meal : meals) {
+            if (wanted.isEmpty() || meal.second.contains(wanted, Qt::CaseInsensitive))
+                (new QListWidgetItem(meal.second, _matches))->setData(Qt::UserRole, meal.first);
+        }
+        if (_matches->count() > 0)
+            _matches->setCurrentRow(0);
+        return;
+    }
+    // Reference items and the profile's own, best first, with what one of each brings.
+    if (!_foods || !_foods->staticDB() || !_exercises->staticDB())
+        return;
+    const bool exercises = _browsing == BrowseExercises;
+    if (!_history)
+        _history = loadSearchHistory(_userId, exercises);
+    const ItemSearchResult result =
+        exercises
+            ? searchItems(*_exercises->staticDB(), _exercises->dynamicDB(), query, *_history, kShownMatches)
+            : searchItems(*_foods->staticDB(), _foods->dynamicDB(), query, *_history, kShownMatches);
+    // Exercises burn at the weight in force on the day shown.
+    const double weight =
+        exercises ? DiaryEdits::weightInForce(_userId, DateConversion::fromQDate(_date)).value_or(0.0) : 0.0;
+    for (const FoundItem &found : result.items) {
+        ItemEnergy energy;
+        if (exercises) {
+            Exercise exercise;
+            _exercises->exercise(found.id, &exercise);
+            energy = exerciseEnergy(exercise.scale, weight);
+        } else {
+            energy = foodEnergy(found.id);
+        }
+        const QString text = describeEnergy(energy);
+        auto *item = new QListWidgetItem(
+            text.isEmpty() ? found.name : found.name + QStringLiteral(" \u2014 ") + text, _matches);
+        item->setData(Qt::UserRole, found.id);
+        item->setData(MatchDelegate::kNameRole, found.name);
+        item->setData(MatchDelegate::kEnergyRole, text);
+        item->setToolTip(item->text());
+    }
+    if (_matches->count() > 0)
+        _matches->setCurrentRow(0);
+    const QString note = result.searched && result.items.isEmpty()
+                             ? tr("No matches for \"%1\"").arg(query.trimmed())
+                             : result.closeMatchNote(query.trimmed());
+    _searchNote->setText(note);
+    _searchNote->setVisible(!note.isEmpty());
+}
+
+void ItemBrowser::matchesMenu(const QPoint &at)
+{
+    QListWidgetItem *item = _matches->itemAt(at);
+    if (!item || _userId < 0)
+        return;
+    const int id = item->data(Qt::UserRole).toInt();
+    QMenu menu(this);
+    if (_browsing == BrowseSavedMeals) {
+        menu.addAction(tr("&Rename..."), this, [this, id, item] {
+            const QString name =
+                QInputDialog::getText(this, tr("Rename Meal"), tr("&Name:"), QLineEdit::Normal, item->text());
+            if (!name.trimmed().isEmpty()) {
+                SavedMealDB::renameMeal(id, name.trimmed());
+                searchAgain();
+            }
+        });
+        menu.addAction(tr("&Delete"), this, [this, id, item] {
+            if (QMessageBox::question(this, tr("Delete Meal"),
+                                      tr("Delete the saved meal %1?").arg(item->text())) ==
+                QMessageBox::Yes) {
+                SavedMealDB::deleteMeal(id);
+                searchAgain();
+            }
+        });
+    } else {
+        if (_browsing == BrowseFoods)
+            menu.addAction(tr("&Nutrition Facts..."), QKeySequence(Qt::Key_F3), this,
+                           [this] { showNutrients(); });
+        const int type = _browsing == BrowseExercises ? Favorites::EXERCISES : Favorites::FOODS;
+        const bool favourite = Favorites::contains(_userId, type, id);
+        menu.addAction(favourite ? tr("Remove from &Favourites") : tr("Add to &Favourites"), this,
+                       [this, type, id, favourite] {
+                           favourite ? Favorites::remove(_userId, type, id)
+                                     : Favorites::add(_userId, type, id);
+                           _history.reset();
+                       });
+    }
+    menu.exec(_matches->viewport()->mapToGlobal(at));
+}
+
+bool ItemBrowser::dropItem(const QString &kind, int id, int meal)
+{
+    const int browse = kind == QLatin1String("exercise") ? BrowseExercises
+                       : kind == QLatin1String("meal")   ? BrowseSavedMeals
+                                                         : BrowseFoods;
+    if (browse != _browsing)
+        return false; // drags come from the browser as it is
+    if (meal > 0)
+        _meal->setCurrentIndex(_meal->findData(meal));
+    select(id);
+    return addSelectedFood();
+}
+
+void ItemBrowser::select(int id)
+{
+    const bool another = id != _selectedId;
+    _selectedId = id;
+    const float usual = updateServings();
+    // Another food starts at one of its usual serving: a quantity typed for the last one
+    // (200 g of milk) would mean something else for this one (200 bananas).
+    if (another && usual > 0)
+        _quantity->setValue(usual);
+    updatePreview();
+}
+
+std::optional<int> ItemBrowser::servingId() const
+{
+    if (_serving->currentIndex() < 0)
+        return std::nullopt;
+    return _serving->currentData().toInt();
+}
+
+double ItemBrowser::quantity() const
+{
+    return _quantity->value();
+}
+
+void ItemBrowser::populateTree()
+{
+    _tree->clear();
+    if (_browsing == BrowseSavedMeals || !_foods || !_foods->staticDB() || !_exercises->staticDB())
+        return;
+    const bool exercises = _browsing == BrowseExercises;
+    const IndexedDB &reference = exercises ? static_cast<const IndexedDB &>(*_exercises->staticDB())
+                                           : static_cast<const IndexedDB &>(*_foods->staticDB());
+    const DynamicDB &custom = exercises ? static_cast<const DynamicDB &>(*_exercises->dynamicDB())
+                                        : static_cast<const DynamicDB &>(*_foods->dynamicDB());
+    auto *root = _tree->invisibleRootItem();
+    root->setData(0, Qt::UserRole, int(reference.rootId()));
+    root->setData(0, kCategoryRole, true);
+    root->setData(0, kCustomRole, false);
+    fillTreeItem(root);
+    // The profile's own and the shared items after the reference ones.
+    for (const int id : {DynamicDB::rootIdOf(_userId), kSharedRootId}) {
+        const IndexEntry *entry = custom.lookup(quint32(id), true);
+        if (!entry || !(custom.flags(entry) & FLAG_SHOWN))
+            continue;
+        auto *item = new QTreeWidgetItem(_tree, {custom.nameText(entry)});
+        item->setData(0, Qt::UserRole, id);
+        item->setData(0, kCategoryRole, true);
+        item->setData(0, kCustomRole, true);
+        new QTreeWidgetItem(item); // filled when opened
+        if (custom.flags(entry) & FLAG_EXPANDED)
+            item->setExpanded(true);
+    }
+}
+
+void ItemBrowser::fillTreeItem(QTreeWidgetItem *parent)
+{
+    if (parent->childCount() == 1 && !parent->child(0)->data(0, Qt::UserRole).isValid())
+        delete parent->takeChild(0);
+    else if (parent->childCount() > 0)
+        return; // filled already
+    const bool exercises = _browsing == BrowseExercises;
+    const bool customItems = parent->data(0, kCustomRole).toBool();
+    const IndexedDB *db = nullptr;
+    if (customItems)
+        db = exercises ? static_cast<const IndexedDB *>(_exercises->dynamicDB()) : _foods->dynamicDB();
+    else
+        db = exercises ? static_cast<const IndexedDB *>(_exercises->staticDB()) : _foods->staticDB();
+    std::unique_ptr<BrowsableDBIterator> it(
+        db->children(parent->data(0, Qt::UserRole).toUInt(), FLAG_SHOWN, 0));
+    QList<QTreeWidgetItem *> expand;
+    while (const IndexEntry *e = it ? it->next() : nullptr) {
+        const bool category = db->isCategory(e);
+        QString name = db->nameText(e);
+        if (customItems && !category) { // the index keeps 8-bit names; the tables have them whole
+            Exercise exercise;
+            name = exercises
+                       ? (_exercises->dynamicDB()->exercise(int(e->id), &exercise) ? exercise.name : name)
+                       : _foods->dynamicDB()->name(int(e->id));
+        } else if (customItems) {
+            name = static_cast<const DynamicDB *>(db)->categoryName(int(e->id));
+        }
+        auto *item = new QTreeWidgetItem(parent, {name});
+        item->setData(0, Qt::UserRole, int(e->id));
+        item->setData(0, kCategoryRole, category);
+        item->setData(0, kCustomRole, customItems);
+        if (category) {
+            new QTreeWidgetItem(item);
+            if (db->flags(e) & FLAG_EXPANDED)
+                expand.append(item);
+        }
+    }
+    for (QTreeWidgetItem *item : expand)
+        item->setExpanded(true);
+}
+
+float ItemBrowser::updateServings()
+{
+    _serving->clear();
+    if (_selectedId < 0 || _browsing != BrowseFoods || !_foods->contains(_selectedId))
+        return 0;
+    FoodDiaryItem item;
+    item.changeFood(_selectedId);
+    QList<FoodServing> servings = item.getServings();
+    if (_metric) {
+        // Metric profiles see their own measure first: millilitres for a liquid, else grams.
+        for (const int id : {kMillilitreServing, -3, -1}) {
+            const auto own = std::find_if(servings.cbegin(), servings.cend(),
+                                          [id](const FoodServing &s) { return s.id == id; });
+            if (own != servings.cend()) {
+                servings.move(own - servings.cbegin(), 0);
+                break;
+            }
+        }
+    }
+    for (const FoodServing &serving : servings)
+        _serving->addItem(serving.name, serving.id);
+    // The serving the matches list counts in.
+    const ServingChoice usual = preferredServing(servings);
+    _serving->setCurrentIndex(std::max(0, _serving->findData(usual.servingId)));
+    return usual.size;
+}
+
+void ItemBrowser::updatePreview()
+{
+    QString text;
+    const UnitRegistry &units = UnitRegistry::instance();
+    const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
+    if (_selectedId >= 0 && _browsing == BrowseFoods && _serving->currentIndex() >= 0) {
+        FoodDiaryItem item;
+        item.changeFood(_selectedId);
+        item.setServing(_serving->currentData().toInt());
+        item.setSize(float(_quantity->value()));
+        QStringList parts = {energy.formatValueWithUnit(item.getNutrient(ENERGY))};
+        for (const int type : {CARB, FAT, PROTEIN})
+            parts.append(units.getUnitForNutrient(type)->getName() + QLatin1Char(' ') +
+                         units.getUnitForNutrient(type)->formatValueWithUnit(item.getNutrient(type)));
+        text = parts.join(QStringLiteral(" \u00b7 "));
+    } else if (_selectedId >= 0 && _browsing == BrowseExercises) {
+        Exercise exercise;
+        const auto weight = DiaryEdits::weightInForce(_userId, DateConversion::fromQDate(_date));
+        if (weight && _exercises->exercise(_selectedId, &exercise))
+            text =
+                tr("%1 burned")
+                    .arg(energy.formatValueWithUnit(double(exercise.scale) * *weight * _quantity->value()));
+    }
+    _preview->setText(text);
+}
+
+bool ItemBrowser::showNutrients()
+{
+    if (_selectedId < 0 || _browsing != BrowseFoods || _serving->currentIndex() < 0)
+        return false;
+    NutrientsDialog(_selectedId, _serving->currentData().toInt(), float(_quantity->value()), this).exec();
+    return true;
+}
+
+bool ItemBrowser::addSelectedFood()
+{
+    const bool current = _selectedId >= 0;
+    const QString day = DateConversion::fromQDate(_date);
+    if (current && _userId >= 0 && _browsing == BrowseSavedMeals) {
+        QList<FoodDiaryItem> added;
+        if (!DiaryEdits::addSavedMeal(_selectedId, _userId, day, _meal->currentData().toInt(), &added) ||
+            added.isEmpty())
+            return false;
+        _undo->record(
+            DiaryCommand::AddsAndRemoves,
+            tr("Add %1").arg(_matches->currentItem() ? _matches->currentItem()->text() : tr("Saved Meal")),
+            {}, {added, {}});
+        return true;
+    }
+    if (current && _userId >= 0 && _browsing == BrowseExercises) {
+        Exercise exercise;
+        if (!_exercises->exercise(_selectedId, &exercise))
+            return false;
+        // The energy burned follows the body weight in force that day.
+        ExerciseDiaryItem entry;
+        const DiaryEdits::Logged logged = DiaryEdits::logExercise(_userId, day, exercise.name, exercise.scale,
+                                                                  float(_quantity->value()), &entry);
+        if (logged == DiaryEdits::Logged::NoWeight) {
+            QMessageBox::information(
+                this, tr("Exercise"),
+                tr("Record your weight in a check-in first: the energy an exercise burns "
+                   "depends on it."));
+            return false;
+        }
+        if (!diaryWritten(this, logged == DiaryEdits::Logged::Stored))
+            return false;
+        _undo->record(DiaryCommand::AddsAndRemoves, tr("Add %1").arg(entry.name), {}, {{}, {entry}});
+        return true;
+    }
+    if (!current || _userId < 0 || _serving->currentIndex() < 0)
+        return false;
+    // What it would add, asked about first when it is a lot (150 cups of rice).
+    FoodDiaryItem item;
+    item.changeFood(_selectedId);
+    item.setServing(_serving->currentData().toInt());
+    item.setSize(float(_quantity->value()));
+    if (const float energy = item.getNutrient(ENERGY); energy > kLargeEntryCalories) {
+        const UnitDescriptor &unit = *UnitRegistry::instance().getUnit(UNIT_ENERGY);
+        if (QMessageBox::question(this, tr("Add to Diary"),
+                                  tr("%1 x %2 of %3 is %4. Add it?")
+                                      .arg(number(_quantity->value()), _serving->currentText(),
+                                           item.food_name, unit.formatValueWithUnit(energy))) !=
+            QMessageBox::Yes)
+            return false;
+    }
+    if (!diaryWritten(this, DiaryEdits::logFood(_userId, day, _meal->currentData().toInt(), _selectedId,
+                                                item.serving_id, item.size, &item)))
+        return false;
+    _undo->record(DiaryCommand::AddsAndRemoves, tr("Add %1").arg(item.food_name), {}, {{item}, {}});
+    return true;
+}
