@@ -267,4 +267,27 @@ bool addSavedMeal(int savedMealId, int userId, const QString &day, int meal, QLi
     return !added->isEmpty() || SavedMealDB::getMealFoods(savedMealId).isEmpty();
 }
 
+bool addFoods(const QList<FoodDiaryItem> &foods, int userId, const QString &day, int meal,
+              QList<FoodDiaryItem> *added)
+{
+    const DiaryDB diary;
+    LmWriteTransaction write;
+    bool ok = write.isOpen();
+    QList<FoodDiaryItem> written;
+    for (FoodDiaryItem food : foods) {
+        food.food_id = -1;
+        food.user_id = userId;
+        food.group_id = -1;
+        food.status = STATUS_LIVE;
+        food.setDate(day);
+        food.meal = meal;
+        ok = ok && diary.addFoodEntry(food);
+        written.append(food);
+    }
+    if (!write.commit(ok))
+        return false;
+    *added = written;
+    return true;
+}
+
 } // namespace DiaryEdits

@@ -78,5 +78,8 @@ bool servingsKnown(FoodDiaryItem &entry);
 bool copyFoods(const QList<int> &entryIds, const QString &to, int meal, QList<FoodDiaryItem> *copied);
 // Adds the foods of a saved meal to a meal of a day; true with nothing added for an empty one.
 bool addSavedMeal(int savedMealId, int userId, const QString &day, int meal, QList<FoodDiaryItem> *added);
+// Adds copies of foods (part of a saved meal) to a meal of a day, in one transaction.
+bool addFoods(const QList<FoodDiaryItem> &foods, int userId, const QString &day, int meal,
+              QList<FoodDiaryItem> *added);
 
 } // namespace DiaryEdits

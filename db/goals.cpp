@@ -54,10 +54,16 @@ GoalsInForce Goals::inForce(int userId, const QString &day)
     if (goals.dietPlan.isEmpty())
         goals.dietPlan = QLatin1String(DietPlan::kName);
     goals.targets = UserDB::getTargets(userId, day);
+    goals.water = waterGoal(userId);
+    return goals;
+}
+
+int Goals::waterGoal(int userId)
+{
     LmSqlQueryPtr water = runBound(u"SELECT water_goal FROM user_users WHERE user_id = ?"_s, {userId});
     if (!water.isNull() && water->next() && water->value(0).toInt() > 0)
-        goals.water = water->value(0).toInt();
-    return goals;
+        return water->value(0).toInt();
+    return GoalsInForce().water;
 }
 
 std::optional<float> Goals::plannedEnergy(int userId, const QString &day, double weeklyRate)

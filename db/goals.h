@@ -43,6 +43,7 @@ namespace Goals {
 inline constexpr double kFastestRate = 1.0;
 
 GoalsInForce inForce(int userId, const QString &day);
+int waterGoal(int userId); // glasses a day
 
 // The diet plan's energy for the profile on the day at a weekly rate; none without a weight in
 // force, a height and an age of a year or more.

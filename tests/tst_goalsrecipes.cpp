@@ -84,7 +84,12 @@ void addIngredient(QDialog *dialog, const QString &words, int foodId, const QStr
 
 QList<FoodDiaryItem> todaysFoods(int user)
 {
-    return DiaryDB().getDiaryDay(user, dayString(QDate::currentDate())).foods;
+    QList<FoodDiaryItem> live;
+    for (const FoodDiaryItem &food : DiaryDB().getDay(user, dayString(QDate::currentDate())).foods) {
+        if (food.status == STATUS_LIVE)
+            live.append(food);
+    }
+    return live;
 }
 
 } // namespace
@@ -123,19 +128,22 @@ void TestGoalsRecipes::changedTargetKeepsEarlierDays()
     QVERIFY(before.values[ENERGY] > 1000);
 
     bool shown = false;
-    whenShown(u"goals"_s, [](QDialog *dialog) {
-        // The plan's energy for the rate chosen is shown beside it.
-        child<QComboBox>(dialog, "rate")->setCurrentIndex(2); // lose 0.5 kg a week
-        QVERIFY(child<QRadioButton>(dialog, "fromPlan")->isChecked());
-        QVERIFY(!child<QLabel>(dialog, "planned")->text().isEmpty());
-        child<QDoubleSpinBox>(dialog, "goalWeight")->setValue(58);
-        child<QSpinBox>(dialog, "calories")->setValue(1800); // by hand from now on
-        QVERIFY(child<QRadioButton>(dialog, "byHand")->isChecked());
-        child<QComboBox>(dialog, "proteinUnit")->setCurrentIndex(1);
-        child<QDoubleSpinBox>(dialog, "protein")->setValue(30);
-        child<QSpinBox>(dialog, "water")->setValue(10);
-        dialog->accept();
-    }, &shown);
+    whenShown(
+        u"goals"_s,
+        [](QDialog *dialog) {
+            // The plan's energy for the rate chosen is shown beside it.
+            child<QComboBox>(dialog, "rate")->setCurrentIndex(2); // lose 0.5 kg a week
+            QVERIFY(child<QRadioButton>(dialog, "fromPlan")->isChecked());
+            QVERIFY(!child<QLabel>(dialog, "planned")->text().isEmpty());
+            child<QDoubleSpinBox>(dialog, "goalWeight")->setValue(58);
+            child<QSpinBox>(dialog, "calories")->setValue(1800); // by hand from now on
+            QVERIFY(child<QRadioButton>(dialog, "byHand")->isChecked());
+            child<QComboBox>(dialog, "proteinUnit")->setCurrentIndex(1);
+            child<QDoubleSpinBox>(dialog, "protein")->setValue(30);
+            child<QSpinBox>(dialog, "water")->setValue(10);
+            dialog->accept();
+        },
+        &shown);
     child<QAction>(&window, "goals")->trigger();
     QVERIFY(shown);
 
@@ -153,23 +161,29 @@ void TestGoalsRecipes::recipeOfThreeLoggedAsOnePortion()
     MainWindow window;
     QVERIFY(window.openProfile(makeProfile()));
     bool listShown = false, editorShown = false;
-    whenShown(u"recipes"_s, [&editorShown](QDialog *recipes) {
-        whenShown(u"recipe"_s, [](QDialog *editor) {
-            child<QLineEdit>(editor, "name")->setText(u"Rice bowl"_s);
-            child<QDoubleSpinBox>(editor, "portions")->setValue(2);
-            addIngredient(editor, u"apple raw"_s, 9003, u"1 medium (3\" dia)"_s, 2);
-            addIngredient(editor, u"rice white glutinous cooked"_s, 20055, u"1 cup"_s, 1);
-            addIngredient(editor, u"chicken breast rotisserie"_s, 7961, u"1 slice"_s, 3);
-            QCOMPARE(child<QTableWidget>(editor, "ingredients")->rowCount(), 3);
-            const QString totals = child<QLabel>(editor, "recipeTotals")->text();
-            QVERIFY2(totals.contains(u"A portion: 197 cals"_s), qPrintable(totals));
-            editor->accept();
-        }, &editorShown);
-        child<QPushButton>(recipes, "newRecipe")->click();
-        child<QComboBox>(recipes, "recipeMeal")->setCurrentIndex(2); // lunch
-        child<QPushButton>(recipes, "logRecipe")->click();
-        recipes->reject();
-    }, &listShown);
+    whenShown(
+        u"recipes"_s,
+        [&editorShown](QDialog *recipes) {
+            whenShown(
+                u"recipe"_s,
+                [](QDialog *editor) {
+                    child<QLineEdit>(editor, "name")->setText(u"Rice bowl"_s);
+                    child<QDoubleSpinBox>(editor, "portions")->setValue(2);
+                    addIngredient(editor, u"apple raw"_s, 9003, u"1 medium (3\" dia)"_s, 2);
+                    addIngredient(editor, u"rice white glutinous cooked"_s, 20055, u"1 cup"_s, 1);
+                    addIngredient(editor, u"chicken breast rotisserie"_s, 7961, u"1 slice"_s, 3);
+                    QCOMPARE(child<QTableWidget>(editor, "ingredients")->rowCount(), 3);
+                    const QString totals = child<QLabel>(editor, "recipeTotals")->text();
+                    QVERIFY2(totals.contains(u"A portion: 197 cals"_s), qPrintable(totals));
+                    editor->accept();
+                },
+                &editorShown);
+            child<QPushButton>(recipes, "newRecipe")->click();
+            child<QComboBox>(recipes, "recipeMeal")->setCurrentIndex(2); // lunch
+            child<QPushButton>(recipes, "logRecipe")->click();
+            recipes->reject();
+        },
+        &listShown);
     child<QAction>(&window, "recipes")->trigger();
     QVERIFY(listShown && editorShown);
 
@@ -194,24 +208,31 @@ void TestGoalsRecipes::savedMealEditedAndLoggedInPart()
     SavedMeal meal;
     meal.user_id = user;
     meal.name = u"Usual breakfast"_s;
-    for (const auto &[food, serving] : {std::pair{9003, 3}, std::pair{20055, 1}}) {
+    for (const auto &[food, serving] : {std::pair{9003, "1 medium (3\" dia)"}, std::pair{20055, "1 cup"}}) {
         FoodDiaryItem item;
         item.changeFood(food);
-        item.setServing(serving);
+        for (const FoodServing &s : item.getServings()) {
+            if (s.name == QLatin1String(serving))
+                item.setServing(s.id);
+        }
+        QCOMPARE(item.serv_name, QLatin1String(serving));
         meal.foods.append(item);
     }
     QVERIFY(SavedMealDB::createMeal(meal) >= 0);
 
     bool shown = false;
-    whenShown(u"savedMeals"_s, [](QDialog *dialog) {
-        auto *table = child<QTableWidget>(dialog, "savedMealFoods");
-        QCOMPARE(table->rowCount(), 2);
-        table->item(0, 1)->setData(Qt::EditRole, 2.0); // two apples from now on
-        table->item(1, 0)->setCheckState(Qt::Unchecked); // and no rice today
-        child<QComboBox>(dialog, "savedMealMeal")->setCurrentIndex(0);
-        child<QPushButton>(dialog, "logSavedMeal")->click();
-        dialog->reject();
-    }, &shown);
+    whenShown(
+        u"savedMeals"_s,
+        [](QDialog *dialog) {
+            auto *table = child<QTableWidget>(dialog, "savedMealFoods");
+            QCOMPARE(table->rowCount(), 2);
+            table->item(0, 1)->setData(Qt::EditRole, 2.0);   // two apples from now on
+            table->item(1, 0)->setCheckState(Qt::Unchecked); // and no rice today
+            child<QComboBox>(dialog, "savedMealMeal")->setCurrentIndex(0);
+            child<QPushButton>(dialog, "logSavedMeal")->click();
+            dialog->reject();
+        },
+        &shown);
     child<QAction>(&window, "savedMeals")->trigger();
     QVERIFY(shown);
 

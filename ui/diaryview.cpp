@@ -4,6 +4,8 @@
 #include "brand/brandengine.h"
 #include "db/diarydb.h"
 #include "db/diaryedits.h"
+#include "db/goals.h"
+#include "db/recipedb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
 #include "model/daystanding.h"
@@ -99,6 +101,8 @@ DiaryView::DiaryView(QWidget *parent)
         if (_userId >= 0 && cups != UserDB::getWater(_userId, DateConversion::fromQDate(_date)) &&
             !diaryWritten(this, UserDB::setWater(_userId, DateConversion::fromQDate(_date), cups)))
             refresh(); // back to what the diary holds
+        else
+            _status->setWater(cups, Goals::waterGoal(_userId));
     });
     _panel = new QWidget(this);
     _panel->setObjectName(QStringLiteral("nutrientPanel"));
@@ -245,6 +249,7 @@ void DiaryView::refresh()
     }
     const QSignalBlocker blocker(_water);
     _water->setValue(UserDB::getWater(_userId, DateConversion::fromQDate(_date)));
+    _status->setWater(_water->value(), Goals::waterGoal(_userId));
     if (_calendar) {
         const QSignalBlocker calendarBlocker(_calendar);
         _calendar->setSelectedDate(_date);
@@ -264,6 +269,30 @@ void DiaryView::markCalendar()
     for (const QString &day :
          DiaryDB().getDatesWithEntries(_userId, first.addDays(-7), first.addDays(45), false))
         _calendar->setDateTextFormat(QDate::fromString(day, QStringLiteral("yyyyMMdd")), marked);
+}
+
+bool DiaryView::logRecipe(const Recipe &recipe, int meal, double portions, double grams)
+{
+    FoodDiaryItem entry;
+    if (_userId < 0 || !diaryWritten(this, RecipeDB::log(_userId, DateConversion::fromQDate(_date), meal,
+                                                         recipe, portions, grams, &entry)))
+        return false;
+    _undo->record(DiaryCommand::AddsAndRemoves, tr("Add %1").arg(recipe.name), {}, {{entry}, {}});
+    return true;
+}
+
+bool DiaryView::logFoods(const QList<FoodDiaryItem> &foods, int meal)
+{
+    QList<FoodDiaryItem> added;
+    if (_userId < 0 || foods.isEmpty() ||
+        !diaryWritten(this,
+                      DiaryEdits::addFoods(foods, _userId, DateConversion::fromQDate(_date), meal, &added)))
+        return false;
+    _undo->record(DiaryCommand::AddsAndRemoves,
+                  added.size() == 1 ? tr("Add %1").arg(added.constFirst().food_name)
+                                    : tr("Add %n Entries", nullptr, int(added.size())),
+                  {}, {added, {}});
+    return true;
 }
 
 int DiaryView::copyDay(const QDate &target, CopyMode mode)

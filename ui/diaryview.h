@@ -50,6 +50,19 @@ public:
     enum CopyMode { AskFirst, Add, Replace };
     int copyDay(const QDate &target, CopyMode mode = AskFirst);
 
+    // A recipe by the portion (or, portions 0, by the gram), or foods of a saved meal, logged to a
+    // meal of the shown day as changes to undo.
+    bool logRecipe(const struct Recipe &recipe, int meal, double portions, double grams);
+    bool logFoods(const QList<FoodDiaryItem> &foods, int meal);
+    // The meal the browser adds to.
+    int meal() const { return _browser->meal(); }
+    // The day read again: its targets or goals changed.
+    void reload()
+    {
+        _day->refresh();
+        refresh();
+    }
+
     // Every change to the diary made here, named, to take back and make again.
     class QUndoStack *undoStack() const;
     bool undo(); // false when there is nothing to undo

@@ -421,6 +421,11 @@ void ItemBrowser::fillTreeItem(QTreeWidgetItem *parent)
         item->setExpanded(true);
 }
 
+int ItemBrowser::meal() const
+{
+    return _meal->currentData().toInt();
+}
+
 float ItemBrowser::updateServings()
 {
     _serving->clear();
@@ -428,18 +433,7 @@ float ItemBrowser::updateServings()
         return 0;
     FoodDiaryItem item;
     item.changeFood(_selectedId);
-    QList<FoodServing> servings = item.getServings();
-    if (_metric) {
-        // Metric profiles see their own measure first: millilitres for a liquid, else grams.
-        for (const int id : {kMillilitreServing, -3, -1}) {
-            const auto own = std::find_if(servings.cbegin(), servings.cend(),
-                                          [id](const FoodServing &s) { return s.id == id; });
-            if (own != servings.cend()) {
-                servings.move(own - servings.cbegin(), 0);
-                break;
-            }
-        }
-    }
+    const QList<FoodServing> servings = servingsInOrder(item.getServings(), _metric);
     for (const FoodServing &serving : servings)
         _serving->addItem(serving.name, serving.id);
     // The serving the matches list counts in.

@@ -61,6 +61,7 @@ public:
     int selectedId() const { return _selectedId; }
     void select(int id);
     std::optional<int> servingId() const;
+    int meal() const; // the meal chosen to add to
     double quantity() const;
 
     // Adds the chosen item to the chosen meal: a food for the quantity of the serving, an

@@ -15,10 +15,13 @@
 #include "ui/backgroundservices.h"
 #include "ui/checkinview.h"
 #include "ui/diaryview.h"
+#include "ui/goalsdialog.h"
 #include "ui/newprofilewizard.h"
 #include "ui/preferencesdialog.h"
 #include "ui/profiledialog.h"
 #include "ui/publishdialog.h"
+#include "ui/recipedialog.h"
+#include "ui/savedmealsdialog.h"
 #include "ui/updatedialog.h"
 
 #include <QAction>
@@ -172,6 +175,33 @@ void MainWindow::createActions()
         const int copied = _diary->copyDay(_diary->date().addDays(1));
         statusBar()->showMessage(tr("%n entries copied to the next day.", nullptr, copied), 5000);
     });
+    edit->addSeparator();
+    QAction *goals =
+        edit->addAction(tr("&Goals and Targets..."), QKeySequence(Qt::CTRL | Qt::Key_G), this, [this] {
+            GoalsDialog dialog(_userId, _diary->date(), this);
+            if (dialog.exec() == QDialog::Accepted)
+                _diary->reload();
+        });
+    goals->setObjectName(QStringLiteral("goals"));
+    QAction *recipes = edit->addAction(tr("&Recipes..."), QKeySequence(Qt::CTRL | Qt::Key_R), this, [this] {
+        RecipesDialog dialog(
+            _userId, _diary->browser()->foods(), _diary->meal(),
+            [this](const Recipe &recipe, int meal, double portions, double grams) {
+                return _diary->logRecipe(recipe, meal, portions, grams);
+            },
+            this);
+        dialog.exec();
+    });
+    recipes->setObjectName(QStringLiteral("recipes"));
+    QAction *meals = edit->addAction(tr("Saved &Meals..."), QKeySequence(Qt::CTRL | Qt::Key_M), this, [this] {
+        SavedMealsDialog dialog(
+            _userId, _diary->browser()->foods(), _diary->meal(),
+            [this](const QList<FoodDiaryItem> &foods, int meal) { return _diary->logFoods(foods, meal); },
+            this);
+        dialog.exec();
+        _diary->browser()->savedMealsChanged(); // renamed or deleted in the dialog
+    });
+    meals->setObjectName(QStringLiteral("savedMeals"));
     edit->addSeparator();
     edit->addAction(tr("&Preferences..."), QKeySequence(Qt::CTRL | Qt::Key_Comma), this,
                     &MainWindow::editPreferences);
