@@ -153,7 +153,7 @@ void TestGoalsRecipes::changedTargetKeepsEarlierDays()
     QCOMPARE(UserDB::getTargets(user, yesterday).values, before.values);
     // The day shown stands against the new budget and the new water goal.
     QVERIFY(child<QLabel>(&window, "energyStanding")->text().contains(u"1800"_s));
-    QCOMPARE(child<QLabel>(&window, "waterStanding")->text(), u"Water: 0 of 10 glasses"_s);
+    QCOMPARE(child<QLabel>(&window, "waterStanding")->text(), u"0 of 10 glasses"_s);
 }
 
 void TestGoalsRecipes::recipeOfThreeLoggedAsOnePortion()

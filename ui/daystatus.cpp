@@ -3,13 +3,18 @@
 #include "model/unitdescriptor.h"
 
 #include <QGridLayout>
-#include <QHBoxLayout>
 #include <QLabel>
 #include <QLocale>
 #include <QProgressBar>
 #include <QVBoxLayout>
 
 #include <cmath>
+
+namespace {
+
+constexpr int kWaterRow = 100;
+
+} // namespace
 
 DayStatus::DayStatus(QWidget *parent)
     : QWidget(parent)
@@ -28,17 +33,18 @@ DayStatus::DayStatus(QWidget *parent)
     layout->addLayout(_nutrients);
     layout->addWidget(_shares);
     _water->setObjectName(QStringLiteral("waterStanding"));
+    _water->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
     _waterBar->setObjectName(QStringLiteral("standingWater"));
     _waterBar->setMaximumHeight(fontMetrics().height());
-    auto *water = new QHBoxLayout;
-    water->addWidget(_water);
-    water->addWidget(_waterBar, 1);
-    layout->addLayout(water);
+    // Below every nutrient's row, however many there are.
+    _nutrients->addWidget(new QLabel(tr("Water"), this), kWaterRow, 0);
+    _nutrients->addWidget(_water, kWaterRow, 1);
+    _nutrients->addWidget(_waterBar, kWaterRow, 2);
 }
 
 void DayStatus::setWater(int glasses, int goal)
 {
-    _water->setText(tr("Water: %1 of %2 glasses").arg(glasses).arg(goal));
+    _water->setText(tr("%1 of %2 glasses").arg(glasses).arg(goal));
     _waterBar->setRange(0, std::max(goal, 1));
     _waterBar->setValue(std::min(glasses, goal));
     _waterBar->setFormat(glasses >= goal ? tr("done") : tr("%n more", nullptr, goal - glasses));

@@ -32,6 +32,7 @@ FoodPicker::FoodPicker(int userId, FoodDB *foods, QWidget *parent)
     _query->setClearButtonEnabled(true);
     _matches = new QListWidget(this);
     _matches->setObjectName(QStringLiteral("pickerMatches"));
+    _matches->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff); // whole names in the tooltips
     _serving = new QComboBox(this);
     _serving->setObjectName(QStringLiteral("pickerServing"));
     _quantity = new QDoubleSpinBox(this);

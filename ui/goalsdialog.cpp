@@ -89,13 +89,13 @@ GoalsDialog::GoalsDialog(int userId, const QDate &day, QWidget *parent)
     handRow->addWidget(_calories, 1);
 
     auto *form = new QFormLayout;
-    form->addRow(tr("In force &from:"), _from);
+    form->addRow(tr("In force fro&m:"), _from);
     form->addRow(tr("Goal &weight:"), _weight);
     form->addRow(tr("Weekly &rate:"), _rate);
     form->addRow(tr("Energy:"), planRow);
     form->addRow(QString(), handRow);
     const std::pair<int, QString> shares[] = {
-        {CARB, tr("&Carbohydrate:")}, {FAT, tr("F&at:")}, {PROTEIN, tr("Pro&tein:")}};
+        {CARB, tr("&Carbohydrate:")}, {FAT, tr("&Fat:")}, {PROTEIN, tr("Pr&otein:")}};
     for (const auto &[type, label] : shares) {
         Share share{type, new QDoubleSpinBox(this), new QComboBox(this)};
         const QString name = type == CARB  ? QStringLiteral("carb")
@@ -109,14 +109,16 @@ GoalsDialog::GoalsDialog(int userId, const QDate &day, QWidget *parent)
         auto *row = new QHBoxLayout;
         row->addWidget(share.value, 1);
         row->addWidget(share.unit);
-        form->addRow(label, row);
+        auto *caption = new QLabel(label, this);
+        caption->setBuddy(share.value);
+        form->addRow(caption, row);
         _shares.append(share);
     }
     _water = new QSpinBox(this);
     _water->setObjectName(QStringLiteral("water"));
     _water->setRange(1, 40);
     _water->setSuffix(tr(" glasses a day"));
-    form->addRow(tr("Wa&ter:"), _water);
+    form->addRow(tr("Wat&er:"), _water);
 
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
     connect(buttons, &QDialogButtonBox::accepted, this, &GoalsDialog::accept);

@@ -86,6 +86,8 @@ MainWindow::MainWindow(QWidget *parent)
     _sections->setCurrentRow(DiarySection);
     statusBar()->showMessage(tr("Ready"));
     resize(1100, 740);
+    // Below this the day's columns and the matches no longer fit side by side.
+    setMinimumSize(960, 600);
     restoreGeometry(LmSettings::readValue(QStringLiteral("/window/geometry")).toByteArray());
 }
 

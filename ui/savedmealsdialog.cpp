@@ -30,8 +30,10 @@ SavedMealsDialog::SavedMealsDialog(int userId, FoodDB *foods, int meal, Log log,
     _table = new QTableWidget(0, 4, this);
     _table->setObjectName(QStringLiteral("savedMealFoods"));
     _table->setHorizontalHeaderLabels({tr("Food"), tr("Quantity"), tr("Serving"), tr("Energy")});
+    _table->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     _table->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
     _table->verticalHeader()->hide();
+    _table->setWordWrap(false);
     _table->setSelectionBehavior(QAbstractItemView::SelectRows);
     _table->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |
                             QAbstractItemView::AnyKeyPressed);
@@ -100,7 +102,7 @@ SavedMealsDialog::SavedMealsDialog(int userId, FoodDB *foods, int meal, Log log,
     layout->addLayout(top, 1);
     layout->addLayout(logRow);
     layout->addWidget(close);
-    resize(760, 400);
+    resize(900, 420);
 
     connect(_meals, &QListWidget::currentRowChanged, this, &SavedMealsDialog::showFoods);
     refreshMeals();
@@ -155,7 +157,6 @@ void SavedMealsDialog::showFoods()
         _table->setItem(row, 2, serving);
         _table->setItem(row, 3, calories);
     }
-    _table->resizeColumnToContents(2);
 }
 
 void SavedMealsDialog::quantityChanged(int row, int column)
