@@ -911,7 +911,7 @@ void TestDesktop::windowKeepsItsLayout()
         MainWindow window;
         QVERIFY(window.openProfile(user));
         window.show();
-        window.resize(900, 640);
+        window.resize(1000, 640);
         auto *splitter = window.findChild<QSplitter *>(QStringLiteral("diarySplitter"));
         splitter->setSizes({300, 560});
         sizes = splitter->sizes();
@@ -920,7 +920,7 @@ void TestDesktop::windowKeepsItsLayout()
     MainWindow again;
     QVERIFY(again.openProfile(user));
     again.show();
-    QCOMPARE(again.size(), QSize(900, 640));
+    QCOMPARE(again.size(), QSize(1000, 640));
     QCOMPARE(again.findChild<QSplitter *>(QStringLiteral("diarySplitter"))->sizes(), sizes);
 }
 
