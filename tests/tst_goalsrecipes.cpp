@@ -53,6 +53,8 @@ template <typename Action> void whenShown(const QString &name, Action action, bo
         QVERIFY(dialog);
         QCOMPARE(dialog->objectName(), name);
         *shown = true;
+        // The offscreen platform does not hand activation to a modal dialog by itself.
+        QApplication::setActiveWindow(dialog);
         action(dialog);
     });
 }
@@ -160,31 +162,60 @@ void TestGoalsRecipes::recipeOfThreeLoggedAsOnePortion()
 {
     MainWindow window;
     QVERIFY(window.openProfile(makeProfile()));
+    window.show();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+    // With the keyboard alone: Ctrl+R, Ctrl+N, the name, the portions, then each ingredient's words,
+    // Down into the matches, Tab to the quantity and Enter; Ctrl+S saves, Enter logs.
+    const auto type = [](const QString &text) { QTest::keyClicks(QApplication::focusWidget(), text); };
+    const auto key = [](int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key(key), modifiers);
+    };
     bool listShown = false, editorShown = false;
     whenShown(
         u"recipes"_s,
-        [&editorShown](QDialog *recipes) {
+        [&](QDialog *recipes) {
             whenShown(
                 u"recipe"_s,
-                [](QDialog *editor) {
-                    child<QLineEdit>(editor, "name")->setText(u"Rice bowl"_s);
-                    child<QDoubleSpinBox>(editor, "portions")->setValue(2);
-                    addIngredient(editor, u"apple raw"_s, 9003, u"1 medium (3\" dia)"_s, 2);
-                    addIngredient(editor, u"rice white glutinous cooked"_s, 20055, u"1 cup"_s, 1);
-                    addIngredient(editor, u"chicken breast rotisserie"_s, 7961, u"1 slice"_s, 3);
+                [&](QDialog *editor) {
+                    type(u"Rice bowl"_s);
+                    key(Qt::Key_Tab);
+                    key(Qt::Key_A, Qt::ControlModifier);
+                    type(u"2"_s);
+                    key(Qt::Key_Tab);
+                    key(Qt::Key_Tab);
+                    const std::tuple<QString, int, QString> ingredients[] = {
+                        {u"apple raw"_s, 9003, u"2"_s},
+                        {u"rice white glutinous cooked"_s, 20055, u"1"_s},
+                        {u"chicken breast rotisserie"_s, 7961, u"3"_s}};
+                    for (const auto &[words, food, quantity] : ingredients) {
+                        type(words);
+                        key(Qt::Key_Down);
+                        auto *matches = child<QListWidget>(editor, "pickerMatches");
+                        QVERIFY(matches->hasFocus());
+                        while (matches->currentItem()->data(Qt::UserRole).toInt() != food &&
+                               matches->currentRow() < matches->count() - 1)
+                            key(Qt::Key_Down);
+                        key(Qt::Key_Tab);
+                        key(Qt::Key_A, Qt::ControlModifier);
+                        type(quantity);
+                        key(Qt::Key_Return);
+                    }
                     QCOMPARE(child<QTableWidget>(editor, "ingredients")->rowCount(), 3);
                     const QString totals = child<QLabel>(editor, "recipeTotals")->text();
                     QVERIFY2(totals.contains(u"A portion: 197 cals"_s), qPrintable(totals));
-                    editor->accept();
+                    key(Qt::Key_S, Qt::ControlModifier);
                 },
                 &editorShown);
-            child<QPushButton>(recipes, "newRecipe")->click();
-            child<QComboBox>(recipes, "recipeMeal")->setCurrentIndex(2); // lunch
-            child<QPushButton>(recipes, "logRecipe")->click();
-            recipes->reject();
+            key(Qt::Key_N, Qt::ControlModifier);
+            QApplication::setActiveWindow(recipes);
+            child<QComboBox>(recipes, "recipeMeal")->setFocus(); // where Tab leads after the buttons
+            key(Qt::Key_Down);                                   // lunch after the morning snack
+            key(Qt::Key_Down);
+            key(Qt::Key_Return);
+            key(Qt::Key_Escape);
         },
         &listShown);
-    child<QAction>(&window, "recipes")->trigger();
+    key(Qt::Key_R, Qt::ControlModifier);
     QVERIFY(listShown && editorShown);
 
     // 189.28 + 168.78 + 35.28 calories in two portions.
@@ -194,9 +225,9 @@ void TestGoalsRecipes::recipeOfThreeLoggedAsOnePortion()
     QCOMPARE(foods.constFirst().meal, int(LUNCH));
     QCOMPARE(qRound(foods.constFirst().getNutrient(ENERGY) * 100), 19667);
     // Undone like any other change.
-    auto *undo = child<QAction>(&window, "undo");
-    QCOMPARE(undo->text(), u"&Undo Add Rice bowl"_s);
-    undo->trigger();
+    QCOMPARE(child<QAction>(&window, "undo")->text(), u"&Undo Add Rice bowl"_s);
+    QApplication::setActiveWindow(&window);
+    QTest::keyClick(&window, Qt::Key_Z, Qt::ControlModifier);
     QVERIFY(todaysFoods(window.currentUser()).isEmpty());
 }
 

@@ -78,6 +78,11 @@ FoodPicker::FoodPicker(int userId, FoodDB *foods, QWidget *parent)
     setFocusProxy(_query);
 }
 
+QList<QWidget *> FoodPicker::tabOrder() const
+{
+    return {_query, _matches, _quantity, _serving, _add};
+}
+
 void FoodPicker::search(const QString &query)
 {
     _matches->clear();

@@ -28,6 +28,8 @@ public:
     void search(const QString &query);
     // The chosen food for its serving and quantity; none while nothing is chosen.
     std::optional<FoodDiaryItem> current() const;
+    // Where Tab goes: the words, the matches, the quantity, the serving, Add.
+    QList<QWidget *> tabOrder() const;
 
 signals:
     void picked(const FoodDiaryItem &food); // the Add button, or Enter in the quantity

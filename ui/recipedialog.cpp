@@ -16,6 +16,7 @@
 #include <QListWidget>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QShortcut>
 #include <QTableWidget>
 #include <QVBoxLayout>
 
@@ -109,12 +110,22 @@ RecipeDialog::RecipeDialog(int userId, FoodDB *foods, Recipe recipe, QWidget *pa
     columns->addLayout(right, 3);
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel, this);
     connect(buttons, &QDialogButtonBox::accepted, this, &RecipeDialog::accept);
+    // Enter belongs to the ingredient search here, so saving has a key of its own.
+    connect(new QShortcut(QKeySequence::Save, this), &QShortcut::activated, this, &RecipeDialog::accept);
+    buttons->button(QDialogButtonBox::Save)
+        ->setToolTip(QKeySequence(QKeySequence::Save).toString(QKeySequence::NativeText));
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     auto *layout = new QVBoxLayout(this);
     layout->addLayout(form);
     layout->addLayout(columns, 1);
     layout->addWidget(buttons);
     resize(820, 480);
+    // Name, size, then ingredients, as the eye reads the dialog.
+    const QList<QWidget *> order = QList<QWidget *>{_name, _portions, _cooked} + picker->tabOrder() +
+                                   QList<QWidget *>{_ingredients, remove, buttons};
+    for (qsizetype i = 1; i < order.size(); ++i)
+        setTabOrder(order.at(i - 1), order.at(i));
+    _name->setFocus();
     refresh();
 }
 
@@ -184,6 +195,7 @@ RecipesDialog::RecipesDialog(int userId, FoodDB *foods, int meal, Log log, QWidg
     auto *change = new QPushButton(tr("&Edit..."), this);
     auto *remove = new QPushButton(tr("&Remove"), this);
     connect(add, &QPushButton::clicked, this, [this] { edit(-1); });
+    connect(new QShortcut(QKeySequence::New, this), &QShortcut::activated, this, [this] { edit(-1); });
     connect(change, &QPushButton::clicked, this, [this] {
         if (const auto recipe = current())
             edit(recipe->id);
