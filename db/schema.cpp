@@ -393,6 +393,9 @@ bool alreadyBackedUp(const QString &folder, const QString &file)
     return false;
 }
 
+// The size copyFile takes in one piece.
+constexpr qint64 kWholeCopyLimit = qint64(15) * 1024 * 1024;
+
 void backUpBeforeUpgrade()
 {
     const QString folder = LmSettings::dataPath();
@@ -403,7 +406,11 @@ void backUpBeforeUpgrade()
     const QString backup =
         folder + u"userdata."_s + QDateTime::currentDateTime().toString(u"yyMMdd-hhmmss"_s);
     QString error;
-    if (copyFile(folder + QLatin1String(LmSqlDb::kFileName), backup, error)) {
+    const QString source = folder + QLatin1String(LmSqlDb::kFileName);
+    // Years of a household's diary outgrow the whole-file copy; they are copied block by block
+    // rather than kept from the upgrade.
+    const bool large = QFileInfo(source).size() > kWholeCopyLimit;
+    if (large ? copyFileBlockwise(source, backup) : copyFile(source, backup, error)) {
         qCDebug(lcDb).noquote() << "Backed up the user database to" << backup;
         return;
     }

@@ -227,7 +227,8 @@ void TestSchema::startUpByVersion()
     QCOMPARE(backups().size(), backedUp ? 1 : 0);
 }
 
-// A diary of the previous release: its rows stay, and recipes and goals can be stored at once.
+// A diary of the previous release, larger than a whole-file copy takes: it is backed up all the
+// same, its rows stay, and recipes and goals can be stored at once.
 void TestSchema::upgradeFrom412KeepsRows()
 {
     QVERIFY(startCurrent());
@@ -241,7 +242,8 @@ void TestSchema::upgradeFrom412KeepsRows()
                u"ALTER TABLE user_misc DROP COLUMN energy_by_hand"_s, u"ALTER TABLE user_users DROP COLUMN water_goal"_s,
                u"UPDATE userdata_meta SET itemvalue = 412 WHERE itemkey = 'schema_version'"_s,
                u"INSERT INTO user_users (user_id, name) VALUES (1, 'Ann')"_s,
-               u"INSERT INTO user_misc (user_id, date, height, goal) VALUES (1, '20240101', 170, 1)"_s});
+               u"INSERT INTO user_misc (user_id, date, height, goal) VALUES (1, '20240101', 170, 1)"_s,
+               u"CREATE TABLE years (b)"_s, u"INSERT INTO years VALUES (zeroblob(16 * 1024 * 1024))"_s});
     const QByteArray before = readFile(_db.databasePath());
 
     std::string error;
