@@ -63,6 +63,9 @@ bool installSyncTriggers()
         {u"AFTER INSERT"_s, u"new"_s, 1, SyncTriggerForm::Insert},
     };
 
+    // One deferred transaction for the lot: the triggers live in this connection's temporary
+    // schema, so no other process waits on it, and the schema is written once, not per trigger.
+    db.prepare(u"SAVEPOINT sync_triggers"_s)->exec();
     int counter = 0;
     for (const TrackedTable &table : std::as_const(tables)) {
         for (auto it = devicesByUser.cbegin(); it != devicesByUser.cend(); ++it) {
@@ -72,6 +75,7 @@ bool installSyncTriggers()
             }
         }
     }
+    db.prepare(u"RELEASE sync_triggers"_s)->exec();
     qCDebug(lcDb) << "Installed" << counter << "sync triggers";
     return true;
 }

@@ -238,12 +238,18 @@ void ItemBrowser::search(const QString &query)
     if (!_foods || !_foods->staticDB() || !_exercises->staticDB())
         return;
     const bool exercises = _browsing == BrowseExercises;
-    if (!_history)
+    // The profile's years of entries are read for the order only once there is something to
+    // order: words too short to search (an empty box at the start) find nothing.
+    const QStringList words = splitSearchWords(query);
+    const bool searchable =
+        std::any_of(words.cbegin(), words.cend(), [](const QString &word) { return word.size() >= 3; });
+    if (!_history && searchable)
         _history = loadSearchHistory(_userId, exercises);
+    static const SearchHistory none;
+    const SearchHistory &history = _history ? *_history : none;
     const ItemSearchResult result =
-        exercises
-            ? searchItems(*_exercises->staticDB(), _exercises->dynamicDB(), query, *_history, kShownMatches)
-            : searchItems(*_foods->staticDB(), _foods->dynamicDB(), query, *_history, kShownMatches);
+        exercises ? searchItems(*_exercises->staticDB(), _exercises->dynamicDB(), query, history, kShownMatches)
+                  : searchItems(*_foods->staticDB(), _foods->dynamicDB(), query, history, kShownMatches);
     // Exercises burn at the weight in force on the day shown.
     const double weight =
         exercises ? DiaryEdits::weightInForce(_userId, DateConversion::fromQDate(_date)).value_or(0.0) : 0.0;
