@@ -37,7 +37,15 @@ void runProgram(benchmark::State &state, const QString &program, bool diary)
             program, diary ? QStringList{QStringLiteral("-resourcedir"), QStringLiteral(TARNWELL_BIN_DIR "/")}
                            : QStringList());
         if (!process.waitForFinished(60000) || process.exitCode() != 0) {
-            state.SkipWithError("the program did not start and end");
+            // What it said, so that a failed run can be told from a slow one.
+            static std::string why;
+            why = QStringLiteral("the program did not start and end (status %1, exit %2, error %3): %4")
+                      .arg(process.exitStatus())
+                      .arg(process.exitCode())
+                      .arg(process.error())
+                      .arg(QString::fromLocal8Bit(process.readAllStandardError().right(300)))
+                      .toStdString();
+            state.SkipWithError(why.c_str());
             return;
         }
     }

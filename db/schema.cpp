@@ -19,9 +19,9 @@
 #include <QFileInfo>
 #include <QHash>
 #include <QList>
+#include <QRegularExpression>
 #include <QSet>
 #include <QSqlDatabase>
-#include <QRegularExpression>
 #include <QSqlQuery>
 #include <QStringList>
 
@@ -337,18 +337,20 @@ void upgrade412To413()
 {
     runStep(412, 413, u"Upgrading database schema: 412 -> 413"_s, u"Upgrade schema 412 -> 413 failed."_s,
             kUpgardeError, [](LmSqlDb &db) {
-                runStatement(db,
-                             u"CREATE TABLE IF NOT EXISTS recipes (recipe_id INTEGER PRIMARY KEY, user_id INTEGER, "
-                             "name TEXT NOT NULL, portions NUMERIC NOT NULL, cooked_weight NUMERIC, "
-                             "status INTEGER NOT NULL DEFAULT 1, created TEXT, modified TEXT)"_s,
-                             u"Cannot create table recipes"_s);
-                runStatement(db,
-                             u"CREATE TABLE IF NOT EXISTS recipe_ingredients (recipe_id INTEGER NOT NULL, "
-                             "position INTEGER NOT NULL, ref_id INTEGER, food_name TEXT, serving_id INTEGER, "
-                             "serv_name TEXT, size NUMERIC, calories NUMERIC, carb NUMERIC, fat NUMERIC, "
-                             "fiber NUMERIC, protein NUMERIC, saturated_fat NUMERIC, cholesterol NUMERIC, "
-                             "sodium NUMERIC, sugar NUMERIC, calcium NUMERIC, PRIMARY KEY (recipe_id, position))"_s,
-                             u"Cannot create table recipe_ingredients"_s);
+                runStatement(
+                    db,
+                    u"CREATE TABLE IF NOT EXISTS recipes (recipe_id INTEGER PRIMARY KEY, user_id INTEGER, "
+                    "name TEXT NOT NULL, portions NUMERIC NOT NULL, cooked_weight NUMERIC, "
+                    "status INTEGER NOT NULL DEFAULT 1, created TEXT, modified TEXT)"_s,
+                    u"Cannot create table recipes"_s);
+                runStatement(
+                    db,
+                    u"CREATE TABLE IF NOT EXISTS recipe_ingredients (recipe_id INTEGER NOT NULL, "
+                    "position INTEGER NOT NULL, ref_id INTEGER, food_name TEXT, serving_id INTEGER, "
+                    "serv_name TEXT, size NUMERIC, calories NUMERIC, carb NUMERIC, fat NUMERIC, "
+                    "fiber NUMERIC, protein NUMERIC, saturated_fat NUMERIC, cholesterol NUMERIC, "
+                    "sodium NUMERIC, sugar NUMERIC, calcium NUMERIC, PRIMARY KEY (recipe_id, position))"_s,
+                    u"Cannot create table recipe_ingredients"_s);
                 addColumns(db, u"user_misc"_s, {u"goal_weight"_s, u"weekly_rate"_s, u"energy_by_hand"_s},
                            u"NUMERIC"_s);
                 db.addColumn(u"user_users"_s, u"water_goal"_s, u"INTEGER"_s);
@@ -466,25 +468,28 @@ struct RequiredTable
     const char *name;
     const char *columns;
 };
-#define TARNWELL_FOOD_COLUMNS                                                                              \
-    "food_id user_id date meal status ref_id group_id time food_name serving_id serv_name size calories "  \
+#define TARNWELL_FOOD_COLUMNS                                                                                \
+    "food_id user_id date meal status ref_id group_id time food_name serving_id serv_name size calories "    \
     "fat protein carb fiber saturated_fat cholesterol sodium sugar calcium"
 #define TARNWELL_EXERCISE_COLUMNS "ex_id user_id date duration rate name status time group_id"
 #define TARNWELL_DATED_SYNC_COLUMNS "device state user_id date lastModified palm_id"
 const RequiredTable kRequiredTables[] = {
     {"userdata_meta", "itemkey itemvalue"},
     {"user_users",
-     "user_id name password created dob sex measurement_units energy_units web_username web_password auto_publish "
+     "user_id name password created dob sex measurement_units energy_units web_username web_password "
+     "auto_publish "
      "ask_before_publish tipOfTheDay hideNutrientAndFluid backup_data_path diaryViewColumnSettings "
      "diaryAdvancedMode energy_target_size fat_target_size fiber_target_size carb_target_size "
      "protein_target_size sat_fat_target_size cholesterol_target_size sugar_target_size calcium_target_size "
      "sodium_target_size summaryOptions water_goal"},
     {"user_target", "user_id date target_calories target_fat target_protein target_fiber target_carb "
                     "target_saturated_fat target_cholesterol target_sodium target_sugar target_calcium"},
-    {"user_misc", "user_id date height goal activity custom_rmr diet_plan goal_weight weekly_rate energy_by_hand"},
+    {"user_misc",
+     "user_id date height goal activity custom_rmr diet_plan goal_weight weekly_rate energy_by_hand"},
     {"recipes", "recipe_id user_id name portions cooked_weight status created modified"},
-    {"recipe_ingredients", "recipe_id position ref_id food_name serving_id serv_name size calories carb fat fiber "
-                           "protein saturated_fat cholesterol sodium sugar calcium"},
+    {"recipe_ingredients",
+     "recipe_id position ref_id food_name serving_id serv_name size calories carb fat fiber "
+     "protein saturated_fat cholesterol sodium sugar calcium"},
     {"user_checkins", "user_id date weight chest hip thigh waist steps note"},
     {"user_firsttime_tips", "user_id tip_index"},
     {"water_diary", "user_id date cups"},

@@ -77,6 +77,8 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
     _matches->setObjectName(QStringLiteral("matches"));
     _matches->setItemDelegate(new MatchDelegate(_matches));
     _matches->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    // One line each: the list measures one row, not every name, as it is typed.
+    _matches->setUniformItemSizes(true);
     _searchNote = new QLabel(this);
     _searchNote->setObjectName(QStringLiteral("searchNote"));
     _searchNote->setWordWrap(true);
@@ -205,6 +207,7 @@ void ItemBrowser::setBrowsing(int what)
 
 void ItemBrowser::searchAgain()
 {
+    _foodEnergies.clear(); // a custom food may have changed
     search(_query->text());
 }
 
@@ -248,8 +251,9 @@ void ItemBrowser::search(const QString &query)
     static const SearchHistory none;
     const SearchHistory &history = _history ? *_history : none;
     const ItemSearchResult result =
-        exercises ? searchItems(*_exercises->staticDB(), _exercises->dynamicDB(), query, history, kShownMatches)
-                  : searchItems(*_foods->staticDB(), _foods->dynamicDB(), query, history, kShownMatches);
+        exercises
+            ? searchItems(*_exercises->staticDB(), _exercises->dynamicDB(), query, history, kShownMatches)
+            : searchItems(*_foods->staticDB(), _foods->dynamicDB(), query, history, kShownMatches);
     // Exercises burn at the weight in force on the day shown.
     const double weight =
         exercises ? DiaryEdits::weightInForce(_userId, DateConversion::fromQDate(_date)).value_or(0.0) : 0.0;
@@ -260,7 +264,11 @@ void ItemBrowser::search(const QString &query)
             _exercises->exercise(found.id, &exercise);
             energy = exerciseEnergy(exercise.scale, weight);
         } else {
-            energy = foodEnergy(found.id);
+            // Each food's usual serving is worked out once while the profile is shown.
+            auto known = _foodEnergies.constFind(found.id);
+            if (known == _foodEnergies.cend())
+                known = _foodEnergies.insert(found.id, foodEnergy(found.id));
+            energy = *known;
         }
         const QString text = describeEnergy(energy);
         auto *item = new QListWidgetItem(

@@ -5,9 +5,11 @@
 // the order, and the meal, serving and quantity to add the chosen item with, with what that
 // brings. Adding goes through the editing operations the tool uses and is recorded for undo.
 
+#include "staticdb/itemsearch.h"
 #include "staticdb/searchranking.h"
 
 #include <QDate>
+#include <QHash>
 #include <QWidget>
 
 #include <memory>
@@ -94,6 +96,7 @@ private:
     // What the profile eats and does, for the order of the matches; read again when the diary
     // or the favourites change.
     std::optional<SearchHistory> _history;
+    QHash<int, ItemEnergy> _foodEnergies;
     int _selectedId = -1;
     CustomItems *_custom;
 
