@@ -39,7 +39,10 @@ bool waitFor(QObject *source, int ms, Ready ready, std::initializer_list<const c
     while (!ready()) {
         if (!timer.isActive() || generation != g_setupGeneration)
             return false;
-        loop.exec();
+        // Once the program is quitting a loop returns at once without running the timer: waiting
+        // on would spin for ever.
+        if (loop.exec() != 0)
+            return false;
     }
     return true;
 }
