@@ -107,13 +107,9 @@ int search(Context &context, const QStringList &args)
                       {QStringLiteral("--exercises"), QStringLiteral("--tree")});
     a.expectPositionals(1, 1000, usage);
     const QString query = a.positionals().join(QLatin1Char(' '));
-    const QStringList words = splitSearchWords(query);
-    qsizetype longest = 0;
-    for (const QString &word : words)
-        longest = std::max(longest, word.startsWith(QLatin1Char('-')) ? word.size() - 1 : word.size());
-    if (words.size() > 31)
+    if (splitSearchWords(query).size() > 31)
         usageError(QStringLiteral("a search takes at most 31 words"));
-    if (longest < 3)
+    if (longestSearchWord(query) < kShortestSearchWord)
         usageError(QStringLiteral("the longest search word needs at least 3 characters"));
     const bool tree = a.has(QStringLiteral("--tree"));
     const int limit = a.has(QStringLiteral("--limit")) ? parseInteger(a.value(QStringLiteral("--limit")),

@@ -153,9 +153,8 @@ Edited updated(LmWriteTransaction &write, bool ok)
     return write.commit(ok) ? Edited::Stored : Edited::NotStored;
 }
 
-} // namespace
-
-Edited moveFood(int userId, int entryId, int meal, Change *change)
+// Reads the user's live food entry and writes it as edit leaves it, under one write lock.
+template <typename Edit> Edited editFood(int userId, int entryId, Change *change, Edit edit)
 {
     LmWriteTransaction write;
     if (!write.isOpen())
@@ -164,31 +163,31 @@ Edited moveFood(int userId, int entryId, int meal, Change *change)
     if (!liveFood(userId, entryId, &entry))
         return Edited::Nothing;
     change->before = {{entry}, {}};
-    entry.meal = meal;
+    edit(entry);
     change->after = {{entry}, {}};
     return updated(write, DiaryDB().updateFoodEntry(entry.food_id, entry));
+}
+
+} // namespace
+
+Edited moveFood(int userId, int entryId, int meal, Change *change)
+{
+    return editFood(userId, entryId, change, [meal](FoodDiaryItem &entry) { entry.meal = meal; });
 }
 
 Edited changeFood(int userId, int entryId, int servingId, float size, Change *change)
 {
     if (size <= 0)
         return Edited::Nothing;
-    LmWriteTransaction write;
-    if (!write.isOpen())
-        return Edited::NotStored;
-    FoodDiaryItem entry;
-    if (!liveFood(userId, entryId, &entry))
-        return Edited::Nothing;
-    change->before = {{entry}, {}};
-    if (servingsKnown(entry)) {
-        entry.setServing(servingId);
-        entry.setSize(size);
-    } else {
-        entry.scale(size / entry.size);
-        entry.size = size;
-    }
-    change->after = {{entry}, {}};
-    return updated(write, DiaryDB().updateFoodEntry(entry.food_id, entry));
+    return editFood(userId, entryId, change, [servingId, size](FoodDiaryItem &entry) {
+        if (servingsKnown(entry)) {
+            entry.setServing(servingId);
+            entry.setSize(size);
+        } else {
+            entry.scale(size / entry.size);
+            entry.size = size;
+        }
+    });
 }
 
 Edited changeMinutes(int userId, int entryId, float minutes, Change *change)

@@ -13,12 +13,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Calories a gram of each of the nutrients that energy is shared among.
-double caloriesPerGram(int type)
-{
-    return type == FAT ? 9.0 : 4.0;
-}
-
 // The latest non-empty value of a user_misc column on or before day.
 QVariant latestMisc(int userId, const QString &column, const QString &day)
 {
@@ -131,7 +125,7 @@ Goals::Applied Goals::apply(int userId, const QString &day, const GoalChange &ch
             return Applied::Refused;
         }
         targets.values[size_t(type)] =
-            (*amount)->percent ? std::round(energy * (*amount)->value / 100.0 / caloriesPerGram(type))
+            (*amount)->percent ? std::round(energy * (*amount)->value / 100.0 / Goals::caloriesPerGram(type))
                                : (*amount)->value;
     }
 

@@ -6,6 +6,7 @@
 // the targets they had. Both faces change goals through these.
 
 #include "db/userdb.h"
+#include "model/dbtypes.h"
 
 #include <QString>
 
@@ -38,6 +39,13 @@ struct GoalChange
 };
 
 namespace Goals {
+
+// Calories a gram of the nutrients energy is shared among: 9 for fat, 4 for carbohydrate and
+// protein.
+inline double caloriesPerGram(int type)
+{
+    return type == FAT ? 9.0 : 4.0;
+}
 
 // The fastest weekly change offered either way, kg.
 inline constexpr double kFastestRate = 1.0;

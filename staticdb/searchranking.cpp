@@ -211,6 +211,14 @@ QStringList splitSearchWords(const QString &query)
     return words;
 }
 
+qsizetype longestSearchWord(const QString &query)
+{
+    qsizetype longest = 0;
+    for (const QString &word : splitSearchWords(query))
+        longest = std::max(longest, word.startsWith(QLatin1Char('-')) ? word.size() - 1 : word.size());
+    return longest;
+}
+
 QByteArray foldText(const QString &text)
 {
     QString folded;

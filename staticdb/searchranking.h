@@ -51,6 +51,10 @@ struct SearchWords
 
 // The words of a query as the word search splits them: at any white space.
 QStringList splitSearchWords(const QString &query);
+// The length of a query's longest word, a leading "-" not counted; the word search needs one of
+// kShortestSearchWord letters or more.
+inline constexpr qsizetype kShortestSearchWord = 3;
+qsizetype longestSearchWord(const QString &query);
 
 // Lower case without accents: ASCII where the text has a plain form, UTF-8 beyond.
 QByteArray foldText(const QString &text);

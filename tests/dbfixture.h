@@ -8,6 +8,7 @@
 #include "brand/tarfilewriter.h"
 #include "common/lmmessage.h"
 #include "db/lmsqldb.h"
+#include "db/newprofile.h"
 #include "db/userdb.h"
 #include "testsupport.h"
 
@@ -71,6 +72,31 @@ public:
             return false;
         }
         return true;
+    }
+
+    // start() with the programs' own brand and the reference database, as the windows want them.
+    bool startWithReferenceData()
+    {
+        if (!start())
+            return false;
+        BrandEngine::release();
+        return BrandEngine::instance().load(binDir() + QStringLiteral("/brand.dat")) &&
+               QDir().mkpath(LmSettings::contentPath()) &&
+               QFile::copy(binDir() + QStringLiteral("/content/static.db"),
+                           LmSettings::contentPath() + QStringLiteral("static.db"));
+    }
+
+    // Ann (female, born 1985-04-02, 168 cm, 61.5 kg), made on a day with the plan's first
+    // targets; her id.
+    static int makeAnn(const QDate &made = QDate::currentDate())
+    {
+        NewProfile profile;
+        profile.name = QStringLiteral("Ann");
+        profile.sex = 1;
+        profile.dob = QStringLiteral("19850402");
+        profile.height = 168;
+        profile.weight = 61.5;
+        return createProfile(profile, made.toString(QStringLiteral("yyyyMMdd")));
     }
 
     // start(), a brand with the web texts and the given URLs, and a profile "Ann" with the web

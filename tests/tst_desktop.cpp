@@ -62,16 +62,7 @@ private:
     }
 
 private slots:
-    void init()
-    {
-        QVERIFY(_db.start());
-        // The windows want the real brand's texts and pictures.
-        BrandEngine::release();
-        QVERIFY(BrandEngine::instance().load(binDir() + QStringLiteral("/brand.dat")));
-        QVERIFY(QDir().mkpath(LmSettings::contentPath()));
-        QVERIFY(QFile::copy(binDir() + QStringLiteral("/content/static.db"),
-                            LmSettings::contentPath() + QStringLiteral("static.db")));
-    }
+    void init() { QVERIFY(_db.startWithReferenceData()); }
     void cleanup() { _db.stop(); }
 
     void wizardCreatesProfile();
@@ -167,14 +158,7 @@ QString cell(const QModelIndex &row, int column)
 
 void TestDesktop::searchAddsFoodToLunch()
 {
-    NewProfile profile;
-    profile.name = QStringLiteral("Ann");
-    profile.sex = 1;
-    profile.dob = QStringLiteral("19850402");
-    profile.height = 168;
-    profile.weight = 61.5;
-    const QString today = QDate::currentDate().toString(QStringLiteral("yyyyMMdd"));
-    const int user = createProfile(profile, today);
+    const int user = DbFixture::makeAnn();
     MainWindow window;
     QVERIFY(window.openProfile(user));
     window.show();
@@ -279,28 +263,9 @@ void TestDesktop::searchAddsFoodToLunch()
     QVERIFY(!walk().isValid());
     QVERIFY(window.diary()->undo());
     QCOMPARE(cell(walk(), 1), QStringLiteral("60"));
-
-    // The day before is empty; Delete removes the entry.
-    window.diary()->setDate(QDate::currentDate().addDays(-1));
-    QCOMPARE(entries->model()->rowCount(lunch()), 0);
-    window.diary()->setDate(QDate::currentDate());
-    entries->setCurrentIndex(apples());
-    QTest::keyClick(entries, Qt::Key_Delete);
-    QCOMPARE(entries->model()->rowCount(lunch()), 0);
 }
 
 namespace {
-
-int makeProfile()
-{
-    NewProfile profile;
-    profile.name = QStringLiteral("Ann");
-    profile.sex = 1;
-    profile.dob = QStringLiteral("19850402");
-    profile.height = 168;
-    profile.weight = 61.5;
-    return createProfile(profile, QDate::currentDate().toString(QStringLiteral("yyyyMMdd")));
-}
 
 // Today's dinner: a soup of 200 calories.
 FoodDiaryItem addSoup(int user)
@@ -320,7 +285,7 @@ FoodDiaryItem addSoup(int user)
 void TestDesktop::checkInAndUnitsEverywhere()
 {
     MainWindow window;
-    QVERIFY(window.openProfile(makeProfile()));
+    QVERIFY(window.openProfile(DbFixture::makeAnn()));
     window.show();
     window.showSection(MainWindow::CheckInSection);
     auto *weight = window.findChild<QDoubleSpinBox *>(QStringLiteral("weight"));
@@ -351,7 +316,7 @@ void TestDesktop::checkInAndUnitsEverywhere()
 void TestDesktop::checkInKeepsWhatIsTyped()
 {
     MainWindow window;
-    const int user = makeProfile();
+    const int user = DbFixture::makeAnn();
     QVERIFY(window.openProfile(user));
     window.show();
     window.showSection(MainWindow::CheckInSection);
@@ -393,7 +358,7 @@ void TestDesktop::checkInKeepsWhatIsTyped()
 void TestDesktop::dayCopied()
 {
     MainWindow window;
-    const int user = makeProfile();
+    const int user = DbFixture::makeAnn();
     QVERIFY(window.openProfile(user));
     const FoodDiaryItem soup = addSoup(user);
     QCOMPARE(window.diary()->copyDay(QDate::currentDate().addDays(1)), 1);
@@ -458,7 +423,7 @@ void TestDesktop::dayCopied()
 void TestDesktop::savedMeals()
 {
     MainWindow window;
-    const int user = makeProfile();
+    const int user = DbFixture::makeAnn();
     QVERIFY(window.openProfile(user));
     const FoodDiaryItem soup = addSoup(user);
     QVERIFY(window.diary()->saveMeal(DINNER, QStringLiteral("Soup supper")) >= 0);
@@ -494,7 +459,7 @@ void TestDesktop::savedMeals()
 void TestDesktop::profilesAndColumns()
 {
     MainWindow window;
-    const int ann = makeProfile();
+    const int ann = DbFixture::makeAnn();
     NewProfile second;
     second.name = QStringLiteral("Bob");
     second.dob = QStringLiteral("19830120");
@@ -552,7 +517,7 @@ void TestDesktop::profilesAndColumns()
 void TestDesktop::browseTreeAndCustomFoods()
 {
     MainWindow window;
-    const int user = makeProfile();
+    const int user = DbFixture::makeAnn();
     QVERIFY(window.openProfile(user));
     auto *search = window.findChild<QLineEdit *>(QStringLiteral("search"));
     auto *tree = window.findChild<QTreeWidget *>(QStringLiteral("browseTree"));
@@ -630,7 +595,7 @@ QString describe(const QWidget *w)
 void TestDesktop::backUpAndRestore()
 {
     MainWindow window;
-    const int user = makeProfile();
+    const int user = DbFixture::makeAnn();
     QVERIFY(window.openProfile(user));
     const QString archive = LmSettings::backupPath() + QStringLiteral("diary.tar");
     QVERIFY(QDir().mkpath(LmSettings::backupPath()));
@@ -700,7 +665,7 @@ void TestDesktop::tabOrderFollowsTheEye_data()
 void TestDesktop::tabOrderFollowsTheEye()
 {
     QFETCH(QString, window);
-    const int user = makeProfile();
+    const int user = DbFixture::makeAnn();
     std::unique_ptr<QWidget> top;
     FoodDBDynamic foods(user);
     if (window == QLatin1String("preferences"))
@@ -747,7 +712,7 @@ void TestDesktop::publishFromTheWindow()
     LmSettings::writeValue(QStringLiteral("proxySettings"),
                            QStringLiteral("127.0.0.1:%1").arg(server.serverPort()));
     MainWindow window;
-    const int user = makeProfile();
+    const int user = DbFixture::makeAnn();
     UserSettings settings = UserDB::getSettings(user);
     settings.web_username = QStringLiteral("ann");
     settings.web_password = QStringLiteral("secret");
@@ -798,7 +763,7 @@ void TestDesktop::metricsAndUpdateCheckAfterStart()
                            QStringLiteral("127.0.0.1:%1").arg(server.serverPort()));
 
     MainWindow window;
-    const int user = makeProfile();
+    const int user = DbFixture::makeAnn();
     QVERIFY(window.openProfile(user));
     QVERIFY(UserDB::countStart(user));
     const QString marked = QStringLiteral("SELECT COUNT(*) FROM metrics_startStats_sync WHERE state = 1");
@@ -829,7 +794,7 @@ void TestDesktop::metricsAndUpdateCheckAfterStart()
 void TestDesktop::noTrapsWhenAdding()
 {
     MainWindow window;
-    QVERIFY(window.openProfile(makeProfile()));
+    QVERIFY(window.openProfile(DbFixture::makeAnn()));
     auto *search = window.findChild<QLineEdit *>(QStringLiteral("search"));
     auto *matches = window.findChild<QListWidget *>(QStringLiteral("matches"));
     auto *serving = window.findChild<QComboBox *>(QStringLiteral("serving"));
@@ -905,7 +870,7 @@ void TestDesktop::noTrapsWhenAdding()
 
 void TestDesktop::windowKeepsItsLayout()
 {
-    const int user = makeProfile();
+    const int user = DbFixture::makeAnn();
     QList<int> sizes;
     {
         MainWindow window;
@@ -926,7 +891,7 @@ void TestDesktop::windowKeepsItsLayout()
 
 void TestDesktop::tenChangesUndoneAndRedone()
 {
-    const int user = makeProfile();
+    const int user = DbFixture::makeAnn();
     MainWindow window;
     QVERIFY(window.openProfile(user));
     window.findChild<QLineEdit *>(QStringLiteral("search"))->setText(QStringLiteral("banana"));
@@ -974,7 +939,7 @@ void TestDesktop::sameOrderAsTheTool()
 {
     QFETCH(QString, query);
     QFETCH(bool, exercises);
-    const int user = makeProfile(); // weighed: exercises show what they burn
+    const int user = DbFixture::makeAnn(); // weighed: exercises show what they burn
 
     const QString today = QDate::currentDate().toString(QStringLiteral("yyyyMMdd"));
     {

@@ -111,27 +111,17 @@ void TestDiaryItems::mealNames_data()
     QTest::addColumn<QString>("mode0");
     QTest::addColumn<QString>("mode1");
     QTest::addColumn<QString>("mode2");
-    QTest::newRow("breakfast") << 1 << "Breakfast"
-                               << "Breakfast"
-                               << "Breakfast";
-    QTest::newRow("snack 1") << 2 << "Snacks #1"
-                             << "Morning snack"
-                             << "Snacks #1";
-    QTest::newRow("lunch") << 3 << "Lunch"
-                           << "Lunch"
-                           << "Lunch";
-    QTest::newRow("snack 2") << 4 << "Snacks #2"
-                             << "Afternoon snack"
-                             << "Snacks #2";
-    QTest::newRow("dinner") << 5 << "Dinner"
-                            << "Dinner"
-                            << "Dinner";
-    QTest::newRow("snack 3") << 6 << "Snacks"
-                             << "Evening snack"
-                             << "Snacks #3";
-    QTest::newRow("exercise") << 8 << "Exercise"
-                              << "Exercise"
-                              << "Exercise";
+    // meal, then its name in snack modes 0, 1 and 2
+    const std::array<const char *, 4> rows[] = {{"1", "Breakfast", "Breakfast", "Breakfast"},
+                                                {"2", "Snacks #1", "Morning snack", "Snacks #1"},
+                                                {"3", "Lunch", "Lunch", "Lunch"},
+                                                {"4", "Snacks #2", "Afternoon snack", "Snacks #2"},
+                                                {"5", "Dinner", "Dinner", "Dinner"},
+                                                {"6", "Snacks", "Evening snack", "Snacks #3"},
+                                                {"8", "Exercise", "Exercise", "Exercise"}};
+    for (const auto &row : rows)
+        QTest::newRow(row[2]) << QByteArray(row[0]).toInt() << QString::fromLatin1(row[1])
+                              << QString::fromLatin1(row[2]) << QString::fromLatin1(row[3]);
     QTest::newRow("seven") << 7 << QString() << QString() << QString();
 }
 

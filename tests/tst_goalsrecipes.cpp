@@ -2,7 +2,6 @@
 // from the window's menus, under the offscreen platform, on a real diary.
 
 #include "db/diarydb.h"
-#include "db/newprofile.h"
 #include "db/recipedb.h"
 #include "db/savedmealdb.h"
 #include "dbfixture.h"
@@ -31,18 +30,6 @@ namespace {
 QString dayString(const QDate &date)
 {
     return date.toString(u"yyyyMMdd"_s);
-}
-
-// Ann, made a week ago with the plan's first targets.
-int makeProfile()
-{
-    NewProfile profile;
-    profile.name = u"Ann"_s;
-    profile.sex = 1;
-    profile.dob = u"19850402"_s;
-    profile.height = 168;
-    profile.weight = 61.5;
-    return createProfile(profile, dayString(QDate::currentDate().addDays(-7)));
 }
 
 // Runs action on the dialog of that name once it is up, the test's own modal loop kept going.
@@ -104,14 +91,7 @@ private:
     DbFixture _db;
 
 private slots:
-    void init()
-    {
-        QVERIFY(_db.start());
-        BrandEngine::release();
-        QVERIFY(BrandEngine::instance().load(binDir() + u"/brand.dat"_s));
-        QVERIFY(QDir().mkpath(LmSettings::contentPath()));
-        QVERIFY(QFile::copy(binDir() + u"/content/static.db"_s, LmSettings::contentPath() + u"static.db"_s));
-    }
+    void init() { QVERIFY(_db.startWithReferenceData()); }
     void cleanup() { _db.stop(); }
 
     void changedTargetKeepsEarlierDays();
@@ -122,7 +102,7 @@ private slots:
 void TestGoalsRecipes::changedTargetKeepsEarlierDays()
 {
     MainWindow window;
-    QVERIFY(window.openProfile(makeProfile()));
+    QVERIFY(window.openProfile(DbFixture::makeAnn(QDate::currentDate().addDays(-7))));
     const int user = window.currentUser();
     const QString today = dayString(QDate::currentDate());
     const QString yesterday = dayString(QDate::currentDate().addDays(-1));
@@ -161,7 +141,7 @@ void TestGoalsRecipes::changedTargetKeepsEarlierDays()
 void TestGoalsRecipes::recipeOfThreeLoggedAsOnePortion()
 {
     MainWindow window;
-    QVERIFY(window.openProfile(makeProfile()));
+    QVERIFY(window.openProfile(DbFixture::makeAnn(QDate::currentDate().addDays(-7))));
     window.show();
     QVERIFY(QTest::qWaitForWindowActive(&window));
     // With the keyboard alone: Ctrl+R, Ctrl+N, the name, the portions, then each ingredient's words,
@@ -234,7 +214,7 @@ void TestGoalsRecipes::recipeOfThreeLoggedAsOnePortion()
 void TestGoalsRecipes::savedMealEditedAndLoggedInPart()
 {
     MainWindow window;
-    QVERIFY(window.openProfile(makeProfile()));
+    QVERIFY(window.openProfile(DbFixture::makeAnn(QDate::currentDate().addDays(-7))));
     const int user = window.currentUser();
     SavedMeal meal;
     meal.user_id = user;

@@ -102,7 +102,7 @@ DiaryView::DiaryView(QWidget *parent)
             !diaryWritten(this, UserDB::setWater(_userId, DateConversion::fromQDate(_date), cups)))
             refresh(); // back to what the diary holds
         else
-            _status->setWater(cups, Goals::waterGoal(_userId));
+            _status->setWater(cups, _waterGoal);
     });
     _panel = new QWidget(this);
     _panel->setObjectName(QStringLiteral("nutrientPanel"));
@@ -153,9 +153,17 @@ void DiaryView::saveLayout() const
     LmSettings::writeValue(kSplitterKey, _splitter->saveState());
 }
 
+void DiaryView::reload()
+{
+    _waterGoal = Goals::waterGoal(_userId);
+    _day->refresh();
+    refresh();
+}
+
 void DiaryView::setUser(int user_id)
 {
     _userId = user_id;
+    _waterGoal = Goals::waterGoal(user_id);
     _undo->clear(); // another profile's changes are not this one's to undo
     UserDB::applyDisplayUnits(user_id);
     _browser->setUser(user_id);
@@ -249,7 +257,7 @@ void DiaryView::refresh()
     }
     const QSignalBlocker blocker(_water);
     _water->setValue(UserDB::getWater(_userId, DateConversion::fromQDate(_date)));
-    _status->setWater(_water->value(), Goals::waterGoal(_userId));
+    _status->setWater(_water->value(), _waterGoal);
     if (_calendar) {
         const QSignalBlocker calendarBlocker(_calendar);
         _calendar->setSelectedDate(_date);

@@ -57,11 +57,7 @@ public:
     // The meal the browser adds to.
     int meal() const { return _browser->meal(); }
     // The day read again: its targets or goals changed.
-    void reload()
-    {
-        _day->refresh();
-        refresh();
-    }
+    void reload();
 
     // Every change to the diary made here, named, to take back and make again.
     class QUndoStack *undoStack() const;
@@ -121,4 +117,5 @@ private:
     QLabel *_totals;
     QLabel *_ticks;
     QSpinBox *_water;
+    int _waterGoal = 8; // glasses a day, read with the profile and its goals
 };

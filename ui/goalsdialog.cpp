@@ -26,11 +26,6 @@ const UnitDescriptor &unit(int id)
     return *UnitRegistry::instance().getUnit(id);
 }
 
-double caloriesPerGram(int type)
-{
-    return type == FAT ? 9.0 : 4.0;
-}
-
 } // namespace
 
 GoalsDialog::GoalsDialog(int userId, const QDate &day, QWidget *parent)
@@ -137,7 +132,7 @@ GoalsDialog::GoalsDialog(int userId, const QDate &day, QWidget *parent)
         // The same amount in the other unit.
         connect(share.unit, &QComboBox::currentIndexChanged, this, [this, &share](int index) {
             const double energy = unit(UNIT_ENERGY).fromDisplayValue(_calories->value());
-            const double perGram = caloriesPerGram(share.type);
+            const double perGram = Goals::caloriesPerGram(share.type);
             const bool wasEdited = share.edited;
             share.value->setRange(0, index == 1 ? 100 : 2000);
             share.value->setValue(index == 1 ? std::round(share.value->value() * perGram * 100.0 / energy)

@@ -243,10 +243,7 @@ void ItemBrowser::search(const QString &query)
     const bool exercises = _browsing == BrowseExercises;
     // The profile's years of entries are read for the order only once there is something to
     // order: words too short to search (an empty box at the start) find nothing.
-    const QStringList words = splitSearchWords(query);
-    const bool searchable =
-        std::any_of(words.cbegin(), words.cend(), [](const QString &word) { return word.size() >= 3; });
-    if (!_history && searchable)
+    if (!_history && longestSearchWord(query) >= kShortestSearchWord)
         _history = loadSearchHistory(_userId, exercises);
     static const SearchHistory none;
     const SearchHistory &history = _history ? *_history : none;

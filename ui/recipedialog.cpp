@@ -2,6 +2,7 @@
 
 #include "app/profilepreferences.h"
 #include "model/unitdescriptor.h"
+#include "ui/daymodel.h"
 #include "ui/foodpicker.h"
 #include "ui/keyfilter.h"
 
@@ -42,10 +43,9 @@ QString mainValues(const FoodDiaryItem &item)
 
 void fillMeals(QComboBox *meals, int userId)
 {
-    const int snackMode = ProfilePreferences::load(userId).snackMode;
     meals->clear();
-    for (const int meal : {BREAKFAST, SNACK_1, LUNCH, SNACK_2, DINNER, SNACK_3})
-        meals->addItem(mealName(meal, snackMode), meal);
+    for (const auto &[meal, name] : DayModel::meals(ProfilePreferences::load(userId).snackMode))
+        meals->addItem(name, meal);
 }
 
 RecipeDialog::RecipeDialog(int userId, FoodDB *foods, Recipe recipe, QWidget *parent)
