@@ -12,6 +12,7 @@
 #include "common/lmconstants.h"
 #include "db/lmsqldb.h"
 #include "db/userdb.h"
+#include "ui/deferredicons.h"
 #include "ui/mainwindow.h"
 #include "ui/messageboxes.h"
 #include "ui/singleapplication.h"
@@ -78,6 +79,7 @@ int main(int argc, char *argv[])
     QApplication::setDesktopFileName(QStringLiteral("tarnwell"));
     if (app.sendMessage(QStringLiteral("Wake up!"), 5000))
         return 0;
+    QApplication::setStyle(new DeferredIconStyle);
     app.initialize();
     Lm::installMessageHandler(Lm::MessageHandlerMode::Desktop);
     Ui::installMessageBoxes();

@@ -5,7 +5,9 @@
 #include "common/lmconstants.h"
 #include "net/netlog.h"
 
+#include <QCoreApplication>
 #include <QEventLoop>
+#include <QHostAddress>
 #include <QFile>
 #include <QList>
 #include <QProcessEnvironment>
@@ -14,6 +16,14 @@
 #include <QSslConfiguration>
 #include <QSslSocket>
 #include <QTimer>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include <netdb.h>
+#include <sys/socket.h>
 
 namespace {
 
@@ -45,6 +55,36 @@ bool waitFor(QObject *source, int ms, Ready ready, std::initializer_list<const c
             return false;
     }
     return true;
+}
+
+// A name lookup runs on a thread of its own that nobody waits for: Qt's lookups are joined when
+// the program ends, so a slow resolver would keep a closed program alive for seconds.
+struct Lookup {
+    std::mutex mutex;
+    QList<QHostAddress> addresses;
+    std::atomic<bool> finished = false;
+};
+
+std::shared_ptr<Lookup> startLookup(const QString &host)
+{
+    auto lookup = std::make_shared<Lookup>();
+    std::thread([lookup, name = host.toUtf8()] {
+        addrinfo hints{};
+        hints.ai_family = AF_UNSPEC;
+        hints.ai_socktype = SOCK_STREAM;
+        addrinfo *found = nullptr;
+        if (getaddrinfo(name.constData(), nullptr, &hints, &found) == 0) {
+            std::lock_guard lock(lookup->mutex);
+            for (addrinfo *a = found; a; a = a->ai_next) {
+                const QHostAddress address(a->ai_addr);
+                if (!address.isNull() && !lookup->addresses.contains(address))
+                    lookup->addresses.append(address);
+            }
+            freeaddrinfo(found);
+        }
+        lookup->finished = true;
+    }).detach();
+    return lookup;
 }
 
 QString proxyText(const ProxyInfo &proxy)
@@ -127,14 +167,33 @@ QSslSocket *LmHttp::connectTls(const QString &host, quint16 port, const ProxyInf
     socket->setSslConfiguration(configuration);
 
     QSslSocket *s = socket.get();
-    s->connectToHost(proxy.useProxy ? proxy.host : host, proxy.useProxy ? proxy.port : port);
+    const QString target = proxy.useProxy ? proxy.host : host;
+    QList<QHostAddress> addresses;
+    if (const QHostAddress literal(target); !literal.isNull()) {
+        addresses.append(literal);
+    } else {
+        const auto lookup = startLookup(target);
+        QTimer poll;
+        poll.start(5);
+        waitFor(&poll, g_setupWait, [&] { return lookup->finished.load(); }, {SIGNAL(timeout())});
+        std::lock_guard lock(lookup->mutex);
+        addresses = lookup->addresses;
+    }
     const auto connected = [s] { return s->state() == QAbstractSocket::ConnectedState; };
     const auto closed = [s] { return s->state() == QAbstractSocket::UnconnectedState; };
-    const bool ok = waitFor(s, g_setupWait, [&] { return connected() || closed(); },
-                            {SIGNAL(connected()), SIGNAL(errorOccurred(QAbstractSocket::SocketError))});
+    for (const QHostAddress &address : std::as_const(addresses)) {
+        if (aborted() || QCoreApplication::closingDown())
+            return nullptr;
+        s->connectToHost(address, proxy.useProxy ? proxy.port : port);
+        waitFor(s, g_setupWait, [&] { return connected() || closed(); },
+                {SIGNAL(connected()), SIGNAL(errorOccurred(QAbstractSocket::SocketError))});
+        if (connected())
+            break;
+        s->abort();
+    }
     if (aborted())
         return nullptr;
-    if (!ok || !connected()) {
+    if (!connected()) {
         *error = proxy.useProxy ? QStringLiteral("Cannot connect via proxy server")
                                 : QStringLiteral("Cannot connect to server");
         return nullptr;

@@ -8,7 +8,6 @@
 #include "net/netlog.h"
 #include "net/publish.h"
 
-#include <QMap>
 #include <QSqlQuery>
 #include <QTimer>
 
@@ -71,19 +70,17 @@ QString Metrics::buildDocument() const
         xml.attribute(QStringLiteral("trend"), weightTrend(_userId, day));
         xml.endElement();
     }
-    QMap<QPair<QString, QString>, int> changedFoods; // (modified, day) -> rows
-    LmSqlQueryPtr foods =
-        runBound(QStringLiteral("SELECT lastModified, date FROM food_diary_sync, food_diary WHERE device=? "
-                                "AND food_diary_sync.food_id = food_diary.food_id AND user_id = ? and "
-                                "state = ?"),
-                 {device, _userId, 1});
-    while (!foods.isNull() && foods->next())
-        ++changedFoods[{foods->value(0).toString(), foods->value(1).toString()}];
-    for (auto it = changedFoods.cbegin(); it != changedFoods.cend(); ++it) {
+    // Counted by the database: a diary never sent before has a row for every entry of every day.
+    LmSqlQueryPtr foods = runBound(
+        QStringLiteral("SELECT lastModified, date, COUNT(*) FROM food_diary_sync JOIN food_diary "
+                       "ON food_diary_sync.food_id = food_diary.food_id WHERE device = ? AND user_id = ? "
+                       "AND state = ? GROUP BY lastModified, date ORDER BY lastModified, date"),
+        {device, _userId, 1});
+    while (!foods.isNull() && foods->next()) {
         xml.startElement(QStringLiteral("fooddiary"));
-        xml.attribute(QStringLiteral("modified"), DateConversion::toWebDate(it.key().first));
-        xml.attribute(QStringLiteral("date"), DateConversion::toWebDate(it.key().second));
-        xml.attribute(QStringLiteral("count"), it.value());
+        xml.attribute(QStringLiteral("modified"), DateConversion::toWebDate(foods->value(0).toString()));
+        xml.attribute(QStringLiteral("date"), DateConversion::toWebDate(foods->value(1).toString()));
+        xml.attribute(QStringLiteral("count"), foods->value(2).toInt());
         xml.endElement();
     }
     xml.endElement();

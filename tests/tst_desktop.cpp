@@ -776,6 +776,7 @@ void TestDesktop::metricsAndUpdateCheckAfterStart()
     };
     const QByteArray metrics = "POST https://localhost/metrics?";
     const QByteArray check = "GET http://localhost/staticdb/tarnwell/update.rss";
+    window.show();
     NotificationDispatcher::send(QStringLiteral("app_about_to_start"));
     QTRY_COMPARE_WITH_TIMEOUT(sent(check), 1, 15000);
     QCOMPARE(sent(metrics), 1);
@@ -785,6 +786,7 @@ void TestDesktop::metricsAndUpdateCheckAfterStart()
     // A second window the same day reads no feed: the interval has not passed.
     MainWindow again;
     QVERIFY(again.openProfile(user));
+    again.show();
     NotificationDispatcher::send(QStringLiteral("app_about_to_start"));
     QTest::qWait(BackgroundServices::kUpdateCheckDelayMs + 500);
     QCOMPARE(sent(check), 1);

@@ -48,7 +48,11 @@ void BackgroundServices::start()
         // The marks go back to "in step" only once the server has the figures, and only for the
         // profile they were sent for.
         connect(_metrics, &Metrics::uploadOk, this, [this] { Metrics::resetUserMetrics(_metrics->sentUserId()); });
-        QTimer::singleShot(15, _metrics, &Metrics::start);
+        // A window already closed means the program is on its way out: nothing is started then.
+        QTimer::singleShot(15, _metrics, [this] {
+            if (_window && _window->isVisible())
+                _metrics->start();
+        });
     }
     if (brandFlag(BRAND_BOOL_UPDATE_ENABLED) && BrandEngine::instance().idExists(BRAND_STR_UPDATE_RSS_URL) &&
         !_updater) {

@@ -150,7 +150,8 @@ DiaryView::~DiaryView() = default;
 
 void DiaryView::saveLayout() const
 {
-    LmSettings::writeValue(kSplitterKey, _splitter->saveState());
+    if (const QByteArray state = _splitter->saveState(); LmSettings::readValue(kSplitterKey).toByteArray() != state)
+        LmSettings::writeValue(kSplitterKey, state);
 }
 
 void DiaryView::reload()

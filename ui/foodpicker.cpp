@@ -29,7 +29,7 @@ FoodPicker::FoodPicker(int userId, FoodDB *foods, QWidget *parent)
     _query = new QLineEdit(this);
     _query->setObjectName(QStringLiteral("pickerSearch"));
     _query->setPlaceholderText(tr("Search foods"));
-    _query->setClearButtonEnabled(true);
+    addClearButton(_query);
     _matches = new QListWidget(this);
     _matches->setObjectName(QStringLiteral("pickerMatches"));
     _matches->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff); // whole names in the tooltips

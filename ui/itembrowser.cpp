@@ -62,7 +62,7 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
     _query = new QLineEdit(this);
     _query->setObjectName(QStringLiteral("search"));
     _query->setPlaceholderText(tr("Search foods (at least 3 letters; -word leaves out)"));
-    _query->setClearButtonEnabled(true);
+    addClearButton(_query);
     connect(_query, &QLineEdit::textChanged, this, &ItemBrowser::search);
     // Down or Enter goes on to the matches.
     const auto intoMatches = [this] {

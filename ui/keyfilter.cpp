@@ -1,7 +1,12 @@
 #include "ui/keyfilter.h"
 
+#include "brand/brandengine.h"
+
 #include <QAbstractItemView>
+#include <QAction>
+#include <QIcon>
 #include <QKeyEvent>
+#include <QLineEdit>
 
 KeyFilter::KeyFilter(QObject *parent, int key, std::function<void()> action, Qt::KeyboardModifiers modifiers)
     : QObject(parent)
@@ -35,4 +40,20 @@ void menuOnShiftF10(QAbstractItemView *view)
             emit view->customContextMenuRequested(current.isValid() ? current.center() : QPoint(0, 0));
         },
         Qt::ShiftModifier));
+}
+
+void addClearButton(QLineEdit *edit)
+{
+    QAction *clear = edit->addAction(
+        QIcon(BrandEngine::instance().getPixmap(QStringLiteral("graphics.icon.searchclear_small"))),
+        QLineEdit::TrailingPosition);
+    clear->setObjectName(QStringLiteral("clear"));
+    clear->setToolTip(QObject::tr("Clear"));
+    clear->setVisible(false);
+    QObject::connect(clear, &QAction::triggered, edit, [edit] {
+        edit->clear();
+        edit->setFocus();
+    });
+    QObject::connect(edit, &QLineEdit::textChanged, clear,
+                     [clear](const QString &text) { clear->setVisible(!text.isEmpty()); });
 }

@@ -8,6 +8,7 @@
 #include <functional>
 
 class QAbstractItemView;
+class QLineEdit;
 
 class KeyFilter : public QObject
 {
@@ -24,3 +25,7 @@ private:
 
 // Shift+F10 opens a view's context menu at its current item, as the Menu key does.
 void menuOnShiftF10(QAbstractItemView *view);
+
+// A clear button with the brand's icon, shown while there is text. Qt's own loads every image
+// plug-in to find its icon, which the first window pays for.
+void addClearButton(QLineEdit *edit);

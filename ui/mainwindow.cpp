@@ -472,7 +472,10 @@ void MainWindow::closeEvent(QCloseEvent *event)
             publishDiary();
     }
     // The window opens again as it was left.
-    LmSettings::writeValue(QStringLiteral("/window/geometry"), saveGeometry());
+    // Written only when it moved: each write syncs the file, and most closes change nothing.
+    if (const QByteArray geometry = saveGeometry();
+        LmSettings::readValue(QStringLiteral("/window/geometry")).toByteArray() != geometry)
+        LmSettings::writeValue(QStringLiteral("/window/geometry"), geometry);
     _diary->saveLayout();
     QMainWindow::closeEvent(event);
 }
