@@ -7,8 +7,8 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
-#include <QHostAddress>
 #include <QFile>
+#include <QHostAddress>
 #include <QList>
 #include <QProcessEnvironment>
 #include <QRegularExpression>
@@ -59,7 +59,8 @@ bool waitFor(QObject *source, int ms, Ready ready, std::initializer_list<const c
 
 // A name lookup runs on a thread of its own that nobody waits for: Qt's lookups are joined when
 // the program ends, so a slow resolver would keep a closed program alive for seconds.
-struct Lookup {
+struct Lookup
+{
     std::mutex mutex;
     QList<QHostAddress> addresses;
     std::atomic<bool> finished = false;
