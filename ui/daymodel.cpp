@@ -1,19 +1,8 @@
 #include "ui/daymodel.h"
 
-#include "db/diarydb.h"
-#include "model/dateconversion.h"
-#include "model/unitdescriptor.h"
-
-#include <QLocale>
-
 namespace {
 
 constexpr quintptr kTopLevel = 0; // the internal id of a group's row; an entry's is its group's + 1
-
-QString number(double value)
-{
-    return QLocale::c().toString(value, 'g', 6);
-}
 
 } // namespace
 
@@ -34,99 +23,28 @@ QList<QPair<int, QString>> DayModel::meals(int snackMode)
 void DayModel::setDay(int userId, const QDate &date, const QList<int> &columns)
 {
     beginResetModel();
-    _userId = userId;
-    _date = date;
-    _columns = columns;
-    _headers = QStringList{tr("Food"), tr("Quantity"), tr("Serving")};
-    for (const int type : columns)
-        _headers.append(UnitRegistry::instance().getUnitForNutrient(type)->getName());
-    read();
+    _table = DayTable::read(userId, date, columns);
     endResetModel();
 }
 
 void DayModel::setDate(const QDate &date)
 {
-    _date = date;
-    reload();
+    beginResetModel();
+    _table = DayTable::read(_table.userId, date, _table.columns);
+    endResetModel();
 }
 
 void DayModel::reload()
 {
-    beginResetModel();
-    read();
-    endResetModel();
-}
-
-void DayModel::read()
-{
-    _groups.clear();
-    _diary = {};
-    if (_userId < 0)
-        return;
-    const QString day = DateConversion::fromQDate(_date);
-    _diary = DiaryDB().getDay(_userId, day);
-    _diary.foods.removeIf([](const FoodDiaryItem &f) { return f.status == STATUS_DELETED; });
-    _diary.exercises.removeIf([](const ExerciseDiaryItem &e) { return e.status == STATUS_DELETED; });
-    _targets = UserDB::getTargets(_userId, day);
-    _preferences = ProfilePreferences::load(_userId);
-    const UnitRegistry &units = UnitRegistry::instance();
-    const int snackMode = _preferences.snackMode;
-    const qsizetype width = FirstNutrientColumn + _columns.size();
-    const auto blank = [width](const QString &name) {
-        QStringList texts(width);
-        texts[NameColumn] = name;
-        return texts;
-    };
-    for (const QList<int> &meals : mealGroups(snackMode)) {
-        const QString name = mealName(meals.constLast(), snackMode);
-        Group group{{MealRow, meals.constLast(), blank(name), name}, meals, {}};
-        for (const FoodDiaryItem &food : std::as_const(_diary.foods)) {
-            if (!meals.contains(food.meal))
-                continue;
-            QStringList texts = {food.food_name, number(food.size), food.serv_name};
-            for (const int type : std::as_const(_columns))
-                texts.append(units.getUnitForNutrient(type)->formatValue(food.getNutrient(type)));
-            group.entries.append({FoodRow, food.food_id, texts, food.food_name});
-        }
-        for (qsizetype c = 0; c < _columns.size() && !group.entries.isEmpty(); ++c) {
-            float sum = 0;
-            for (const FoodDiaryItem &food : std::as_const(_diary.foods)) {
-                if (meals.contains(food.meal) && food.getNutrient(_columns[c]) > 0)
-                    sum += food.getNutrient(_columns[c]);
-            }
-            group.row.texts[FirstNutrientColumn + c] =
-                units.getUnitForNutrient(_columns[c])->formatValue(sum);
-        }
-        _groups.append(group);
-    }
-    // Exercise: what each burned, and the day's total burned on the group's row.
-    if (_diary.exercises.isEmpty())
-        return;
-    const QString name = mealName(EXERCISE, snackMode);
-    Group group{{ExerciseGroupRow, -1, blank(name), name}, {EXERCISE}, {}};
-    const qsizetype energyColumn = _columns.indexOf(ENERGY);
-    const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
-    for (const ExerciseDiaryItem &e : std::as_const(_diary.exercises)) {
-        QStringList texts = blank(e.name);
-        texts[QuantityColumn] = number(e.duration);
-        texts[ServingColumn] = tr("minutes");
-        if (energyColumn >= 0)
-            texts[FirstNutrientColumn + energyColumn] = energy.formatValue(e.energy());
-        group.entries.append({ExerciseRow, e.ex_id, texts,
-                              tr("%1: %2 burned").arg(e.name, energy.formatValueWithUnit(e.energy()))});
-    }
-    if (energyColumn >= 0)
-        group.row.texts[FirstNutrientColumn + energyColumn] =
-            energy.formatValue(_diary.total(EXERCISE, ENERGY));
-    _groups.append(group);
+    setDate(_table.date);
 }
 
 QModelIndex DayModel::entryIndex(Kind kind, int id, int column) const
 {
-    for (qsizetype g = 0; g < _groups.size(); ++g) {
-        const QList<Row> &entries = _groups[g].entries;
+    for (qsizetype g = 0; g < _table.groups.size(); ++g) {
+        const QList<DayTable::Row> &entries = _table.groups[g].entries;
         for (qsizetype r = 0; r < entries.size(); ++r) {
-            if (entries[r].kind == kind && entries[r].id == id)
+            if (int(entries[r].kind) == int(kind) && entries[r].id == id)
                 return createIndex(int(r), column, quintptr(g + 1));
         }
     }
@@ -135,20 +53,20 @@ QModelIndex DayModel::entryIndex(Kind kind, int id, int column) const
 
 QModelIndex DayModel::mealIndex(int meal) const
 {
-    for (qsizetype g = 0; g < _groups.size(); ++g) {
-        if (_groups[g].meals.contains(meal))
+    for (qsizetype g = 0; g < _table.groups.size(); ++g) {
+        if (_table.groups[g].meals.contains(meal))
             return createIndex(int(g), NameColumn, kTopLevel);
     }
     return {};
 }
 
-const DayModel::Row *DayModel::rowAt(const QModelIndex &index) const
+const DayTable::Row *DayModel::rowAt(const QModelIndex &index) const
 {
     if (!index.isValid())
         return nullptr;
     if (index.internalId() == kTopLevel)
-        return &_groups[index.row()].row;
-    return &_groups[qsizetype(index.internalId() - 1)].entries[index.row()];
+        return &_table.groups[index.row()].row;
+    return &_table.groups[qsizetype(index.internalId() - 1)].entries[index.row()];
 }
 
 QModelIndex DayModel::index(int row, int column, const QModelIndex &parent) const
@@ -168,23 +86,23 @@ QModelIndex DayModel::parent(const QModelIndex &child) const
 int DayModel::rowCount(const QModelIndex &parent) const
 {
     if (!parent.isValid())
-        return int(_groups.size());
+        return int(_table.groups.size());
     if (parent.internalId() != kTopLevel || parent.column() != NameColumn)
         return 0;
-    return int(_groups[parent.row()].entries.size());
+    return int(_table.groups[parent.row()].entries.size());
 }
 
 int DayModel::columnCount(const QModelIndex &) const
 {
-    return int(_headers.size());
+    return int(_table.headers.size());
 }
 
 QVariant DayModel::data(const QModelIndex &index, int role) const
 {
-    const Row *row = rowAt(index);
+    const DayTable::Row *row = rowAt(index);
     if (!row)
         return {};
-    const bool entry = row->kind == FoodRow || row->kind == ExerciseRow;
+    const bool entry = row->kind == DayTable::FoodRow || row->kind == DayTable::ExerciseRow;
     switch (role) {
     case Qt::DisplayRole:
     case Qt::EditRole:
@@ -198,17 +116,17 @@ QVariant DayModel::data(const QModelIndex &index, int role) const
         // A name or serving cut short shows whole.
         if (index.column() == NameColumn)
             return row->toolTip;
-        if (index.column() == ServingColumn && row->kind == FoodRow)
+        if (index.column() == ServingColumn && row->kind == DayTable::FoodRow)
             return row->texts.value(ServingColumn);
         return {};
     case Qt::FontRole:
         return !entry && index.column() == NameColumn ? QVariant(_bold) : QVariant();
     case KindRole:
-        return row->kind;
+        return int(row->kind);
     case EntryIdRole:
         return entry ? QVariant(row->id) : QVariant();
     case MealRole:
-        return row->kind == MealRow ? QVariant(row->id) : QVariant();
+        return row->kind == DayTable::MealRow ? QVariant(row->id) : QVariant();
     default:
         return {};
     }
@@ -219,7 +137,7 @@ QVariant DayModel::headerData(int section, Qt::Orientation orientation, int role
     if (orientation != Qt::Horizontal)
         return {};
     if (role == Qt::DisplayRole)
-        return _headers.value(section);
+        return _table.headers.value(section);
     if (role == Qt::TextAlignmentRole && section >= FirstNutrientColumn)
         return int(Qt::AlignRight | Qt::AlignVCenter);
     return {};
@@ -227,9 +145,10 @@ QVariant DayModel::headerData(int section, Qt::Orientation orientation, int role
 
 Qt::ItemFlags DayModel::flags(const QModelIndex &index) const
 {
-    const Row *row = rowAt(index);
+    const DayTable::Row *row = rowAt(index);
     if (!row)
         return Qt::NoItemFlags;
     const Qt::ItemFlags flags = Qt::ItemIsEnabled | Qt::ItemIsSelectable;
-    return row->kind == FoodRow || row->kind == ExerciseRow ? flags | Qt::ItemIsEditable : flags;
+    return row->kind == DayTable::FoodRow || row->kind == DayTable::ExerciseRow ? flags | Qt::ItemIsEditable
+                                                                                : flags;
 }

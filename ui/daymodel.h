@@ -5,9 +5,7 @@
 // quantity, serving, then the profile's nutrients. It reads the diary and never writes it;
 // reload() reads again after a change. Texts are formatted once per read, not per paint.
 
-#include "app/profilepreferences.h"
-#include "db/userdb.h"
-#include "model/dbtypes.h"
+#include "reports/daytable.h"
 
 #include <QAbstractItemModel>
 #include <QDate>
@@ -18,8 +16,18 @@ class DayModel : public QAbstractItemModel
     Q_OBJECT
 
 public:
-    enum Column { NameColumn, QuantityColumn, ServingColumn, FirstNutrientColumn };
-    enum Kind { MealRow, ExerciseGroupRow, FoodRow, ExerciseRow };
+    enum Column {
+        NameColumn = DayTable::NameColumn,
+        QuantityColumn = DayTable::QuantityColumn,
+        ServingColumn = DayTable::ServingColumn,
+        FirstNutrientColumn = DayTable::FirstNutrientColumn
+    };
+    enum Kind {
+        MealRow = DayTable::MealRow,
+        ExerciseGroupRow = DayTable::ExerciseGroupRow,
+        FoodRow = DayTable::FoodRow,
+        ExerciseRow = DayTable::ExerciseRow
+    };
     enum Role {
         KindRole = Qt::UserRole + 10, // a Kind
         EntryIdRole,                  // a food or exercise entry's id
@@ -36,15 +44,16 @@ public:
     void setDay(int userId, const QDate &date, const QList<int> &columns);
     void setDate(const QDate &date);
     void reload();
-    int userId() const { return _userId; }
-    QDate date() const { return _date; }
-    QList<int> columns() const { return _columns; }
+    int userId() const { return _table.userId; }
+    QDate date() const { return _table.date; }
+    QList<int> columns() const { return _table.columns; }
 
     // What the last read found: the day's live entries, the targets in force, the preferences
     // that group and judge them.
-    const DiaryDay &diary() const { return _diary; }
-    const Targets &targets() const { return _targets; }
-    const ProfilePreferences &preferences() const { return _preferences; }
+    const DiaryDay &diary() const { return _table.diary; }
+    const Targets &targets() const { return _table.targets; }
+    const ProfilePreferences &preferences() const { return _table.preferences; }
+    const DayTable &table() const { return _table; }
 
     // The row of an entry, or of the group holding a meal; invalid when none.
     QModelIndex entryIndex(Kind kind, int id, int column = NameColumn) const;
@@ -59,29 +68,8 @@ public:
     Qt::ItemFlags flags(const QModelIndex &index) const override;
 
 private:
-    struct Row
-    {
-        Kind kind;
-        int id; // the entry's, or a meal row's meal
-        QStringList texts;
-        QString toolTip;
-    };
-    struct Group
-    {
-        Row row;
-        QList<int> meals; // the meals whose entries it holds
-        QList<Row> entries;
-    };
-    const Row *rowAt(const QModelIndex &index) const;
-    void read();
+    const DayTable::Row *rowAt(const QModelIndex &index) const;
 
-    int _userId = -1;
-    QDate _date;
-    QList<int> _columns;
-    QStringList _headers;
-    DiaryDay _diary;
-    Targets _targets;
-    ProfilePreferences _preferences;
-    QList<Group> _groups;
+    DayTable _table;
     QFont _bold;
 };

@@ -30,7 +30,6 @@
 namespace {
 
 const QString kSplitterKey = QStringLiteral("/window/diarySplitter");
-const QList<int> kDefaultColumns = {ENERGY, CARB, FAT, PROTEIN};
 
 } // namespace
 
@@ -175,21 +174,12 @@ void DiaryView::setUser(int user_id)
 
 QList<int> DiaryView::columns() const
 {
-    return _userId < 0 ? kDefaultColumns : _day->day()->columns();
+    return _userId < 0 ? DayTable::kDefaultColumns : _day->day()->columns();
 }
 
 QList<int> DiaryView::columnsOf(int user_id)
 {
-    // Nutrient types separated by commas; anything else in the text is passed over.
-    QList<int> columns;
-    for (const QString &part :
-         UserDB::diaryViewColumnSettings(user_id).split(QLatin1Char(','), Qt::SkipEmptyParts)) {
-        bool ok = false;
-        const int type = part.trimmed().toInt(&ok);
-        if (ok && type >= 0 && type < kNutrientCount && !columns.contains(type))
-            columns.append(type);
-    }
-    return columns.isEmpty() ? kDefaultColumns : columns;
+    return DayTable::columnsOf(user_id);
 }
 
 void DiaryView::saveColumns(int user_id, const QList<int> &columns)
@@ -229,29 +219,13 @@ void DiaryView::refresh()
     _title->setText(DateConversion::longDayName(_date));
     if (_userId < 0)
         return;
-    const DayModel &model = *_day->day();
-    const DiaryDay &diary = model.diary();
-    const Targets &targets = model.targets();
-    _status->setStanding(dayStanding(diary, targets.values, model.columns()));
-    const float net = diary.total(ALL_MEALS, ENERGY);
-    const UnitDescriptor &energy = *UnitRegistry::instance().getUnit(UNIT_ENERGY);
-    QString totals =
-        tr("%1: <b>%2</b>").arg(QLocale().dayName(_date.dayOfWeek()), energy.formatSignedWithUnit(net));
-    if (targets.values[ENERGY] > 0)
-        totals += tr(" of %1").arg(energy.formatValueWithUnit(targets.values[ENERGY]));
-    _totals->setText(totals);
-    float minutes = 0;
-    for (const ExerciseDiaryItem &e : diary.exercises)
-        minutes += e.duration;
-    if (targets.values[ENERGY] > 0) {
-        const ProfilePreferences &preferences = model.preferences();
-        const GreenTicks ticks =
-            computeGreenTicks({net, float(targets.values[ENERGY]), minutes, float(preferences.exerciseTarget),
-                               preferences.budgetMode},
-                              energy);
-        _ticks->setPixmap(BrandEngine::instance().getPixmap(ticks.pictureId()));
-        _ticks->setToolTip(ticks.tooltip);
-        _ticks->setProperty("ticks", ticks.pictureId());
+    const DayTable &table = _day->day()->table();
+    _status->setStanding(table.standing());
+    _totals->setText(table.totalsText(true));
+    if (const std::optional<GreenTicks> ticks = table.ticks()) {
+        _ticks->setPixmap(BrandEngine::instance().getPixmap(ticks->pictureId()));
+        _ticks->setToolTip(ticks->tooltip);
+        _ticks->setProperty("ticks", ticks->pictureId());
     } else {
         _ticks->clear();
         _ticks->setToolTip(tr("Set an energy target to earn green ticks."));
