@@ -18,7 +18,7 @@ PACKAGES=(
     libqt6opengl6-dev libqt6sql6-sqlite qt6-qpa-plugins
     libsqlite3-dev sqlite3 zlib1g-dev libssl-dev openssl ca-certificates
     libbenchmark-dev tar fonts-dejavu-core xvfb xauth
-    tinyproxy
+    tinyproxy poppler-utils
 )
 
 log() { printf '==> %s\n' "$*" >&2; }

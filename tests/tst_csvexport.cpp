@@ -1,4 +1,5 @@
-// Reports of a real diary: the CSV export byte for byte, and the figures of a day's summary.
+// Reports of a real diary: the CSV export byte for byte, the figures of a day's summary, and the
+// printed diary as a PDF.
 
 #include "db/diarydb.h"
 #include "db/userdb.h"
@@ -9,6 +10,12 @@
 #include "model/unitdescriptor.h"
 #include "reports/csvexportdiary.h"
 #include "reports/daysummary.h"
+#include "reports/diarysheet.h"
+#include "reports/pagewriter.h"
+
+#include <QPdfWriter>
+#include <QProcess>
+#include <QStandardPaths>
 
 class TestCsvExport : public QObject
 {
@@ -31,6 +38,7 @@ private slots:
     void failures();
     void daySummaryFigures_data();
     void daySummaryFigures();
+    void printedWeek();
 };
 
 void TestCsvExport::init()
@@ -172,5 +180,43 @@ void TestCsvExport::daySummaryFigures()
                            *units.getUnit(UNIT_MEASUREMENT)));
 }
 
-QTEST_GUILESS_MAIN(TestCsvExport)
+void TestCsvExport::printedWeek()
+{
+    // A lunch long enough that the day cannot stay on one page.
+    const DiaryDB diary;
+    for (int i = 0; i < 45; ++i) {
+        FoodDiaryItem item;
+        item.user_id = _user;
+        item.date = QStringLiteral("20070103");
+        item.meal = i < 15 ? BREAKFAST : LUNCH;
+        item.food_name = QStringLiteral("Rice cake %1").arg(i);
+        item.serv_name = QStringLiteral("cake");
+        item.setNutrient(ENERGY, 35);
+        QVERIFY(diary.addFoodEntry(item));
+    }
+    const QString file = _db.path(QStringLiteral("week.pdf"));
+    DiarySheet sheet(_user, QDate(2007, 1, 1), QDate(2007, 1, 7));
+    {
+        QPdfWriter pdf(file);
+        PageWriter::useA4(&pdf);
+        QVERIFY(sheet.print(&pdf));
+    }
+    QVERIFY(sheet.pages() >= 2);
+    for (const DiarySheet::Block &block : sheet.blocks())
+        QVERIFY2(block.firstPage == block.lastPage, qPrintable(block.day.toString() + u' ' + block.name));
+
+    // The words on the pages, as a reader of the file finds them.
+    const QString pdftotext = QStandardPaths::findExecutable(QStringLiteral("pdftotext"));
+    QVERIFY2(!pdftotext.isEmpty(), "pdftotext is installed with the test tools");
+    QProcess reader;
+    reader.start(pdftotext, {file, QStringLiteral("-")});
+    QVERIFY(reader.waitForFinished(20000));
+    const QString text = QString::fromUtf8(reader.readAllStandardOutput());
+    for (const QString &expected : {DateConversion::longDayName(QDate(2007, 1, 2)), QStringLiteral("Toast"),
+                                    QStringLiteral("Rice cake 44"), QStringLiteral("Walking"),
+                                    QStringLiteral("Nothing logged."), QStringLiteral("Page %1").arg(sheet.pages())})
+        QVERIFY2(text.contains(expected), qPrintable(expected));
+}
+
+QTEST_MAIN(TestCsvExport)
 #include "tst_csvexport.moc"

@@ -16,6 +16,7 @@
 #include "ui/mainwindow.h"
 #include "ui/newprofilewizard.h"
 #include "ui/preferencesdialog.h"
+#include "ui/printing.h"
 #include "ui/profiledialog.h"
 #include "ui/updatedialog.h"
 
@@ -30,6 +31,8 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QPrintPreviewDialog>
+#include <QPrintPreviewWidget>
 #include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
@@ -81,6 +84,7 @@ private slots:
     void metricsAndUpdateCheckAfterStart();
     void noTrapsWhenAdding();
     void windowKeepsItsLayout();
+    void printPreviewAndPdf();
     void tenChangesUndoneAndRedone();
     void sameOrderAsTheTool_data();
     void sameOrderAsTheTool();
@@ -791,6 +795,37 @@ void TestDesktop::metricsAndUpdateCheckAfterStart()
     QTest::qWait(BackgroundServices::kUpdateCheckDelayMs + 500);
     QCOMPARE(sent(check), 1);
     QCOMPARE(sent(metrics), 2);
+}
+
+void TestDesktop::printPreviewAndPdf()
+{
+    MainWindow window;
+    QVERIFY(window.openProfile(DbFixture::makeAnn()));
+    window.show();
+    // The preview shows the day; its tool bar's choice makes it the week, and keeps that.
+    int dayPages = 0;
+    int weekPages = 0;
+    QTimer::singleShot(0, [&] {
+        auto *dialog = window.findChild<QPrintPreviewDialog *>(QStringLiteral("printPreview"));
+        auto *pages = dialog ? dialog->findChild<QPrintPreviewWidget *>() : nullptr;
+        auto *span = dialog ? dialog->findChild<QComboBox *>(QStringLiteral("printSpan")) : nullptr;
+        if (!pages || !span)
+            return;
+        pages->updatePreview();
+        dayPages = pages->pageCount();
+        span->setCurrentIndex(DiaryPrinting::Week);
+        weekPages = pages->pageCount();
+        dialog->reject();
+    });
+    window.findChild<QAction *>(QStringLiteral("printPreview"))->trigger();
+    QCOMPARE(dayPages, 1);
+    QCOMPARE(weekPages, 1); // seven empty days fit a page
+    QCOMPARE(window.printing()->span(), DiaryPrinting::Week);
+
+    const QString pdf = _db.path(QStringLiteral("week.pdf"));
+    QCOMPARE(window.printing()->exportPdf(pdf), QString());
+    QVERIFY(DbTest::readFile(pdf).startsWith("%PDF"));
+    QVERIFY(!window.printing()->exportPdf(_db.path(QStringLiteral("no/such/folder/x.pdf"))).isEmpty());
 }
 
 void TestDesktop::noTrapsWhenAdding()

@@ -18,6 +18,7 @@
 #include "ui/goalsdialog.h"
 #include "ui/newprofilewizard.h"
 #include "ui/preferencesdialog.h"
+#include "ui/printing.h"
 #include "ui/profiledialog.h"
 #include "ui/publishdialog.h"
 #include "ui/recipedialog.h"
@@ -131,6 +132,20 @@ void MainWindow::createActions()
             this, tr("Export Diary"), QStringLiteral("diary.csv"), tr("CSV files (*.csv)"));
         if (!fileName.isEmpty())
             exportDiaryTo(fileName);
+    });
+    file->addAction(icon("graphics.icon.print"), tr("Print Pre&view..."), this,
+                    [this] { printing()->preview(); })
+        ->setObjectName(QStringLiteral("printPreview"));
+    file->addAction(tr("&Print..."), QKeySequence::Print, this, [this] { printing()->print(); });
+    file->addAction(tr("Export as P&DF..."), this, [this] {
+        const QString fileName = QFileDialog::getSaveFileName(
+            this, tr("Export as PDF"), QStringLiteral("diary.pdf"), tr("PDF files (*.pdf)"));
+        if (fileName.isEmpty())
+            return;
+        if (const QString error = printing()->exportPdf(fileName); !error.isEmpty())
+            QMessageBox::warning(this, tr("Export as PDF"), error);
+        else
+            statusBar()->showMessage(tr("The pages are in %1.").arg(fileName), 5000);
     });
     file->addAction(tr("&Back Up Data..."), this, [this] {
         const QString name =
@@ -429,6 +444,14 @@ QString MainWindow::restoreDataFrom(const QString &fileName)
     statusBar()->showMessage(tr("The data is restored from %1.").arg(QDir::toNativeSeparators(fileName)),
                              5000);
     return QString();
+}
+
+DiaryPrinting *MainWindow::printing()
+{
+    if (!_printing)
+        _printing = new DiaryPrinting(this);
+    _printing->setDay(_userId, _diary->date());
+    return _printing;
 }
 
 QString MainWindow::exportDiaryTo(const QString &fileName)

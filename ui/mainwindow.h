@@ -7,6 +7,7 @@
 
 class BackgroundServices;
 class CheckInView;
+class DiaryPrinting;
 class QAction;
 class QMenu;
 class DiaryView;
@@ -40,6 +41,8 @@ public:
     QString publishDiary();
     // The whole diary as CSV; the error text, empty on success.
     QString exportDiaryTo(const QString &fileName);
+    // File > Print and the like for the shown day or its week.
+    DiaryPrinting *printing();
     // The data backup, and its restore (which opens the profile again, or the backup's first);
     // the error text, shown too, empty on success.
     QString backUpDataTo(const QString &fileName);
@@ -71,4 +74,5 @@ private:
     CheckInView *_checkIn = nullptr;
     QTextBrowser *_report;
     BackgroundServices *_background;
+    DiaryPrinting *_printing = nullptr;
 };

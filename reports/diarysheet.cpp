@@ -1,0 +1,217 @@
+#include "reports/diarysheet.h"
+
+#include "db/goals.h"
+#include "db/userdb.h"
+#include "model/dateconversion.h"
+#include "model/unitdescriptor.h"
+#include "reports/daytable.h"
+#include "reports/pagewriter.h"
+
+#include <QCoreApplication>
+#include <QLocale>
+
+#include <cmath>
+
+namespace {
+
+QString tr(const char *text)
+{
+    return QCoreApplication::translate("DiarySheet", text);
+}
+
+// Column widths in points: the name takes what the figures leave.
+struct Columns
+{
+    QList<qreal> x;
+    QList<qreal> width;
+};
+
+Columns layOut(qreal total, qsizetype nutrients)
+{
+    qreal quantity = 50;
+    qreal serving = 100;
+    qreal figure = 46;
+    qreal name = total - quantity - serving - figure * qreal(nutrients);
+    if (name < 120) {
+        serving = 72;
+        figure = std::max<qreal>(30, (total - 120 - quantity - serving) /
+                                         qreal(std::max<qsizetype>(1, nutrients)));
+        name = total - quantity - serving - figure * qreal(nutrients);
+    }
+    Columns columns;
+    qreal x = 0;
+    for (const qreal w : QList<qreal>{name, quantity, serving}) {
+        columns.x.append(x);
+        columns.width.append(w);
+        x += w;
+    }
+    for (qsizetype i = 0; i < nutrients; ++i) {
+        columns.x.append(x);
+        columns.width.append(figure);
+        x += figure;
+    }
+    return columns;
+}
+
+QString ownName(int userId)
+{
+    for (const UserProfile &profile : UserDB::getUsers()) {
+        if (profile.user_id == userId)
+            return profile.name;
+    }
+    return QString();
+}
+
+// The day's totals against its targets, one line each.
+QStringList standingLines(const DayTable &table, int waterGoal, int water)
+{
+    const UnitRegistry &units = UnitRegistry::instance();
+    const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
+    const DayStanding standing = table.standing();
+    QString line = tr("Eaten %1 \u2212 burned %2 = net %3")
+                       .arg(energy.formatValue(standing.eaten), energy.formatValue(standing.burned),
+                            energy.formatValueWithUnit(standing.net()));
+    if (standing.budget > 0) {
+        line += standing.remaining() >= 0 ? tr(" of %1: %2 left")
+                                                .arg(energy.formatValue(standing.budget),
+                                                     energy.formatValueWithUnit(standing.remaining()))
+                                          : tr(" of %1: %2 over")
+                                                .arg(energy.formatValue(standing.budget),
+                                                     energy.formatValueWithUnit(-standing.remaining()));
+    }
+    QStringList lines{line};
+    for (const NutrientStanding &n : standing.nutrients) {
+        const UnitDescriptor &unit = *units.getUnitForNutrient(n.type);
+        QString text = unit.getName() + QStringLiteral(": ");
+        if (!n.hasTarget())
+            text += unit.formatValueWithUnit(n.eaten);
+        else
+            text +=
+                tr("%1 of %2, %3")
+                    .arg(unit.formatValue(n.eaten), unit.formatValueWithUnit(n.target),
+                         n.remaining() >= 0 ? tr("%1 left").arg(unit.formatValueWithUnit(n.remaining()))
+                                            : tr("%1 over").arg(unit.formatValueWithUnit(-n.remaining())));
+        lines.append(text);
+    }
+    if (standing.eaten > 0) {
+        const auto percent = [](float share) {
+            return QLocale().toString(std::round(share * 100.0f), 'f', 0);
+        };
+        lines.append(tr("Energy from carbohydrate %1%, fat %2%, protein %3%")
+                         .arg(percent(standing.energyShares[0]), percent(standing.energyShares[1]),
+                              percent(standing.energyShares[2])));
+    }
+    lines.append(tr("Water: %1 of %2 glasses").arg(water).arg(waterGoal));
+    if (const std::optional<GreenTicks> ticks = table.ticks()) {
+        lines.append((ticks->foodTick ? tr("Food tick earned. ") : tr("No food tick. ")) + ticks->foodText);
+        lines.append((ticks->exerciseTick ? tr("Exercise tick earned. ") : tr("No exercise tick. ")) +
+                     ticks->exerciseText);
+    }
+    return lines;
+}
+
+} // namespace
+
+DiarySheet::DiarySheet(int userId, const QDate &from, const QDate &to)
+    : _userId(userId)
+    , _from(from)
+    , _to(to)
+{
+}
+
+QString DiarySheet::title() const
+{
+    const QString who = ownName(_userId);
+    const QString days = _from == _to ? DateConversion::longDayName(_from)
+                                      : tr("%1 to %2")
+                                            .arg(QLocale().toString(_from, QLocale::ShortFormat),
+                                                 QLocale().toString(_to, QLocale::ShortFormat));
+    return tr("Diary of %1: %2").arg(who, days);
+}
+
+bool DiarySheet::print(QPagedPaintDevice *device)
+{
+    _blocks.clear();
+    _pages = 0;
+    PageWriter out(device, title());
+    if (!out.isActive())
+        return false;
+    UserDB::applyDisplayUnits(_userId);
+    const QList<int> nutrientColumns = DayTable::columnsOf(_userId);
+    const Columns columns = layOut(out.width(), nutrientColumns.size());
+    const QFont heading = PageWriter::font(13, true);
+    const QFont plain = PageWriter::font(8);
+    const QFont bold = PageWriter::font(8, true);
+    const qreal row = PageWriter::lineHeight(plain);
+    const qreal headingHeight = PageWriter::lineHeight(heading) + 4;
+    const int waterGoal = Goals::waterGoal(_userId);
+    const auto isFigure = [](qsizetype column) {
+        return column == DayTable::QuantityColumn || column >= DayTable::FirstNutrientColumn;
+    };
+    const auto drawRow = [&](const QStringList &texts, const QFont &font, bool shaded) {
+        if (shaded)
+            out.painter().fillRect(QRectF(out.left(), out.y(), out.width(), row), QColor(0xee, 0xf3, 0xee));
+        for (qsizetype c = 0; c < columns.x.size(); ++c)
+            out.text(out.left() + columns.x[c] + 2, columns.width[c] - 4, texts.value(c), font,
+                     isFigure(c) ? Qt::AlignRight : Qt::AlignLeft);
+        out.advance(row);
+    };
+
+    for (QDate day = _from; day <= _to; day = day.addDays(1)) {
+        const DayTable table = DayTable::read(_userId, day, nutrientColumns);
+        QList<const DayTable::Group *> shown;
+        for (const DayTable::Group &group : table.groups) {
+            if (!group.entries.isEmpty())
+                shown.append(&group);
+        }
+        // The day's heading stays with its first meal.
+        const qreal firstBlock = shown.isEmpty() ? row : row * qreal(1 + shown.first()->entries.size());
+        out.keepTogether(headingHeight + row + firstBlock);
+        out.text(out.left(), out.width(), DateConversion::longDayName(day), heading);
+        out.advance(headingHeight);
+        drawRow(table.headers, bold, false);
+        out.painter().drawLine(QPointF(out.left(), out.y()), QPointF(out.left() + out.width(), out.y()));
+        if (shown.isEmpty()) {
+            out.text(out.left() + 2, out.width(), tr("Nothing logged."), plain);
+            out.advance(row);
+        }
+        // A day carried onto the next page says so, with the column names again.
+        const auto makeRoom = [&](qreal height) {
+            if (out.fits(height))
+                return;
+            out.newPage();
+            out.text(out.left(), out.width(), tr("%1 (continued)").arg(DateConversion::longDayName(day)),
+                     bold);
+            out.advance(row);
+            drawRow(table.headers, bold, false);
+        };
+        for (const DayTable::Group *group : std::as_const(shown)) {
+            const qreal height = row * qreal(1 + group->entries.size());
+            // Longer than a page: at least its name and one entry together.
+            makeRoom(height <= out.pageHeight() - 2 * row ? height : row * 2);
+            Block block{day, group->row.texts.value(DayTable::NameColumn), out.page(), out.page()};
+            drawRow(group->row.texts, bold, true);
+            for (const DayTable::Row &entry : group->entries) {
+                makeRoom(row);
+                drawRow(entry.texts, plain, false);
+            }
+            block.lastPage = out.page();
+            _blocks.append(block);
+        }
+        const int water = UserDB::getWater(_userId, DateConversion::fromQDate(day));
+        if (!shown.isEmpty() || water > 0) {
+            const QStringList lines = standingLines(table, waterGoal, water);
+            out.advance(row / 2);
+            makeRoom(row * qreal(lines.size()));
+            Block totals{day, tr("Totals"), out.page(), out.page()};
+            for (qsizetype i = 0; i < lines.size(); ++i) {
+                out.text(out.left() + 2, out.width() - 4, lines.at(i), i == 0 ? bold : plain);
+                out.advance(row);
+            }
+            _blocks.append(totals);
+        }
+        out.advance(row);
+    }
+    _pages = out.page();
+    return true;
+}
