@@ -70,7 +70,10 @@ QString renderBody(QString markdown)
     const qsizetype body = html.indexOf(u"<body"_s);
     const qsizetype start = html.indexOf(u'>', body) + 1;
     const qsizetype end = html.lastIndexOf(u"</body>"_s);
-    return body < 0 || end < start ? html : html.mid(start, end - start).trimmed();
+    QString content = body < 0 || end < start ? html : html.mid(start, end - start).trimmed();
+    // Headings get their spacing from the template.
+    static const QRegularExpression heading(uR"(<(h[1-6]) style="[^"]*">)"_s);
+    return content.replace(heading, u"<\\1>"_s);
 }
 
 } // namespace
