@@ -41,19 +41,20 @@ class TestHelp : public QObject
 private:
     DbFixture _db;
     // The diary with its reference data, the built help in its resource folder, a window on Ann.
-    bool openWindow(MainWindow &window)
+    std::unique_ptr<MainWindow> openWindow()
     {
         if (!_db.startWithReferenceData() || !QDir().mkpath(LmSettings::helpPath()))
-            return false;
+            return nullptr;
         for (const QString &file : QDir(kBuiltHelp).entryList(QDir::Files)) {
             if (!QFile::copy(kBuiltHelp + file, LmSettings::helpPath() + file))
-                return false;
+                return nullptr;
         }
-        if (!window.openProfile(DbFixture::makeAnn()))
-            return false;
-        window.show();
-        QApplication::setActiveWindow(&window);
-        return QTest::qWaitForWindowActive(&window);
+        auto window = std::make_unique<MainWindow>();
+        if (!window->openProfile(DbFixture::makeAnn()))
+            return nullptr;
+        window->show();
+        QApplication::setActiveWindow(window.get());
+        return QTest::qWaitForWindowActive(window.get()) ? std::move(window) : nullptr;
     }
 
 private slots:
@@ -91,7 +92,7 @@ void TestHelp::pagesAndLinks()
     // Every page but the contents leads back to it.
     QCOMPARE(html.contains(u"href=\"index.html\""_s), file != u"index.html"_s);
     // Links between pages point at rendered pages; none is left pointing at a source.
-    static const QRegularExpression link(uR"(href="([^"]*)")"_s);
+    static const QRegularExpression link(uR"re(href="([^"]*)")re"_s);
     for (auto it = link.globalMatch(html); it.hasNext();) {
         const QString target = it.next().captured(1);
         if (target.contains(u"://"_s))
@@ -119,8 +120,9 @@ void TestHelp::f1OpensPageOfFocus()
     QFETCH(int, section);
     QFETCH(QString, widget);
     QFETCH(QString, page);
-    MainWindow window;
-    QVERIFY(openWindow(window));
+    const std::unique_ptr<MainWindow> opened = openWindow();
+    QVERIFY(opened);
+    MainWindow &window = *opened;
     window.showSection(section);
     auto *focus = window.findChild<QWidget *>(widget);
     QVERIFY(focus);
@@ -138,8 +140,9 @@ void TestHelp::f1OpensPageOfFocus()
 
 void TestHelp::f1InDialogOpensItsPage()
 {
-    MainWindow window;
-    QVERIFY(openWindow(window));
+    const std::unique_ptr<MainWindow> opened = openWindow();
+    QVERIFY(opened);
+    MainWindow &window = *opened;
     QPointer<HelpWindow> help;
     bool shown = false;
     QTimer::singleShot(0, [&] {
@@ -179,8 +182,9 @@ void TestHelp::searchFindsPage()
 {
     QFETCH(QString, words);
     QFETCH(QString, page);
-    MainWindow window;
-    QVERIFY(openWindow(window));
+    const std::unique_ptr<MainWindow> opened = openWindow();
+    QVERIFY(opened);
+    MainWindow &window = *opened;
     HelpWindow *help = HelpWindow::showHelp(&window, QString());
     auto *search = help->findChild<QLineEdit *>(u"helpSearch"_s);
     auto *list = help->findChild<QListWidget *>(u"helpList"_s);

@@ -60,8 +60,9 @@ HelpWindow::HelpWindow(QWidget *parent)
 {
     setObjectName(QStringLiteral("help"));
     const BrandEngine &brand = BrandEngine::instance();
-    const QString name = brand.idExists(QStringLiteral("app_name")) ? brand.getString(QStringLiteral("app_name"))
-                                                                     : QStringLiteral("Tarnwell");
+    const QString name = brand.idExists(QStringLiteral("app_name"))
+                             ? brand.getString(QStringLiteral("app_name"))
+                             : QStringLiteral("Tarnwell");
     setWindowTitle(tr("%1 Help").arg(name));
 
     _search = new QLineEdit(this);
@@ -210,7 +211,8 @@ void HelpWindow::followModal(QWidget *modal)
         return;
     QPointer<QWidget> before = parentWidget();
     moveTo(dialog);
-    connect(dialog, &QDialog::finished, this, [moveTo, before] { moveTo(before); }, Qt::SingleShotConnection);
+    connect(
+        dialog, &QDialog::finished, this, [moveTo, before] { moveTo(before); }, Qt::SingleShotConnection);
 }
 
 void HelpWindow::showPage(const QString &page)
@@ -276,7 +278,8 @@ QStringList HelpWindow::search(const QString &query)
         if (hits > 0)
             found.append({hits, page.file});
     }
-    std::stable_sort(found.begin(), found.end(), [](const auto &a, const auto &b) { return a.first > b.first; });
+    std::stable_sort(found.begin(), found.end(),
+                     [](const auto &a, const auto &b) { return a.first > b.first; });
     QStringList files;
     for (const auto &[hits, file] : found)
         files.append(file);

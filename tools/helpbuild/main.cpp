@@ -103,7 +103,8 @@ int main(int argc, char *argv[])
         return fail(u"no index.md in %1"_s.arg(source.path()));
 
     QString contents;
-    const QStringList listed = QStringList{u"index"_s} + linkedPages(readText(source.filePath(u"index.md"_s), &ok));
+    const QStringList listed =
+        QStringList{u"index"_s} + linkedPages(readText(source.filePath(u"index.md"_s), &ok));
     for (const QString &page : pages) {
         if (!listed.contains(page))
             return fail(u"%1.md is not in the contents (index.md)"_s.arg(page));
