@@ -110,9 +110,13 @@ HelpWindow::HelpWindow(QWidget *parent)
     connect(_list, &QListWidget::itemActivated, this, &HelpWindow::openItem);
     connect(_list, &QListWidget::itemClicked, this, &HelpWindow::openItem);
     // The contents follow the page shown, whichever way it was reached.
-    connect(_browser, &QTextBrowser::sourceChanged, this, [this] {
-        if (_search->text().trimmed().isEmpty())
-            showResults(QString());
+    connect(_browser, &QTextBrowser::sourceChanged, this, [this](const QUrl &url) {
+        if (!_search->text().trimmed().isEmpty())
+            return;
+        for (int row = 0; row < _list->count(); ++row) {
+            if (_list->item(row)->data(Qt::UserRole).toString() == url.fileName())
+                _list->setCurrentRow(row);
+        }
     });
 
     auto *buttons = new QHBoxLayout;
@@ -301,7 +305,6 @@ void HelpWindow::showResults(const QString &query)
     if (!searching) {
         for (const Page &page : std::as_const(_pages))
             (new QListWidgetItem(page.title, _list))->setData(Qt::UserRole, page.file);
-        const QSignalBlocker blocker(_list);
         for (int row = 0; row < _list->count(); ++row) {
             if (_list->item(row)->data(Qt::UserRole).toString() == currentPage())
                 _list->setCurrentRow(row);
