@@ -28,6 +28,7 @@ CustomFoodDialog::CustomFoodDialog(FoodDBDynamic *foods, int food_id, int catego
     , _category(category)
 {
     setWindowTitle(food_id < 0 ? tr("New Food") : tr("Edit Food"));
+    setProperty("helpPage", QStringLiteral("logging"));
     setObjectName(QStringLiteral("customFood"));
     Food food;
     if (food_id >= 0)

@@ -34,6 +34,7 @@ GoalsDialog::GoalsDialog(int userId, const QDate &day, QWidget *parent)
 {
     setWindowTitle(tr("Goals and Targets"));
     setObjectName(QStringLiteral("goals"));
+    setProperty("helpPage", QStringLiteral("check-ins-and-goals"));
     const UnitDescriptor &weight = unit(UNIT_WEIGHT);
     const bool pounds = weight.getUnitText() != QLatin1String("kg");
 

@@ -16,6 +16,7 @@
 #include "ui/checkinview.h"
 #include "ui/diaryview.h"
 #include "ui/goalsdialog.h"
+#include "ui/helpwindow.h"
 #include "ui/newprofilewizard.h"
 #include "ui/preferencesdialog.h"
 #include "ui/printing.h"
@@ -75,6 +76,10 @@ MainWindow::MainWindow(QWidget *parent)
     _pages->addWidget(_diary);
     _pages->addWidget(_checkInPage);
     _pages->addWidget(_report);
+    // F1 opens the help page of the section with focus.
+    const char *const helpPages[] = {"logging", "check-ins-and-goals", "reports"};
+    for (int s = 0; s < int(std::size(helpPages)) && s < _pages->count(); ++s)
+        _pages->widget(s)->setProperty("helpPage", QLatin1String(helpPages[s]));
     connect(_sections, &QListWidget::currentRowChanged, this, &MainWindow::showSection);
     connect(_diary, &DiaryView::dayChanged, this, &MainWindow::updateReport);
 
@@ -318,6 +323,14 @@ void MainWindow::createActions()
     }
 
     QMenu *help = menuBar()->addMenu(tr("&Help"));
+    QAction *contents =
+        help->addAction(tr("&Contents"), this, [this] { HelpWindow::showHelp(this, QString()); });
+    contents->setObjectName(QStringLiteral("helpContents"));
+    // F1 is shown here but taken application-wide, dialogs included, for the page of the focus.
+    contents->setShortcut(QKeySequence(Qt::Key_F1));
+    contents->setShortcutContext(Qt::WidgetShortcut);
+    HelpWindow::installHelpKey(this);
+    help->addSeparator();
     help->addAction(icon("graphics.icon.help"), tr("&About %1").arg(windowTitle()), this,
                     [this] { QMessageBox::about(this, tr("About %1").arg(windowTitle()), aboutText()); });
 }

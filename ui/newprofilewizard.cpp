@@ -58,6 +58,7 @@ NewProfileWizard::NewProfileWizard(QWidget *parent)
     : QWizard(parent)
 {
     setWindowTitle(tr("New Profile"));
+    setProperty("helpPage", QStringLiteral("getting-started"));
     setObjectName(QStringLiteral("newProfileWizard"));
     setOption(QWizard::NoBackButtonOnStartPage);
 

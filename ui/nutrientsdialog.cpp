@@ -17,6 +17,7 @@ NutrientsDialog::NutrientsDialog(int foodId, int servingId, float quantity, QWid
     chosen.changeFood(foodId);
     const QList<FoodServing> servings = chosen.getServings();
     setWindowTitle(tr("Nutrition Facts: %1").arg(chosen.food_name));
+    setProperty("helpPage", QStringLiteral("servings"));
     chosen.setServing(servingId);
     chosen.setSize(quantity);
     QList<const FoodDiaryItem *> columns = {&chosen};

@@ -21,6 +21,7 @@ PreferencesDialog::PreferencesDialog(int user_id, QWidget *parent)
 {
     setWindowTitle(tr("Preferences"));
     setObjectName(QStringLiteral("preferences"));
+    setProperty("helpPage", QStringLiteral("preferences"));
     const UserSettings settings = UserDB::getSettings(user_id);
     const ProfilePreferences preferences = ProfilePreferences::load(user_id);
 

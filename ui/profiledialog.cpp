@@ -33,6 +33,7 @@ ProfileDialog::ProfileDialog(int user_id, QWidget *parent)
 {
     setWindowTitle(tr("Edit Profile"));
     setObjectName(QStringLiteral("profile"));
+    setProperty("helpPage", QStringLiteral("getting-started"));
     UserProfile profile;
     for (const UserProfile &user : UserDB::getUsers()) {
         if (user.user_id == user_id)

@@ -25,6 +25,7 @@ PublishProgressDialog::PublishProgressDialog(QWidget *parent)
     : QDialog(parent)
 {
     setObjectName(QStringLiteral("publish progress dialog"));
+    setProperty("helpPage", QStringLiteral("publishing"));
     setWindowTitle(QStringLiteral("Publish Diary"));
     setModal(true);
     const QString address = BrandEngine::instance().getString(QStringLiteral("web_address"));

@@ -54,6 +54,7 @@ RecipeDialog::RecipeDialog(int userId, FoodDB *foods, Recipe recipe, QWidget *pa
 {
     setWindowTitle(_recipe.id < 0 ? tr("New Recipe") : tr("Edit Recipe"));
     setObjectName(QStringLiteral("recipe"));
+    setProperty("helpPage", QStringLiteral("recipes-and-meals"));
     if (_recipe.user_id < 0 && _recipe.id < 0)
         _recipe.user_id = userId;
     _name = new QLineEdit(_recipe.name, this);
@@ -188,6 +189,7 @@ RecipesDialog::RecipesDialog(int userId, FoodDB *foods, int meal, Log log, QWidg
 {
     setWindowTitle(tr("Recipes"));
     setObjectName(QStringLiteral("recipes"));
+    setProperty("helpPage", QStringLiteral("recipes-and-meals"));
     _list = new QListWidget(this);
     _list->setObjectName(QStringLiteral("recipeList"));
     auto *add = new QPushButton(tr("&New..."), this);

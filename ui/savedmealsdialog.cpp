@@ -25,6 +25,7 @@ SavedMealsDialog::SavedMealsDialog(int userId, FoodDB *foods, int meal, Log log,
 {
     setWindowTitle(tr("Saved Meals"));
     setObjectName(QStringLiteral("savedMeals"));
+    setProperty("helpPage", QStringLiteral("recipes-and-meals"));
     _meals = new QListWidget(this);
     _meals->setObjectName(QStringLiteral("savedMealList"));
     _table = new QTableWidget(0, 4, this);
