@@ -16,7 +16,8 @@ BreakdownReport::BreakdownReport(int userId, const ReportRange &range, int nutri
     const QMap<int, DailyTotal> byMeal = diary.getMealTotals(userId, range.fromDay(), range.toDay());
     const int snackMode = ProfilePreferences::load(userId).snackMode;
     for (const QList<int> &group : mealGroups(snackMode)) {
-        Meal meal{mealName(group.constLast(), snackMode)};
+        Meal meal;
+        meal.name = mealName(group.constLast(), snackMode);
         for (const int code : group) {
             const auto it = byMeal.constFind(code);
             if (it == byMeal.cend())
@@ -36,7 +37,7 @@ BreakdownReport::BreakdownReport(int userId, const ReportRange &range, int nutri
         const double amount = food.nutrients[size_t(nutrient)];
         total += amount;
         if (amount > 0)
-            _foods.append({food.name, food.entries, amount, 0.0});
+            _foods.append(Food{food.name, food.entries, amount, 0.0});
     }
     std::sort(_foods.begin(), _foods.end(), [](const Food &a, const Food &b) {
         return a.amount != b.amount ? a.amount > b.amount : a.name < b.name;

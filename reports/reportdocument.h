@@ -41,6 +41,15 @@ struct SeriesSummary
 
 struct ReportSeries
 {
+    ReportSeries() = default;
+    ReportSeries(QString key, QString title, Quantity quantity, int nutrient = -1)
+        : key(std::move(key))
+        , title(std::move(title))
+        , quantity(quantity)
+        , nutrient(nutrient)
+    {
+    }
+
     QString key;   // stable name for JSON, CSV and code ("eaten", "trend")
     QString title; // for people ("Eaten", "Trend")
     Quantity quantity = Quantity::Energy;
@@ -55,6 +64,16 @@ struct ReportSeries
 // A single figure beside the series (the goal weight, a rate, a band boundary).
 struct ReportFigure
 {
+    ReportFigure() = default;
+    ReportFigure(QString key, QString title, Quantity quantity, double value, int nutrient = -1)
+        : key(std::move(key))
+        , title(std::move(title))
+        , quantity(quantity)
+        , value(value)
+        , nutrient(nutrient)
+    {
+    }
+
     QString key;
     QString title;
     Quantity quantity = Quantity::Weight;
@@ -67,6 +86,14 @@ struct ReportGrid
 {
     struct Column
     {
+        Column() = default;
+        Column(QString key, QString title, Quantity quantity, int nutrient = -1)
+            : key(std::move(key))
+            , title(std::move(title))
+            , quantity(quantity)
+            , nutrient(nutrient)
+        {
+        }
         QString key;
         QString title;
         Quantity quantity = Quantity::Energy;
@@ -74,9 +101,23 @@ struct ReportGrid
     };
     struct Row
     {
+        Row() = default;
+        Row(QString label, QList<std::optional<double>> cells = {})
+            : label(std::move(label))
+            , cells(std::move(cells))
+        {
+        }
         QString label;
         QList<std::optional<double>> cells; // one per column
     };
+    ReportGrid() = default;
+    ReportGrid(QString key, QString title, QString rowTitle)
+        : key(std::move(key))
+        , title(std::move(title))
+        , rowTitle(std::move(rowTitle))
+    {
+    }
+
     QString key;
     QString title;
     QString rowTitle; // heads the labels ("Meal", "Food")

@@ -58,7 +58,7 @@ WeightReport::WeightReport(int userId, const ReportRange &range)
     const QList<CheckIn> checkIns = UserDB::getCheckIns(userId);
     for (auto it = checkIns.crbegin(); it != checkIns.crend(); ++it) {
         if (it->weight > 0 && it->date <= last)
-            all.append({DateConversion::toQDate(it->date), it->weight, 0.0});
+            all.append(Weighing{DateConversion::toQDate(it->date), it->weight, 0.0});
     }
     smooth(all);
     std::copy_if(all.cbegin(), all.cend(), std::back_inserter(_weighings),
