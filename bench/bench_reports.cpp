@@ -21,7 +21,8 @@ const QDate kLast(2023, 12, 31);
 // removed entry, ?3 and ?4 the range.
 const char *const kFloorQueries[] = {
     "SELECT date, SUM(calories), SUM(fat), SUM(fiber), SUM(protein), SUM(carb), SUM(saturated_fat), "
-    "SUM(cholesterol), SUM(sodium), SUM(sugar), SUM(calcium), COUNT(*) FROM food_diary WHERE user_id = ?1 AND "
+    "SUM(cholesterol), SUM(sodium), SUM(sugar), SUM(calcium), COUNT(*) FROM food_diary WHERE user_id = ?1 "
+    "AND "
     "status <> ?2 AND date >= ?3 AND date <= ?4 GROUP BY date",
     "SELECT date, SUM(rate*duration), SUM(duration) FROM exer_diary WHERE user_id = ?1 AND status <> ?2 AND "
     "date >= ?3 AND date <= ?4 GROUP BY date",

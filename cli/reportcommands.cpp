@@ -14,17 +14,20 @@
 namespace Cli {
 namespace {
 
-const QString kUsage = QStringLiteral("report energy|nutrients|weight|measurements|steps|breakdown "
-                                      "[--from DATE --to DATE] [--nutrient NAME] [--json | --csv | --pdf FILE]");
-const QStringList kReports = {QStringLiteral("energy"),       QStringLiteral("nutrients"), QStringLiteral("weight"),
-                              QStringLiteral("measurements"), QStringLiteral("steps"),     QStringLiteral("breakdown")};
+const QString kUsage =
+    QStringLiteral("report energy|nutrients|weight|measurements|steps|breakdown "
+                   "[--from DATE --to DATE] [--nutrient NAME] [--json | --csv | --pdf FILE]");
+const QStringList kReports = {QStringLiteral("energy"), QStringLiteral("nutrients"),
+                              QStringLiteral("weight"), QStringLiteral("measurements"),
+                              QStringLiteral("steps"),  QStringLiteral("breakdown")};
 constexpr int kDefaultDays = 30;
 
 ReportRange rangeOf(const Arguments &a)
 {
     const QString fromOption = QStringLiteral("--from"), toOption = QStringLiteral("--to");
     const QDate to = a.has(toOption) ? parseDate(a.value(toOption), toOption) : QDate::currentDate();
-    const QDate from = a.has(fromOption) ? parseDate(a.value(fromOption), fromOption) : to.addDays(1 - kDefaultDays);
+    const QDate from =
+        a.has(fromOption) ? parseDate(a.value(fromOption), fromOption) : to.addDays(1 - kDefaultDays);
     if (from > to)
         usageError(QStringLiteral("--from is after --to"));
     return ReportRange::between(from, to);
@@ -54,12 +57,14 @@ int report(Context &context, const QStringList &args)
 {
     const QString pdfOption = QStringLiteral("--pdf"), csvFlag = QStringLiteral("--csv"),
                   jsonFlag = QStringLiteral("--json");
-    const Arguments a(args, {QStringLiteral("--from"), QStringLiteral("--to"), QStringLiteral("--nutrient"), pdfOption},
-                      {jsonFlag, csvFlag});
+    const Arguments a(
+        args, {QStringLiteral("--from"), QStringLiteral("--to"), QStringLiteral("--nutrient"), pdfOption},
+        {jsonFlag, csvFlag});
     a.expectPositionals(1, 1, kUsage);
     const QString name = a.positionals().constFirst();
     if (!kReports.contains(name))
-        usageError(QStringLiteral("unknown report '%1' (one of %2)").arg(name, kReports.join(QStringLiteral(", "))));
+        usageError(
+            QStringLiteral("unknown report '%1' (one of %2)").arg(name, kReports.join(QStringLiteral(", "))));
     const bool json = context.options.json || a.has(jsonFlag);
     if (int(json) + int(a.has(csvFlag)) + int(a.has(pdfOption)) > 1)
         usageError(QStringLiteral("choose one of --json, --csv and --pdf"));

@@ -358,10 +358,11 @@ QList<Targets> UserDB::getTargetHistory(int user_id, const QString &from, const 
     QString columns;
     for (const char *column : kTargetColumns)
         columns += QLatin1Char(',') + QLatin1String(column);
-    LmSqlQueryPtr query = prepare(QStringLiteral("SELECT date") + columns + QStringLiteral(" FROM user_target WHERE ")
-                                  + QLatin1String(kTargetColumns[0])
-                                  + QStringLiteral(" IS NOT NULL AND user_id = ? AND date > ? AND date <= ? "
-                                                   "ORDER BY date"));
+    LmSqlQueryPtr query =
+        prepare(QStringLiteral("SELECT date") + columns + QStringLiteral(" FROM user_target WHERE ") +
+                QLatin1String(kTargetColumns[0]) +
+                QStringLiteral(" IS NOT NULL AND user_id = ? AND date > ? AND date <= ? "
+                               "ORDER BY date"));
     if (execBound(query, {user_id, from, to})) {
         while (query->next()) {
             Targets targets;

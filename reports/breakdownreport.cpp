@@ -61,12 +61,14 @@ ReportDocument BreakdownReport::document() const
     double energy = 0.0;
     for (const Meal &meal : _meals)
         energy += meal.nutrients[ENERGY];
-    meals.columns.append({QStringLiteral("energyShare"), QStringLiteral("Share of energy"), Quantity::Percent});
+    meals.columns.append(
+        {QStringLiteral("energyShare"), QStringLiteral("Share of energy"), Quantity::Percent});
     for (const Meal &meal : _meals) {
         ReportGrid::Row row{meal.name};
         for (const double value : meal.nutrients)
             row.cells.append(value);
-        row.cells.append(energy > 0 ? std::optional<double>(meal.nutrients[ENERGY] * 100.0 / energy) : std::nullopt);
+        row.cells.append(energy > 0 ? std::optional<double>(meal.nutrients[ENERGY] * 100.0 / energy)
+                                    : std::nullopt);
         meals.rows.append(row);
     }
     if (_burned > 0) {
@@ -76,7 +78,8 @@ ReportDocument BreakdownReport::document() const
         meals.rows.append(row);
     }
 
-    ReportGrid foods{QStringLiteral("foods"), QStringLiteral("Top foods by ") + nutrientTitle(_nutrient).toLower(),
+    ReportGrid foods{QStringLiteral("foods"),
+                     QStringLiteral("Top foods by ") + nutrientTitle(_nutrient).toLower(),
                      QStringLiteral("Food")};
     foods.columns = {{nutrientKey(_nutrient), nutrientTitle(_nutrient), Quantity::Nutrient, _nutrient},
                      {QStringLiteral("share"), QStringLiteral("Share"), Quantity::Percent},

@@ -32,8 +32,8 @@ public:
     // nutrient: the NutrientType foods are ranked by.
     BreakdownReport(int userId, const ReportRange &range, int nutrient = 0, int topFoods = kTopFoods);
 
-    const QList<Meal> &meals() const { return _meals; } // meals with an entry, in the diary's order
-    double burned() const { return _burned; }           // calories of exercise over the range
+    const QList<Meal> &meals() const { return _meals; }    // meals with an entry, in the diary's order
+    double burned() const { return _burned; }              // calories of exercise over the range
     const QList<Food> &topFoods() const { return _foods; } // the most first; ties by name
     ReportDocument document() const;
 

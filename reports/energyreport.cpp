@@ -27,10 +27,10 @@ EnergyReport::EnergyReport(int userId, const ReportRange &range)
         day.budget = targets.on(it.key())[ENERGY];
         if (day.budget > 0) {
             // The diary's figures are single precision.
-            const GreenTicks ticks =
-                computeGreenTicks({float(day.eaten) - float(day.burned), float(day.budget), float(day.minutes),
-                                   float(preferences.exerciseTarget), preferences.budgetMode},
-                                  *calories);
+            const GreenTicks ticks = computeGreenTicks(
+                {float(day.eaten) - float(day.burned), float(day.budget), float(day.minutes),
+                 float(preferences.exerciseTarget), preferences.budgetMode},
+                *calories);
             day.foodTick = ticks.foodTick;
             day.exerciseTick = ticks.exerciseTick;
         }
@@ -59,7 +59,8 @@ ReportDocument EnergyReport::document() const
     ReportSeries net{QStringLiteral("net"), QStringLiteral("Net"), Quantity::Energy};
     ReportSeries budget{QStringLiteral("budget"), QStringLiteral("Budget"), Quantity::Energy};
     ReportSeries foodTick{QStringLiteral("foodTick"), QStringLiteral("Food tick"), Quantity::Tick};
-    ReportSeries exerciseTick{QStringLiteral("exerciseTick"), QStringLiteral("Exercise tick"), Quantity::Tick};
+    ReportSeries exerciseTick{QStringLiteral("exerciseTick"), QStringLiteral("Exercise tick"),
+                              Quantity::Tick};
     for (const Day &day : _days) {
         eaten.points.append({day.date, day.eaten});
         burned.points.append({day.date, day.burned});

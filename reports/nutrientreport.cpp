@@ -46,9 +46,10 @@ ReportDocument NutrientReport::document() const
     document.range = _range;
     ReportSeries eaten{nutrientKey(_nutrient), nutrientTitle(_nutrient), Quantity::Nutrient, _nutrient};
     ReportSeries target{QStringLiteral("target"), QStringLiteral("Target"), Quantity::Nutrient, _nutrient};
-    ReportSeries shares[3] = {{QStringLiteral("carbShare"), QStringLiteral("Energy from carbohydrate"), Quantity::Percent},
-                              {QStringLiteral("fatShare"), QStringLiteral("Energy from fat"), Quantity::Percent},
-                              {QStringLiteral("proteinShare"), QStringLiteral("Energy from protein"), Quantity::Percent}};
+    ReportSeries shares[3] = {
+        {QStringLiteral("carbShare"), QStringLiteral("Energy from carbohydrate"), Quantity::Percent},
+        {QStringLiteral("fatShare"), QStringLiteral("Energy from fat"), Quantity::Percent},
+        {QStringLiteral("proteinShare"), QStringLiteral("Energy from protein"), Quantity::Percent}};
     for (const Day &day : _days) {
         eaten.points.append({day.date, day.eaten});
         if (day.target > 0)

@@ -18,8 +18,8 @@ public:
     struct Day
     {
         QDate date;
-        double eaten = 0.0;  // grams, milligrams or calories, as the nutrient is stored
-        double target = -1;  // in force that day; -1 when none
+        double eaten = 0.0; // grams, milligrams or calories, as the nutrient is stored
+        double target = -1; // in force that day; -1 when none
         std::optional<std::array<double, 3>> shares; // percent from carbohydrate, fat, protein
     };
 

@@ -10,9 +10,9 @@ namespace {
 
 const char *const kNutrientKeys[kNutrientCount] = {"calories", "carb",        "fat",    "protein", "fiber",
                                                    "satfat",   "cholesterol", "sodium", "sugar",   "calcium"};
-const char *const kNutrientTitles[kNutrientCount] = {
-    "Energy",        "Carbohydrate", "Fat",    "Protein", "Fibre",
-    "Saturated fat", "Cholesterol",  "Sodium", "Sugar",   "Calcium"};
+const char *const kNutrientTitles[kNutrientCount] = {"Energy", "Carbohydrate",  "Fat",         "Protein",
+                                                     "Fibre",  "Saturated fat", "Cholesterol", "Sodium",
+                                                     "Sugar",  "Calcium"};
 
 } // namespace
 

@@ -20,9 +20,9 @@ enum class Quantity {
     Length,   // centimetres
     Nutrient, // grams or milligrams of ReportSeries::nutrient
     Steps,
-    Percent,  // 0 to 100
-    Tick,     // 1 earned, 0 not
-    Count,    // a plain whole number (entries, months)
+    Percent, // 0 to 100
+    Tick,    // 1 earned, 0 not
+    Count,   // a plain whole number (entries, months)
 };
 
 struct SeriesPoint
@@ -53,9 +53,9 @@ struct ReportSeries
     QString key;   // stable name for JSON, CSV and code ("eaten", "trend")
     QString title; // for people ("Eaten", "Trend")
     Quantity quantity = Quantity::Energy;
-    int nutrient = -1;           // the nutrient type of a Quantity::Nutrient series
-    QList<SeriesPoint> points;   // oldest first, one a day at most
-    bool summarised = true;      // whether the table of figures has a row for it
+    int nutrient = -1;         // the nutrient type of a Quantity::Nutrient series
+    QList<SeriesPoint> points; // oldest first, one a day at most
+    bool summarised = true;    // whether the table of figures has a row for it
 
     SeriesSummary summary() const;
     std::optional<double> valueOn(const QDate &date) const;

@@ -28,10 +28,11 @@ class TextLayout : public ReportLayout
 public:
     void heading(const ReportDocument &document) override
     {
-        _lines << document.title + QStringLiteral(", ") + isoDate(document.range.from()) + QStringLiteral(" to ")
-                      + isoDate(document.range.to());
+        _lines << document.title + QStringLiteral(", ") + isoDate(document.range.from()) +
+                      QStringLiteral(" to ") + isoDate(document.range.to());
     }
-    void table(const QString &, const QString &, const QStringList &header, const QList<QStringList> &rows) override
+    void table(const QString &, const QString &, const QStringList &header,
+               const QList<QStringList> &rows) override
     {
         _lines << QString() << header.join(QLatin1Char('\t'));
         for (const QStringList &row : rows)
@@ -48,7 +49,8 @@ class CsvLayout : public ReportLayout
 public:
     bool withUnits() const override { return false; }
     void heading(const ReportDocument &) override {}
-    void table(const QString &, const QString &, const QStringList &header, const QList<QStringList> &rows) override
+    void table(const QString &, const QString &, const QStringList &header,
+               const QList<QStringList> &rows) override
     {
         // Sections are apart by one empty line, each with its own header.
         if (!_csv.isEmpty())
@@ -64,8 +66,10 @@ private:
     {
         QStringList quoted;
         for (QString cell : cells) {
-            if (cell.contains(QLatin1Char(',')) || cell.contains(QLatin1Char('"')) || cell.contains(QLatin1Char('\n')))
-                cell = QLatin1Char('"') + cell.replace(QLatin1Char('"'), QStringLiteral("\"\"")) + QLatin1Char('"');
+            if (cell.contains(QLatin1Char(',')) || cell.contains(QLatin1Char('"')) ||
+                cell.contains(QLatin1Char('\n')))
+                cell = QLatin1Char('"') + cell.replace(QLatin1Char('"'), QStringLiteral("\"\"")) +
+                       QLatin1Char('"');
             quoted << cell;
         }
         _csv += quoted.join(QLatin1Char(',')).toUtf8() + "\n";

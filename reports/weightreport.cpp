@@ -37,7 +37,9 @@ QList<WeightReport::BmiBand> WeightReport::bandsAt(double heightCm)
         return bands;
     // The reported BMI is rounded to a whole number, so a band whose first reported value is n
     // starts at a BMI of n - 0.5.
-    const auto name = [](int bmi) { return bmiRiskWord(bmi).trimmed().remove(QLatin1Char('(')).remove(QLatin1Char(')')); };
+    const auto name = [](int bmi) {
+        return bmiRiskWord(bmi).trimmed().remove(QLatin1Char('(')).remove(QLatin1Char(')'));
+    };
     bands.append({name(0), std::nullopt, std::nullopt});
     for (int bmi = 1; bmi <= 100; ++bmi) {
         if (name(bmi) == bands.constLast().name)
@@ -81,9 +83,9 @@ WeightReport::WeightReport(int userId, const ReportRange &range)
     if (!net || profile.dob.size() != 8 || ageInYears(profile.dob, weighedOn) <= 0)
         return;
     // The requirement of the latest weighing's day, as the summary report has it.
-    const float requirement = energyRequirement({float(latest.weight), weighedOn,
-                                                 UserDB::activityLevel(userId, weighedOn), profile.sex,
-                                                 float(height), profile.dob});
+    const float requirement =
+        energyRequirement({float(latest.weight), weighedOn, UserDB::activityLevel(userId, weighedOn),
+                           profile.sex, float(height), profile.dob});
     const WeightForecast change = forecastWeight(*net, requirement);
     const double signedChange = change.word == QLatin1String("loss") ? -change.change : change.change;
     _forecast = Forecast{range.to(), range.to().addMonths(change.months), latest.trend,
@@ -120,13 +122,16 @@ ReportDocument WeightReport::document() const
     }
 
     if (_goal)
-        document.figures.append({QStringLiteral("goalWeight"), QStringLiteral("Goal weight"), Quantity::Weight, *_goal});
+        document.figures.append(
+            {QStringLiteral("goalWeight"), QStringLiteral("Goal weight"), Quantity::Weight, *_goal});
     if (const std::optional<double> rate = weeklyRate())
-        document.figures.append({QStringLiteral("weeklyRate"), QStringLiteral("Change a week"), Quantity::Weight, *rate});
+        document.figures.append(
+            {QStringLiteral("weeklyRate"), QStringLiteral("Change a week"), Quantity::Weight, *rate});
     if (_forecast) {
-        document.figures.append({QStringLiteral("forecastChange"),
-                                 QStringLiteral("Forecast change by %1").arg(_forecast->to.toString(Qt::ISODate)),
-                                 Quantity::Weight, _forecast->toWeight - _forecast->fromWeight});
+        document.figures.append(
+            {QStringLiteral("forecastChange"),
+             QStringLiteral("Forecast change by %1").arg(_forecast->to.toString(Qt::ISODate)),
+             Quantity::Weight, _forecast->toWeight - _forecast->fromWeight});
         document.figures.append({QStringLiteral("forecastMonths"), QStringLiteral("Forecast months"),
                                  Quantity::Count, double(_forecast->months)});
     }

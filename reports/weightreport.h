@@ -43,8 +43,8 @@ public:
     WeightReport(int userId, const ReportRange &range);
 
     const QList<Weighing> &weighings() const { return _weighings; } // in the range
-    std::optional<double> goalWeight() const { return _goal; }       // in force on the last day
-    const QList<BmiBand> &bmiBands() const { return _bands; }          // empty without a height
+    std::optional<double> goalWeight() const { return _goal; }      // in force on the last day
+    const QList<BmiBand> &bmiBands() const { return _bands; }       // empty without a height
     // kg a week, from the trend's first and last weighing in the range; none with fewer than two.
     std::optional<double> weeklyRate() const;
     const std::optional<Forecast> &forecast() const { return _forecast; }

@@ -31,8 +31,8 @@ private:
     const ReportRange _range = ReportRange::between(QDate(2026, 3, 2), QDate(2026, 3, 9));
     QHash<QString, ReportDocument> _documents;
 
-    void addFood(const char *day, int meal, const char *name, std::initializer_list<std::pair<int, float>> values,
-                 bool remove = false)
+    void addFood(const char *day, int meal, const char *name,
+                 std::initializer_list<std::pair<int, float>> values, bool remove = false)
     {
         FoodDiaryItem food;
         food.user_id = _user;
@@ -80,7 +80,8 @@ private:
         if (!process.waitForFinished(60000))
             return {};
         return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+                QString::fromUtf8(process.readAllStandardOutput()),
+                QString::fromUtf8(process.readAllStandardError())};
     }
 
 private slots:
@@ -164,22 +165,25 @@ void TestReports::series_data()
                                << QList<double>{1, 0, 0, 1} << QList<double>{0.5, 0, 1};
     QTest::newRow("exercise tick") << u"energy"_s << u"exerciseTick"_s << QList<int>{2, 4, 5, 6}
                                    << QList<double>{1, 0, 0, 0} << QList<double>{0.25, 0, 1};
-    QTest::newRow("protein, no food on 03-05") << u"nutrients"_s << u"protein"_s
-                                                << QList<int>{2, 4, 6} << QList<double>{100, 40, 60}
-                                                << QList<double>{200.0 / 3, 40, 100};
+    QTest::newRow("protein, no food on 03-05")
+        << u"nutrients"_s << u"protein"_s << QList<int>{2, 4, 6} << QList<double>{100, 40, 60}
+        << QList<double>{200.0 / 3, 40, 100};
     QTest::newRow("protein target") << u"nutrients"_s << u"target"_s << QList<int>{2, 4, 6}
                                     << QList<double>{50, 60, 60} << QList<double>{170.0 / 3, 50, 60};
     // 03-02: 100 g carb x4 = 400, 50 g fat x9 = 450, 100 g protein x4 = 400 of 1250.
     // 03-06: 800 + 180 + 240 = 1220.
     QTest::newRow("carb share") << u"nutrients"_s << u"carbShare"_s << QList<int>{2, 4, 6}
-                                << QList<double>{32, 0, 800.0 / 12.2} << QList<double>{(32 + 800.0 / 12.2) / 3, 0, 800.0 / 12.2};
+                                << QList<double>{32, 0, 800.0 / 12.2}
+                                << QList<double>{(32 + 800.0 / 12.2) / 3, 0, 800.0 / 12.2};
     QTest::newRow("fat share") << u"nutrients"_s << u"fatShare"_s << QList<int>{2, 4, 6}
-                               << QList<double>{36, 0, 180.0 / 12.2} << QList<double>{(36 + 180.0 / 12.2) / 3, 0, 36};
+                               << QList<double>{36, 0, 180.0 / 12.2}
+                               << QList<double>{(36 + 180.0 / 12.2) / 3, 0, 36};
     QTest::newRow("weight") << u"weight"_s << u"weight"_s << QList<int>{2, 4, 6}
                             << QList<double>{62.5, 60.5, 61.5} << QList<double>{61.5, 60.5, 62.5};
     // From 61.5 on 03-01: 61.5+0.1x1 = 61.6; 61.6+0.1x(60.5-61.6) = 61.49; 61.49+0.1x0.01 = 61.491.
     QTest::newRow("trend") << u"weight"_s << u"trend"_s << QList<int>{2, 4, 6}
-                           << QList<double>{61.6, 61.49, 61.491} << QList<double>{(61.6 + 61.49 + 61.491) / 3, 61.49, 61.6};
+                           << QList<double>{61.6, 61.49, 61.491}
+                           << QList<double>{(61.6 + 61.49 + 61.491) / 3, 61.49, 61.6};
     QTest::newRow("waist") << u"measurements"_s << u"waist"_s << QList<int>{2, 6} << QList<double>{80, 79}
                            << QList<double>{79.5, 79, 80};
     QTest::newRow("hip") << u"measurements"_s << u"hip"_s << QList<int>{2} << QList<double>{100}
@@ -206,7 +210,8 @@ void TestReports::series()
     QCOMPARE(found->points.size(), days.size());
     for (qsizetype i = 0; i < days.size(); ++i) {
         QCOMPARE(found->points[i].date, QDate(2026, 3, days[i]));
-        QVERIFY2(qAbs(found->points[i].value - values[i]) < 1e-4, qPrintable(QString::number(found->points[i].value)));
+        QVERIFY2(qAbs(found->points[i].value - values[i]) < 1e-4,
+                 qPrintable(QString::number(found->points[i].value)));
     }
     QCOMPARE(found->summarised, !summary.isEmpty());
     if (summary.isEmpty())
@@ -227,7 +232,8 @@ void TestReports::weightFigures()
 
     // 168 x 168 x BMI x 0.0001 at BMI 18.5, 26.5, 29.5, 40.5: the rounded BMI reaches 19, 27, 30, 41.
     const QList<WeightReport::BmiBand> bands = report.bmiBands();
-    const QStringList names{u"Underweight"_s, u"low risk"_s, u"medium risk"_s, u"high risk"_s, u"very high risk"_s};
+    const QStringList names{u"Underweight"_s, u"low risk"_s, u"medium risk"_s, u"high risk"_s,
+                            u"very high risk"_s};
     const double edges[] = {52.2144, 74.7936, 83.2608, 114.3072};
     QCOMPARE(bands.size(), names.size());
     for (qsizetype i = 0; i < bands.size(); ++i) {
@@ -257,8 +263,8 @@ void TestReports::unitsInText_data()
     QTest::addColumn<int>("energy"); // as stored: 1 calories, 0 kilojoules
     QTest::addColumn<QString>("line");
 
-    QTest::newRow("a day of exercise only") << u"energy"_s << 0 << 1
-                                        << u"2026-03-05\t0 cals\t200 cals\t-200 cals\t1800 cals\tno\tno"_s;
+    QTest::newRow("a day of exercise only")
+        << u"energy"_s << 0 << 1 << u"2026-03-05\t0 cals\t200 cals\t-200 cals\t1800 cals\tno\tno"_s;
     // 1437.5 x 4.18 = 6008.75, -200 x 4.18 = -836, 2300 x 4.18 = 9614.
     QTest::newRow("kilojoules") << u"energy"_s << 0 << 0 << u"Net\t6009 kj\t-836 kj\t9614 kj\t4"_s;
     QTest::newRow("ticks as a share of days") << u"energy"_s << 0 << 1 << u"Food tick\t50.0 %\tno\tyes\t4"_s;
@@ -312,7 +318,8 @@ void TestReports::breakdown()
     QCOMPARE(report.topFoods()[1].share, 30.0);
 
     const QString text = reportText(report.document(), ReportUnits(0, 1));
-    QVERIFY2(text.contains(u"\nLunch\t2900 cals\t"_s) && text.contains(u"\t47.5 %\n"_s), qPrintable(text)); // 2900/6100
+    QVERIFY2(text.contains(u"\nLunch\t2900 cals\t"_s) && text.contains(u"\t47.5 %\n"_s),
+             qPrintable(text)); // 2900/6100
     QVERIFY2(text.contains(u"\nExercise\t-350 cals\t-\t"_s), qPrintable(text));
 }
 
@@ -346,11 +353,14 @@ void TestReports::commandErrors_data()
     QTest::addColumn<QString>("arguments");
     QTest::addColumn<QString>("error");
     QTest::newRow("unknown report") << u"report calories"_s << u"unknown report 'calories'"_s;
-    QTest::newRow("bad date") << u"report energy --from 2026-02-30"_s << u"--from: '2026-02-30' is not a date"_s;
+    QTest::newRow("bad date") << u"report energy --from 2026-02-30"_s
+                              << u"--from: '2026-02-30' is not a date"_s;
     QTest::newRow("from after to") << u"report energy --from 2026-03-09 --to 2026-03-02"_s
                                    << u"--from is after --to"_s;
-    QTest::newRow("unknown nutrient") << u"report nutrients --nutrient iron"_s << u"unknown nutrient 'iron'"_s;
-    QTest::newRow("nutrient of weight") << u"report weight --nutrient fat"_s << u"has no nutrient to choose"_s;
+    QTest::newRow("unknown nutrient")
+        << u"report nutrients --nutrient iron"_s << u"unknown nutrient 'iron'"_s;
+    QTest::newRow("nutrient of weight")
+        << u"report weight --nutrient fat"_s << u"has no nutrient to choose"_s;
     QTest::newRow("two forms") << u"report steps --json --csv"_s << u"choose one of"_s;
     QTest::newRow("pdf") << u"report steps --pdf out.pdf"_s << u"not available yet"_s;
 }
@@ -375,7 +385,8 @@ void TestReports::commandJsonAndCsv()
     QCOMPARE(protein.value(u"key"_s).toString(), u"protein"_s);
     QCOMPARE(protein.value(u"days"_s).toInt(), 3);
     QCOMPARE(protein.value(u"maximum"_s).toDouble(), 100.0);
-    QCOMPARE(protein.value(u"points"_s).toArray().at(1).toObject().value(u"date"_s).toString(), u"2026-03-04"_s);
+    QCOMPARE(protein.value(u"points"_s).toArray().at(1).toObject().value(u"date"_s).toString(),
+             u"2026-03-04"_s);
 
     // The profile's own units: after switching to imperial, the tool shows pounds.
     UserSettings settings = UserDB::getSettings(_user);
