@@ -64,6 +64,10 @@ constexpr std::array kCommands = {
     Command{"summary", "[DATE]", "Reports and export", summary},
     Command{"export", "(--file F | --folder DIR | both) [--from DATE --to DATE] [--skip-empty]",
             "Reports and export", exportCommand},
+    Command{"report",
+            "energy|nutrients|weight|measurements|steps|breakdown [--from DATE --to DATE] [--nutrient NAME] "
+            "[--json | --csv | --pdf FILE]",
+            "Reports and export", report},
 
     Command{"publish", "", "Web", publish},
     Command{"mealplan", "", "Web", mealplan},

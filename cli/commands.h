@@ -57,6 +57,7 @@ int updateDb(Context &context, const QStringList &args);
 int day(Context &context, const QStringList &args);
 int exportCommand(Context &context, const QStringList &args);
 int summary(Context &context, const QStringList &args);
+int report(Context &context, const QStringList &args);
 int backup(Context &context, const QStringList &args);
 int restore(Context &context, const QStringList &args);
 int goal(Context &context, const QStringList &args);

@@ -9,8 +9,12 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QGuiApplication>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
+#include <memory>
 
 namespace {
 
@@ -46,7 +50,8 @@ QString helpText()
             text += QLatin1Char(' ') + QLatin1String(command.synopsis);
         text += QLatin1Char('\n');
     }
-    text += QLatin1String("\nReference data:\n") + QLatin1String(Lm::kReferenceDataCredits) + QLatin1Char('\n');
+    text +=
+        QLatin1String("\nReference data:\n") + QLatin1String(Lm::kReferenceDataCredits) + QLatin1Char('\n');
     return text;
 }
 
@@ -87,7 +92,8 @@ int run(const QStringList &arguments)
 
     if (!context.options.resourceDir.isEmpty()) {
         if (!QDir(context.options.resourceDir).exists())
-            Cli::usageError(QStringLiteral("resource folder %1 does not exist").arg(context.options.resourceDir));
+            Cli::usageError(
+                QStringLiteral("resource folder %1 does not exist").arg(context.options.resourceDir));
         LmSettings::setResourcePath(context.options.resourceDir);
     }
     return command->run(context, arguments.mid(i + 1));
@@ -97,7 +103,14 @@ int run(const QStringList &arguments)
 
 int main(int argc, char *argv[])
 {
-    QCoreApplication app(argc, argv);
+    // Printed pages need fonts, and so a Gui application; on no display, as the tool runs
+    // anywhere. The other commands start faster without one.
+    const bool pages =
+        std::any_of(argv + 1, argv + argc, [](const char *a) { return std::strcmp(a, "--pdf") == 0; });
+    if (pages && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    std::unique_ptr<QCoreApplication> app = pages ? std::make_unique<QGuiApplication>(argc, argv)
+                                                  : std::make_unique<QCoreApplication>(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("tarnwell-cli"));
     QCoreApplication::setApplicationVersion(QLatin1String(Lm::kVersion));
     Lm::installMessageHandler(Lm::MessageHandlerMode::CommandLine);

@@ -355,9 +355,11 @@ QMap<QString, DailyTotal> DiaryDB::getDailyTotals(int user_id, const QString &st
     QMap<QString, DailyTotal> totals;
 
     if (mealFilter != EXERCISE) {
-        QString sql = QStringLiteral("SELECT date, SUM(calories), SUM(fat), SUM(fiber), SUM(protein), SUM(carb), SUM "
-                                     "(saturated_fat), SUM(cholesterol), SUM(sodium), sum(sugar), sum(calcium) FROM food_")
-                      + _suffix + QStringLiteral(" WHERE user_id = ? AND status <> ? AND date >= ? AND date <= ? ");
+        QString sql =
+            QStringLiteral("SELECT date, SUM(calories), SUM(fat), SUM(fiber), SUM(protein), SUM(carb), SUM "
+                           "(saturated_fat), SUM(cholesterol), SUM(sodium), sum(sugar), sum(calcium), "
+                           "COUNT(*) FROM food_") +
+            _suffix + QStringLiteral(" WHERE user_id = ? AND status <> ? AND date >= ? AND date <= ? ");
         QVariantList values = {user_id, STATUS_DELETED, startDay, endDay};
         if (mealFilter == ALL_SNACKS) {
             sql += QStringLiteral("AND meal IN (?, ?, ?) ");
@@ -376,18 +378,89 @@ QMap<QString, DailyTotal> DiaryDB::getDailyTotals(int user_id, const QString &st
                 DailyTotal &total = totals[query->value(0).toString()];
                 for (int i = 0; i < kNutrientCount; ++i)
                     total.nutrients[size_t(order[i])] = query->value(1 + i).toDouble();
+                total.foodEntries = query->value(1 + kNutrientCount).toInt();
             }
         }
     }
     if (mealFilter == ALL_MEALS || mealFilter == EXERCISE) {
-        LmSqlQueryPtr query = prepare(QStringLiteral("SELECT date, SUM(rate*duration) FROM exer_") + _suffix
-                                      + QStringLiteral(" WHERE user_id = ? AND status <> ? AND date >= ? AND date <= ? GROUP BY date"));
+        LmSqlQueryPtr query = prepare(
+            QStringLiteral("SELECT date, SUM(rate*duration), SUM(duration) FROM exer_") + _suffix +
+            QStringLiteral(" WHERE user_id = ? AND status <> ? AND date >= ? AND date <= ? GROUP BY date"));
         if (execBound(query, {user_id, STATUS_DELETED, startDay, endDay})) {
-            while (query->next())
-                totals[query->value(0).toString()].burned = query->value(1).toDouble();
+            while (query->next()) {
+                DailyTotal &total = totals[query->value(0).toString()];
+                total.burned = query->value(1).toDouble();
+                total.minutes = query->value(2).toDouble();
+            }
         }
     }
     return totals;
+}
+
+namespace {
+
+// The ten sums of a food query from column first on, in the order of kSummedNutrients.
+constexpr int kSummedNutrients[kNutrientCount] = {ENERGY,        FAT,         FIBER,  PROTEIN, CARB,
+                                                  SATURATED_FAT, CHOLESTEROL, SODIUM, SUGAR,   CALCIUM};
+const char kNutrientSums[] =
+    "SUM(calories), SUM(fat), SUM(fiber), SUM(protein), SUM(carb), SUM(saturated_fat), "
+    "SUM(cholesterol), SUM(sodium), SUM(sugar), SUM(calcium)";
+
+void readSums(const QSqlQuery &query, int first, std::array<double, kNutrientCount> &nutrients)
+{
+    for (int i = 0; i < kNutrientCount; ++i)
+        nutrients[size_t(kSummedNutrients[i])] = query.value(first + i).toDouble();
+}
+
+} // namespace
+
+QMap<int, DailyTotal> DiaryDB::getMealTotals(int user_id, const QString &startDay,
+                                             const QString &endDay) const
+{
+    QMap<int, DailyTotal> totals;
+    LmSqlQueryPtr foods =
+        prepare(QStringLiteral("SELECT meal, COUNT(*), ") + QLatin1String(kNutrientSums) +
+                QStringLiteral(" FROM food_") + _suffix +
+                QStringLiteral(" WHERE user_id = ? AND status <> ? AND date >= ? AND date <= ? "
+                               "GROUP BY meal"));
+    if (execBound(foods, {user_id, STATUS_DELETED, startDay, endDay})) {
+        while (foods->next()) {
+            DailyTotal &total = totals[foods->value(0).toInt()];
+            total.foodEntries = foods->value(1).toInt();
+            readSums(*foods, 2, total.nutrients);
+        }
+    }
+    LmSqlQueryPtr exercises =
+        prepare(QStringLiteral("SELECT SUM(rate*duration), SUM(duration), COUNT(*) FROM exer_") + _suffix +
+                QStringLiteral(" WHERE user_id = ? AND status <> ? AND date >= ? AND date <= ?"));
+    if (execBound(exercises, {user_id, STATUS_DELETED, startDay, endDay}) && exercises->next() &&
+        exercises->value(2).toInt() > 0) {
+        DailyTotal &total = totals[EXERCISE];
+        total.burned = exercises->value(0).toDouble();
+        total.minutes = exercises->value(1).toDouble();
+    }
+    return totals;
+}
+
+QList<FoodTotal> DiaryDB::getFoodTotals(int user_id, const QString &startDay, const QString &endDay) const
+{
+    QList<FoodTotal> foods;
+    LmSqlQueryPtr query =
+        prepare(QStringLiteral("SELECT ref_id, food_name, COUNT(*), ") + QLatin1String(kNutrientSums) +
+                QStringLiteral(" FROM food_") + _suffix +
+                QStringLiteral(" WHERE user_id = ? AND status <> ? AND date >= ? AND date <= ? "
+                               "GROUP BY ref_id, food_name"));
+    if (execBound(query, {user_id, STATUS_DELETED, startDay, endDay})) {
+        while (query->next()) {
+            FoodTotal food;
+            food.ref_id = query->value(0).toInt();
+            food.name = query->value(1).toString();
+            food.entries = query->value(2).toInt();
+            readSums(*query, 3, food.nutrients);
+            foods.append(food);
+        }
+    }
+    return foods;
 }
 
 bool DiaryDB::markPublished(int user_id) const

@@ -23,6 +23,17 @@ struct DailyTotal
 {
     std::array<double, kNutrientCount> nutrients{};
     double burned = 0.0;
+    double minutes = 0.0; // of exercise
+    int foodEntries = 0;  // a day with only exercise has none
+};
+
+// What a range holds of one food (by reference id and name): its entries and their sums.
+struct FoodTotal
+{
+    int ref_id = -1;
+    QString name;
+    int entries = 0;
+    std::array<double, kNutrientCount> nutrients{};
 };
 
 class DiaryDB
@@ -48,6 +59,10 @@ public:
     // EXERCISE (energy burned only). Burned energy is filled for 0 and EXERCISE.
     QMap<QString, DailyTotal> getDailyTotals(int user_id, const QString &startDate, const QString &endDate,
                                              int mealFilter) const;
+    // Sums of the range by meal code; EXERCISE holds the energy burned and the minutes.
+    QMap<int, DailyTotal> getMealTotals(int user_id, const QString &startDate, const QString &endDate) const;
+    // Every food eaten in the range with its sums.
+    QList<FoodTotal> getFoodTotals(int user_id, const QString &startDate, const QString &endDate) const;
     // How much a profile eats each food (by ref_id) and does each exercise (by name): every live
     // entry of the last three years counts, halved for each six months it lies before today.
     QHash<int, double> foodUsage(int user_id, const QDate &today) const;

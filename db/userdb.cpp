@@ -349,6 +349,32 @@ Targets UserDB::getTargets(int user_id, const QString &day)
     return targets;
 }
 
+QList<Targets> UserDB::getTargetHistory(int user_id, const QString &from, const QString &to)
+{
+    QList<Targets> rows;
+    const Targets first = getTargets(user_id, from);
+    if (!first.date.isEmpty())
+        rows.append(first);
+    QString columns;
+    for (const char *column : kTargetColumns)
+        columns += QLatin1Char(',') + QLatin1String(column);
+    LmSqlQueryPtr query =
+        prepare(QStringLiteral("SELECT date") + columns + QStringLiteral(" FROM user_target WHERE ") +
+                QLatin1String(kTargetColumns[0]) +
+                QStringLiteral(" IS NOT NULL AND user_id = ? AND date > ? AND date <= ? "
+                               "ORDER BY date"));
+    if (execBound(query, {user_id, from, to})) {
+        while (query->next()) {
+            Targets targets;
+            targets.date = query->value(0).toString();
+            for (int i = 0; i < 10; ++i)
+                targets.values[size_t(i)] = number(query->value(1 + i));
+            rows.append(targets);
+        }
+    }
+    return rows;
+}
+
 std::optional<Targets> UserDB::getTargetsOn(int user_id, const QString &day)
 {
     checkUser(user_id);

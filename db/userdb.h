@@ -110,6 +110,9 @@ public:
     // The row set on that very day, with its calories or without; none when the day has no row.
     static std::optional<Targets> getTargetsOn(int user_id, const QString &day);
     static bool setTargets(int user_id, const QString &day, const Targets &targets);
+    // The rows in force over a range, oldest first: the one in force on from (if any), then each
+    // set after it up to to. The row in force on a day is the latest of them on or before it.
+    static QList<Targets> getTargetHistory(int user_id, const QString &from, const QString &to);
 
     static double getHeight(int user_id); // the latest of all; -1 when none
     static bool setHeight(int user_id, const QString &day, double height);

@@ -11,7 +11,6 @@
 #include "model/unitdescriptor.h"
 #include "net/mealplandownload.h"
 #include "reports/csvexportdiary.h"
-#include "reports/daysummary.h"
 #include "ui/backgroundservices.h"
 #include "ui/checkinview.h"
 #include "ui/diaryview.h"
@@ -23,6 +22,7 @@
 #include "ui/profiledialog.h"
 #include "ui/publishdialog.h"
 #include "ui/recipedialog.h"
+#include "ui/reportsview.h"
 #include "ui/savedmealsdialog.h"
 #include "ui/updatedialog.h"
 
@@ -70,12 +70,12 @@ MainWindow::MainWindow(QWidget *parent)
     _diary = new DiaryView(this);
     _checkInPage = new QWidget(this);
     (new QVBoxLayout(_checkInPage))->setContentsMargins(0, 0, 0, 0);
-    _report = new QTextBrowser(this);
-    _report->setObjectName(QStringLiteral("report"));
+    _reports = new ReportsView(this);
+    _reports->setObjectName(QStringLiteral("reports"));
     _pages = new QStackedWidget(this);
     _pages->addWidget(_diary);
     _pages->addWidget(_checkInPage);
-    _pages->addWidget(_report);
+    _pages->addWidget(_reports);
     // F1 opens the help page of the section with focus.
     const char *const helpPages[] = {"logging", "check-ins-and-goals", "reports"};
     for (int s = 0; s < int(std::size(helpPages)) && s < _pages->count(); ++s)
@@ -384,8 +384,11 @@ void MainWindow::showSection(int section)
 
 void MainWindow::updateReport()
 {
-    if (_userId >= 0 && _pages->currentIndex() == ReportsSection)
-        _report->setHtml(daySummaryReport(_userId, _diary->date()));
+    if (_userId >= 0 && _pages->currentIndex() == ReportsSection) {
+        _reports->setUser(_userId);
+        _reports->setDay(_diary->date());
+        _reports->refresh();
+    }
 }
 
 QString MainWindow::aboutText() const
@@ -464,6 +467,9 @@ DiaryPrinting *MainWindow::printing()
     if (!_printing)
         _printing = new DiaryPrinting(this);
     _printing->setDay(_userId, _diary->date());
+    // The shown report, when there is one; else the diary.
+    const bool report = _pages->currentIndex() == ReportsSection && _reports->document();
+    _printing->setReport(report ? _reports->document() : std::nullopt);
     return _printing;
 }
 

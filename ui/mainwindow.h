@@ -13,7 +13,7 @@ class QMenu;
 class DiaryView;
 class QListWidget;
 class QStackedWidget;
-class QTextBrowser;
+class ReportsView;
 
 class MainWindow : public QMainWindow
 {
@@ -72,7 +72,7 @@ private:
     DiaryView *_diary;
     QWidget *_checkInPage;
     CheckInView *_checkIn = nullptr;
-    QTextBrowser *_report;
+    ReportsView *_reports;
     BackgroundServices *_background;
     DiaryPrinting *_printing = nullptr;
 };

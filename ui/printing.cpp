@@ -3,6 +3,8 @@
 #include "app/lmsettings.h"
 #include "reports/diarysheet.h"
 #include "reports/pagewriter.h"
+#include "reports/reportoutput.h"
+#include "reports/reportpages.h"
 
 #include <QComboBox>
 #include <QFileInfo>
@@ -46,6 +48,8 @@ bool DiaryPrinting::paint(QPagedPaintDevice *device)
 {
     if (_userId < 0)
         return false;
+    if (_report)
+        return printReport(*_report, ReportUnits::of(_userId), device);
     QDate from = _day;
     QDate to = _day;
     if (span() == Week) {
@@ -64,7 +68,7 @@ void DiaryPrinting::preview()
     dialog.setWindowTitle(tr("Print Preview"));
     connect(&dialog, &QPrintPreviewDialog::paintRequested, this, [this](QPrinter *device) { paint(device); });
     // The day or its week, chosen where the pages are seen.
-    if (auto *tools = dialog.findChild<QToolBar *>()) {
+    if (auto *tools = _report ? nullptr : dialog.findChild<QToolBar *>()) {
         auto *choice = new QComboBox(tools);
         choice->setObjectName(QStringLiteral("printSpan"));
         choice->addItems({tr("This day"), tr("This week")});

@@ -1,0 +1,23 @@
+#pragma once
+
+// A report's chart drawn with a painter, as vectors: the series that share the report's main
+// quantity as lines over the dates (a gap breaks a line), its single figures of that quantity as
+// dashed levels (the goal weight, the BMI band edges), axes in the profile's units. Printed
+// pages and PDFs use it; the window shows the same series with Qt Charts.
+
+#include "reports/reportdocument.h"
+
+#include <QColor>
+#include <QList>
+#include <QRectF>
+
+class QPainter;
+class ReportUnits;
+
+// The series a chart of the document shows, and the quantity of its axis.
+QList<const ReportSeries *> chartedSeries(const ReportDocument &document);
+// Colours the window and the pages give the charted series, in order.
+QColor seriesColour(qsizetype index);
+
+void paintReportChart(QPainter &painter, const QRectF &area, const ReportDocument &document,
+                      const ReportUnits &units);

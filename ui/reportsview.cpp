@@ -1,0 +1,264 @@
+#include "ui/reportsview.h"
+
+#include "db/userdb.h"
+#include "model/dbtypes.h"
+#include "reports/daysummary.h"
+#include "reports/reportbuild.h"
+#include "reports/reportchart.h"
+#include "reports/reportoutput.h"
+
+#include <QChart>
+#include <QChartView>
+#include <QComboBox>
+#include <QDateTimeAxis>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLegend>
+#include <QLegendMarker>
+#include <QLineSeries>
+#include <QListWidget>
+#include <QSplitter>
+#include <QStackedWidget>
+#include <QTextBrowser>
+#include <QVBoxLayout>
+#include <QValueAxis>
+
+#include <cmath>
+
+namespace {
+
+// The tables of a report as HTML, in the order every form of it follows.
+class HtmlLayout : public ReportLayout
+{
+public:
+    explicit HtmlLayout(int days)
+        : _days(days)
+    {
+    }
+    QString html;
+
+    void heading(const ReportDocument &) override {}
+    void table(const QString &key, const QString &title, const QStringList &header,
+               const QList<QStringList> &rows) override
+    {
+        // The chart shows the days of longer runs.
+        if (rows.isEmpty() || (key == QLatin1String("days") && _days > 31))
+            return;
+        html += QStringLiteral("<h3>%1</h3><table cellspacing=0 cellpadding=3 border=0 width=100%><tr>")
+                    .arg(title.toHtmlEscaped());
+        for (qsizetype c = 0; c < header.size(); ++c)
+            html += QStringLiteral("<th align=%1>%2</th>")
+                        .arg(c ? QStringLiteral("right") : QStringLiteral("left"), header[c].toHtmlEscaped());
+        html += QStringLiteral("</tr>");
+        bool shade = false;
+        for (const QStringList &row : rows) {
+            html += shade ? QStringLiteral("<tr bgcolor=#eef3ee>") : QStringLiteral("<tr>");
+            for (qsizetype c = 0; c < row.size(); ++c)
+                html +=
+                    QStringLiteral("<td align=%1>%2</td>")
+                        .arg(c ? QStringLiteral("right") : QStringLiteral("left"), row[c].toHtmlEscaped());
+            html += QStringLiteral("</tr>");
+            shade = !shade;
+        }
+        html += QStringLiteral("</table>");
+    }
+
+private:
+    int _days;
+};
+
+QDateTime at(const QDate &date)
+{
+    return date.startOfDay();
+}
+
+} // namespace
+
+ReportsView::ReportsView(QWidget *parent)
+    : QWidget(parent)
+    , _reports(new QListWidget(this))
+    , _range(new QComboBox(this))
+    , _nutrient(new QComboBox(this))
+    , _pages(new QStackedWidget(this))
+    , _summary(new QTextBrowser(this))
+    , _chart(new QChartView(this))
+    , _tables(new QTextBrowser(this))
+{
+    _reports->setObjectName(QStringLiteral("reportList"));
+    _reports->addItems({tr("Day summary"), tr("Energy"), tr("Nutrients"), tr("Weight"), tr("Measurements"),
+                        tr("Steps"), tr("Breakdown")});
+    _reports->setMaximumWidth(_reports->sizeHintForColumn(0) + 24);
+    _range->setObjectName(QStringLiteral("range"));
+    _range->addItem(tr("Week"), ReportRange::Week);
+    _range->addItem(tr("Month"), ReportRange::Month);
+    _range->addItem(tr("Three months"), ReportRange::ThreeMonths);
+    _range->addItem(tr("Year"), ReportRange::Year);
+    _range->addItem(tr("All"), ReportRange::All);
+    _range->setCurrentIndex(1);
+    _nutrient->setObjectName(QStringLiteral("nutrient"));
+    for (int type = 0; type < kNutrientCount; ++type)
+        _nutrient->addItem(nutrientTitle(type), type);
+    _summary->setObjectName(QStringLiteral("report"));
+    _chart->setObjectName(QStringLiteral("chart"));
+    _chart->setRenderHint(QPainter::Antialiasing);
+    _chart->setMinimumHeight(220);
+    _tables->setObjectName(QStringLiteral("reportTables"));
+
+    auto *bar = new QHBoxLayout;
+    bar->addWidget(new QLabel(tr("Days:"), this));
+    bar->addWidget(_range);
+    bar->addWidget(_nutrient);
+    bar->addStretch();
+    auto *charted = new QSplitter(Qt::Vertical, this);
+    charted->addWidget(_chart);
+    charted->addWidget(_tables);
+    charted->setStretchFactor(0, 3);
+    charted->setStretchFactor(1, 2);
+    auto *chartPage = new QWidget(this);
+    auto *chartLayout = new QVBoxLayout(chartPage);
+    chartLayout->setContentsMargins(0, 0, 0, 0);
+    chartLayout->addLayout(bar);
+    chartLayout->addWidget(charted);
+    _pages->addWidget(_summary);
+    _pages->addWidget(chartPage);
+    auto *layout = new QHBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(_reports);
+    layout->addWidget(_pages, 1);
+    _reports->setCurrentRow(Summary);
+
+    connect(_reports, &QListWidget::currentRowChanged, this, &ReportsView::refresh);
+    connect(_range, &QComboBox::currentIndexChanged, this, &ReportsView::refresh);
+    connect(_nutrient, &QComboBox::currentIndexChanged, this, &ReportsView::refresh);
+}
+
+void ReportsView::setUser(int userId)
+{
+    _userId = userId;
+}
+
+void ReportsView::setDay(const QDate &day)
+{
+    _day = day;
+}
+
+ReportsView::Report ReportsView::report() const
+{
+    return Report(std::max(0, _reports->currentRow()));
+}
+
+void ReportsView::setReport(Report report)
+{
+    _reports->setCurrentRow(report);
+}
+
+void ReportsView::setRange(int kind)
+{
+    _range->setCurrentIndex(_range->findData(kind));
+}
+
+void ReportsView::refresh()
+{
+    if (_userId < 0)
+        return;
+    const Report shown = report();
+    _nutrient->setVisible(shown == Nutrients || shown == Breakdown);
+    if (shown == Summary) {
+        _document.reset();
+        _pages->setCurrentIndex(0);
+        _summary->setHtml(daySummaryReport(_userId, _day));
+        return;
+    }
+    static const char *const names[] = {"",      "energy",   "nutrients", "weight", "measurements",
+                                        "steps", "breakdown"};
+    const auto kind = ReportRange::Kind(_range->currentData().toInt());
+    const ReportRange range =
+        kind == ReportRange::All ? ReportRange::all(_userId, _day) : ReportRange::ending(kind, _day);
+    _document = buildReport(QLatin1String(names[shown]), _userId, range, _nutrient->currentData().toInt());
+    _pages->setCurrentIndex(1);
+    showDocument();
+}
+
+void ReportsView::showDocument()
+{
+    const ReportDocument &document = *_document;
+    const ReportUnits units = ReportUnits::of(_userId);
+    auto *chart = new QChart;
+    chart->setTitle(document.title);
+    chart->legend()->setAlignment(Qt::AlignBottom);
+    const QList<const ReportSeries *> charted = chartedSeries(document);
+    auto *dates = new QDateTimeAxis;
+    dates->setFormat(QLocale().dateFormat(QLocale::ShortFormat));
+    auto *values = new QValueAxis;
+    chart->addAxis(dates, Qt::AlignBottom);
+    chart->addAxis(values, Qt::AlignLeft);
+    QDate last = document.range.to();
+    double low = INFINITY;
+    double high = -INFINITY;
+    const auto add = [&](QLineSeries *line, const QColor &colour, bool inLegend) {
+        line->setColor(colour);
+        chart->addSeries(line);
+        line->attachAxis(dates);
+        line->attachAxis(values);
+        if (!inLegend)
+            chart->legend()->markers(line).constFirst()->setVisible(false);
+    };
+    if (!charted.isEmpty()) {
+        const Quantity quantity = charted.first()->quantity;
+        const int nutrient = charted.first()->nutrient;
+        const bool daily = quantity != Quantity::Weight && quantity != Quantity::Length;
+        values->setTitleText(units.unitText(quantity, nutrient));
+        for (qsizetype i = 0; i < charted.size(); ++i) {
+            // A gap in a daily log breaks the line: one piece a run of days.
+            QLineSeries *piece = nullptr;
+            QDate previous;
+            for (const SeriesPoint &p : charted[i]->points) {
+                const double v = units.toDisplay(quantity, nutrient, p.value);
+                low = std::min(low, v);
+                high = std::max(high, v);
+                last = std::max(last, p.date);
+                if (!piece || (daily && previous.daysTo(p.date) != 1)) {
+                    if (piece)
+                        add(piece, seriesColour(i), !piece->name().isEmpty());
+                    piece = new QLineSeries;
+                    if (!previous.isValid())
+                        piece->setName(charted[i]->title);
+                }
+                piece->append(double(at(p.date).toMSecsSinceEpoch()), v);
+                previous = p.date;
+            }
+            if (piece)
+                add(piece, seriesColour(i), !piece->name().isEmpty());
+        }
+        for (const ReportFigure &f : document.figures) {
+            if (f.quantity != quantity || f.nutrient != nutrient)
+                continue;
+            const double v = units.toDisplay(quantity, nutrient, f.value);
+            low = std::min(low, v);
+            high = std::max(high, v);
+            auto *level = new QLineSeries;
+            level->setName(f.title);
+            level->append(double(at(document.range.from()).toMSecsSinceEpoch()), v);
+            level->append(double(at(last).toMSecsSinceEpoch()), v);
+            QPen pen(QColor(0x99, 0x99, 0x99));
+            pen.setStyle(Qt::DashLine);
+            level->setPen(pen);
+            chart->addSeries(level);
+            level->attachAxis(dates);
+            level->attachAxis(values);
+        }
+    }
+    dates->setRange(at(document.range.from()), at(last));
+    if (std::isfinite(low)) {
+        values->setRange(low, high > low ? high : low + 1);
+        values->applyNiceNumbers();
+    }
+    QChart *old = _chart->chart();
+    _chart->setChart(chart);
+    delete old;
+    _chart->setVisible(!charted.isEmpty());
+
+    HtmlLayout layout(document.range.days());
+    layOutReport(document, units, layout);
+    _tables->setHtml(layout.html);
+}
