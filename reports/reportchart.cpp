@@ -40,6 +40,26 @@ QList<const ReportSeries *> chartedSeries(const ReportDocument &document)
     return charted;
 }
 
+QList<const ReportFigure *> chartedLevels(const ReportDocument &document, const ReportUnits &units, double low,
+                                          double high)
+{
+    QList<const ReportFigure *> levels;
+    const QList<const ReportSeries *> charted = chartedSeries(document);
+    if (charted.isEmpty())
+        return levels;
+    const Quantity quantity = charted.first()->quantity;
+    const int nutrient = charted.first()->nutrient;
+    const double margin = std::max(0.25 * (high - low), 2.0);
+    for (const ReportFigure &f : document.figures) {
+        if (!f.level || f.quantity != quantity || f.nutrient != nutrient || !std::isfinite(f.value))
+            continue;
+        const double v = units.toDisplay(quantity, nutrient, f.value);
+        if (f.key.startsWith(QLatin1String("goal")) || (v >= low - margin && v <= high + margin))
+            levels.append(&f);
+    }
+    return levels;
+}
+
 QColor seriesColour(qsizetype index)
 {
     static const QList<QColor> colours = {QColor(0x2e, 0x9d, 0x5b), QColor(0x34, 0x49, 0x5e),
@@ -77,13 +97,10 @@ void paintReportChart(QPainter &painter, const QRectF &area, const ReportDocumen
             high = std::max(high, shown(p.value));
         }
     }
-    QList<const ReportFigure *> levels;
-    for (const ReportFigure &f : document.figures) {
-        if (f.quantity == quantity && f.nutrient == nutrient && std::isfinite(f.value)) {
-            levels.append(&f);
-            low = std::min(low, shown(f.value));
-            high = std::max(high, shown(f.value));
-        }
+    const QList<const ReportFigure *> levels = chartedLevels(document, units, low, high);
+    for (const ReportFigure *f : levels) {
+        low = std::min(low, shown(f->value));
+        high = std::max(high, shown(f->value));
     }
     if (!std::isfinite(low)) {
         painter.drawText(area, Qt::AlignCenter, QStringLiteral("Nothing recorded in these days."));

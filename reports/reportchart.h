@@ -16,6 +16,10 @@ class ReportUnits;
 
 // The series a chart of the document shows, and the quantity of its axis.
 QList<const ReportSeries *> chartedSeries(const ReportDocument &document);
+// The levels drawn across a chart whose points run from low to high (display units): the goal
+// always, a band's edge only near the points, so that a far edge does not flatten the line.
+QList<const ReportFigure *> chartedLevels(const ReportDocument &document, const ReportUnits &units, double low,
+                                          double high);
 // Colours the window and the pages give the charted series, in order.
 QColor seriesColour(qsizetype index);
 

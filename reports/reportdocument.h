@@ -79,6 +79,7 @@ struct ReportFigure
     Quantity quantity = Quantity::Weight;
     double value = 0.0;
     int nutrient = -1;
+    bool level = false; // a level a chart draws across (a goal, a band's edge), not a change
 };
 
 // A table with labelled rows (meals, foods): each column one quantity, a missing cell is a gap.

@@ -195,7 +195,7 @@ void layOutReport(const ReportDocument &document, const ReportUnits &units, Repo
             }
             summary << (row << QString::number(figures.days));
         }
-        layout.table(QStringLiteral("summary"), QStringLiteral("Figures"),
+        layout.table(QStringLiteral("summary"), QStringLiteral("Summary"),
                      {QStringLiteral("Series"), QStringLiteral("Average"), QStringLiteral("Minimum"),
                       QStringLiteral("Maximum"), QStringLiteral("Days logged")},
                      summary);

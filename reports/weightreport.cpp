@@ -121,9 +121,11 @@ ReportDocument WeightReport::document() const
         document.series.append(line);
     }
 
-    if (_goal)
+    if (_goal) {
         document.figures.append(
             {QStringLiteral("goalWeight"), QStringLiteral("Goal weight"), Quantity::Weight, *_goal});
+        document.figures.last().level = true;
+    }
     if (const std::optional<double> rate = weeklyRate())
         document.figures.append(
             {QStringLiteral("weeklyRate"), QStringLiteral("Change a week"), Quantity::Weight, *rate});
@@ -136,9 +138,11 @@ ReportDocument WeightReport::document() const
                                  Quantity::Count, double(_forecast->months)});
     }
     for (const BmiBand &band : _bands) {
-        if (band.from)
+        if (band.from) {
             document.figures.append({bandKey(band.name), QStringLiteral("BMI %1 from").arg(band.name),
                                      Quantity::Weight, *band.from});
+            document.figures.last().level = true;
+        }
     }
     return document;
 }

@@ -7,6 +7,7 @@
 #include "db/newprofile.h"
 #include "dbfixture.h"
 #include "httptestserver.h"
+#include "model/dateconversion.h"
 #include "model/energy.h"
 #include "staticdb/fooddb.h"
 #include "ui/backgroundservices.h"
@@ -18,10 +19,12 @@
 #include "ui/preferencesdialog.h"
 #include "ui/printing.h"
 #include "ui/profiledialog.h"
+#include "ui/reportsview.h"
 #include "ui/updatedialog.h"
 
 #include <QAction>
 #include <QApplication>
+#include <QChartView>
 #include <QComboBox>
 #include <QDateEdit>
 #include <QDoubleSpinBox>
@@ -821,6 +824,35 @@ void TestDesktop::printPreviewAndPdf()
     QCOMPARE(dayPages, 1);
     QCOMPARE(weekPages, 1); // seven empty days fit a page
     QCOMPARE(window.printing()->span(), DiaryPrinting::Week);
+
+    // On the Reports section the shown report prints instead, with no day-or-week choice.
+    FoodDiaryItem soup;
+    soup.user_id = window.currentUser();
+    soup.date = DateConversion::fromQDate(QDate::currentDate());
+    soup.food_name = QStringLiteral("Soup");
+    soup.setNutrient(ENERGY, 250);
+    QVERIFY(DiaryDB().addFoodEntry(soup));
+    window.showSection(MainWindow::ReportsSection);
+    window.findChild<QListWidget *>(QStringLiteral("reportList"))->setCurrentRow(ReportsView::Energy);
+    QVERIFY(!window.findChild<QChartView *>(QStringLiteral("chart"))->chart()->series().isEmpty());
+    QVERIFY(window.findChild<QTextBrowser *>(QStringLiteral("reportTables"))
+                ->toPlainText()
+                .contains(QLatin1String("250")));
+    bool chosen = true;
+    int reportPages = 0;
+    QTimer::singleShot(0, [&] {
+        auto *dialog = window.findChild<QPrintPreviewDialog *>(QStringLiteral("printPreview"));
+        auto *pages = dialog ? dialog->findChild<QPrintPreviewWidget *>() : nullptr;
+        if (!pages)
+            return;
+        chosen = dialog->findChild<QComboBox *>(QStringLiteral("printSpan")) != nullptr;
+        pages->updatePreview();
+        reportPages = pages->pageCount();
+        dialog->reject();
+    });
+    window.findChild<QAction *>(QStringLiteral("printPreview"))->trigger();
+    QVERIFY(!chosen);
+    QCOMPARE(reportPages, 1);
 
     const QString pdf = _db.path(QStringLiteral("week.pdf"));
     QCOMPARE(window.printing()->exportPdf(pdf), QString());

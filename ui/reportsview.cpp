@@ -113,7 +113,7 @@ ReportsView::ReportsView(QWidget *parent)
     charted->addWidget(_chart);
     charted->addWidget(_tables);
     charted->setStretchFactor(0, 3);
-    charted->setStretchFactor(1, 2);
+    charted->setStretchFactor(1, 1);
     auto *chartPage = new QWidget(this);
     auto *chartLayout = new QVBoxLayout(chartPage);
     chartLayout->setContentsMargins(0, 0, 0, 0);
@@ -230,14 +230,12 @@ void ReportsView::showDocument()
             if (piece)
                 add(piece, seriesColour(i), !piece->name().isEmpty());
         }
-        for (const ReportFigure &f : document.figures) {
-            if (f.quantity != quantity || f.nutrient != nutrient)
-                continue;
-            const double v = units.toDisplay(quantity, nutrient, f.value);
+        for (const ReportFigure *f : chartedLevels(document, units, low, high)) {
+            const double v = units.toDisplay(quantity, nutrient, f->value);
             low = std::min(low, v);
             high = std::max(high, v);
             auto *level = new QLineSeries;
-            level->setName(f.title);
+            level->setName(f->title);
             level->append(double(at(document.range.from()).toMSecsSinceEpoch()), v);
             level->append(double(at(last).toMSecsSinceEpoch()), v);
             QPen pen(QColor(0x99, 0x99, 0x99));
