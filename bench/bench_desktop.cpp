@@ -4,12 +4,18 @@
 
 #include "benchdiary.h"
 #include "db/lmsqldb.h"
+#include "reports/daytable.h"
+#include "reports/diarysheet.h"
+#include "reports/pagewriter.h"
+#include "reports/weightreport.h"
 #include "staticdb/itemsearch.h"
 #include "ui/diaryview.h"
 #include "ui/mainwindow.h"
+#include "ui/reportsview.h"
 
 #include <QApplication>
 #include <QLineEdit>
+#include <QPdfWriter>
 #include <QProcess>
 #include <QSettings>
 
@@ -137,6 +143,62 @@ void BM_ChangeDay(benchmark::State &state)
     }
 }
 BENCHMARK(BM_ChangeDay)->Unit(benchmark::kMillisecond);
+
+// The Reports section opened on a year of the weight chart, beside reading the same report alone.
+void BM_OpenWeightChartYear_Floor(benchmark::State &state)
+{
+    const QDate last = BenchDiary::kFirstDay.addYears(9);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(
+            WeightReport(g_user, ReportRange::ending(ReportRange::Year, last)).document());
+}
+BENCHMARK(BM_OpenWeightChartYear_Floor)->Unit(benchmark::kMillisecond);
+
+void BM_OpenWeightChartYear(benchmark::State &state)
+{
+    MainWindow window;
+    window.openProfile(g_user);
+    window.diary()->setDate(BenchDiary::kFirstDay.addYears(9));
+    window.show();
+    auto *reports = window.findChild<ReportsView *>();
+    reports->setRange(ReportRange::Year);
+    reports->setReport(ReportsView::Weight);
+    for (auto _ : state) {
+        window.showSection(MainWindow::DiarySection);
+        window.showSection(MainWindow::ReportsSection);
+        QApplication::processEvents();
+    }
+}
+BENCHMARK(BM_OpenWeightChartYear)->Unit(benchmark::kMillisecond);
+
+// A year of the diary printed to a PDF file, beside reading the same days.
+void BM_DiaryYearPdf_Floor(benchmark::State &state)
+{
+    const QDate first = BenchDiary::kFirstDay.addYears(8);
+    for (auto _ : state) {
+        int entries = 0;
+        for (QDate day = first; day < first.addYears(1); day = day.addDays(1))
+            entries += int(DayTable::read(g_user, day, DayTable::columnsOf(g_user)).diary.foods.size());
+        benchmark::DoNotOptimize(entries);
+    }
+}
+BENCHMARK(BM_DiaryYearPdf_Floor)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+void BM_DiaryYearPdf(benchmark::State &state)
+{
+    const QDate first = BenchDiary::kFirstDay.addYears(8);
+    const QString file = BenchDiary::kHome + QStringLiteral("/year.pdf");
+    int pages = 0;
+    for (auto _ : state) {
+        QPdfWriter pdf(file);
+        PageWriter::useA4(&pdf);
+        DiarySheet sheet(g_user, first, first.addYears(1).addDays(-1));
+        sheet.print(&pdf);
+        pages = sheet.pages();
+    }
+    state.counters["pages"] = pages;
+}
+BENCHMARK(BM_DiaryYearPdf)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 } // namespace
 
