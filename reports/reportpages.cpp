@@ -40,6 +40,9 @@ public:
 
     void chart(const ReportDocument &document, const ReportUnits &units) override
     {
+        // A report of tables alone (the breakdown) has no chart to draw.
+        if (chartedSeries(document).isEmpty())
+            return;
         _out.keepTogether(kChartHeight);
         paintReportChart(_out.painter(), QRectF(_out.left(), _out.y(), _out.width(), kChartHeight - 10),
                          document, units);

@@ -838,6 +838,12 @@ void TestDesktop::printPreviewAndPdf()
     QVERIFY(window.findChild<QTextBrowser *>(QStringLiteral("reportTables"))
                 ->toPlainText()
                 .contains(QLatin1String("250")));
+    // Between two dates, and the breakdown by meal as bars.
+    auto *reports = window.findChild<ReportsView *>();
+    reports->setDates(QDate::currentDate().addDays(-3), QDate::currentDate());
+    QVERIFY(reports->document()->range.days() == 4);
+    reports->setReport(ReportsView::Breakdown);
+    QVERIFY(!window.findChild<QChartView *>(QStringLiteral("chart"))->chart()->series().isEmpty());
     bool chosen = true;
     int reportPages = 0;
     QTimer::singleShot(0, [&] {

@@ -7,9 +7,13 @@
 #include "reports/reportchart.h"
 #include "reports/reportoutput.h"
 
+#include <QBarCategoryAxis>
+#include <QBarSeries>
+#include <QBarSet>
 #include <QChart>
 #include <QChartView>
 #include <QComboBox>
+#include <QDateEdit>
 #include <QDateTimeAxis>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -72,117 +76,9 @@ QDateTime at(const QDate &date)
     return date.startOfDay();
 }
 
-} // namespace
-
-ReportsView::ReportsView(QWidget *parent)
-    : QWidget(parent)
-    , _reports(new QListWidget(this))
-    , _range(new QComboBox(this))
-    , _nutrient(new QComboBox(this))
-    , _pages(new QStackedWidget(this))
-    , _summary(new QTextBrowser(this))
-    , _chart(new QChartView(this))
-    , _tables(new QTextBrowser(this))
+// The series over the dates: a line each, the levels dashed across.
+QChart *lineChart(const ReportDocument &document, const ReportUnits &units)
 {
-    _reports->setObjectName(QStringLiteral("reportList"));
-    _reports->addItems({tr("Day summary"), tr("Energy"), tr("Nutrients"), tr("Weight"), tr("Measurements"),
-                        tr("Steps"), tr("Breakdown")});
-    _reports->setMaximumWidth(_reports->sizeHintForColumn(0) + 24);
-    _range->setObjectName(QStringLiteral("range"));
-    _range->addItem(tr("Week"), ReportRange::Week);
-    _range->addItem(tr("Month"), ReportRange::Month);
-    _range->addItem(tr("Three months"), ReportRange::ThreeMonths);
-    _range->addItem(tr("Year"), ReportRange::Year);
-    _range->addItem(tr("All"), ReportRange::All);
-    _range->setCurrentIndex(1);
-    _nutrient->setObjectName(QStringLiteral("nutrient"));
-    for (int type = 0; type < kNutrientCount; ++type)
-        _nutrient->addItem(nutrientTitle(type), type);
-    _summary->setObjectName(QStringLiteral("report"));
-    _chart->setObjectName(QStringLiteral("chart"));
-    _chart->setRenderHint(QPainter::Antialiasing);
-    _chart->setMinimumHeight(220);
-    _tables->setObjectName(QStringLiteral("reportTables"));
-
-    auto *bar = new QHBoxLayout;
-    bar->addWidget(new QLabel(tr("Days:"), this));
-    bar->addWidget(_range);
-    bar->addWidget(_nutrient);
-    bar->addStretch();
-    auto *charted = new QSplitter(Qt::Vertical, this);
-    charted->addWidget(_chart);
-    charted->addWidget(_tables);
-    charted->setStretchFactor(0, 3);
-    charted->setStretchFactor(1, 1);
-    auto *chartPage = new QWidget(this);
-    auto *chartLayout = new QVBoxLayout(chartPage);
-    chartLayout->setContentsMargins(0, 0, 0, 0);
-    chartLayout->addLayout(bar);
-    chartLayout->addWidget(charted);
-    _pages->addWidget(_summary);
-    _pages->addWidget(chartPage);
-    auto *layout = new QHBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(_reports);
-    layout->addWidget(_pages, 1);
-    _reports->setCurrentRow(Summary);
-
-    connect(_reports, &QListWidget::currentRowChanged, this, &ReportsView::refresh);
-    connect(_range, &QComboBox::currentIndexChanged, this, &ReportsView::refresh);
-    connect(_nutrient, &QComboBox::currentIndexChanged, this, &ReportsView::refresh);
-}
-
-void ReportsView::setUser(int userId)
-{
-    _userId = userId;
-}
-
-void ReportsView::setDay(const QDate &day)
-{
-    _day = day;
-}
-
-ReportsView::Report ReportsView::report() const
-{
-    return Report(std::max(0, _reports->currentRow()));
-}
-
-void ReportsView::setReport(Report report)
-{
-    _reports->setCurrentRow(report);
-}
-
-void ReportsView::setRange(int kind)
-{
-    _range->setCurrentIndex(_range->findData(kind));
-}
-
-void ReportsView::refresh()
-{
-    if (_userId < 0)
-        return;
-    const Report shown = report();
-    _nutrient->setVisible(shown == Nutrients || shown == Breakdown);
-    if (shown == Summary) {
-        _document.reset();
-        _pages->setCurrentIndex(0);
-        _summary->setHtml(daySummaryReport(_userId, _day));
-        return;
-    }
-    static const char *const names[] = {"",      "energy",   "nutrients", "weight", "measurements",
-                                        "steps", "breakdown"};
-    const auto kind = ReportRange::Kind(_range->currentData().toInt());
-    const ReportRange range =
-        kind == ReportRange::All ? ReportRange::all(_userId, _day) : ReportRange::ending(kind, _day);
-    _document = buildReport(QLatin1String(names[shown]), _userId, range, _nutrient->currentData().toInt());
-    _pages->setCurrentIndex(1);
-    showDocument();
-}
-
-void ReportsView::showDocument()
-{
-    const ReportDocument &document = *_document;
-    const ReportUnits units = ReportUnits::of(_userId);
     auto *chart = new QChart;
     chart->setTitle(document.title);
     chart->legend()->setAlignment(Qt::AlignBottom);
@@ -251,10 +147,196 @@ void ReportsView::showDocument()
         values->setRange(low, high > low ? high : low + 1);
         values->applyNiceNumbers();
     }
+    return chart;
+}
+
+// The breakdown: the chosen nutrient by meal, as bars.
+QChart *mealChart(const ReportDocument &document, const ReportUnits &units, int nutrient)
+{
+    auto *chart = new QChart;
+    chart->setTitle(document.title);
+    chart->legend()->hide();
+    const ReportGrid &grid = document.grids.first();
+    qsizetype column = -1;
+    for (qsizetype c = 0; c < grid.columns.size(); ++c) {
+        if (grid.columns[c].nutrient == nutrient)
+            column = c;
+    }
+    if (column < 0)
+        return chart;
+    const ReportGrid::Column &chosen = grid.columns[column];
+    auto *bars = new QBarSet(chosen.title);
+    bars->setColor(seriesColour(0));
+    QStringList meals;
+    for (const ReportGrid::Row &row : grid.rows) {
+        meals << row.label;
+        *bars << units.toDisplay(chosen.quantity, chosen.nutrient, row.cells.value(column).value_or(0.0));
+    }
+    auto *series = new QBarSeries;
+    series->append(bars);
+    chart->addSeries(series);
+    auto *names = new QBarCategoryAxis;
+    names->append(meals);
+    chart->addAxis(names, Qt::AlignBottom);
+    series->attachAxis(names);
+    auto *values = new QValueAxis;
+    values->setTitleText(units.unitText(chosen.quantity, chosen.nutrient));
+    chart->addAxis(values, Qt::AlignLeft);
+    series->attachAxis(values);
+    values->applyNiceNumbers();
+    return chart;
+}
+
+} // namespace
+
+ReportsView::ReportsView(QWidget *parent)
+    : QWidget(parent)
+    , _reports(new QListWidget(this))
+    , _range(new QComboBox(this))
+    , _nutrient(new QComboBox(this))
+    , _from(new QDateEdit(this))
+    , _to(new QDateEdit(this))
+    , _pages(new QStackedWidget(this))
+    , _summary(new QTextBrowser(this))
+    , _chart(new QChartView(this))
+    , _tables(new QTextBrowser(this))
+{
+    _reports->setObjectName(QStringLiteral("reportList"));
+    _reports->addItems({tr("Day summary"), tr("Energy"), tr("Nutrients"), tr("Weight"), tr("Measurements"),
+                        tr("Steps"), tr("Breakdown")});
+    _reports->setMaximumWidth(_reports->sizeHintForColumn(0) + 24);
+    _range->setObjectName(QStringLiteral("range"));
+    _range->addItem(tr("Day"), ReportRange::Dates);
+    _range->addItem(tr("Week"), ReportRange::Week);
+    _range->addItem(tr("Month"), ReportRange::Month);
+    _range->addItem(tr("Three months"), ReportRange::ThreeMonths);
+    _range->addItem(tr("Year"), ReportRange::Year);
+    _range->addItem(tr("All"), ReportRange::All);
+    _range->addItem(tr("Between dates"), kBetweenDates);
+    for (QDateEdit *edit : {_from, _to}) {
+        edit->setCalendarPopup(true);
+        edit->setVisible(false);
+        edit->setDate(QDate::currentDate());
+    }
+    _from->setObjectName(QStringLiteral("fromDate"));
+    _to->setObjectName(QStringLiteral("toDate"));
+    // The last day never before the first.
+    connect(_from, &QDateEdit::dateChanged, _to, &QDateEdit::setMinimumDate);
+    _range->setCurrentIndex(2);
+    _nutrient->setObjectName(QStringLiteral("nutrient"));
+    for (int type = 0; type < kNutrientCount; ++type)
+        _nutrient->addItem(nutrientTitle(type), type);
+    _summary->setObjectName(QStringLiteral("report"));
+    _chart->setObjectName(QStringLiteral("chart"));
+    _chart->setRenderHint(QPainter::Antialiasing);
+    _chart->setMinimumHeight(220);
+    _tables->setObjectName(QStringLiteral("reportTables"));
+
+    auto *bar = new QHBoxLayout;
+    bar->addWidget(new QLabel(tr("Days:"), this));
+    bar->addWidget(_range);
+    bar->addWidget(_from);
+    bar->addWidget(_to);
+    bar->addWidget(_nutrient);
+    bar->addStretch();
+    auto *charted = new QSplitter(Qt::Vertical, this);
+    charted->addWidget(_chart);
+    charted->addWidget(_tables);
+    charted->setStretchFactor(0, 3);
+    charted->setStretchFactor(1, 1);
+    auto *chartPage = new QWidget(this);
+    auto *chartLayout = new QVBoxLayout(chartPage);
+    chartLayout->setContentsMargins(0, 0, 0, 0);
+    chartLayout->addLayout(bar);
+    chartLayout->addWidget(charted);
+    _pages->addWidget(_summary);
+    _pages->addWidget(chartPage);
+    auto *layout = new QHBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(_reports);
+    layout->addWidget(_pages, 1);
+    _reports->setCurrentRow(Summary);
+
+    connect(_reports, &QListWidget::currentRowChanged, this, &ReportsView::refresh);
+    connect(_range, &QComboBox::currentIndexChanged, this, &ReportsView::refresh);
+    connect(_nutrient, &QComboBox::currentIndexChanged, this, &ReportsView::refresh);
+    connect(_from, &QDateEdit::dateChanged, this, &ReportsView::refresh);
+    connect(_to, &QDateEdit::dateChanged, this, &ReportsView::refresh);
+}
+
+void ReportsView::setUser(int userId)
+{
+    _userId = userId;
+}
+
+void ReportsView::setDay(const QDate &day)
+{
+    _day = day;
+}
+
+ReportsView::Report ReportsView::report() const
+{
+    return Report(std::max(0, _reports->currentRow()));
+}
+
+void ReportsView::setReport(Report report)
+{
+    _reports->setCurrentRow(report);
+}
+
+void ReportsView::setRange(int kind)
+{
+    _range->setCurrentIndex(_range->findData(kind));
+}
+
+void ReportsView::setDates(const QDate &first, const QDate &last)
+{
+    _from->setDate(first);
+    _to->setDate(last);
+    setRange(kBetweenDates);
+}
+
+void ReportsView::refresh()
+{
+    if (_userId < 0)
+        return;
+    const Report shown = report();
+    _nutrient->setVisible(shown == Nutrients || shown == Breakdown);
+    if (shown == Summary) {
+        _document.reset();
+        _pages->setCurrentIndex(0);
+        _summary->setHtml(daySummaryReport(_userId, _day));
+        return;
+    }
+    static const char *const names[] = {"",      "energy",   "nutrients", "weight", "measurements",
+                                        "steps", "breakdown"};
+    const auto kind = ReportRange::Kind(_range->currentData().toInt());
+    const bool between = _range->currentData().toInt() == kBetweenDates;
+    _from->setVisible(between);
+    _to->setVisible(between);
+    // Dates stands for the shown day alone.
+    const ReportRange range = between                      ? ReportRange::between(_from->date(), _to->date())
+                              : kind == ReportRange::All   ? ReportRange::all(_userId, _day)
+                              : kind == ReportRange::Dates ? ReportRange::between(_day, _day)
+                                                           : ReportRange::ending(kind, _day);
+    _document = buildReport(QLatin1String(names[shown]), _userId, range, _nutrient->currentData().toInt());
+    _pages->setCurrentIndex(1);
+    showDocument();
+}
+
+void ReportsView::showDocument()
+{
+    const ReportDocument &document = *_document;
+    const ReportUnits units = ReportUnits::of(_userId);
+    const QList<const ReportSeries *> charted = chartedSeries(document);
+    const bool meals = charted.isEmpty() && !document.grids.isEmpty() &&
+                       document.grids.first().key == QLatin1String("meals");
+    QChart *chart =
+        meals ? mealChart(document, units, _nutrient->currentData().toInt()) : lineChart(document, units);
     QChart *old = _chart->chart();
     _chart->setChart(chart);
     delete old;
-    _chart->setVisible(!charted.isEmpty());
+    _chart->setVisible(!charted.isEmpty() || meals);
 
     HtmlLayout layout(document.range.days());
     layOutReport(document, units, layout);

@@ -13,6 +13,7 @@
 
 class QChartView;
 class QComboBox;
+class QDateEdit;
 class QListWidget;
 class QStackedWidget;
 class QTextBrowser;
@@ -33,7 +34,10 @@ public:
 
     Report report() const;
     void setReport(Report report);
-    void setRange(int kind); // a ReportRange::Kind other than Dates
+    // A ReportRange::Kind; Dates for the shown day alone. Between two dates, the first and last.
+    void setRange(int kind);
+    void setDates(const QDate &first, const QDate &last);
+    static constexpr int kBetweenDates = -1;
     // The shown report over its range; none for the day's summary.
     const std::optional<ReportDocument> &document() const { return _document; }
 
@@ -45,6 +49,8 @@ private:
     QListWidget *_reports;
     QComboBox *_range;
     QComboBox *_nutrient;
+    QDateEdit *_from;
+    QDateEdit *_to;
     QStackedWidget *_pages;
     QTextBrowser *_summary;
     QChartView *_chart;
