@@ -40,8 +40,8 @@ QList<const ReportSeries *> chartedSeries(const ReportDocument &document)
     return charted;
 }
 
-QList<const ReportFigure *> chartedLevels(const ReportDocument &document, const ReportUnits &units, double low,
-                                          double high)
+QList<const ReportFigure *> chartedLevels(const ReportDocument &document, const ReportUnits &units,
+                                          double low, double high)
 {
     QList<const ReportFigure *> levels;
     const QList<const ReportSeries *> charted = chartedSeries(document);
@@ -156,9 +156,10 @@ void paintReportChart(QPainter &painter, const QRectF &area, const ReportDocumen
                                 metrics.height()),
                          Qt::AlignRight | Qt::AlignBottom, f->title);
     }
-    // Each series a line. In a daily log a day without a point starts a new piece; weighings and
-    // measurements are joined across the days between them.
-    const bool daily = quantity != Quantity::Weight && quantity != Quantity::Length;
+    // Each series a line. In a food log a day without a point starts a new piece; weighings,
+    // measurements and steps are joined across the days between them.
+    const bool daily =
+        quantity == Quantity::Energy || quantity == Quantity::Nutrient || quantity == Quantity::Percent;
     for (qsizetype i = 0; i < charted.size(); ++i) {
         const ReportSeries &s = *charted[i];
         QPainterPath path;

@@ -102,10 +102,12 @@ QChart *lineChart(const ReportDocument &document, const ReportUnits &units)
     if (!charted.isEmpty()) {
         const Quantity quantity = charted.first()->quantity;
         const int nutrient = charted.first()->nutrient;
-        const bool daily = quantity != Quantity::Weight && quantity != Quantity::Length;
+        const bool daily =
+            quantity == Quantity::Energy || quantity == Quantity::Nutrient || quantity == Quantity::Percent;
         values->setTitleText(units.unitText(quantity, nutrient));
         for (qsizetype i = 0; i < charted.size(); ++i) {
-            // A gap in a daily log breaks the line: one piece a run of days.
+            // A gap in a food log breaks the line: one piece a run of days; weighings, measurements
+            // and steps are joined across the days between them.
             QLineSeries *piece = nullptr;
             QDate previous;
             for (const SeriesPoint &p : charted[i]->points) {
@@ -117,6 +119,8 @@ QChart *lineChart(const ReportDocument &document, const ReportUnits &units)
                     if (piece)
                         add(piece, seriesColour(i), !piece->name().isEmpty());
                     piece = new QLineSeries;
+                    // A day logged alone shows as its point.
+                    piece->setPointsVisible(charted[i]->points.size() <= 120);
                     if (!previous.isValid())
                         piece->setName(charted[i]->title);
                 }
