@@ -345,6 +345,23 @@ QHash<QString, double> DiaryDB::exerciseUsage(int user_id, const QDate &today) c
                           [](const QVariant &v) { return v.toString(); });
 }
 
+namespace {
+
+// The ten sums of a food query from column first on, in the order of kSummedNutrients.
+constexpr int kSummedNutrients[kNutrientCount] = {ENERGY,        FAT,         FIBER,  PROTEIN, CARB,
+                                                  SATURATED_FAT, CHOLESTEROL, SODIUM, SUGAR,   CALCIUM};
+const char kNutrientSums[] =
+    "SUM(calories), SUM(fat), SUM(fiber), SUM(protein), SUM(carb), SUM(saturated_fat), "
+    "SUM(cholesterol), SUM(sodium), SUM(sugar), SUM(calcium)";
+
+void readSums(const QSqlQuery &query, int first, std::array<double, kNutrientCount> &nutrients)
+{
+    for (int i = 0; i < kNutrientCount; ++i)
+        nutrients[size_t(kSummedNutrients[i])] = query.value(first + i).toDouble();
+}
+
+} // namespace
+
 QMap<QString, DailyTotal> DiaryDB::getDailyTotals(int user_id, const QString &startDay, const QString &endDay,
                                                   int mealFilter) const
 {
@@ -355,11 +372,9 @@ QMap<QString, DailyTotal> DiaryDB::getDailyTotals(int user_id, const QString &st
     QMap<QString, DailyTotal> totals;
 
     if (mealFilter != EXERCISE) {
-        QString sql =
-            QStringLiteral("SELECT date, SUM(calories), SUM(fat), SUM(fiber), SUM(protein), SUM(carb), SUM "
-                           "(saturated_fat), SUM(cholesterol), SUM(sodium), sum(sugar), sum(calcium), "
-                           "COUNT(*) FROM food_") +
-            _suffix + QStringLiteral(" WHERE user_id = ? AND status <> ? AND date >= ? AND date <= ? ");
+        QString sql = QStringLiteral("SELECT date, COUNT(*), ") + QLatin1String(kNutrientSums) +
+                      QStringLiteral(" FROM food_") + _suffix +
+                      QStringLiteral(" WHERE user_id = ? AND status <> ? AND date >= ? AND date <= ? ");
         QVariantList values = {user_id, STATUS_DELETED, startDay, endDay};
         if (mealFilter == ALL_SNACKS) {
             sql += QStringLiteral("AND meal IN (?, ?, ?) ");
@@ -370,15 +385,11 @@ QMap<QString, DailyTotal> DiaryDB::getDailyTotals(int user_id, const QString &st
         }
         sql += QStringLiteral("GROUP BY date");
         LmSqlQueryPtr query = prepare(sql);
-        // The sums come in this order, not the table's.
-        constexpr int order[kNutrientCount] = {ENERGY, FAT, FIBER, PROTEIN, CARB,
-                                               SATURATED_FAT, CHOLESTEROL, SODIUM, SUGAR, CALCIUM};
         if (execBound(query, values)) {
             while (query->next()) {
                 DailyTotal &total = totals[query->value(0).toString()];
-                for (int i = 0; i < kNutrientCount; ++i)
-                    total.nutrients[size_t(order[i])] = query->value(1 + i).toDouble();
-                total.foodEntries = query->value(1 + kNutrientCount).toInt();
+                total.foodEntries = query->value(1).toInt();
+                readSums(*query, 2, total.nutrients);
             }
         }
     }
@@ -396,23 +407,6 @@ QMap<QString, DailyTotal> DiaryDB::getDailyTotals(int user_id, const QString &st
     }
     return totals;
 }
-
-namespace {
-
-// The ten sums of a food query from column first on, in the order of kSummedNutrients.
-constexpr int kSummedNutrients[kNutrientCount] = {ENERGY,        FAT,         FIBER,  PROTEIN, CARB,
-                                                  SATURATED_FAT, CHOLESTEROL, SODIUM, SUGAR,   CALCIUM};
-const char kNutrientSums[] =
-    "SUM(calories), SUM(fat), SUM(fiber), SUM(protein), SUM(carb), SUM(saturated_fat), "
-    "SUM(cholesterol), SUM(sodium), SUM(sugar), SUM(calcium)";
-
-void readSums(const QSqlQuery &query, int first, std::array<double, kNutrientCount> &nutrients)
-{
-    for (int i = 0; i < kNutrientCount; ++i)
-        nutrients[size_t(kSummedNutrients[i])] = query.value(first + i).toDouble();
-}
-
-} // namespace
 
 QMap<int, DailyTotal> DiaryDB::getMealTotals(int user_id, const QString &startDay,
                                              const QString &endDay) const

@@ -25,15 +25,6 @@ QVariant latestMisc(int userId, const QString &column, const QString &day)
     return {};
 }
 
-std::optional<UserProfile> profileOf(int userId)
-{
-    for (const UserProfile &profile : UserDB::getUsers()) {
-        if (profile.user_id == userId)
-            return profile;
-    }
-    return std::nullopt;
-}
-
 } // namespace
 
 GoalsInForce Goals::inForce(int userId, const QString &day)
@@ -62,7 +53,7 @@ int Goals::waterGoal(int userId)
 
 std::optional<float> Goals::plannedEnergy(int userId, const QString &day, double weeklyRate)
 {
-    const auto profile = profileOf(userId);
+    const auto profile = UserDB::getUser(userId);
     const auto weight = DiaryEdits::weightInForce(userId, day);
     const double height = UserDB::getHeight(userId);
     if (!profile || !weight || height <= 0 || ageInYears(profile->dob, day) < 1)
@@ -100,7 +91,7 @@ Goals::Applied Goals::apply(int userId, const QString &day, const GoalChange &ch
             return Applied::Refused;
         }
         const auto planned =
-            dietPlanTargetsFor(before.dietPlan, *energy, ageInYears(profileOf(userId)->dob, day));
+            dietPlanTargetsFor(before.dietPlan, *energy, ageInYears(UserDB::getUser(userId)->dob, day));
         for (int type = 0; type < kNutrientCount; ++type)
             targets.values[size_t(type)] = planned[size_t(type)];
     } else if (change.calories) {

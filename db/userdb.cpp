@@ -101,6 +101,15 @@ QList<UserProfile> UserDB::getUsers()
     return users;
 }
 
+std::optional<UserProfile> UserDB::getUser(int user_id)
+{
+    for (const UserProfile &profile : getUsers()) {
+        if (profile.user_id == user_id)
+            return profile;
+    }
+    return std::nullopt;
+}
+
 int UserDB::numUsers()
 {
     LmSqlQueryPtr query = prepare(QStringLiteral("SELECT COUNT(user_id) FROM user_users"));

@@ -76,6 +76,7 @@ public:
     // Profiles
     static QList<int> getUserIds();
     static QList<UserProfile> getUsers();
+    static std::optional<UserProfile> getUser(int user_id); // none for an unknown id
     static int numUsers();
     // Creates a profile with its first height (cm) on the day it is made; returns its id.
     // Without the brand's family feature only one profile may exist.

@@ -1,5 +1,21 @@
 #include "model/daystanding.h"
 
+#include "model/unitdescriptor.h"
+
+#include <QCoreApplication>
+#include <QLocale>
+
+#include <cmath>
+
+namespace {
+
+QString tr(const char *text)
+{
+    return QCoreApplication::translate("DayStanding", text);
+}
+
+} // namespace
+
 bool isLimit(int nutrientType)
 {
     return nutrientType != FIBER && nutrientType != PROTEIN && nutrientType != CALCIUM;
@@ -25,4 +41,48 @@ DayStanding dayStanding(const DiaryDay &day, const std::array<double, kNutrientC
             {type, day.total(ALL_MEALS, type), float(targets[size_t(type)]), isLimit(type)});
     }
     return standing;
+}
+
+QString energyStandingText(const DayStanding &standing, bool rich)
+{
+    const UnitDescriptor &energy = *UnitRegistry::instance().getUnit(UNIT_ENERGY);
+    QString text = tr("Eaten %1 \u2212 burned %2 = net %3")
+                       .arg(energy.formatValue(standing.eaten), energy.formatValue(standing.burned),
+                            energy.formatSignedWithUnit(standing.net()));
+    if (standing.budget > 0) {
+        const bool left = standing.remaining() >= 0;
+        QString rest =
+            (left ? tr("%1 left") : tr("%1 over"))
+                .arg(energy.formatValueWithUnit(left ? standing.remaining() : -standing.remaining()));
+        if (rich)
+            rest = QStringLiteral("<b>%1</b>").arg(rest);
+        text += tr(" of %1: %2").arg(energy.formatValue(standing.budget), rest);
+    }
+    return text;
+}
+
+QString nutrientFiguresText(const NutrientStanding &n)
+{
+    const UnitDescriptor &unit = *UnitRegistry::instance().getUnitForNutrient(n.type);
+    return n.hasTarget() ? tr("%1 of %2").arg(unit.formatValue(n.eaten), unit.formatValueWithUnit(n.target))
+                         : unit.formatValueWithUnit(n.eaten);
+}
+
+QString nutrientRemainingText(const NutrientStanding &n)
+{
+    if (!n.hasTarget())
+        return tr("no target");
+    const UnitDescriptor &unit = *UnitRegistry::instance().getUnitForNutrient(n.type);
+    return n.remaining() >= 0 ? tr("%1 left").arg(unit.formatValueWithUnit(n.remaining()))
+                              : tr("%1 over").arg(unit.formatValueWithUnit(-n.remaining()));
+}
+
+QString energySharesText(const DayStanding &standing)
+{
+    if (standing.eaten <= 0)
+        return QString();
+    const auto percent = [](float share) { return QLocale().toString(std::round(share * 100.0f), 'f', 0); };
+    return tr("Energy from carbohydrate %1%, fat %2%, protein %3%")
+        .arg(percent(standing.energyShares[0]), percent(standing.energyShares[1]),
+             percent(standing.energyShares[2]));
 }

@@ -7,6 +7,7 @@
 #include "model/dbtypes.h"
 
 #include <QList>
+#include <QString>
 
 #include <array>
 
@@ -41,3 +42,10 @@ struct DayStanding
 bool isLimit(int nutrientType);
 DayStanding dayStanding(const DiaryDay &day, const std::array<double, kNutrientCount> &targets,
                         const QList<int> &tracked);
+
+// The words the window's panel and the printed diary both use for where a day stands, in the
+// display units. Rich text puts what is left or over in bold.
+QString energyStandingText(const DayStanding &standing, bool rich); // "Eaten 1900 − burned 200 = …"
+QString nutrientFiguresText(const NutrientStanding &n);   // "50 of 225 g", or "50 g" without a target
+QString nutrientRemainingText(const NutrientStanding &n); // "25 g left", "5 g over" or "no target"
+QString energySharesText(const DayStanding &standing);    // empty when nothing was eaten

@@ -33,11 +33,7 @@ QString daySummaryReport(int userId, const QDate &date)
     }
     in.target = UserDB::getTargets(userId, dayString).values[ENERGY];
 
-    UserProfile profile;
-    for (const UserProfile &user : UserDB::getUsers()) {
-        if (user.user_id == userId)
-            profile = user;
-    }
+    const UserProfile profile = UserDB::getUser(userId).value_or(UserProfile());
     // The requirement is that of the weighed check-in's day: the age then, the activity level then.
     const bool canForecast = in.weight > 0 && in.height > 0 && profile.dob.size() == 8 &&
                              ageInYears(profile.dob, weighed->second) > 0;

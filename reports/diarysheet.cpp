@@ -53,54 +53,20 @@ Columns layOut(qreal total, qsizetype nutrients)
     return columns;
 }
 
-QString ownName(int userId)
-{
-    for (const UserProfile &profile : UserDB::getUsers()) {
-        if (profile.user_id == userId)
-            return profile.name;
-    }
-    return QString();
-}
-
 // The day's totals against its targets, one line each.
 QStringList standingLines(const DayTable &table, int waterGoal, int water)
 {
-    const UnitRegistry &units = UnitRegistry::instance();
-    const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
     const DayStanding standing = table.standing();
-    QString line = tr("Eaten %1 \u2212 burned %2 = net %3")
-                       .arg(energy.formatValue(standing.eaten), energy.formatValue(standing.burned),
-                            energy.formatValueWithUnit(standing.net()));
-    if (standing.budget > 0) {
-        line += standing.remaining() >= 0 ? tr(" of %1: %2 left")
-                                                .arg(energy.formatValue(standing.budget),
-                                                     energy.formatValueWithUnit(standing.remaining()))
-                                          : tr(" of %1: %2 over")
-                                                .arg(energy.formatValue(standing.budget),
-                                                     energy.formatValueWithUnit(-standing.remaining()));
-    }
-    QStringList lines{line};
+    QStringList lines{energyStandingText(standing, false)};
     for (const NutrientStanding &n : standing.nutrients) {
-        const UnitDescriptor &unit = *units.getUnitForNutrient(n.type);
-        QString text = unit.getName() + QStringLiteral(": ");
-        if (!n.hasTarget())
-            text += unit.formatValueWithUnit(n.eaten);
-        else
-            text +=
-                tr("%1 of %2, %3")
-                    .arg(unit.formatValue(n.eaten), unit.formatValueWithUnit(n.target),
-                         n.remaining() >= 0 ? tr("%1 left").arg(unit.formatValueWithUnit(n.remaining()))
-                                            : tr("%1 over").arg(unit.formatValueWithUnit(-n.remaining())));
+        QString text = UnitRegistry::instance().getUnitForNutrient(n.type)->getName() + QStringLiteral(": ") +
+                       nutrientFiguresText(n);
+        if (n.hasTarget())
+            text += QStringLiteral(", ") + nutrientRemainingText(n);
         lines.append(text);
     }
-    if (standing.eaten > 0) {
-        const auto percent = [](float share) {
-            return QLocale().toString(std::round(share * 100.0f), 'f', 0);
-        };
-        lines.append(tr("Energy from carbohydrate %1%, fat %2%, protein %3%")
-                         .arg(percent(standing.energyShares[0]), percent(standing.energyShares[1]),
-                              percent(standing.energyShares[2])));
-    }
+    if (const QString shares = energySharesText(standing); !shares.isEmpty())
+        lines.append(shares);
     lines.append(tr("Water: %1 of %2 glasses").arg(water).arg(waterGoal));
     if (const std::optional<GreenTicks> ticks = table.ticks()) {
         lines.append((ticks->foodTick ? tr("Food tick earned. ") : tr("No food tick. ")) + ticks->foodText);
@@ -121,7 +87,7 @@ DiarySheet::DiarySheet(int userId, const QDate &from, const QDate &to)
 
 QString DiarySheet::title() const
 {
-    const QString who = ownName(_userId);
+    const QString who = UserDB::getUser(_userId).value_or(UserProfile()).name;
     const QString days = _from == _to ? DateConversion::longDayName(_from)
                                       : tr("%1 to %2")
                                             .arg(QLocale().toString(_from, QLocale::ShortFormat),

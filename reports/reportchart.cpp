@@ -60,6 +60,16 @@ QList<const ReportFigure *> chartedLevels(const ReportDocument &document, const 
     return levels;
 }
 
+bool breaksAtGaps(Quantity quantity)
+{
+    return quantity == Quantity::Energy || quantity == Quantity::Nutrient || quantity == Quantity::Percent;
+}
+
+bool tablesEveryDay(const ReportRange &range)
+{
+    return range.days() <= 31;
+}
+
 QColor seriesColour(qsizetype index)
 {
     static const QList<QColor> colours = {QColor(0x2e, 0x9d, 0x5b), QColor(0x34, 0x49, 0x5e),
@@ -156,10 +166,8 @@ void paintReportChart(QPainter &painter, const QRectF &area, const ReportDocumen
                                 metrics.height()),
                          Qt::AlignRight | Qt::AlignBottom, f->title);
     }
-    // Each series a line. In a food log a day without a point starts a new piece; weighings,
-    // measurements and steps are joined across the days between them.
-    const bool daily =
-        quantity == Quantity::Energy || quantity == Quantity::Nutrient || quantity == Quantity::Percent;
+    // Each series a line, in pieces where the quantity breaks at gaps.
+    const bool daily = breaksAtGaps(quantity);
     for (qsizetype i = 0; i < charted.size(); ++i) {
         const ReportSeries &s = *charted[i];
         QPainterPath path;

@@ -18,8 +18,14 @@ class ReportUnits;
 QList<const ReportSeries *> chartedSeries(const ReportDocument &document);
 // The levels drawn across a chart whose points run from low to high (display units): the goal
 // always, a band's edge only near the points, so that a far edge does not flatten the line.
-QList<const ReportFigure *> chartedLevels(const ReportDocument &document, const ReportUnits &units, double low,
-                                          double high);
+QList<const ReportFigure *> chartedLevels(const ReportDocument &document, const ReportUnits &units,
+                                          double low, double high);
+// Whether a line of this quantity breaks where a day has no point: a food log does; weighings,
+// measurements and steps are joined across the days between them.
+bool breaksAtGaps(Quantity quantity);
+// Beside a chart, the table of every day is left out for runs longer than a month: the chart
+// carries them.
+bool tablesEveryDay(const ReportRange &range);
 // Colours the window and the pages give the charted series, in order.
 QColor seriesColour(qsizetype index);
 

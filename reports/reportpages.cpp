@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr int kLongestDaysTable = 31;
 constexpr qreal kChartHeight = 230;
 
 class PageLayout : public ReportLayout
@@ -35,7 +34,7 @@ public:
                            locale.toString(document.range.to(), QLocale::LongFormat)),
                   _plain);
         _out.advance(_row * 1.5);
-        _days = document.range.days();
+        _everyDay = tablesEveryDay(document.range);
     }
 
     void chart(const ReportDocument &document, const ReportUnits &units) override
@@ -52,7 +51,7 @@ public:
     void table(const QString &key, const QString &title, const QStringList &header,
                const QList<QStringList> &rows) override
     {
-        if (rows.isEmpty() || (key == QLatin1String("days") && _days > kLongestDaysTable))
+        if (rows.isEmpty() || (key == QLatin1String("days") && !_everyDay))
             return;
         const qreal width = _out.width() / qreal(header.size());
         const auto drawRow = [&](const QStringList &cells, const QFont &font) {
@@ -86,7 +85,7 @@ private:
     QFont _plain;
     QFont _bold;
     qreal _row;
-    int _days = 0;
+    bool _everyDay = true;
 };
 
 } // namespace

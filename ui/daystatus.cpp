@@ -53,19 +53,7 @@ void DayStatus::setWater(int glasses, int goal)
 void DayStatus::setStanding(const DayStanding &standing)
 {
     const UnitRegistry &units = UnitRegistry::instance();
-    const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
-    QString text = tr("Eaten %1 \u2212 burned %2 = net %3")
-                       .arg(energy.formatValue(standing.eaten), energy.formatValue(standing.burned),
-                            energy.formatSignedWithUnit(standing.net()));
-    if (standing.budget > 0) {
-        text += standing.remaining() >= 0 ? tr(" of %1: <b>%2 left</b>")
-                                                .arg(energy.formatValue(standing.budget),
-                                                     energy.formatValueWithUnit(standing.remaining()))
-                                          : tr(" of %1: <b>%2 over</b>")
-                                                .arg(energy.formatValue(standing.budget),
-                                                     energy.formatValueWithUnit(-standing.remaining()));
-    }
-    _energy->setText(text);
+    _energy->setText(energyStandingText(standing, true));
 
     // The rows are made again only when the nutrients tracked change: a change of day refills them.
     QList<int> types;
@@ -94,20 +82,10 @@ void DayStatus::setStanding(const DayStanding &standing)
     }
     for (qsizetype i = 0; i < standing.nutrients.size(); ++i) {
         const NutrientStanding &n = standing.nutrients.at(i);
-        const UnitDescriptor &unit = *units.getUnitForNutrient(n.type);
         const Row &row = _rows.at(i);
-        row.figures->setText(
-            n.hasTarget() ? tr("%1 of %2").arg(unit.formatValue(n.eaten), unit.formatValueWithUnit(n.target))
-                          : unit.formatValueWithUnit(n.eaten));
-        if (n.hasTarget()) {
-            row.bar->setValue(int(std::min(100.0f, std::round(100.0f * n.eaten / n.target))));
-            row.bar->setFormat(n.remaining() >= 0
-                                   ? tr("%1 left").arg(unit.formatValueWithUnit(n.remaining()))
-                                   : tr("%1 over").arg(unit.formatValueWithUnit(-n.remaining())));
-        } else {
-            row.bar->setValue(0);
-            row.bar->setFormat(tr("no target"));
-        }
+        row.figures->setText(nutrientFiguresText(n));
+        row.bar->setValue(n.hasTarget() ? int(std::min(100.0f, std::round(100.0f * n.eaten / n.target))) : 0);
+        row.bar->setFormat(nutrientRemainingText(n));
         row.bar->setProperty("offTrack", n.offTrack());
         // Red over a limit, amber short of a goal.
         row.bar->setStyleSheet(n.offTrack()
@@ -116,10 +94,5 @@ void DayStatus::setStanding(const DayStanding &standing)
                                    : QString());
     }
     _nutrients->setColumnStretch(2, 1);
-    const auto percent = [](float share) { return QLocale().toString(std::round(share * 100.0f), 'f', 0); };
-    _shares->setText(standing.eaten > 0
-                         ? tr("Energy from carbohydrate %1%, fat %2%, protein %3%")
-                               .arg(percent(standing.energyShares[0]), percent(standing.energyShares[1]),
-                                    percent(standing.energyShares[2]))
-                         : QString());
+    _shares->setText(energySharesText(standing));
 }

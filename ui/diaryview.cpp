@@ -168,18 +168,13 @@ void DiaryView::setUser(int user_id)
     UserDB::applyDisplayUnits(user_id);
     _browser->setUser(user_id);
     _panel->setVisible(!UserDB::getSettings(user_id).hideNutrientAndFluid);
-    _day->setDay(user_id, _date, columnsOf(user_id));
+    _day->setDay(user_id, _date, DayTable::columnsOf(user_id));
     refresh();
 }
 
 QList<int> DiaryView::columns() const
 {
     return _userId < 0 ? DayTable::kDefaultColumns : _day->day()->columns();
-}
-
-QList<int> DiaryView::columnsOf(int user_id)
-{
-    return DayTable::columnsOf(user_id);
 }
 
 void DiaryView::saveColumns(int user_id, const QList<int> &columns)

@@ -83,9 +83,7 @@ public:
     // The nutrient columns (nutrient types), and whether the totals and water panel shows; both
     // are kept with the profile.
     QList<int> columns() const;
-    // A profile's columns as kept (energy, carbohydrate, fat and protein when none are), and
-    // keeping them.
-    static QList<int> columnsOf(int user_id);
+    // Keeps a profile's columns (read with DayTable::columnsOf).
     static void saveColumns(int user_id, const QList<int> &columns);
     void setColumns(const QList<int> &columns);
     void setNutrientPanelHidden(bool hidden);

@@ -410,10 +410,7 @@ bool MainWindow::openProfile(int user_id)
     }
     _userId = user_id;
     _background->setUser(user_id);
-    for (const UserProfile &user : UserDB::getUsers()) {
-        if (user.user_id == user_id)
-            _profileName = user.name;
-    }
+    _profileName = UserDB::getUser(user_id).value_or(UserProfile()).name;
     statusBar()->showMessage(tr("Profile: %1").arg(_profileName));
     // More than one profile only where the edition is for a family.
     const BrandEngine &brand = BrandEngine::instance();

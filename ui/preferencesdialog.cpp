@@ -4,6 +4,7 @@
 #include "app/profilepreferences.h"
 #include "db/userdb.h"
 #include "model/unitdescriptor.h"
+#include "reports/daytable.h"
 #include "ui/diaryview.h"
 
 #include <QCheckBox>
@@ -50,7 +51,7 @@ PreferencesDialog::PreferencesDialog(int user_id, QWidget *parent)
     // The diary's nutrient columns, in nutrient order.
     _columns = new QListWidget(this);
     _columns->setObjectName(QStringLiteral("columns"));
-    const QList<int> shown = DiaryView::columnsOf(user_id);
+    const QList<int> shown = DayTable::columnsOf(user_id);
     for (int type = 0; type < kNutrientCount; ++type) {
         auto *item =
             new QListWidgetItem(UnitRegistry::instance().getUnitForNutrient(type)->getName(), _columns);

@@ -35,8 +35,8 @@ namespace {
 class HtmlLayout : public ReportLayout
 {
 public:
-    explicit HtmlLayout(int days)
-        : _days(days)
+    explicit HtmlLayout(const ReportRange &range)
+        : _everyDay(tablesEveryDay(range))
     {
     }
     QString html;
@@ -45,8 +45,7 @@ public:
     void table(const QString &key, const QString &title, const QStringList &header,
                const QList<QStringList> &rows) override
     {
-        // The chart shows the days of longer runs.
-        if (rows.isEmpty() || (key == QLatin1String("days") && _days > 31))
+        if (rows.isEmpty() || (key == QLatin1String("days") && !_everyDay))
             return;
         html += QStringLiteral("<h3>%1</h3><table cellspacing=0 cellpadding=3 border=0 width=100%><tr>")
                     .arg(title.toHtmlEscaped());
@@ -68,7 +67,7 @@ public:
     }
 
 private:
-    int _days;
+    bool _everyDay;
 };
 
 QDateTime at(const QDate &date)
@@ -102,12 +101,10 @@ QChart *lineChart(const ReportDocument &document, const ReportUnits &units)
     if (!charted.isEmpty()) {
         const Quantity quantity = charted.first()->quantity;
         const int nutrient = charted.first()->nutrient;
-        const bool daily =
-            quantity == Quantity::Energy || quantity == Quantity::Nutrient || quantity == Quantity::Percent;
+        const bool daily = breaksAtGaps(quantity);
         values->setTitleText(units.unitText(quantity, nutrient));
         for (qsizetype i = 0; i < charted.size(); ++i) {
-            // A gap in a food log breaks the line: one piece a run of days; weighings, measurements
-            // and steps are joined across the days between them.
+            // One piece a run of days where the quantity breaks at gaps.
             QLineSeries *piece = nullptr;
             QDate previous;
             for (const SeriesPoint &p : charted[i]->points) {
@@ -295,9 +292,15 @@ void ReportsView::setRange(int kind)
 
 void ReportsView::setDates(const QDate &first, const QDate &last)
 {
-    _from->setDate(first);
-    _to->setDate(last);
-    setRange(kBetweenDates);
+    // Read once, for the three changes together.
+    {
+        const QSignalBlocker from(_from), to(_to), range(_range);
+        _from->setDate(first);
+        _to->setMinimumDate(first);
+        _to->setDate(last);
+        _range->setCurrentIndex(_range->findData(kBetweenDates));
+    }
+    refresh();
 }
 
 void ReportsView::refresh()
@@ -312,8 +315,6 @@ void ReportsView::refresh()
         _summary->setHtml(daySummaryReport(_userId, _day));
         return;
     }
-    static const char *const names[] = {"",      "energy",   "nutrients", "weight", "measurements",
-                                        "steps", "breakdown"};
     const auto kind = ReportRange::Kind(_range->currentData().toInt());
     const bool between = _range->currentData().toInt() == kBetweenDates;
     _from->setVisible(between);
@@ -323,7 +324,8 @@ void ReportsView::refresh()
                               : kind == ReportRange::All   ? ReportRange::all(_userId, _day)
                               : kind == ReportRange::Dates ? ReportRange::between(_day, _day)
                                                            : ReportRange::ending(kind, _day);
-    _document = buildReport(QLatin1String(names[shown]), _userId, range, _nutrient->currentData().toInt());
+    _document =
+        buildReport(kReportNames.at(shown - Energy), _userId, range, _nutrient->currentData().toInt());
     _pages->setCurrentIndex(1);
     showDocument();
 }
@@ -342,7 +344,7 @@ void ReportsView::showDocument()
     delete old;
     _chart->setVisible(!charted.isEmpty() || meals);
 
-    HtmlLayout layout(document.range.days());
+    HtmlLayout layout(document.range);
     layOutReport(document, units, layout);
     _tables->setHtml(layout.html);
 }
