@@ -19,6 +19,7 @@ PACKAGES=(
     libsqlite3-dev sqlite3 zlib1g-dev libssl-dev openssl ca-certificates
     libbenchmark-dev tar fonts-dejavu-core xvfb xauth
     tinyproxy poppler-utils
+    qt6-httpserver-dev qt6-websockets-dev libqt6sql6-psql postgresql chromium
 )
 
 log() { printf '==> %s\n' "$*" >&2; }
