@@ -1,6 +1,7 @@
 #include "server/protocolroutes.h"
 
 #include "common/lmconstants.h"
+#include "common/webpaths.h"
 #include "server/accountdb.h"
 #include "server/mealplandb.h"
 #include "server/metricsdb.h"
@@ -114,7 +115,7 @@ ProtocolRoutes::ProtocolRoutes(ServerDB &db, QThreadPool *pool, const Options &o
 
 void ProtocolRoutes::install(QHttpServer &server)
 {
-    server.route(QStringLiteral("/diary/publish"), [this](const QHttpServerRequest &request) {
+    server.route(QLatin1String(WebPaths::kPublish), [this](const QHttpServerRequest &request) {
         if (request.method() != Method::Post)
             return status(_pool, Status::MethodNotAllowed);
         return ServerListener::respond(_pool, [this, caller = callerOf(request), body = request.body()] {
@@ -143,7 +144,7 @@ void ProtocolRoutes::install(QHttpServer &server)
         });
     });
 
-    server.route(QStringLiteral("/mealplan"), [this](const QHttpServerRequest &request) {
+    server.route(QLatin1String(WebPaths::kMealPlan), [this](const QHttpServerRequest &request) {
         if (request.method() != Method::Get)
             return status(_pool, Status::MethodNotAllowed);
         const QUrlQuery query = request.query();
@@ -160,7 +161,7 @@ void ProtocolRoutes::install(QHttpServer &server)
         });
     });
 
-    server.route(QStringLiteral("/metrics"), [this](const QHttpServerRequest &request) {
+    server.route(QLatin1String(WebPaths::kMetrics), [this](const QHttpServerRequest &request) {
         if (request.method() != Method::Post)
             return status(_pool, Status::MethodNotAllowed);
         return ServerListener::respond(_pool, [this, body = request.body()] {
@@ -184,26 +185,30 @@ void ProtocolRoutes::install(QHttpServer &server)
         });
     });
 
-    server.route(QStringLiteral("/staticdb/<arg>/update.rss"), [this](const QString &product,
-                                                                      const QHttpServerRequest &request) {
-        if (request.method() != Method::Get)
-            return status(_pool, Status::MethodNotAllowed);
-        if (product != QLatin1String(Lm::kProductKeyword))
-            return status(_pool, Status::NotFound);
-        const QUrl site = siteUrl(request);
-        return ServerListener::respond(_pool, [this, site, product] {
-            if (!site.isValid() || site.host().isEmpty())
-                return QHttpServerResponse(Status::BadRequest);
-            const QUrl database =
-                site.resolved(QUrl(QStringLiteral("staticdb/%1/static.db.gz").arg(product)));
-            return QHttpServerResponse("application/rss+xml",
-                                       ProtocolXml::updateFeed(site.toString(QUrl::FullyEncoded),
-                                                               database.toString(QUrl::FullyEncoded),
-                                                               UpdateFeed(_options.dataDir).published()));
-        });
-    });
+    server.route(QLatin1String(WebPaths::kStaticDbFolder) + QStringLiteral("<arg>/") +
+                     QLatin1String(WebPaths::kUpdateFeedName),
+                 [this](const QString &product, const QHttpServerRequest &request) {
+                     if (request.method() != Method::Get)
+                         return status(_pool, Status::MethodNotAllowed);
+                     if (product != QLatin1String(Lm::kProductKeyword))
+                         return status(_pool, Status::NotFound);
+                     const QUrl site = siteUrl(request);
+                     return ServerListener::respond(_pool, [this, site, product] {
+                         if (!site.isValid() || site.host().isEmpty())
+                             return QHttpServerResponse(Status::BadRequest);
+                         const QUrl database =
+                             site.resolved(QUrl(QLatin1String(WebPaths::kStaticDbFolder) + product +
+                                                QLatin1Char('/') + QLatin1String(WebPaths::kDatabaseName)));
+                         return QHttpServerResponse(
+                             "application/rss+xml",
+                             ProtocolXml::updateFeed(site.toString(QUrl::FullyEncoded),
+                                                     database.toString(QUrl::FullyEncoded),
+                                                     UpdateFeed(_options.dataDir).published()));
+                     });
+                 });
 
-    server.route(QStringLiteral("/staticdb/<arg>/static.db.gz"),
+    server.route(QLatin1String(WebPaths::kStaticDbFolder) + QStringLiteral("<arg>/") +
+                     QLatin1String(WebPaths::kDatabaseName),
                  [this](const QString &product, const QHttpServerRequest &request) {
                      if (request.method() != Method::Get)
                          return status(_pool, Status::MethodNotAllowed);

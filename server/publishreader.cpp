@@ -91,7 +91,8 @@ public:
     {
         const QStringView text = attribute(attributeName);
         *out = text.size() == 10 ? QDate::fromString(text.toString(), QStringLiteral("yyyy-MM-dd")) : QDate();
-        return out->isValid() || fail(QStringLiteral("%1 is not a date").arg(QLatin1String(attributeName)));
+        return out->isValid() || fail(QStringLiteral("%1 \"%2\" is not a yyyy-MM-dd date")
+                                          .arg(QLatin1String(attributeName), text.left(40)));
     }
 
     // A finite number; false when it is there but is none, or is missing and required.
@@ -104,7 +105,8 @@ public:
         bool ok = false;
         const double value = attribute(attributeName).trimmed().toDouble(&ok);
         if (!ok || !std::isfinite(value))
-            return fail(QStringLiteral("%1 is not a number").arg(QLatin1String(attributeName)));
+            return fail(QStringLiteral("%1 \"%2\" is not a finite number")
+                            .arg(QLatin1String(attributeName), attribute(attributeName).left(40)));
         *out = value;
         return true;
     }

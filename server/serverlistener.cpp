@@ -1,5 +1,6 @@
 #include "server/serverlistener.h"
 
+#include "common/webpaths.h"
 #include "server/serverlog.h"
 
 #include <QAbstractHttpServer>
@@ -31,7 +32,7 @@ constexpr int kDrainMs = 2000;
 // An answer the server takes longer than this for ends the connection.
 constexpr int kAnswerMs = 5 * 60 * 1000;
 
-const QByteArrayView kProtocolPaths[] = {"/diary/publish", "/metrics"};
+const QByteArrayView kProtocolPaths[] = {WebPaths::kPublish, WebPaths::kMetrics};
 
 // Just past the blank line that ends a request header ("\r\n\r\n"; bare line feeds are read as
 // the HTTP parser reads them), or -1.
