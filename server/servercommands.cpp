@@ -284,20 +284,20 @@ int serve(const Arguments &args)
         limits.idleMs = seconds * 1000;
     }
 
-    ServerListener listener;
+    const QString data = dataDir(args);
+    const std::unique_ptr<ServerDB> db = openDatabase(args, data);
+    if (!db)
+        return Failed;
+    QThreadPool pool;
+    pool.setMaxThreadCount(2 * QThread::idealThreadCount());
+    // The HTTP server owns the listener bound to it, and with it every connection.
+    QHttpServer http;
+    ServerListener &listener = *new ServerListener(&http);
     listener.setLimits(limits);
     QString error;
     if (args.has("--tls-cert") &&
         !listener.setTlsFiles(args.value("--tls-cert"), args.value("--tls-key"), &error))
         return fail(error);
-    const QString data = dataDir(args);
-    const std::unique_ptr<ServerDB> db = openDatabase(args, data);
-    if (!db)
-        return Failed;
-
-    QThreadPool pool;
-    pool.setMaxThreadCount(2 * QThread::idealThreadCount());
-    QHttpServer http;
     ProtocolRoutes::Options options;
     options.dataDir = data;
     options.storeMetrics = !args.has("--no-metrics");
