@@ -47,7 +47,8 @@ Run runProgram(const QString &program, const QStringList &arguments, const QProc
         return {};
     }
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-            QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+            QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
 }
 
 // A reply read off a raw connection: status, body, whether the server closed, how much of the
@@ -160,7 +161,10 @@ private:
     std::unique_ptr<Site> _site;
     QString _certificate, _key;
 
-    QStringList siteArguments() const { return {u"--data"_s, _site->data.path(), u"--database"_s, _site->url}; }
+    QStringList siteArguments() const
+    {
+        return {u"--data"_s, _site->data.path(), u"--database"_s, _site->url};
+    }
     Run server(const QStringList &arguments, const QByteArray &input = {})
     {
         return runProgram(u"tarnwell-server"_s, arguments + siteArguments(), _home->environment(), input);
@@ -214,7 +218,8 @@ private slots:
 
 void TestServerProtocol::initTestCase()
 {
-    for (const char *program : {"tarnwell-server", "tarnwell-cli", "brand.dat", "userdata.db", "content/static.db"})
+    for (const char *program :
+         {"tarnwell-server", "tarnwell-cli", "brand.dat", "userdata.db", "content/static.db"})
         QVERIFY2(QFile::exists(binDir() + u'/' + QLatin1String(program)), program);
     if (PgCluster::available(&_pgUnavailable)) {
         QString error;
@@ -249,7 +254,8 @@ void TestServerProtocol::cleanup()
 bool TestServerProtocol::open(const QString &backend, const QStringList &extra)
 {
     QString error;
-    _site->url = backend == "sqlite"_L1 ? ServerDB::defaultUrl(_site->data.path()) : _pg.emptyDatabase(&error);
+    _site->url =
+        backend == "sqlite"_L1 ? ServerDB::defaultUrl(_site->data.path()) : _pg.emptyDatabase(&error);
     const Run added = server({u"user-add"_s, u"ann"_s}, "secret\n");
     if (_site->url.isEmpty() || added.status != 0) {
         qWarning("site not made: %s %s", qPrintable(error), qPrintable(added.err));
@@ -293,7 +299,8 @@ int TestServerProtocol::stopServer()
 
 bool TestServerProtocol::makeProfile()
 {
-    return cli(u"profile-add --name Ann --sex female --born 1985-04-02 --height 168 --weight 61.5"_s.split(u' '))
+    return cli(u"profile-add --name Ann --sex female --born 1985-04-02 --height 168 --weight 61.5"_s.split(
+                   u' '))
                    .status == 0 &&
            cli(u"profile-set --web-user ann --web-password secret"_s.split(u' ')).status == 0 &&
            cli({u"config"_s, u"server"_s, siteAddress()}).status == 0;
@@ -323,7 +330,8 @@ void TestServerProtocol::publishFromTheProgram()
     const QString soup = cliOk(u"log-food 2026-03-11 dinner %1"_s.arg(flapjack));
 
     const Run published = cli({u"publish"_s});
-    QVERIFY2(published.out.endsWith(u"Completed successfully\n"_s), qPrintable(published.out + published.err));
+    QVERIFY2(published.out.endsWith(u"Completed successfully\n"_s),
+             qPrintable(published.out + published.err));
     const QString apples = u"B 2 x 1 medium (3\" dia) Apples, raw, with skin cals 189.28"_s;
     QCOMPARE(describe(day(QDate(2026, 3, 10))),
              apples + u"; L 1.5 x bar Flapjack cals 375; E Rowing 30 min 220.5; water 6; "
@@ -358,14 +366,17 @@ void TestServerProtocol::mealPlanForTheProgram()
     MealPlanDB plans(*_site->db);
     QString error;
     for (const PlannedFood &food :
-         {PlannedFood{-1, today.addDays(2), u'B', u"Porridge & \"honey\""_s, u"1 bowl"_s, 1.5, 150, 27, 3, 4, 5},
+         {PlannedFood{-1, today.addDays(2), u'B', u"Porridge & \"honey\""_s, u"1 bowl"_s, 1.5, 150, 27, 3, 4,
+                      5},
           PlannedFood{-1, today.addDays(3), u'S', u"Tea\tcake"_s, u"1 slice"_s, 1, 80, 0, 0, 0, 0},
           PlannedFood{-1, today.addDays(9), u'L', u"Beyond the week"_s, u"1"_s, 1, 1, 0, 0, 0, 0}})
         QVERIFY2(plans.add(_site->ann, food, &error) > 0, qPrintable(error));
     const Run plan = cli({u"mealplan"_s});
     QCOMPARE(plan.err, QString());
-    QCOMPARE(plan.out, u"%1\tBreakfast\t1.5 x 1 bowl\tPorridge & \"honey\"\n%2\tEvening snack\t1 x 1 slice\tTea\\tcake\n"_s.arg(
-                           today.addDays(2).toString(Qt::ISODate), today.addDays(3).toString(Qt::ISODate)));
+    QCOMPARE(
+        plan.out,
+        u"%1\tBreakfast\t1.5 x 1 bowl\tPorridge & \"honey\"\n%2\tEvening snack\t1 x 1 slice\tTea\\tcake\n"_s
+            .arg(today.addDays(2).toString(Qt::ISODate), today.addDays(3).toString(Qt::ISODate)));
     cliOk(u"profile-set --web-password wrong"_s);
     QVERIFY(cli({u"mealplan"_s}).err.contains(u"bad login (3)"_s));
 }
@@ -400,15 +411,18 @@ void TestServerProtocol::refusedRequests_data()
          "POST /diary/publish?username=ann&pwhash=" + kPwHash + " HTTP/1.1\r\nHost: x\r\nContent-Length: " +
              QByteArray::number(9 * 1024 * 1024) + "\r\n\r\nxml=",
          9 * 1024 * 1024 - 4, 413, "request body too large", true},
-        {"web form over its limit", "POST /login HTTP/1.1\r\nHost: x\r\nContent-Length: 70000\r\n\r\n", 0, 413,
-         "request body too large", true},
-        {"header over the limit", "GET /mealplan HTTP/1.1\r\nHost: x\r\nX-Pad: " + QByteArray(17000, 'p') + "\r\n\r\n",
-         0, 413, "request header too large", true},
+        {"web form over its limit", "POST /login HTTP/1.1\r\nHost: x\r\nContent-Length: 70000\r\n\r\n", 0,
+         413, "request body too large", true},
+        {"header over the limit",
+         "GET /mealplan HTTP/1.1\r\nHost: x\r\nX-Pad: " + QByteArray(17000, 'p') + "\r\n\r\n", 0, 413,
+         "request header too large", true},
         {"chunked body",
-         "POST /diary/publish HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nxml=<\r\n0\r\n\r\n", 0,
-         413, "Content-Length", true},
-        {"two lengths", "POST /metrics HTTP/1.1\r\nHost: x\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\nab", 0,
-         400, "bad Content-Length", true},
+         "POST /diary/publish HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: "
+         "chunked\r\n\r\n5\r\nxml=<\r\n0\r\n\r\n",
+         0, 413, "Content-Length", true},
+        {"two lengths",
+         "POST /metrics HTTP/1.1\r\nHost: x\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\nab", 0, 400,
+         "bad Content-Length", true},
         {"entity bomb", publishRequest(bomb), 0, 200, badDocument, false},
         {"any DTD", publishRequest("<!DOCTYPE diaryupdate><diaryupdate/>"), 0, 200, badDocument, false},
         {"not a number", publishRequest(diaryDocument(1).replace("qty=\"1\"", "qty=\"1e999\"")), 0, 200,
@@ -425,8 +439,8 @@ void TestServerProtocol::refusedRequests_data()
     };
     for (const char *backend : {"sqlite", "postgresql"}) {
         for (const Row &row : rows) {
-            QTest::addRow("%s, %s", row.name, backend)
-                << QString::fromLatin1(backend) << row.request << row.fill << row.status << row.reply << row.closed;
+            QTest::addRow("%s, %s", row.name, backend) << QString::fromLatin1(backend) << row.request
+                                                       << row.fill << row.status << row.reply << row.closed;
         }
     }
 }
@@ -600,14 +614,17 @@ void TestServerProtocol::commandLine_data()
                              << u"tarnwell-server: user-add needs one NAME"_s << ann;
     QTest::newRow("unknown command") << QStringList{u"frob"_s} << QByteArray() << 2
                                      << u"tarnwell-server: unknown command 'frob'"_s << ann;
-    QTest::newRow("serve option elsewhere") << QStringList{u"user-list"_s, u"--no-metrics"_s} << QByteArray() << 2
-                                            << u"tarnwell-server: --no-metrics is an option of serve"_s << ann;
-    QTest::newRow("bad listen address") << QStringList{u"serve"_s, u"--listen"_s, u"here"_s} << QByteArray() << 2
-                                        << u"tarnwell-server: --listen wants"_s << ann;
-    QTest::newRow("certificate without key") << QStringList{u"serve"_s, u"--tls-cert"_s, u"c.pem"_s} << QByteArray()
-                                             << 2 << u"tarnwell-server: --tls-cert and --tls-key go together"_s << ann;
-    QTest::newRow("missing database file") << QStringList{u"publish-db"_s, u"/nonexistent.db"_s} << QByteArray() << 1
-                                           << u"tarnwell-server: /nonexistent.db: no such file"_s << ann;
+    QTest::newRow("serve option elsewhere")
+        << QStringList{u"user-list"_s, u"--no-metrics"_s} << QByteArray() << 2
+        << u"tarnwell-server: --no-metrics is an option of serve"_s << ann;
+    QTest::newRow("bad listen address") << QStringList{u"serve"_s, u"--listen"_s, u"here"_s} << QByteArray()
+                                        << 2 << u"tarnwell-server: --listen wants"_s << ann;
+    QTest::newRow("certificate without key")
+        << QStringList{u"serve"_s, u"--tls-cert"_s, u"c.pem"_s} << QByteArray() << 2
+        << u"tarnwell-server: --tls-cert and --tls-key go together"_s << ann;
+    QTest::newRow("missing database file")
+        << QStringList{u"publish-db"_s, u"/nonexistent.db"_s} << QByteArray() << 1
+        << u"tarnwell-server: /nonexistent.db: no such file"_s << ann;
 }
 
 void TestServerProtocol::commandLine()
