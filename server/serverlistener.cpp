@@ -4,7 +4,9 @@
 #include "server/serverlog.h"
 
 #include <QAbstractHttpServer>
+#include <QCoreApplication>
 #include <QFile>
+#include <QFutureInterface>
 #include <QPointer>
 #include <QSocketNotifier>
 #include <QSslCertificate>
@@ -12,7 +14,6 @@
 #include <QSslSocket>
 #include <QThreadPool>
 #include <QTimer>
-#include <QtConcurrent>
 
 #include <openssl/evp.h>
 #include <openssl/pem.h>
@@ -199,11 +200,8 @@ public:
         socket->startServerEncryption();
     }
 
-    void watch(const QFuture<QHttpServerResponse> &future)
-    {
-        _answers.removeIf([](const QFuture<QHttpServerResponse> &f) { return f.isFinished(); });
-        _answers.append(future);
-    }
+    // Whether an answer may still be written: the HTTP server's request and socket are there.
+    bool open() const { return !_refusing && !_closed; }
 
 private:
     void handOver()
@@ -303,7 +301,6 @@ private:
         if (_socket->isTransactionStarted())
             _socket->commitTransaction();
         _socket->skip(_socket->bytesAvailable());
-        cancelAnswers();
         setBusy(false);
         if (status == 0) {
             drop(why);
@@ -324,26 +321,15 @@ private:
                 ::shutdown(int(_socket->socketDescriptor()), SHUT_WR);
             return;
         }
-        if (_busy) {
-            setBusy(false);
-            _answers.removeIf([](const QFuture<QHttpServerResponse> &f) { return f.isFinished(); });
-        }
+        setBusy(false);
         restartIdle(); // an answer still going out is no silence
     }
 
     void onDisconnected()
     {
-        // Before the HTTP server's own slot: no answer may be written to what it deletes.
-        cancelAnswers();
+        _closed = true; // before the HTTP server's own slot, which deletes the socket later
         setBusy(false);
         _idle.stop();
-    }
-
-    void cancelAnswers()
-    {
-        for (QFuture<QHttpServerResponse> &future : _answers)
-            future.cancel();
-        _answers.clear();
     }
 
     void drop(const QString &why)
@@ -351,7 +337,6 @@ private:
         if (!_refusing)
             emit _listener->refused(0, why, _peer);
         _refusing = true;
-        cancelAnswers();
         _socket->abort();
         if (!_handedOver)
             _socket->deleteLater(); // nobody else knows of it
@@ -376,12 +361,12 @@ private:
     QTimer _idle;
     bool _handedOver = false;
     bool _refusing = false;
-    bool _busy = false;    // a complete request waits for its answer
+    bool _busy = false; // a complete request waits for its answer
+    bool _closed = false;
     qint64 _inspected = 0; // unread bytes at the front of the socket the front has framed
     QByteArray _head;      // the request header so far
     qint64 _bodyLeft = 0;
     qint64 _drained = 0;
-    QList<QFuture<QHttpServerResponse>> _answers;
 };
 
 ServerListener::ServerListener(QObject *parent)
@@ -448,10 +433,29 @@ void ServerListener::attach(QAbstractHttpServer *server)
 QFuture<QHttpServerResponse> ServerListener::respond(QThreadPool *pool,
                                                      std::function<QHttpServerResponse()> work)
 {
-    QFuture<QHttpServerResponse> future = QtConcurrent::run(pool, std::move(work));
-    if (ServerConnection *connection = ServerConnection::current)
-        connection->watch(future);
-    return future;
+    // Qt HttpServer 6.4 writes the answer through the request and socket it had when the
+    // handler returned; both are gone once the connection closes. So the answer is handed over
+    // on this thread, and only while the connection is open: otherwise the future is cancelled,
+    // which keeps the HTTP server's continuation from running. Qt 6.4 gets two things wrong with
+    // a move-only result such as QHttpServerResponse: a QPromise runs the continuation again
+    // when destroyed after it took the result, and cancelling a future whose continuation has
+    // run touches freed memory. Hence a bare QFutureInterface, cancelled only before delivery.
+    auto answer = std::make_shared<QFutureInterface<QHttpServerResponse>>();
+    answer->reportStarted();
+    const QPointer<ServerConnection> connection = ServerConnection::current;
+    const bool tied = connection;
+    QThreadPool *threads = pool ? pool : QThreadPool::globalInstance();
+    threads->start([work = std::move(work), answer, connection, tied] {
+        auto response = std::make_shared<QHttpServerResponse>(work());
+        QMetaObject::invokeMethod(QCoreApplication::instance(), [answer, response, connection, tied] {
+            if (tied && (!connection || !connection->open()))
+                answer->cancel();
+            else
+                answer->reportAndMoveResult(std::move(*response));
+            answer->reportFinished();
+        });
+    });
+    return answer->future();
 }
 
 void ServerListener::incomingConnection(qintptr descriptor)

@@ -61,8 +61,8 @@ public:
     int busyCount() const { return _busy; }
 
     // For route handlers: runs work on the pool and returns the future the HTTP server waits on.
-    // When the request's connection closes before the answer is ready, the future is cancelled
-    // and nothing is written: the HTTP server's request and socket are gone by then.
+    // When the request's connection has closed by the time the answer is ready, the future is
+    // cancelled and nothing is written: the HTTP server's request and socket are gone by then.
     static QFuture<QHttpServerResponse> respond(QThreadPool *pool, std::function<QHttpServerResponse()> work);
 
 signals:

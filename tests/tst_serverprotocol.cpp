@@ -159,7 +159,8 @@ private:
     QString _pgUnavailable;
     std::unique_ptr<TemporaryHome> _home;
     std::unique_ptr<Site> _site;
-    QString _certificate, _key;
+    QTemporaryDir _tls;
+    QString _certificate, _key; // for "localhost" and 127.0.0.1, in _tls
 
     QStringList siteArguments() const
     {
@@ -209,6 +210,8 @@ private slots:
     void refusedRequests();
     void connections_data();
     void connections();
+    void concurrentClients_data();
+    void concurrentClients();
     void databaseUpdate();
     void metricsOverTls_data();
     void metricsOverTls();
@@ -218,6 +221,7 @@ private slots:
 
 void TestServerProtocol::initTestCase()
 {
+    const TemporaryHome home; // for the cluster's and openssl's set-up
     for (const char *program :
          {"tarnwell-server", "tarnwell-cli", "brand.dat", "userdata.db", "content/static.db"})
         QVERIFY2(QFile::exists(binDir() + u'/' + QLatin1String(program)), program);
@@ -226,14 +230,12 @@ void TestServerProtocol::initTestCase()
         QVERIFY2(_pg.start(&error), qPrintable(error));
     }
     HttpTestServer maker;
-    _certificate = maker.makeCertificate();
-    if (!_certificate.isEmpty()) {
-        // Kept for the run: the maker's folder goes with it.
-        static QTemporaryDir kept;
-        QFile::copy(_certificate, kept.filePath(u"cert.pem"_s));
-        QFile::copy(QFileInfo(_certificate).dir().filePath(u"key.pem"_s), kept.filePath(u"key.pem"_s));
-        _certificate = kept.filePath(u"cert.pem"_s);
-        _key = kept.filePath(u"key.pem"_s);
+    const QString certificate = maker.makeCertificate();
+    // Kept for the run: the maker's folder goes with it.
+    if (!certificate.isEmpty() && QFile::copy(certificate, _tls.filePath(u"cert.pem"_s)) &&
+        QFile::copy(QFileInfo(certificate).dir().filePath(u"key.pem"_s), _tls.filePath(u"key.pem"_s))) {
+        _certificate = _tls.filePath(u"cert.pem"_s);
+        _key = _tls.filePath(u"key.pem"_s);
     }
 }
 
@@ -503,6 +505,39 @@ void TestServerProtocol::connections()
     QCOMPARE(socket.state(), QAbstractSocket::UnconnectedState);
     QFETCH(int, closedWithinMs);
     QVERIFY2(timer.elapsed() < closedWithinMs, qPrintable(QString::number(timer.elapsed())));
+}
+
+void TestServerProtocol::concurrentClients_data()
+{
+    QTest::addColumn<int>("staying");
+    QTest::addColumn<int>("leaving"); // close their connection before the answer
+    QTest::newRow("10 at once") << 10 << 0;
+    QTest::newRow("40 at once, half of them leaving") << 20 << 20;
+}
+
+void TestServerProtocol::concurrentClients()
+{
+    QFETCH(int, staying);
+    QFETCH(int, leaving);
+    QVERIFY(open(u"sqlite"_s));
+    // Rounds of clients, each on a connection of its own as the program makes them.
+    for (int round = 0; round < 4; ++round) {
+        std::vector<std::unique_ptr<QTcpSocket>> sockets;
+        for (int i = 0; i < staying + leaving; ++i) {
+            sockets.push_back(std::make_unique<QTcpSocket>());
+            sockets.back()->connectToHost(QHostAddress::LocalHost, _site->port);
+            QVERIFY(sockets.back()->waitForConnected(5000));
+            sockets.back()->write(publishRequest(diaryDocument(3)));
+            sockets.back()->flush();
+            if (i >= staying)
+                sockets.back()->abort();
+        }
+        for (int i = 0; i < staying; ++i) {
+            const Exchange answer = exchange(*sockets[i], QByteArray());
+            QVERIFY2(answer.reply.contains("errno=\"0\""), answer.reply.constData());
+        }
+    }
+    QCOMPARE(day(QDate(2026, 3, 10)).foods.size(), 3);
 }
 
 void TestServerProtocol::databaseUpdate()
