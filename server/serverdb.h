@@ -1,0 +1,53 @@
+#pragma once
+
+// The server's one way into its database: SQLite (a file) or PostgreSQL (a server), chosen by
+// URL. Every thread gets its own connection (Qt connections never cross threads); the schema is
+// brought up to date by numbered migrations when the store is opened.
+//
+// Failures are reported as false with a text (open, transaction, exec); nothing throws. A
+// transaction whose work fails is rolled back whole, so a refused change leaves no trace.
+
+#include <QSqlDatabase>
+#include <QString>
+#include <QVariantList>
+
+#include <functional>
+#include <memory>
+
+class QSqlQuery;
+
+class ServerDB
+{
+public:
+    enum class Kind { SQLite, PostgreSQL };
+    // url: "sqlite:/abs/path/diary.sqlite" or a plain path (SQLite), or
+    // "postgresql://[user[:password]@][host][:port]/dbname[?host=/unix/socket/dir]" (QPSQL).
+    explicit ServerDB(const QString &url);
+    ~ServerDB(); // closes every thread's connection it made
+    ServerDB(const ServerDB &) = delete;
+    ServerDB &operator=(const ServerDB &) = delete;
+
+    static QString defaultUrl(const QString &dataDir); // "sqlite:" + dataDir + "/diary.sqlite"
+    bool open(QString *error); // connects and runs the numbered migrations (idempotent)
+    Kind kind() const;
+    int schemaVersion();
+    QSqlDatabase connection(); // this thread's own connection, opened on first use
+    // One transaction; work returns false (and sets *error) to roll back. Retried on SQLite busy
+    // or PostgreSQL serialization/deadlock failures; SQLite writers are serialised in-process.
+    bool transaction(const std::function<bool(QSqlDatabase &db, QString *error)> &work, QString *error);
+
+    // Prepares sql on the query's connection, binds values to its "?" placeholders in order and
+    // runs it. False with the driver's text in *error (may be null). A busy, serialization or
+    // deadlock failure is noted so that the enclosing transaction() runs its work again.
+    static bool exec(QSqlQuery &query, const QString &sql, const QVariantList &values = {},
+                     QString *error = nullptr);
+
+    // The URL with any password left out, for messages and logs.
+    QString displayUrl() const;
+    // Seconds since the epoch (UTC), the unit of every timestamp column.
+    static qint64 now();
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+};
