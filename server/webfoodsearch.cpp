@@ -6,10 +6,13 @@
 #include "staticdb/itemsearch.h"
 #include "staticdb/memmappedfile.h"
 #include "staticdb/staticdb.h"
+#include "staticdb/staticdbupdater.h"
 
 #include <QDateTime>
+#include <QDir>
 #include <QFileInfo>
 #include <QMutex>
+#include <QTemporaryFile>
 
 #include <cmath>
 
@@ -32,6 +35,7 @@ struct WebFoodSearch::Private
     // The stamp of the file that is open: it is opened again when the file on disk differs.
     QDateTime modified, changed;
     qint64 size = -1;
+    std::unique_ptr<QTemporaryFile> inflated; // a compressed file's content
     std::unique_ptr<MemMappedFile> file;
     std::unique_ptr<ReferenceIndex> index; // points into file: dropped first
     QString error;
@@ -62,8 +66,22 @@ bool WebFoodSearch::openLocked(QString *error)
         d->modified = info.lastModified();
         d->changed = info.metadataChangeTime();
         d->size = info.size();
-        d->file = std::make_unique<MemMappedFile>(d->path);
+        d->file.reset();
+        d->inflated.reset();
         d->error.clear();
+        QString mapped = d->path;
+        if (d->path.endsWith(QLatin1String(".gz"))) {
+            // The published update is compressed: its content is searched from a private copy.
+            d->inflated =
+                std::make_unique<QTemporaryFile>(QDir::tempPath() + QStringLiteral("/tarnwell-foods-XXXXXX"));
+            if (!d->inflated->open() ||
+                StaticDbUpdater::inflate(d->path, d->inflated->fileName(),
+                                         StaticDbUpdater::kMaxDatabaseSize) != StaticDbUpdater::Inflated::Ok)
+                mapped.clear();
+            else
+                mapped = d->inflated->fileName();
+        }
+        d->file = std::make_unique<MemMappedFile>(mapped);
         QString created;
         bool missingChunk = false;
         auto index = std::make_unique<ReferenceIndex>();
@@ -78,6 +96,7 @@ bool WebFoodSearch::openLocked(QString *error)
         }
         if (!d->index) {
             d->file.reset();
+            d->inflated.reset();
             qCWarning(lcServer, "food search: %s (%s)", qUtf8Printable(d->error), qUtf8Printable(d->path));
         }
     }
@@ -145,9 +164,10 @@ bool WebFoodSearch::planEntry(const ReferenceFood &food, int servingId, double q
     const double factor =
         (food.referenceQuantity > 0.0f ? double(serving->quantity) / double(food.referenceQuantity) : 1.0) *
         qty;
+    // The plan has no "not known": a value the food lacks counts as none of it.
     const auto value = [&](int type) {
         const float v = food.nutrients[size_t(type)];
-        return isKnown(v) ? double(v) * factor : -1.0;
+        return isKnown(v) ? double(v) * factor : 0.0;
     };
     entry->foodName = food.name;
     entry->servName = serving->name;

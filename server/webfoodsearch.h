@@ -2,7 +2,8 @@
 
 // The meal plan editor's food search in the server's reference database: the same file format,
 // word search and ranking the desktop program uses, opened from a path of the server's (the
-// program's own reader binds to its content folder). The file is mapped read-only and opened
+// program's own reader binds to its content folder): the plain file, or the compressed update the
+// server publishes (".gz", inflated to a private copy). The file is mapped read-only and opened
 // again when it changes, so a newly published database is searched without a restart. One search
 // at a time: the word search marks its matches in the index.
 
@@ -51,7 +52,8 @@ public:
     QList<Found> search(const QString &query, int limit, QString *note = nullptr);
     std::optional<ReferenceFood> food(int id);
 
-    // The plan entry for qty of a serving: name, serving name and the values of that amount.
+    // The plan entry for qty of a serving: name, serving name and the values of that amount (0 for
+    // a value the food does not give).
     // False for a serving the food does not have or a quantity that is not a positive number.
     static bool planEntry(const ReferenceFood &food, int servingId, double qty, PlannedFood *entry);
 

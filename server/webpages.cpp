@@ -482,7 +482,7 @@ QString plan(const PlanPage &view)
                             .arg(s.id)
                             .arg(s.id == view.servingId ? QStringLiteral(" selected") : QString(),
                                  htmlEscape(s.name),
-                                 one.calories >= 0
+                                 isKnown(food.nutrients[ENERGY])
                                      ? QStringLiteral(" \u2013 %1 cals").arg(formatEnergy(one.calories))
                                      : QString());
             }

@@ -2,6 +2,7 @@
 // reference database written for the run; then a real headless chromium that logs in through the
 // form and reads the rendered pages.
 
+#include "httptestserver.h"
 #include "server/accountdb.h"
 #include "server/mealplandb.h"
 #include "server/serverdb.h"
@@ -62,8 +63,9 @@ public:
         double ms = 0;
     };
 
-    explicit Client(const QString &base)
+    explicit Client(const QString &base, const QList<QSslCertificate> &trusted = {})
         : _base(base)
+        , _trusted(trusted)
     {
     }
 
@@ -94,6 +96,11 @@ private:
     {
         QNetworkRequest request(QUrl(_base + path));
         request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+        if (!_trusted.isEmpty()) {
+            QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+            tls.addCaCertificates(_trusted);
+            request.setSslConfiguration(tls);
+        }
         QByteArray cookies;
         for (auto it = _cookies.cbegin(); it != _cookies.cend(); ++it)
             cookies += (cookies.isEmpty() ? "" : "; ") + it.key() + '=' + it.value();
@@ -103,7 +110,8 @@ private:
         timer.start();
         QNetworkReply *reply = nullptr;
         if (body) {
-            request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArray("application/x-www-form-urlencoded"));
+            request.setHeader(QNetworkRequest::ContentTypeHeader,
+                              QByteArray("application/x-www-form-urlencoded"));
             reply = _network.post(request, *body);
         } else {
             reply = _network.get(request);
@@ -115,16 +123,19 @@ private:
         r.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
         r.body = reply->readAll();
         r.location = reply->rawHeader("Location");
-        for (const auto &[name, value] : reply->rawHeaderPairs()) {
+        for (const auto &[name, values] : reply->rawHeaderPairs()) {
             if (name.compare("Set-Cookie", Qt::CaseInsensitive) != 0)
                 continue;
-            r.setCookies.append(value);
-            const QByteArray pair = value.split(';').constFirst();
-            const qsizetype equals = pair.indexOf('=');
-            if (value.contains("Max-Age=0"))
-                _cookies.remove(pair.left(equals));
-            else
-                _cookies.insert(pair.left(equals), pair.mid(equals + 1));
+            // The network layer joins repeated Set-Cookie fields with newlines.
+            for (const QByteArray &value : values.split('\n')) {
+                r.setCookies.append(value);
+                const QByteArray pair = value.split(';').constFirst();
+                const qsizetype equals = pair.indexOf('=');
+                if (value.contains("Max-Age=0"))
+                    _cookies.remove(pair.left(equals));
+                else
+                    _cookies.insert(pair.left(equals), pair.mid(equals + 1));
+            }
         }
         reply->deleteLater();
         _last = r.body;
@@ -132,6 +143,7 @@ private:
     }
 
     QString _base;
+    QList<QSslCertificate> _trusted;
     QNetworkAccessManager _network;
     QMap<QByteArray, QByteArray> _cookies;
     QByteArray _last;
@@ -179,8 +191,13 @@ PublishedFood food(QChar meal, const QString &desc, double qty, const QString &s
     f.desc = desc;
     f.qty = qty;
     f.serving = serving;
+    // calories, fat, fibre, protein, carbs, ..., sodium in the order of kFoodValueNames
     f.values[0] = calories;
-    f.values[4] = calories / 8; // carbs
+    f.values[1] = calories / 30;
+    f.values[2] = calories / 100;
+    f.values[3] = calories / 25;
+    f.values[4] = calories / 8;
+    f.values[7] = calories * 1.5;
     return f;
 }
 
@@ -195,6 +212,7 @@ private slots:
     void cleanupTestCase();
     void login_data();
     void login();
+    void secureCookieOverTls();
     void pages_data();
     void pages();
     void refusedPosts_data();
@@ -344,6 +362,33 @@ void TestServerWeb::login()
     client.get(u"/logout"_s);
     QCOMPARE(client.post(u"/logout"_s, {{u"csrf"_s, client.csrf()}}).status, 303);
     QCOMPARE(client.get(u"/day/"_s + day(2)).status, 303);
+}
+
+void TestServerWeb::secureCookieOverTls()
+{
+    HttpTestServer certificates;
+    const QString certificate = certificates.makeCertificate();
+    if (certificate.isEmpty())
+        QSKIP("the openssl tool is missing");
+    QFile key(QFileInfo(certificate).dir().filePath(u"key.pem"_s));
+    QVERIFY(key.open(QIODevice::ReadOnly));
+    const QList<QSslCertificate> chain = QSslCertificate::fromPath(certificate);
+    QHttpServer tls;
+    tls.sslSetup(chain.constFirst(), QSslKey(key.readAll(), QSsl::Rsa));
+    addWebRoutes(tls, {_serverDb.get(), &_pool, QString(), {}, 30});
+    const quint16 port = tls.listen(QHostAddress::LocalHost, 0);
+    QVERIFY(port != 0);
+    Client client(u"https://127.0.0.1:%1"_s.arg(port), chain);
+    const Client::Reply form = client.get(u"/login"_s);
+    QCOMPARE(form.status, 200);
+    QVERIFY(form.setCookies.constFirst().endsWith("; Secure"));
+    const Client::Reply reply = client.post(
+        u"/login"_s, {{u"csrf"_s, client.csrf()}, {u"name"_s, u"cat"_s}, {u"password"_s, kPassword}});
+    QCOMPARE(reply.status, 303);
+    QCOMPARE(reply.setCookies.size(), 2); // the session's, and the login form's cleared
+    for (const QByteArray &cookie : reply.setCookies)
+        QVERIFY(cookie.endsWith("; Secure"));
+    _pool.waitForDone(); // the answers are made on the pool; the server goes first
 }
 
 void TestServerWeb::pages_data()
@@ -505,7 +550,7 @@ void TestServerWeb::planEditor()
     QVERIFY(found.contains(QLatin1String("Apple crisp &lt;b&gt;baked&lt;/b&gt;")));
     const QString date = _today.addDays(3).toString(Qt::ISODate);
     const QString chosen = QString::fromUtf8(ann.get(u"/plan?food=100&meal=L&date="_s + date).body);
-    QVERIFY(chosen.contains(QLatin1String("1 medium (3&quot; dia) \u2013 95 cals")));
+    QVERIFY2(chosen.contains(u"1 medium (3&quot; dia) \u2013 95 cals"_s), qPrintable(chosen));
     const Client::Reply added = ann.post(u"/plan"_s, {{u"csrf"_s, ann.csrf()},
                                                       {u"action"_s, u"add"_s},
                                                       {u"food"_s, u"100"_s},
@@ -552,6 +597,10 @@ class Chromium : public QObject
 public:
     ~Chromium() override
     {
+        if (_socket.state() == QAbstractSocket::ConnectedState) {
+            call(u"Browser.close"_s);
+            _process.waitForFinished(10000);
+        }
         if (_process.state() != QProcess::NotRunning) {
             _process.kill();
             _process.waitForFinished(5000);
@@ -568,7 +617,7 @@ public:
                                u"--disable-component-update"_s, u"--disable-sync"_s, u"--hide-scrollbars"_s,
                                u"--window-size=1200,900"_s, u"--remote-debugging-port=0"_s,
                                u"--user-data-dir="_s + _profile.path(), u"about:blank"_s});
-        _process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        _process.setStandardErrorFile(QProcess::nullDevice()); // its complaints about D-Bus
         _process.start();
         // The browser writes the port it chose into its profile.
         QFile portFile(_profile.path() + u"/DevToolsActivePort"_s);
