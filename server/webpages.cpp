@@ -233,19 +233,20 @@ QString day(const DayPage &view)
             QStringLiteral("Eaten %1 \u2212 burned %2 = net %3 cals")
                 .arg(formatEnergy(eaten[Energy]), formatEnergy(burned), QString::asprintf("%.0f", net + 0.0));
         QString rest = QStringLiteral("no target");
-        QString bar;
+        QString bar, kind;
         if (budget && *budget > 0) {
             const double left = *budget - net;
             rest = left >= 0 ? QStringLiteral("%1 cals left").arg(formatEnergy(left))
                              : QStringLiteral("%1 cals over").arg(formatEnergy(-left));
             words += QStringLiteral(" of %1").arg(formatEnergy(*budget));
-            bar = standingBar(net / *budget, left < 0 ? QStringLiteral("over") : QString());
+            kind = left < 0 ? QStringLiteral("over") : QString();
+            bar = standingBar(net / *budget, kind);
         }
         html +=
             QStringLiteral(
                 "<tr class=\"energy\"><th scope=\"row\">Energy</th><td>%1</td><td class=\"barcell\">%2</td>"
-                "<td class=\"rest\">%3</td></tr>\n")
-                .arg(words, bar, rest);
+                "<td class=\"rest %3\">%4</td></tr>\n")
+                .arg(words, bar, kind, rest);
     }
     for (int c = Carbs; c < ColumnCount; ++c) {
         const ColumnInfo &info = kColumns[size_t(c)];
@@ -253,20 +254,20 @@ QString day(const DayPage &view)
         const double value = eaten[size_t(c)];
         QString figures = amount(c, value);
         QString rest = QStringLiteral("no target");
-        QString bar;
+        QString bar, kind;
         if (target && *target > 0) {
             const double left = *target - value;
-            const bool offTrack = info.limit ? left < 0 : left > 0;
+            // Red over a limit, amber short of a goal, as the desktop's bars.
+            if (info.limit ? left < 0 : left > 0)
+                kind = info.limit ? QStringLiteral("over") : QStringLiteral("short");
             figures = QStringLiteral("%1 of %2").arg(figure(c, value), amount(c, *target));
             rest = left >= 0 ? QStringLiteral("%1 left").arg(amount(c, left))
                              : QStringLiteral("%1 over").arg(amount(c, -left));
-            bar = standingBar(value / *target,
-                              offTrack ? (info.limit ? QStringLiteral("over") : QStringLiteral("short"))
-                                       : QString());
+            bar = standingBar(value / *target, kind);
         }
         html += QStringLiteral("<tr><th scope=\"row\">%1</th><td>%2</td><td class=\"barcell\">%3</td>"
-                               "<td class=\"rest\">%4</td></tr>\n")
-                    .arg(htmlEscape(columnLabel(c)), figures, bar, rest);
+                               "<td class=\"rest %4\">%5</td></tr>\n")
+                    .arg(htmlEscape(columnLabel(c)), figures, bar, kind, rest);
     }
     html +=
         QStringLiteral("<tr class=\"water\"><th scope=\"row\">Water</th><td>%1</td><td></td><td></td></tr>\n")

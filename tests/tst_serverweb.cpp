@@ -763,6 +763,13 @@ void TestServerWeb::chromium()
     QVERIFY(browser.evaluate(u"document.querySelector('svg.weightchart').getBoundingClientRect().height"_s)
                 .toDouble() > 200);
     QVERIFY(browser.screenshot(shots + u"/checkins.png"_s));
+
+    QVERIFY(browser.open(_base + u"/plan?food=100&meal=L&q=apple&date="_s +
+                         _today.addDays(1).toString(Qt::ISODate)));
+    QCOMPARE(
+        browser.evaluate(u"document.querySelector('select[name=serving]').selectedOptions[0].textContent"_s),
+        u"1 medium (3\" dia) \u2013 95 cals"_s);
+    QVERIFY(browser.screenshot(shots + u"/plan.png"_s));
 }
 
 QTEST_GUILESS_MAIN(TestServerWeb)
