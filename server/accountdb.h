@@ -10,6 +10,7 @@
 #include <QDateTime>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 #include <optional>
@@ -55,6 +56,9 @@ public:
     void setClock(std::function<qint64()> clock);
 
 private:
+    void recordFailure(const QStringList &keys, qint64 now);
+    QString upgradeHash(qint64 id, const QString &pwhash, const QString &stored);
+
     ServerDB &_db;
     std::function<qint64()> _clock;
 };

@@ -41,6 +41,9 @@ public:
     // deadlock failure is noted so that the enclosing transaction() runs its work again.
     static bool exec(QSqlQuery &query, const QString &sql, const QVariantList &values = {},
                      QString *error = nullptr);
+    // The two halves of exec(), for a statement run many times with different values.
+    static bool prepare(QSqlQuery &query, const QString &sql, QString *error = nullptr);
+    static bool execPrepared(QSqlQuery &query, const QVariantList &values, QString *error = nullptr);
 
     // The URL with any password left out, for messages and logs.
     QString displayUrl() const;
