@@ -37,6 +37,7 @@ constexpr LmSettings::Definition kTable[] = {
     {LmSettings::BrowserAdvancedSearch, "/browser/advancedSearch", LmSettings::Boolean, "0"},
     {LmSettings::PalmCondDoNotSyncDevices, "/palmcond/doNotSyncDevices", LmSettings::Text, "0"},
     {LmSettings::DataBackupPath, "dataBackupPath", LmSettings::Text, ""},
+    {LmSettings::WebServer, "/web/server", LmSettings::Text, ""},
 };
 
 constexpr qsizetype kMaxAppDataLength = 1000;

@@ -42,6 +42,7 @@ public:
         BrowserAdvancedSearch = 19,
         PalmCondDoNotSyncDevices = 20,
         DataBackupPath = 21,
+        WebServer = 22, // the household's own online diary server, when it has one
     };
 
     // Type codes of the table.

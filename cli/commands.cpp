@@ -73,6 +73,7 @@ constexpr std::array kCommands = {
     Command{"mealplan", "", "Web", mealplan},
     Command{"update-db", "[--check]", "Web", updateDb},
     Command{"metrics", "", "Web", metrics},
+    Command{"config", "server [URL | --unset]", "Web", config},
 
     Command{"backup", "FILE.tar", "Maintenance", backup},
     Command{"restore", "FILE.tar", "Maintenance", restore},

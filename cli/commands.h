@@ -54,6 +54,7 @@ int publish(Context &context, const QStringList &args);
 int mealplan(Context &context, const QStringList &args);
 int metrics(Context &context, const QStringList &args);
 int updateDb(Context &context, const QStringList &args);
+int config(Context &context, const QStringList &args);
 int day(Context &context, const QStringList &args);
 int exportCommand(Context &context, const QStringList &args);
 int summary(Context &context, const QStringList &args);

@@ -5,6 +5,7 @@
 #include "cli/commands.h"
 #include "cli/session.h"
 
+#include "app/webserver.h"
 #include "brand/brandengine.h"
 #include "db/savedmealdb.h"
 #include "model/dateconversion.h"
@@ -292,6 +293,31 @@ int updateDb(Context &context, const QStringList &args)
     if (updater.state() != StaticDbUpdater::Finished)
         failure(updater.errorText());
     printLine(QStringLiteral("Your databases have been updated successfully."));
+    return Success;
+}
+
+int config(Context &context, const QStringList &args)
+{
+    const Arguments a(args, {}, {QStringLiteral("--unset")});
+    const QString usage = QStringLiteral("config server [URL | --unset]");
+    a.expectPositionals(1, 2, usage);
+    if (a.positionals().constFirst() != QLatin1String("server") ||
+        (a.has(QStringLiteral("--unset")) && a.positionals().size() > 1))
+        usageError(QStringLiteral("usage: ") + usage);
+    const Session session(context);
+    if (a.has(QStringLiteral("--unset"))) {
+        WebServer::unset();
+        printLine(QStringLiteral("No server set: the brand's web addresses are used."));
+        return Success;
+    }
+    if (a.positionals().size() == 2) {
+        QString error;
+        if (!WebServer::setBase(a.positionals().at(1), &error))
+            usageError(error);
+    }
+    const QString server = WebServer::base();
+    printLine(server.isEmpty() ? QStringLiteral("No server set: the brand's web addresses are used.")
+                               : server);
     return Success;
 }
 

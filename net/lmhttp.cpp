@@ -1,6 +1,7 @@
 #include "net/lmhttp.h"
 
 #include "app/lmsettings.h"
+#include "app/webserver.h"
 #include "brand/brandengine.h"
 #include "common/lmconstants.h"
 #include "net/netlog.h"
@@ -267,7 +268,8 @@ int LmHttp::send(const QString &method, const QUrl &url, const QByteArray &body,
     if (!_tls) {
         const ProxyInfo proxy = discoverProxy(url, false);
         emit proxyFound(proxyText(proxy));
-        _https->setHost(proxy.useProxy ? proxy.host : url.host(), proxy.useProxy ? proxy.port : 80);
+        _https->setHost(proxy.useProxy ? proxy.host : url.host(),
+                        proxy.useProxy ? proxy.port : WebServer::port(url, 80));
         if (proxy.useProxy && proxy.needsAuth) {
             header.setValue(
                 QStringLiteral("Proxy-Authorization"),
@@ -276,7 +278,10 @@ int LmHttp::send(const QString &method, const QUrl &url, const QByteArray &body,
         }
     }
     header.setValue(QStringLiteral("User-Agent"), userAgent());
-    header.setValue(QStringLiteral("Host"), url.host());
+    // A household server on its own port needs it in the Host field to name itself in links.
+    const quint16 port = WebServer::port(url, _tls ? 443 : 80);
+    header.setValue(QStringLiteral("Host"),
+                    port == (_tls ? 443 : 80) ? url.host() : ProxyDiscovery::hostPort(url.host(), port));
     if (!contentType.isEmpty())
         header.setContentType(contentType);
     return _https->request(header, body);

@@ -1,5 +1,6 @@
 #include "net/mealplandownload.h"
 
+#include "app/webserver.h"
 #include "brand/brandengine.h"
 #include "common/lmassert.h"
 #include "db/lmsqldb.h"
@@ -61,7 +62,7 @@ MealPlanDownloader *MealPlanDownloader::instance()
 MealPlanDownloader::MealPlanDownloader()
 {
     _http = std::make_unique<LmHttp>(
-        false, QUrl(BrandEngine::instance().getString(QStringLiteral("mealplan_auth_url"))), 80);
+        false, QUrl(WebServer::address(QStringLiteral("mealplan_auth_url"))), 80);
     _http->setRequestDeadline(kDeadline);
     connect(_http.get(), &LmHttp::done, this, &MealPlanDownloader::onDone);
     connect(_http.get(), &LmHttp::dataReadProgress, this, &MealPlanDownloader::dataReadProgress);
@@ -90,7 +91,7 @@ bool MealPlanDownloader::download(int user_id)
     _userId = user_id;
     _errorText = kUnknownError;
 
-    QString url = BrandEngine::instance().getString(QStringLiteral("mealplan_auth_url"));
+    QString url = WebServer::address(QStringLiteral("mealplan_auth_url"));
     const QString error = expandBrandUrl(url, user_id);
     if (!error.isEmpty()) {
         _errorText = error;

@@ -1,5 +1,6 @@
 #include "net/metrics.h"
 
+#include "app/webserver.h"
 #include "brand/brandengine.h"
 #include "db/lmsqldb.h"
 #include "db/synctriggers.h"
@@ -105,7 +106,7 @@ bool Metrics::send()
         _errorText = QStringLiteral("This product sends no usage metrics.");
         return false;
     }
-    QString url = brand.getString(QStringLiteral("metrics_auth_url"));
+    QString url = WebServer::address(QStringLiteral("metrics_auth_url"));
     const QString error = expandBrandUrl(url, _userId);
     if (!error.isEmpty()) {
         qCDebug(lcNet, "error creating metrics URL from brand string!");
@@ -116,7 +117,7 @@ bool Metrics::send()
     _aborted = false;
     const QString body = QString::fromLatin1(LmPublish::encodeBody(buildDocument()));
     _connecting = true;
-    _http = std::make_unique<LmHttp>(true, QUrl(url), 443);
+    _http = std::make_unique<LmHttp>(true, QUrl(url), WebServer::port(QUrl(url), 443));
     _connecting = false;
     _http->setRequestDeadline(kDeadline);
     connect(_http.get(), &LmHttp::readyRead, this, &Metrics::readData);

@@ -1,6 +1,7 @@
 #include "net/publish.h"
 
 #include "app/lmsettings.h"
+#include "app/webserver.h"
 #include "brand/brandengine.h"
 #include "common/lmassert.h"
 #include "common/lmconstants.h"
@@ -21,7 +22,7 @@ namespace {
 
 QString webAddress()
 {
-    return BrandEngine::instance().getString(QStringLiteral("web_address"));
+    return WebServer::address(QStringLiteral("web_address"));
 }
 
 } // namespace
@@ -159,7 +160,7 @@ LmPublish::LmPublish(int user_id, QObject *parent)
     : QObject(parent)
     , _userId(user_id)
     , _http(std::make_unique<LmHttp>(
-          false, QUrl(BrandEngine::instance().getString(QStringLiteral("publish_auth_url"))), 80))
+          false, QUrl(WebServer::address(QStringLiteral("publish_auth_url"))), 80))
 {
     _http->setRequestDeadline(kDeadline);
     connect(_http.get(), &LmHttp::stateChanged, this, &LmPublish::onStateChanged);
@@ -179,7 +180,7 @@ LmPublish::~LmPublish() = default;
 bool LmPublish::publish()
 {
     if (_url.isEmpty()) {
-        _url = BrandEngine::instance().getString(QStringLiteral("publish_auth_url"));
+        _url = WebServer::address(QStringLiteral("publish_auth_url"));
         const QString error = expandBrandUrl(_url, _userId);
         if (!error.isEmpty()) {
             _url.clear();

@@ -2,6 +2,7 @@
 
 #include "app/lmsettings.h"
 #include "app/notificationdispatcher.h"
+#include "app/webserver.h"
 #include "brand/brandengine.h"
 #include "net/lmhttp.h"
 #include "net/publish.h"
@@ -79,7 +80,7 @@ bool StaticDbUpdater::check()
     qCDebug(lcStaticDb, "StaticDbUpdater: Making RSS request");
     const BrandEngine &brand = BrandEngine::instance();
     QString url = brand.idExists(QStringLiteral("update_rss_url"))
-                      ? brand.getString(QStringLiteral("update_rss_url"))
+                      ? WebServer::address(QStringLiteral("update_rss_url"))
                       : QString();
     if (url.isEmpty() || !expandBrandUrl(url, -1).isEmpty() || url.isEmpty()) {
         qCDebug(lcStaticDb, "StaticDbUpdater: Could not construct URL for RSS request");

@@ -522,6 +522,11 @@ void TestCli::publish()
         QVERIFY2(metrics.err.startsWith(QStringLiteral("tarnwell-cli: Certificate check failed: ")),
                  qPrintable(metrics.err));
     }
+    // The household's own server replaces the brand's addresses until it is unset.
+    QCOMPARE(run(args("config server diary.home:8080")).out, u"http://diary.home:8080/\n"_s);
+    QCOMPARE(run(args("config server")).out, u"http://diary.home:8080/\n"_s);
+    QCOMPARE(run(args("config server --unset")).out,
+             u"No server set: the brand's web addresses are used.\n"_s);
     QCOMPARE(refused.status, 1);
     QVERIFY(refused.out.contains(QStringLiteral("Reading\tfailed\tReading (FAILED!! Error message from "
                                                 "http://localhost/ <no such user>)\n")));
@@ -648,6 +653,8 @@ void TestCli::invalidInputChangesNothing_data()
     QTest::newRow("share over 100") << args("goal --carb 120%") << u"--carb: 120 is out of range (0 to 100)"_s;
     QTest::newRow("recipe of nothing known")
         << args("recipe-add --name X --portions 2 9003:1 12:1") << u"no food 12"_s;
+    QTest::newRow("bad server address") << args("config server ftp://diary.home")
+                                        << u"the server address must start with http:// or https://"_s;
     QTest::newRow("empty meal") << QStringList{QStringLiteral("meal-save"), QStringLiteral("Nothing"),
                                                QStringLiteral("2001-01-01"), QStringLiteral("breakfast")}
                                 << QStringLiteral("Breakfast of 2001-01-01 has no foods to save");

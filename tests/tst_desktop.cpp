@@ -2,6 +2,7 @@
 // twice: the second copy wakes the first and ends.
 
 #include "app/notificationdispatcher.h"
+#include "app/webserver.h"
 #include "brand/tarfilewriter.h"
 #include "db/diarydb.h"
 #include "db/newprofile.h"
@@ -727,6 +728,27 @@ void TestDesktop::publishFromTheWindow()
     QVERIFY(window.openProfile(user));
     addSoup(user);
 
+    // The household's server, named in the preferences, is reached directly on its own port; an
+    // address that is not one is refused with a message and leaves the setting as it was.
+    LmSettings::writeValue(QStringLiteral("proxySettings"), QString());
+    for (const QString &address :
+         {QStringLiteral("ftp://diary.home"), QStringLiteral("127.0.0.1:%1").arg(server.serverPort())}) {
+        PreferencesDialog preferences(user);
+        preferences.findChild<QLineEdit *>(QStringLiteral("webServer"))->setText(address);
+        QString warning;
+        QTimer::singleShot(0, &preferences, [&warning] {
+            if (auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget())) {
+                warning = box->text();
+                box->accept();
+            }
+        });
+        preferences.accept();
+        QCOMPARE(preferences.result(), warning.isEmpty() ? int(QDialog::Accepted) : int(QDialog::Rejected));
+        QCOMPARE(WebServer::base(),
+                 warning.isEmpty() ? QStringLiteral("http://%1/").arg(address) : QString());
+    }
+    const auto unset = qScopeGuard([] { WebServer::unset(); });
+
     // The dialog ticks its steps and counts down after a success; OK closes it.
     QString button;
     QTimer poll;
@@ -741,6 +763,10 @@ void TestDesktop::publishFromTheWindow()
     poll.start(20);
     QCOMPARE(window.publishDiary(), QStringLiteral("Completed successfully"));
     QCOMPARE(button, QStringLiteral("OK (5)"));
+    QVERIFY(server.requests.constFirst().startsWith(
+        QStringLiteral("POST http://127.0.0.1:%1/diary/publish?username=ann&")
+            .arg(server.serverPort())
+            .toLatin1()));
     QVERIFY(server.requests.constFirst().contains("xml=%3C%3Fxml"));
     QVERIFY(DiaryDB().getUnpublishedDates(user).isEmpty());
 

@@ -2,6 +2,7 @@
 // proxy; metrics through a CONNECT tunnel with TLS), also behind a real forward proxy, and the web
 // commands of the command-line tool: their failures and their interruption by a signal.
 
+#include "app/webserver.h"
 #include "db/diarydb.h"
 #include "db/savedmealdb.h"
 #include "db/userdb.h"
@@ -10,6 +11,7 @@
 #include "model/dateconversion.h"
 #include "net/mealplandownload.h"
 #include "net/metrics.h"
+#include "staticdb/staticdbupdater.h"
 
 #include <QElapsedTimer>
 #include <QProcess>
@@ -74,6 +76,10 @@ private slots:
     void throughForwardProxy();
     void commandLine_data();
     void commandLine();
+    void ownServerAddresses_data();
+    void ownServerAddresses();
+    void ownServerRequests_data();
+    void ownServerRequests();
 
 private:
     struct CliRun
@@ -427,4 +433,116 @@ void TestWebServices::commandLine()
 }
 
 QTEST_GUILESS_MAIN(TestWebServices)
+void TestWebServices::ownServerAddresses_data()
+{
+    QTest::addColumn<QString>("setting");
+    QTest::addColumn<QString>("stored");        // empty: refused, nothing stored
+    QTest::addColumn<QStringList>("addresses"); // publish, meal plan, metrics, feed, web address
+    const QString query = QStringLiteral("?username=${USERNAME}&pwhash=${PWHASH}&product=${PRODUCT}");
+    const auto on = [&](const QString &http, const QString &https) {
+        return QStringList{http + QStringLiteral("diary/publish") + query +
+                               QStringLiteral("&version=${VERSION}&platform=${PLATFORM}"),
+                           http + QStringLiteral("mealplan") + query + u'&',
+                           https + QStringLiteral("metrics?product=${PRODUCT}&version=${VERSION}&platform=${"
+                                                  "PLATFORM}&username=${USERNAME_OPTIONAL}&"),
+                           http + QStringLiteral("staticdb/${PRODUCT}/update.rss")};
+    };
+    QTest::newRow("host and port") << QStringLiteral(" diary.home:8080 ")
+                                   << QStringLiteral("http://diary.home:8080/")
+                                   << on(QStringLiteral("http://diary.home:8080/"),
+                                         QStringLiteral("https://diary.home:8080/"));
+    QTest::newRow("https, below a path")
+        << QStringLiteral("HTTPS://10.0.0.2/tarnwell") << QStringLiteral("https://10.0.0.2/tarnwell/")
+        << on(QStringLiteral("http://10.0.0.2/tarnwell/"), QStringLiteral("https://10.0.0.2/tarnwell/"));
+    const QStringList brand{QStringLiteral("http://diary.example/publish?u=${USERNAME}"),
+                            QStringLiteral("http://diary.example/plan?u=${USERNAME}&"),
+                            QStringLiteral("https://localhost/metrics?p=${PRODUCT}&u=${USERNAME}"),
+                            QStringLiteral("http://diary.example/update.rss")};
+    for (const char *bad :
+         {"ftp://diary.home/", "http://diary.home/?x=1", "http://ann:pw@diary.home/", "http://"})
+        QTest::newRow(bad) << QString::fromLatin1(bad) << QString() << brand;
+}
+
+void TestWebServices::ownServerAddresses()
+{
+    QFETCH(QString, setting);
+    QFETCH(QString, stored);
+    QFETCH(QStringList, addresses);
+    QString error;
+    QCOMPARE(WebServer::setBase(setting, &error), !stored.isEmpty());
+    QCOMPARE(error.isEmpty(), !stored.isEmpty());
+    QCOMPARE(WebServer::base(), stored);
+    QStringList got;
+    for (const char *id : {"publish_auth_url", "mealplan_auth_url", "metrics_auth_url", "update_rss_url"})
+        got << WebServer::address(QString::fromLatin1(id));
+    QCOMPARE(got, addresses);
+    QCOMPARE(WebServer::address(QStringLiteral("web_address")),
+             stored.isEmpty() ? QStringLiteral("diary.example") : stored);
+    WebServer::unset();
+    QCOMPARE(WebServer::address(QStringLiteral("update_rss_url")),
+             QStringLiteral("http://diary.example/update.rss"));
+}
+
+void TestWebServices::ownServerRequests_data()
+{
+    QTest::addColumn<QString>("service");
+    QTest::addColumn<QByteArray>("requestLine"); // %1: the server's port
+    QTest::newRow("meal plan") << QStringLiteral("mealplan")
+                               << QByteArray("GET http://127.0.0.1:%1/mealplan?username=ann&pwhash=");
+    QTest::newRow("update feed") << QStringLiteral("feed")
+                                 << QByteArray(
+                                        "GET http://127.0.0.1:%1/staticdb/tarnwell/update.rss HTTP/1.1");
+    QTest::newRow("metrics over TLS")
+        << QStringLiteral("metrics") << QByteArray("POST https://127.0.0.1:%1/metrics?product=tarnwell&");
+}
+
+void TestWebServices::ownServerRequests()
+{
+    // The household's server is reached directly on the port it names, TLS included.
+    QFETCH(QString, service);
+    QFETCH(QByteArray, requestLine);
+    _server.close();
+    HttpTestServer server;
+    if (service == QLatin1String("metrics")) {
+        const QString certificate = server.makeCertificate();
+        if (certificate.isEmpty())
+            QSKIP("the openssl tool is not available");
+        QFile::remove(LmSettings::resourcePath() + QStringLiteral("cert.pem"));
+        QVERIFY(QFile::copy(certificate, LmSettings::resourcePath() + QStringLiteral("cert.pem")));
+        server.tlsFromStart = true;
+    }
+    QVERIFY(server.start());
+    LmSettings::writeValue(QStringLiteral("proxySettings"), QString());
+    qunsetenv("http_proxy");
+    qunsetenv("https_proxy");
+    QString error;
+    QVERIFY(WebServer::setBase(QStringLiteral("127.0.0.1:%1").arg(server.serverPort()), &error));
+    const auto unset = qScopeGuard([] { WebServer::unset(); });
+    if (service == QLatin1String("mealplan")) {
+        server.replies = {HttpTestServer::ok("<mealplan/>")};
+        QSignalSpy finished(MealPlanDownloader::instance(), &MealPlanDownloader::finished);
+        QVERIFY(MealPlanDownloader::instance()->download(_user));
+        QVERIFY(finished.wait(10000));
+    } else if (service == QLatin1String("feed")) {
+        server.replies = {HttpTestServer::ok("<rss version=\"2.0\"><channel/></rss>")};
+        StaticDbUpdater updater;
+        QSignalSpy checked(&updater, &StaticDbUpdater::checkFinished);
+        QVERIFY(updater.check());
+        QVERIFY(checked.wait(10000));
+    } else {
+        server.replies = {HttpTestServer::ok("<response errno=\"0\"/>")};
+        UserDB::countStart(_user);
+        Metrics metrics(_user);
+        QSignalSpy done(&metrics, &Metrics::done);
+        metrics.start();
+        QVERIFY(done.wait(10000));
+        QCOMPARE(metrics.errorText(), QString());
+    }
+    QVERIFY(!server.requests.isEmpty());
+    const QByteArray &request = server.requests.constLast();
+    const QByteArray port = QByteArray::number(server.serverPort());
+    QVERIFY2(request.startsWith(QByteArray(requestLine).replace("%1", port)), request.constData());
+    QVERIFY(request.contains("\r\nHost: 127.0.0.1:" + port + "\r\n"));
+}
+
 #include "tst_webservices.moc"

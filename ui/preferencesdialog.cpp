@@ -2,6 +2,7 @@
 
 #include "app/lmsettings.h"
 #include "app/profilepreferences.h"
+#include "app/webserver.h"
 #include "db/userdb.h"
 #include "model/unitdescriptor.h"
 #include "reports/daytable.h"
@@ -13,6 +14,7 @@
 #include <QFormLayout>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QSpinBox>
 #include <QVBoxLayout>
 
@@ -59,6 +61,9 @@ PreferencesDialog::PreferencesDialog(int user_id, QWidget *parent)
         item->setCheckState(shown.contains(type) ? Qt::Checked : Qt::Unchecked);
     }
     _columns->setMaximumHeight(_columns->sizeHintForRow(0) * 5 + 2 * _columns->frameWidth());
+    _webServer = new QLineEdit(WebServer::base(), this);
+    _webServer->setObjectName(QStringLiteral("webServer"));
+    _webServer->setPlaceholderText(tr("none: the product's own site (http://host:port/ for yours)"));
     _webUser = new QLineEdit(settings.web_username, this);
     _webPassword = new QLineEdit(settings.web_password, this);
     _webPassword->setEchoMode(QLineEdit::Password);
@@ -83,6 +88,7 @@ PreferencesDialog::PreferencesDialog(int user_id, QWidget *parent)
     form->addRow(tr("Green tick for &food:"), _budget);
     form->addRow(tr("Green tick for e&xercise:"), _exercise);
     form->addRow(tr("Diary &columns:"), _columns);
+    form->addRow(tr("Online diary ser&ver:"), _webServer);
     form->addRow(tr("Online diary &user:"), _webUser);
     form->addRow(tr("Online diary &password:"), _webPassword);
     form->addRow(QString(), _autoPublish);
@@ -100,6 +106,16 @@ PreferencesDialog::PreferencesDialog(int user_id, QWidget *parent)
 
 void PreferencesDialog::accept()
 {
+    // The one field that can be wrong is checked before anything is stored.
+    const QString server = _webServer->text().trimmed();
+    QString error;
+    if (server.isEmpty())
+        WebServer::unset();
+    else if (server != WebServer::base() && !WebServer::setBase(server, &error)) {
+        QMessageBox::warning(this, windowTitle(), tr("The online diary server: %1.").arg(error));
+        _webServer->setFocus();
+        return;
+    }
     UserSettings settings = UserDB::getSettings(_userId);
     settings.measurement_units = _units->currentIndex();
     settings.energy_units = _energy->currentData().toInt();

@@ -25,6 +25,7 @@ private:
     QComboBox *_snacks;
     QComboBox *_budget;
     QSpinBox *_exercise;
+    QLineEdit *_webServer;
     QLineEdit *_webUser;
     QLineEdit *_webPassword;
     QSpinBox *_updateDays;

@@ -1,5 +1,6 @@
 #include "ui/publishdialog.h"
 
+#include "app/webserver.h"
 #include "brand/brandengine.h"
 #include "net/publish.h"
 
@@ -28,7 +29,7 @@ PublishProgressDialog::PublishProgressDialog(QWidget *parent)
     setProperty("helpPage", QStringLiteral("publishing"));
     setWindowTitle(QStringLiteral("Publish Diary"));
     setModal(true);
-    const QString address = BrandEngine::instance().getString(QStringLiteral("web_address"));
+    const QString address = WebServer::address(QStringLiteral("web_address"));
     auto *heading = new QLabel(QStringLiteral("<b>Please wait while we publish your entries to ") +
                                    address.toHtmlEscaped() + QStringLiteral("</b>"),
                                this);
