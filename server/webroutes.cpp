@@ -4,6 +4,7 @@
 #include "server/mealplandb.h"
 #include "server/serverdb.h"
 #include "server/serverdiarydb.h"
+#include "server/serverlistener.h"
 #include "server/serverlog.h"
 #include "server/sessiondb.h"
 #include "server/sharedb.h"
@@ -20,7 +21,6 @@
 #include <QLocale>
 #include <QRegularExpression>
 #include <QSslSocket>
-#include <QtConcurrent>
 
 #include <memory>
 #include <optional>
@@ -140,8 +140,10 @@ public:
         WebRequest copied = WebRequest::from(request, g_requestTls);
         if (copied.method == WebRequest::Method::Other)
             page = [](WebApp &a, const WebRequest &) { return a.methodNotAllowed("GET, POST"); };
-        return QtConcurrent::run(_context.pool, [self = shared_from_this(), copied = std::move(copied),
-                                                 page = std::move(page)] { return page(*self, copied); });
+        // Through the front: an answer whose connection has closed is never written.
+        return ServerListener::respond(_context.pool,
+                                       [self = shared_from_this(), copied = std::move(copied),
+                                        page = std::move(page)] { return page(*self, copied); });
     }
 
     QHttpServerResponse home(const WebRequest &r);
