@@ -679,17 +679,17 @@ QString stats(const StatsPage &view)
         "class=\"num\">Starts</th><th scope=\"col\" class=\"num\">Check-ins</th><th scope=\"col\" "
         "class=\"num\">Food diary</th></tr></thead><tbody>\n");
     qint64 starts = 0, checkins = 0, diary = 0;
-    for (const MetricsDay &d : view.days) {
+    for (const MetricsDB::Day &d : view.days) {
         html += QStringLiteral(
                     "<tr><td>%1</td><td class=\"num\">%2</td><td class=\"num\">%3</td><td class=\"num\">%4"
                     "</td></tr>\n")
                     .arg(htmlEscape(shortDate(d.date)))
-                    .arg(d.start)
-                    .arg(d.checkin)
-                    .arg(d.fooddiary);
-        starts += d.start;
-        checkins += d.checkin;
-        diary += d.fooddiary;
+                    .arg(d.starts)
+                    .arg(d.checkins)
+                    .arg(d.foodDiary);
+        starts += d.starts;
+        checkins += d.checkins;
+        diary += d.foodDiary;
     }
     html += QStringLiteral(
                 "</tbody><tfoot><tr class=\"totals\"><th scope=\"row\">All</th><td class=\"num\">%1</td>"

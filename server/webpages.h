@@ -5,6 +5,7 @@
 
 #include "server/diaryupdate.h"
 #include "server/mealplandb.h"
+#include "server/metricsdb.h"
 #include "server/serverdiarydb.h"
 #include "server/targetdb.h"
 #include "server/webfoodsearch.h"
@@ -94,16 +95,11 @@ struct SharingPage
 };
 QString sharing(const SharingPage &view);
 
-struct MetricsDay
-{
-    QDate date;
-    qint64 start = 0, checkin = 0, fooddiary = 0;
-};
 struct StatsPage
 {
     PageFrame frame;
     QDate from, to;
-    QList<MetricsDay> days; // by date, only days with counts
+    QList<MetricsDB::Day> days; // by date, only days with counts
 };
 QString stats(const StatsPage &view);
 

@@ -2,6 +2,7 @@
 
 #include "server/accountdb.h"
 #include "server/mealplandb.h"
+#include "server/metricsdb.h"
 #include "server/serverdb.h"
 #include "server/serverdiarydb.h"
 #include "server/serverlistener.h"
@@ -10,7 +11,6 @@
 #include "server/sharedb.h"
 #include "server/targetdb.h"
 #include "server/webfoodsearch.h"
-#include "server/webmetrics.h"
 #include "server/webpages.h"
 #include "server/webrequest.h"
 #include "server/websession.h"
@@ -606,7 +606,7 @@ QHttpServerResponse WebApp::stats(const WebRequest &r)
                              today().addDays(-89),
                              today(),
                              {}};
-    view.days = readMetricsDays(db(), view.from, view.to);
+    view.days = MetricsDB(db()).days(view.from, view.to);
     return htmlResponse(WebPages::stats(view));
 }
 

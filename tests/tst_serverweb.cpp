@@ -5,6 +5,7 @@
 #include "httptestserver.h"
 #include "server/accountdb.h"
 #include "server/mealplandb.h"
+#include "server/metricsdb.h"
 #include "server/serverdb.h"
 #include "server/serverdiarydb.h"
 #include "server/webroutes.h"
@@ -270,9 +271,7 @@ void TestServerWeb::initTestCase()
     }
     update.waters = {{_today.addDays(-2), 6}};
     QVERIFY2(ServerDiaryDB(*_db).apply(_ann, update, &error), qPrintable(error));
-    QSqlQuery metrics(_db->connection());
-    QVERIFY(ServerDB::exec(metrics, u"INSERT INTO metrics_days(date, kind, count) VALUES (?, ?, ?)"_s,
-                           {day(3), u"start"_s, 7}));
+    QVERIFY2(MetricsDB(*_db).add({{_today.addDays(-3), MetricsCount::Start, 7}}, &error), qPrintable(error));
 
     _serverDb = std::make_unique<ServerDB>(url);
     QVERIFY2(_serverDb->open(&error), qPrintable(error));
