@@ -32,7 +32,9 @@ const char kUsage[] =
     "\n"
     "Commands:\n"
     "  serve [--listen ADDR:PORT] [--tls-cert FILE --tls-key FILE] [--no-metrics]\n"
-    "                      answer the programs and the web pages (default 127.0.0.1:8080)\n"
+    "        [--idle-timeout SECONDS]\n"
+    "                      answer the programs and the web pages (default 127.0.0.1:8080;\n"
+    "                      silent connections are closed after 30 s)\n"
     "  user-add NAME       add a member; the password is asked for (or read from stdin)\n"
     "  user-list           the members and when they were added\n"
     "  user-remove NAME    remove a member and everything they published or planned\n"
@@ -273,20 +275,29 @@ int serve(const Arguments &args)
         return usage(QStringLiteral("--listen wants ADDRESS:PORT, such as 127.0.0.1:8080 or [::]:8080"));
     if (args.has("--tls-cert") != args.has("--tls-key"))
         return usage(QStringLiteral("--tls-cert and --tls-key go together"));
+    ServerListener::Limits limits;
+    if (args.has("--idle-timeout")) {
+        bool ok = false;
+        const int seconds = args.value("--idle-timeout").toInt(&ok);
+        if (!ok || seconds < 1 || seconds > 3600)
+            return usage(QStringLiteral("--idle-timeout wants seconds from 1 to 3600"));
+        limits.idleMs = seconds * 1000;
+    }
 
-    ServerListener listener;
-    QString error;
-    if (args.has("--tls-cert") &&
-        !listener.setTlsFiles(args.value("--tls-cert"), args.value("--tls-key"), &error))
-        return fail(error);
     const QString data = dataDir(args);
     const std::unique_ptr<ServerDB> db = openDatabase(args, data);
     if (!db)
         return Failed;
-
     QThreadPool pool;
     pool.setMaxThreadCount(2 * QThread::idealThreadCount());
+    // The HTTP server owns the listener bound to it, and with it every connection.
     QHttpServer http;
+    ServerListener &listener = *new ServerListener(&http);
+    listener.setLimits(limits);
+    QString error;
+    if (args.has("--tls-cert") &&
+        !listener.setTlsFiles(args.value("--tls-cert"), args.value("--tls-key"), &error))
+        return fail(error);
     ProtocolRoutes::Options options;
     options.dataDir = data;
     options.storeMetrics = !args.has("--no-metrics");
@@ -368,14 +379,14 @@ int run(const QStringList &arguments)
     const Arguments args =
         parse(arguments,
               {QStringLiteral("--data"), QStringLiteral("--database"), QStringLiteral("--listen"),
-               QStringLiteral("--tls-cert"), QStringLiteral("--tls-key")},
+               QStringLiteral("--tls-cert"), QStringLiteral("--tls-key"), QStringLiteral("--idle-timeout")},
               {QStringLiteral("--no-metrics")});
     if (!args.error.isEmpty())
         return usage(args.error);
     if (args.command.isEmpty())
         return usage(QStringLiteral("no command given"));
     const bool serving = args.command == QLatin1String("serve");
-    for (const char *option : {"--listen", "--tls-cert", "--tls-key", "--no-metrics"}) {
+    for (const char *option : {"--listen", "--tls-cert", "--tls-key", "--no-metrics", "--idle-timeout"}) {
         if (!serving && args.has(option))
             return usage(QStringLiteral("%1 is an option of serve").arg(QLatin1String(option)));
     }
