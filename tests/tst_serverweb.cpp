@@ -252,7 +252,7 @@ void TestServerWeb::initTestCase()
     _db = std::make_unique<ServerDB>(url);
     QVERIFY2(_db->open(&error), qPrintable(error));
     AccountDB accounts(*_db);
-    for (const QString &name : {u"ann"_s, u"bob"_s, u"cat"_s})
+    for (const QString &name : {u"ann"_s, u"bob"_s, u"cat"_s, u"dan"_s})
         QVERIFY2(accounts.addMember(name, kPassword, &error), qPrintable(error));
     _ann = accounts.member(u"ann"_s)->id;
     _bob = accounts.member(u"bob"_s)->id;
@@ -356,11 +356,16 @@ void TestServerWeb::login_data()
     QTest::addColumn<bool>("withToken");
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("says");
-    QTest::newRow("right") << u"bob"_s << kPassword << true << 303 << QString();
-    QTest::newRow("wrong password") << u"bob"_s << u"horse"_s << true << 200 << u"Wrong name or password."_s;
-    QTest::newRow("unknown member") << u"zed"_s << kPassword << true << 200 << u"Wrong name or password."_s;
-    QTest::newRow("no form token") << u"bob"_s << kPassword << false << 403
-                                   << u"The login form had expired"_s;
+    QTest::addColumn<int>("failuresBefore"); // wrong passwords sent first
+    QTest::newRow("right") << u"bob"_s << kPassword << true << 303 << QString() << 0;
+    QTest::newRow("wrong password") << u"bob"_s << u"horse"_s << true << 200 << u"Wrong name or password."_s
+                                    << 0;
+    QTest::newRow("unknown member") << u"zed"_s << kPassword << true << 200 << u"Wrong name or password."_s
+                                    << 0;
+    QTest::newRow("no form token") << u"bob"_s << kPassword << false << 403 << u"The login form had expired"_s
+                                   << 0;
+    QTest::newRow("after five failures")
+        << u"dan"_s << kPassword << true << 429 << u"Too many failed logins"_s << 5;
 }
 
 void TestServerWeb::login()
@@ -370,8 +375,11 @@ void TestServerWeb::login()
     QFETCH(bool, withToken);
     QFETCH(int, status);
     QFETCH(QString, says);
+    QFETCH(int, failuresBefore);
     Client client(_base);
     QCOMPARE(client.get(u"/day/"_s + day(2)).status, 303);
+    for (int i = 0; i < failuresBefore; ++i)
+        QVERIFY(!client.logIn(name, u"guess %1"_s.arg(i)));
     client.get(u"/login"_s);
     const Client::Reply reply = client.post(u"/login"_s, {{u"csrf"_s, withToken ? client.csrf() : QString()},
                                                           {u"name"_s, name},
