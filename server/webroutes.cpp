@@ -82,12 +82,14 @@ QHttpServerResponse redirect(const QString &location)
     return response;
 }
 
-// Only a path of this site: no scheme, no host, nothing a browser could read as another origin.
+// Only a path of this site: nothing a browser could read as another origin (a browser drops tabs
+// and newlines from an address, so "/\t/host" would be "//host"); sent percent-encoded.
 QString localTarget(const QString &next)
 {
-    static const QRegularExpression path(QStringLiteral("^/(?![/\\\\])[-A-Za-z0-9._~/?=&%+]*$"));
-    return path.match(next).hasMatch() && !next.startsWith(QLatin1String("/login")) ? next
-                                                                                    : QStringLiteral("/");
+    static const QRegularExpression path(QStringLiteral("^/(?![/\\\\])[^\\s\\\\\\x00-\\x1f\\x7f]*$"));
+    if (!path.match(next).hasMatch() || next.startsWith(QLatin1String("/login")))
+        return QStringLiteral("/");
+    return QString::fromLatin1(QUrl::toPercentEncoding(next, "/?=&%+:@-._~!$'()*,;"));
 }
 
 QString memberSuffix(const QString &viewer, const QString &subject)
