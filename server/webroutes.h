@@ -2,14 +2,16 @@
 
 // The household's web pages: server-rendered HTML that works without JavaScript. addWebRoutes
 // registers every page path on a server (GET and POST on one rule each; other methods get 405):
-//   /  /login  /logout  /day/yyyy-MM-dd  /calendar/yyyy-MM  /checkins  /plan  /sharing  /targets
-//   /stats  /static/tarnwell.css
+//   /  /login  /logout  /day/yyyy-MM-dd  /calendar[/yyyy-MM]  /checkins  /plan  /sharing  /targets
+//   /stats  /static/tarnwell.css  /static/tarnwell.svg
 // A member viewing someone who shared with them adds ?member=NAME. Pages that touch the store are
-// made on the context's pool; the routes copy what they need out of the request first.
+// made on the context's pool (through ServerListener::respond); the routes copy what they need out
+// of the request first.
 //
 // Sessions are rows of the sessions table (the cookie's token is stored only as its SHA-256); every
 // form carries the session's CSRF token and a POST without it is refused with 403 before anything is
 // read or written. A page about a member the viewer may not see answers 404, as an unknown one does.
+// The cookies are Secure when the request's socket is an encrypted QSslSocket.
 
 #include <QDate>
 #include <QString>
