@@ -30,7 +30,7 @@ struct WebContext
     // the file changes. Empty or unreadable: the editor says food search is unavailable.
     QString referenceDb;
     // The household's today (the plan editor's week, the calendar's default month); null: the local
-    // date. Tests move the clock with it.
+    // date. Called on the pool's threads.
     std::function<QDate()> today;
     int sessionDays = 30; // how long a login lasts
 };
