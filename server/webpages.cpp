@@ -60,12 +60,12 @@ QString dayLink(const PageFrame &frame, const QDate &date, const QString &text)
         .arg(date.toString(Qt::ISODate), memberQuery(frame), text);
 }
 
-QString headerCells(bool withNames = true)
+// The column heads of a diary table with its first figure columns.
+QString headerCells(int figures = ColumnCount)
 {
-    QString html = withNames ? QStringLiteral("<th scope=\"col\" class=\"name\">Food</th><th scope=\"col\" "
-                                              "class=\"num\">Quantity</th><th scope=\"col\">Serving</th>")
-                             : QString();
-    for (int c = 0; c < ColumnCount; ++c)
+    QString html = QStringLiteral("<th scope=\"col\" class=\"name\">Food</th><th scope=\"col\" "
+                                  "class=\"num\">Quantity</th><th scope=\"col\">Serving</th>");
+    for (int c = 0; c < figures; ++c)
         html += QStringLiteral("<th scope=\"col\" class=\"num\">%1</th>").arg(htmlEscape(columnLabel(c)));
     return html;
 }
@@ -567,11 +567,8 @@ QString plan(const PlanPage &view)
             html += QLatin1String("<p class=\"empty\">Nothing planned.</p></section>\n");
             continue;
         }
-        html +=
-            QLatin1String("<table class=\"diary plan\"><thead><tr><th scope=\"col\" class=\"name\">Food</th>"
-                          "<th scope=\"col\" class=\"num\">Quantity</th><th scope=\"col\">Serving</th>");
-        for (int c = 0; c < Sodium; ++c)
-            html += QStringLiteral("<th scope=\"col\" class=\"num\">%1</th>").arg(htmlEscape(columnLabel(c)));
+        html += QLatin1String("<table class=\"diary plan\"><thead><tr>") +
+                headerCells(Sodium); // no sodium planned
         html += (view.editable ? QStringLiteral("<th scope=\"col\"><span class=\"sr\">Remove</span></th>")
                                : QString()) +
                 QLatin1String("</tr></thead>\n") + body;
