@@ -69,8 +69,7 @@ struct ThreadState
         int depth = 0; // transaction() levels open on this thread
     };
     std::vector<Entry> entries;
-    bool retryable = false;      // the last failed statement may succeed when the work runs again
-    bool lostConnection = false; // a PostgreSQL connection of this thread broke
+    bool retryable = false; // the last failed statement may succeed when the work runs again
 
     Entry *find(quint64 serial)
     {
@@ -98,10 +97,9 @@ void noteFailure(const QSqlQuery &query, bool mayRetry)
     const QSqlError error = query.lastError();
     const QString code = error.nativeErrorCode();
     if (query.driver() && query.driver()->dbmsType() == QSqlDriver::PostgreSQL) {
-        // The server's own errors always carry an SQLSTATE; none, class 08 or 57P0x (shut down):
-        // the connection is gone and the next use opens a new one.
-        const bool lost = code.isEmpty() || code.startsWith("08"_L1) || code.startsWith("57P0"_L1);
-        t_state.lostConnection = t_state.lostConnection || lost;
+        // Class 08, 57P0x (shut down) or a driver that says so: the connection is gone, and
+        // connection() opens a new one for the next attempt.
+        const bool lost = code.startsWith("08"_L1) || code.startsWith("57P0"_L1) || !query.driver()->isOpen();
         // 40001 serialization failure, 40P01 deadlock.
         if (mayRetry && (code == "40001"_L1 || code == "40P01"_L1 || lost))
             t_state.retryable = true;
@@ -380,16 +378,11 @@ int ServerDB::schemaVersion()
 
 QSqlDatabase ServerDB::connection()
 {
-    const auto idle = [](const ThreadState::Entry &entry) { return entry.depth == 0; };
-    if (t_state.lostConnection && std::all_of(t_state.entries.cbegin(), t_state.entries.cend(), idle)) {
-        // Which of the thread's connections broke is not known; opening them anew is cheap.
-        for (const ThreadState::Entry &entry : t_state.entries)
-            QSqlDatabase::database(entry.name, false).close();
-        t_state.lostConnection = false;
-    }
     if (ThreadState::Entry *entry = t_state.find(d->serial)) {
         QSqlDatabase db = QSqlDatabase::database(entry->name, false);
-        if (!db.isOpen() && d->urlError.isEmpty())
+        // A lost PostgreSQL connection reports itself closed and is opened again, but never in the
+        // middle of a transaction: the rest of its work would land outside it.
+        if (!db.isOpen() && entry->depth == 0 && d->urlError.isEmpty())
             d->configure(db);
         return db;
     }
@@ -426,10 +419,11 @@ bool ServerDB::transaction(const std::function<bool(QSqlDatabase &, QString *)> 
         t_state.retryable = false;
         workError.clear();
 
-        bool ok = db.isOpen() &&
-                  unprepared(db, d->kind == Kind::SQLite ? u"BEGIN IMMEDIATE"_s : u"BEGIN"_s, &workError);
-        if (!db.isOpen())
-            workError = db.lastError().text();
+        bool ok = db.isOpen();
+        if (ok)
+            ok = unprepared(db, d->kind == Kind::SQLite ? u"BEGIN IMMEDIATE"_s : u"BEGIN"_s, &workError);
+        else
+            workError = u"cannot reach the database: "_s + db.lastError().text();
         if (ok) {
             ++entry()->depth;
             try {

@@ -185,6 +185,7 @@ private slots:
     void mealPlan();
     void concurrentPublishes_data() { backendsOnly(); }
     void concurrentPublishes();
+    void serverRestartsUnderneath();
 };
 
 #define OPEN_STORE()                                                                                         \
@@ -640,6 +641,25 @@ void TestServerStore::concurrentPublishes()
         for (const QDate &date : days)
             QCOMPARE(diary.day(member, date).foods.size(), 3); // never two publishes mixed in one day
     }
+}
+
+void TestServerStore::serverRestartsUnderneath()
+{
+    if (!_pgUnavailable.isEmpty())
+        QSKIP(qPrintable(_pgUnavailable));
+    QVERIFY2(openStore(u"postgresql"_s), qPrintable(_error));
+    const qint64 ann = addMember(u"ann"_s);
+    // Every connection of the store is cut, as a restart of the database server would.
+    std::unique_ptr<ServerDB> admin = reopen();
+    QVERIFY(admin);
+    QSqlQuery query(admin->connection());
+    QVERIFY(ServerDB::exec(query, u"SELECT pg_terminate_backend(pid) FROM pg_stat_activity "
+                                  "WHERE datname = current_database() AND pid <> pg_backend_pid()"_s));
+    QVERIFY(query.next());
+
+    ServerDiaryDB diary(*_db);
+    QVERIFY2(diary.apply(ann, water(kDay, 4), &_error), qPrintable(_error));
+    QCOMPARE(diary.day(ann, kDay).cups, 4);
 }
 
 QTEST_GUILESS_MAIN(TestServerStore)
