@@ -97,10 +97,15 @@ RequestHead parseHead(const QByteArray &head)
     bool haveLength = false;
     for (qsizetype i = 1; i < lines.size(); ++i) {
         const QByteArray &line = lines.at(i);
+        if (line.isEmpty())
+            continue;
+        // A folded line or a name with spaces is read differently by different parsers.
         const qsizetype colon = line.indexOf(':');
-        if (colon <= 0)
-            continue; // blank lines and continuations: no field the front reads
-        const QByteArray name = line.left(colon).trimmed().toLower();
+        if (colon <= 0 || line.left(colon).contains(' ') || line.left(colon).contains('\t')) {
+            result.bad = QStringLiteral("bad header field");
+            return result;
+        }
+        const QByteArray name = line.left(colon).toLower();
         const QByteArray value = line.mid(colon + 1).trimmed();
         if (name == "transfer-encoding") {
             result.transferCoding = true;
@@ -210,6 +215,7 @@ private:
         _listener->addPendingConnection(_socket);
         emit _listener->newConnection();
         current = nullptr;
+        _inspected = std::min(_inspected, _socket->bytesAvailable()); // whatever the server took
         // After the HTTP server's slots: what it left unread is what the front has seen already.
         connect(_socket, &QIODevice::readyRead, this, [this] {
             _inspected = _socket->bytesAvailable();
@@ -300,7 +306,7 @@ private:
         cancelAnswers();
         setBusy(false);
         if (status == 0) {
-            _socket->abort();
+            drop(why);
             return;
         }
         _socket->write(errorReply(status, why));
@@ -321,8 +327,8 @@ private:
         if (_busy) {
             setBusy(false);
             _answers.removeIf([](const QFuture<QHttpServerResponse> &f) { return f.isFinished(); });
-            restartIdle();
         }
+        restartIdle(); // an answer still going out is no silence
     }
 
     void onDisconnected()
