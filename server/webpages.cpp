@@ -477,15 +477,20 @@ QString plan(const PlanPage &view)
                         .arg(food.id)
                         .arg(htmlEscape(food.name), htmlEscape(view.quantity));
             for (const FoodServing &s : food.servings) {
+                // What one brings; a gram or a millilitre is too little to tell, so a hundred of them.
+                const double per = s.quantity == 1.0f ? 100.0 : 1.0;
                 PlannedFood one;
-                WebFoodSearch::planEntry(food, s.id, 1.0, &one);
+                WebFoodSearch::planEntry(food, s.id, per, &one);
+                QString energy;
+                if (isKnown(food.nutrients[ENERGY])) {
+                    energy = per == 1.0
+                                 ? QStringLiteral(" \u2013 %1 cals").arg(formatEnergy(one.calories))
+                                 : QStringLiteral(" \u2013 %1 cals per 100").arg(formatEnergy(one.calories));
+                }
                 html += QStringLiteral("<option value=\"%1\"%2>%3%4</option>")
                             .arg(s.id)
                             .arg(s.id == view.servingId ? QStringLiteral(" selected") : QString(),
-                                 htmlEscape(s.name),
-                                 isKnown(food.nutrients[ENERGY])
-                                     ? QStringLiteral(" \u2013 %1 cals").arg(formatEnergy(one.calories))
-                                     : QString());
+                                 htmlEscape(s.name), energy);
             }
             html += QStringLiteral(
                         "</select> <label for=\"adate\">on</label> <select id=\"adate\" name=\"date\">%1"
