@@ -1,9 +1,12 @@
+// tarnwell-server: the household's online diary. See servercommands.h for the commands.
+
+#include "server/servercommands.h"
+
 #include <QCoreApplication>
-#include <QTextStream>
 
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    QTextStream(stderr) << "usage: tarnwell-server serve|user-add|user-list|user-remove|user-password|publish-db\n";
-    return 2;
+    QCoreApplication::setApplicationName(QStringLiteral("tarnwell-server"));
+    return ServerCommands::run(QCoreApplication::arguments().mid(1));
 }

@@ -1,0 +1,350 @@
+// Publishing to tarnwell-server under load: households publish a week of their diary (12 foods
+// and 2 exercises a day, a check-in and water each day) at once, each over a connection of its
+// own as the program does, over loopback against the real server process; as publishes per
+// second and the latency of one publish (p50, p99) at 1, 10 and 50 clients, on SQLite and on a
+// PostgreSQL cluster started for the run. Beside it the floor: the same rows through the same
+// store in one process, in the same transactions, from as many threads, without HTTP, XML or
+// login.
+
+#include "server/accountdb.h"
+#include "server/publishreader.h"
+#include "server/serverdb.h"
+#include "server/serverdiarydb.h"
+#include "tests/pgcluster.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <csignal>
+#include <memory>
+#include <vector>
+
+namespace {
+
+constexpr int kHouseholds = 50;
+const QByteArray kPwHash = "5ebe2294ecd0e0f08eab7690d2a6ee69"; // MD5 of "secret"
+
+// The week as the program writes it.
+QByteArray weekDocument()
+{
+    QByteArray xml =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\" ?>\n"
+        "<diaryupdate protocol=\"1.1\" platform=\"WINDOWS\" os=\"WIN32\" locate=\"US\" >\n  <diary >\n";
+    QByteArray checkins, waters;
+    const char *const meals[] = {"B", "L", "D", "S"};
+    for (int d = 0; d < 7; ++d) {
+        const QByteArray date = QDate(2026, 3, 2).addDays(d).toString(Qt::ISODate).toLatin1();
+        xml += "    <diaryday date=\"" + date + "\" >\n";
+        for (const char *meal : meals) {
+            xml += "      <group id=\"" + QByteArray::number(int(meal[0])) + "\" date=\"" + date +
+                   "\" meal=\"" + meal + "\" desc=\"Meal\" >\n";
+            for (int f = 0; f < 3; ++f) {
+                xml += "        <food qty=\"1.5\" desc=\"Food " + QByteArray::number(f) +
+                       " &amp; more\" serving=\"1 cup\" calories=\"120.5\" fat=\"3\" fiber=\"1.5\" "
+                       "protein=\"4\" carbs=\"20\" saturated_fatty_acids=\"1\" cholesterol=\"-1\" "
+                       "sodium=\"50\" sugars=\"5\" calcium=\"-1\" />\n";
+            }
+            xml += "      </group>\n";
+        }
+        xml += "      <group id=\"69\" date=\"" + date +
+               "\" meal=\"E\" desc=\"Exercise\" >\n"
+               "        <exercise duration=\"30\" desc=\"Walking\" calories=\"126\" />\n"
+               "        <exercise duration=\"20\" desc=\"Rowing\" calories=\"150\" />\n      </group>\n"
+               "    </diaryday>\n";
+        checkins += "    <checkin date=\"" + date + "\" weight=\"61.5\" waist=\"70\" />\n";
+        waters += "    <water date=\"" + date + "\" cups=\"6\" />\n";
+    }
+    return xml + "  </diary>\n  <checkins >\n" + checkins + "  </checkins>\n  <waters >\n" + waters +
+           "  </waters>\n</diaryupdate>\n";
+}
+
+QString householdName(int i)
+{
+    return QStringLiteral("house%1").arg(i, 2, 10, QLatin1Char('0'));
+}
+
+// One backend: its database with the households, and the server process on it.
+struct Site
+{
+    QTemporaryDir data;
+    QString url;
+    std::unique_ptr<ServerDB> db;
+    QList<qint64> members;
+    QProcess server;
+    quint16 port = 0;
+    QString error;
+
+    ~Site()
+    {
+        if (server.state() != QProcess::NotRunning) {
+            ::kill(pid_t(server.processId()), SIGTERM);
+            server.waitForFinished(10000);
+        }
+    }
+};
+
+PgCluster g_pg;
+std::unique_ptr<Site> g_sites[2];
+
+Site *site(int backend)
+{
+    if (g_sites[backend])
+        return g_sites[backend].get();
+    auto s = std::make_unique<Site>();
+    if (backend == 0) {
+        s->url = ServerDB::defaultUrl(s->data.path());
+    } else if (!PgCluster::available(&s->error) || (!g_pg.isRunning() && !g_pg.start(&s->error)) ||
+               (s->url = g_pg.emptyDatabase(&s->error)).isEmpty()) {
+        g_sites[backend] = std::move(s);
+        return g_sites[backend].get();
+    }
+    s->db = std::make_unique<ServerDB>(s->url);
+    if (s->db->open(&s->error)) {
+        AccountDB accounts(*s->db);
+        for (int i = 0; i < kHouseholds && s->error.isEmpty(); ++i) {
+            if (accounts.addMember(householdName(i), QStringLiteral("secret"), &s->error))
+                s->members.append(accounts.member(householdName(i))->id);
+        }
+    }
+    if (s->error.isEmpty()) {
+        s->server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        s->server.start(QStringLiteral(TARNWELL_BIN_DIR "/tarnwell-server"),
+                        {QStringLiteral("serve"), QStringLiteral("--listen"), QStringLiteral("127.0.0.1:0"),
+                         QStringLiteral("--data"), s->data.path(), QStringLiteral("--database"), s->url});
+        static const QRegularExpression listening(
+            QStringLiteral("listening on http://127\\.0\\.0\\.1:(\\d+)/"));
+        QByteArray out;
+        while (!s->port && s->server.waitForReadyRead(10000)) {
+            out += s->server.readAllStandardOutput();
+            const QRegularExpressionMatch match = listening.match(QString::fromUtf8(out));
+            if (match.hasMatch())
+                s->port = quint16(match.captured(1).toUInt());
+        }
+        if (!s->port)
+            s->error = QStringLiteral("the server did not start");
+    }
+    g_sites[backend] = std::move(s);
+    return g_sites[backend].get();
+}
+
+QByteArray publishRequest(int household, const QByteArray &document)
+{
+    const QByteArray body = "xml=" + document.toPercentEncoding();
+    return "POST http://127.0.0.1/diary/publish?username=" + householdName(household).toLatin1() +
+           "&pwhash=" + kPwHash +
+           "&product=tarnwell&version=4.1.0&platform=windows HTTP/1.1\r\n"
+           "User-Agent: bench\r\nHost: 127.0.0.1\r\nContent-Type: application/x-www-form-urlencoded\r\n"
+           "Content-Length: " +
+           QByteArray::number(body.size()) + "\r\n\r\n" + body;
+}
+
+// clients connections at once, each publishing for its own household over a new connection
+// until total publishes are done; the latency of each, in ms. Empty when a publish failed.
+std::vector<double> runLoad(quint16 port, int clients, int total, const QList<QByteArray> &requests)
+{
+    std::vector<double> latencies;
+    int started = 0;
+    bool failed = false;
+    QEventLoop loop;
+    struct Client
+    {
+        QTcpSocket socket;
+        QElapsedTimer timer;
+        QByteArray reply;
+        int household = 0;
+    };
+    std::vector<std::unique_ptr<Client>> all;
+    std::function<void(Client *)> next = [&](Client *c) {
+        if (started >= total || failed) {
+            if (int(latencies.size()) >= total || failed)
+                loop.quit();
+            return;
+        }
+        ++started;
+        c->reply.clear();
+        c->socket.abort();
+        c->timer.start();
+        c->socket.connectToHost(QHostAddress::LocalHost, port);
+        c->socket.write(requests.at(c->household));
+    };
+    for (int i = 0; i < clients; ++i) {
+        auto c = std::make_unique<Client>();
+        c->household = i % kHouseholds;
+        Client *raw = c.get();
+        QObject::connect(&c->socket, &QTcpSocket::readyRead, &loop, [&, raw] {
+            raw->reply += raw->socket.readAll();
+            const qsizetype end = raw->reply.indexOf("\r\n\r\n");
+            const qsizetype length = raw->reply.indexOf("Content-Length: ");
+            if (end < 0 || length < 0)
+                return;
+            const qsizetype bodyLength =
+                raw->reply.mid(length + 16, raw->reply.indexOf('\r', length) - length - 16).toLongLong();
+            if (raw->reply.size() < end + 4 + bodyLength)
+                return;
+            latencies.push_back(double(raw->timer.nsecsElapsed()) / 1e6);
+            if (!raw->reply.contains("errno=\"0\"")) {
+                qWarning("publish failed: %s", raw->reply.constData());
+                failed = true;
+            }
+            raw->socket.disconnectFromHost();
+            next(raw);
+        });
+        QObject::connect(&c->socket, &QTcpSocket::errorOccurred, &loop, [&, raw] {
+            if (raw->socket.error() != QAbstractSocket::RemoteHostClosedError) {
+                qWarning("connection failed: %s", qPrintable(raw->socket.errorString()));
+                failed = true;
+                loop.quit();
+            }
+        });
+        all.push_back(std::move(c));
+    }
+    for (auto &c : all)
+        next(c.get());
+    loop.exec();
+    if (failed)
+        latencies.clear();
+    return latencies;
+}
+
+void report(benchmark::State &state, std::vector<double> latencies, double seconds)
+{
+    std::sort(latencies.begin(), latencies.end());
+    const auto at = [&](double q) {
+        return latencies.at(std::min(latencies.size() - 1, size_t(q * latencies.size())));
+    };
+    state.counters["publishes_per_s"] = double(latencies.size()) / seconds;
+    state.counters["p50_ms"] = at(0.50);
+    state.counters["p99_ms"] = at(0.99);
+}
+
+// Enough publishes per round for the rate to settle: at least 40, at least 4 per client.
+int roundSize(int clients)
+{
+    return std::max(40, 4 * clients);
+}
+
+void BM_ServerPublish(benchmark::State &state)
+{
+    Site *s = site(int(state.range(0)));
+    if (!s->error.isEmpty()) {
+        state.SkipWithError(qPrintable(s->error));
+        return;
+    }
+    const int clients = int(state.range(1));
+    const QByteArray document = weekDocument();
+    QList<QByteArray> requests;
+    for (int i = 0; i < kHouseholds; ++i)
+        requests.append(publishRequest(i, document));
+    if (runLoad(s->port, kHouseholds, kHouseholds, requests).empty()) { // logins remembered, rows there
+        state.SkipWithError("a publish failed");
+        return;
+    }
+    std::vector<double> latencies;
+    double seconds = 0;
+    for (auto _ : state) {
+        QElapsedTimer wall;
+        wall.start();
+        const std::vector<double> round = runLoad(s->port, clients, roundSize(clients), requests);
+        seconds += double(wall.nsecsElapsed()) / 1e9;
+        if (round.empty()) {
+            state.SkipWithError("a publish failed");
+            return;
+        }
+        latencies.insert(latencies.end(), round.begin(), round.end());
+        state.SetIterationTime(double(wall.nsecsElapsed()) / 1e9);
+    }
+    report(state, latencies, seconds);
+}
+
+// The floor: the same week applied by the store itself, from as many threads as clients.
+void BM_ServerPublish_Floor(benchmark::State &state)
+{
+    Site *s = site(int(state.range(0)));
+    if (!s->error.isEmpty()) {
+        state.SkipWithError(qPrintable(s->error));
+        return;
+    }
+    const int threads = int(state.range(1));
+    DiaryUpdate update;
+    QString error;
+    if (!readDiaryUpdate(weekDocument(), &update, &error)) {
+        state.SkipWithError(qPrintable(error));
+        return;
+    }
+    std::vector<double> latencies;
+    double seconds = 0;
+    for (auto _ : state) {
+        const int total = roundSize(threads);
+        std::atomic<int> started = 0;
+        std::atomic<bool> failed = false;
+        std::vector<std::vector<double>> perThread(threads);
+        QElapsedTimer wall;
+        wall.start();
+        std::vector<std::unique_ptr<QThread>> workers;
+        for (int t = 0; t < threads; ++t) {
+            workers.emplace_back(QThread::create([&, t] {
+                ServerDiaryDB diary(*s->db);
+                QString why;
+                while (started++ < total && !failed) {
+                    QElapsedTimer one;
+                    one.start();
+                    if (!diary.apply(s->members.at(t % kHouseholds), update, &why)) {
+                        qWarning("apply failed: %s", qPrintable(why));
+                        failed = true;
+                    }
+                    perThread[t].push_back(double(one.nsecsElapsed()) / 1e6);
+                }
+            }));
+            workers.back()->start();
+        }
+        for (auto &worker : workers)
+            worker->wait();
+        seconds += double(wall.nsecsElapsed()) / 1e9;
+        state.SetIterationTime(double(wall.nsecsElapsed()) / 1e9);
+        if (failed) {
+            state.SkipWithError("a publish failed");
+            return;
+        }
+        for (const auto &list : perThread)
+            latencies.insert(latencies.end(), list.begin(), list.end());
+    }
+    report(state, latencies, seconds);
+}
+
+void arguments(benchmark::internal::Benchmark *b)
+{
+    b->ArgNames({"postgresql", "clients"});
+    for (const int backend : {0, 1}) {
+        for (const int clients : {1, 10, 50})
+            b->Args({backend, clients});
+    }
+    b->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
+}
+
+BENCHMARK(BM_ServerPublish_Floor)->Apply(arguments);
+BENCHMARK(BM_ServerPublish)->Apply(arguments);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    for (auto &s : g_sites) {
+        if (s && s->db)
+            s->db.reset();
+        s.reset();
+    }
+    g_pg.stop();
+    return 0;
+}

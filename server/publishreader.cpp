@@ -1,0 +1,339 @@
+#include "server/publishreader.h"
+
+#include <QHash>
+#include <QSet>
+#include <QXmlStreamReader>
+
+#include <cmath>
+
+namespace {
+
+// A pull reader of start elements that refuses what the documents never hold: a DTD, entity
+// references, deep nesting and long attribute values. Text, comments and processing
+// instructions are passed over.
+class SafeReader
+{
+public:
+    explicit SafeReader(QByteArrayView xml)
+        : _xml(QByteArray::fromRawData(xml.data(), xml.size()))
+    {
+    }
+
+    // The next start element within the current one; false at its end, at the end of the
+    // document or on an error (see failed()).
+    bool nextChild()
+    {
+        while (!_failed) {
+            switch (_xml.readNext()) {
+            case QXmlStreamReader::StartElement:
+                if (++_depth > kMaxDepth)
+                    return fail(QStringLiteral("elements nested too deep"));
+                for (const QXmlStreamAttribute &a : _xml.attributes()) {
+                    if (a.value().size() > kMaxAttributeLength)
+                        return fail(QStringLiteral("attribute %1 too long").arg(a.name()));
+                }
+                return true;
+            case QXmlStreamReader::EndElement:
+                --_depth;
+                return false;
+            case QXmlStreamReader::DTD:
+                return fail(QStringLiteral("a DTD is not allowed"));
+            case QXmlStreamReader::EntityReference:
+                return fail(QStringLiteral("entity references are not allowed"));
+            case QXmlStreamReader::Invalid:
+                return fail(_xml.errorString());
+            case QXmlStreamReader::EndDocument:
+                return false;
+            default:
+                break; // text, comments, the declaration
+            }
+        }
+        return false;
+    }
+
+    // Passes over the current element and everything in it.
+    void skip()
+    {
+        while (nextChild())
+            skip();
+    }
+
+    // The end of the document must follow the root: only comments and white space may.
+    bool finish()
+    {
+        while (!_failed && !_xml.atEnd()) {
+            const QXmlStreamReader::TokenType token = _xml.readNext();
+            if (token == QXmlStreamReader::Invalid)
+                return fail(_xml.errorString());
+            if (token == QXmlStreamReader::DTD || token == QXmlStreamReader::StartElement)
+                return fail(QStringLiteral("content after the document"));
+        }
+        return !_failed;
+    }
+
+    bool fail(const QString &why)
+    {
+        if (!_failed) {
+            _failed = true;
+            _error = QStringLiteral("line %1: %2").arg(_xml.lineNumber()).arg(why);
+        }
+        return false;
+    }
+
+    QStringView name() const { return _xml.name(); }
+    QStringView attribute(const char *name) const { return _xml.attributes().value(QLatin1String(name)); }
+    bool hasAttribute(const char *name) const { return _xml.attributes().hasAttribute(QLatin1String(name)); }
+    bool failed() const { return _failed; }
+    QString error() const { return _error; }
+
+    // "yyyy-MM-dd" and a real day.
+    bool date(const char *attributeName, QDate *out)
+    {
+        const QStringView text = attribute(attributeName);
+        *out = text.size() == 10 ? QDate::fromString(text.toString(), QStringLiteral("yyyy-MM-dd")) : QDate();
+        return out->isValid() || fail(QStringLiteral("%1 \"%2\" is not a yyyy-MM-dd date")
+                                          .arg(QLatin1String(attributeName), text.left(40)));
+    }
+
+    // A finite number; false when it is there but is none, or is missing and required.
+    bool number(const char *attributeName, std::optional<double> *out, bool required)
+    {
+        out->reset();
+        if (!hasAttribute(attributeName)) {
+            return !required || fail(QStringLiteral("%1 is missing").arg(QLatin1String(attributeName)));
+        }
+        bool ok = false;
+        const double value = attribute(attributeName).trimmed().toDouble(&ok);
+        if (!ok || !std::isfinite(value))
+            return fail(QStringLiteral("%1 \"%2\" is not a finite number")
+                            .arg(QLatin1String(attributeName), attribute(attributeName).left(40)));
+        *out = value;
+        return true;
+    }
+
+    bool number(const char *attributeName, double *out)
+    {
+        std::optional<double> value;
+        if (!number(attributeName, &value, true))
+            return false;
+        *out = *value;
+        return true;
+    }
+
+    bool count(const char *attributeName, int max, int *out)
+    {
+        bool ok = false;
+        *out = attribute(attributeName).trimmed().toInt(&ok);
+        return (ok && *out >= 0 && *out <= max) ||
+               fail(QStringLiteral("%1 is not a count").arg(QLatin1String(attributeName)));
+    }
+
+private:
+    QXmlStreamReader _xml;
+    int _depth = 0;
+    bool _failed = false;
+    QString _error;
+};
+
+// The meal letter of a group: its meal attribute, else the letter whose code is its id, else the
+// first letter of its description. 0 when none of them names a meal.
+QChar groupMeal(const SafeReader &reader)
+{
+    static const QString letters = QStringLiteral("BLDSE");
+    const auto known = [](QChar c) { return letters.contains(c) ? c : QChar(); };
+    const QStringView meal = reader.attribute("meal");
+    if (meal.size() == 1 && !known(meal.at(0)).isNull())
+        return meal.at(0);
+    bool ok = false;
+    const int id = reader.attribute("id").toInt(&ok);
+    if (ok && id > 0 && id < 128 && !known(QChar(id)).isNull())
+        return QChar(id);
+    const QStringView desc = reader.attribute("desc");
+    return desc.isEmpty() ? QChar() : known(desc.at(0).toUpper());
+}
+
+bool readFood(SafeReader &reader, QChar meal, PublishedFood *food)
+{
+    food->meal = meal;
+    food->desc = reader.attribute("desc").toString();
+    food->serving = reader.attribute("serving").toString();
+    if (!reader.number("qty", &food->qty))
+        return false;
+    for (size_t i = 0; i < kFoodValueNames.size(); ++i) {
+        if (!reader.number(kFoodValueNames[i], &food->values[i], false))
+            return false;
+        if (food->values[i] && *food->values[i] < 0)
+            food->values[i].reset(); // the program's way of writing "unknown"
+    }
+    return true;
+}
+
+bool readDay(SafeReader &reader, PublishedDay *day, int *items)
+{
+    if (!reader.date("date", &day->date))
+        return false;
+    while (reader.nextChild()) {
+        if (reader.name() != QLatin1String("group")) {
+            reader.skip();
+            continue;
+        }
+        const QChar meal = groupMeal(reader);
+        if (meal.isNull())
+            return reader.fail(QStringLiteral("a group names no meal"));
+        while (reader.nextChild()) {
+            const bool isFood = reader.name() == QLatin1String("food");
+            const bool isExercise = reader.name() == QLatin1String("exercise");
+            if (!isFood && !isExercise) {
+                reader.skip();
+                continue;
+            }
+            if (isExercise != (meal == QLatin1Char('E')))
+                return reader.fail(QStringLiteral("%1 in a group of meal %2").arg(reader.name()).arg(meal));
+            if (++*items > kMaxPublishItems)
+                return reader.fail(QStringLiteral("more than %1 items").arg(kMaxPublishItems));
+            if (isFood) {
+                PublishedFood food;
+                if (!readFood(reader, meal, &food))
+                    return false;
+                day->foods.append(food);
+            } else {
+                PublishedExercise exercise;
+                exercise.desc = reader.attribute("desc").toString();
+                if (!reader.number("duration", &exercise.duration) ||
+                    !reader.number("calories", &exercise.calories))
+                    return false;
+                day->exercises.append(exercise);
+            }
+            reader.skip();
+        }
+    }
+    return !reader.failed();
+}
+
+bool readCheckin(SafeReader &reader, PublishedCheckin *checkin)
+{
+    if (!reader.date("date", &checkin->date))
+        return false;
+    const std::pair<const char *, std::optional<double> *> values[] = {{"weight", &checkin->weight},
+                                                                       {"chest", &checkin->chest},
+                                                                       {"hips", &checkin->hips},
+                                                                       {"thigh", &checkin->thigh},
+                                                                       {"waist", &checkin->waist}};
+    for (const auto &[name, value] : values) {
+        if (!reader.number(name, value, false))
+            return false;
+    }
+    checkin->note = reader.attribute("note").toString();
+    return true;
+}
+
+// Reads the document's root and hands each child of it to readChild.
+template <typename ReadChild>
+bool readRoot(QByteArrayView xml, const char *rootName, QString *error, ReadChild readChild)
+{
+    SafeReader reader(xml);
+    if (!reader.nextChild()) {
+        if (!reader.failed())
+            reader.fail(QStringLiteral("no document"));
+    } else if (reader.name() != QLatin1String(rootName)) {
+        reader.fail(QStringLiteral("the root is %1, not %2").arg(reader.name(), QLatin1String(rootName)));
+    } else {
+        while (reader.nextChild() && readChild(reader)) {
+        }
+        reader.finish();
+    }
+    if (reader.failed() && error)
+        *error = reader.error();
+    return !reader.failed();
+}
+
+void setCode(ProtocolError *code, bool ok, bool tooLarge)
+{
+    if (code)
+        *code = ok ? ProtocolError::Ok : tooLarge ? ProtocolError::TooLarge : ProtocolError::BadDocument;
+}
+
+} // namespace
+
+bool readDiaryUpdate(QByteArrayView xml, DiaryUpdate *out, QString *error, ProtocolError *code)
+{
+    *out = DiaryUpdate();
+    int items = 0;
+    QSet<QDate> days;
+    const bool ok = readRoot(xml, "diaryupdate", error, [&](SafeReader &reader) {
+        const QStringView section = reader.name();
+        const char *child = section == QLatin1String("diary")      ? "diaryday"
+                            : section == QLatin1String("checkins") ? "checkin"
+                            : section == QLatin1String("waters")   ? "water"
+                                                                   : nullptr;
+        if (!child) {
+            reader.skip();
+            return true;
+        }
+        while (reader.nextChild()) {
+            if (reader.name() != QLatin1String(child)) {
+                reader.skip();
+                continue;
+            }
+            if (section == QLatin1String("diary")) {
+                PublishedDay day;
+                if (!readDay(reader, &day, &items))
+                    return false;
+                if (days.contains(day.date))
+                    return reader.fail(QStringLiteral("day %1 twice").arg(day.date.toString(Qt::ISODate)));
+                days.insert(day.date);
+                out->days.append(day);
+                continue; // readDay has read the day's end
+            }
+            if (section == QLatin1String("checkins")) {
+                PublishedCheckin checkin;
+                if (!readCheckin(reader, &checkin))
+                    return false;
+                out->checkins.append(checkin);
+            } else {
+                PublishedWater water;
+                if (!reader.date("date", &water.date) || !reader.count("cups", 10000, &water.cups))
+                    return false;
+                out->waters.append(water);
+            }
+            reader.skip();
+        }
+        return !reader.failed();
+    });
+    setCode(code, ok, items > kMaxPublishItems);
+    if (!ok)
+        *out = DiaryUpdate();
+    return ok;
+}
+
+bool readMetricsUpdate(QByteArrayView xml, QList<MetricsCount> *out, QString *error, ProtocolError *code)
+{
+    out->clear();
+    int items = 0;
+    const bool ok = readRoot(xml, "metrics", error, [&](SafeReader &reader) {
+        static const QHash<QString, MetricsCount::Kind> kinds = {
+            {QStringLiteral("login"), MetricsCount::Start},
+            {QStringLiteral("checkin"), MetricsCount::Checkin},
+            {QStringLiteral("fooddiary"), MetricsCount::FoodDiary}};
+        const auto kind = kinds.constFind(reader.name().toString());
+        if (kind == kinds.cend()) {
+            reader.skip();
+            return true;
+        }
+        if (++items > kMaxMetricsItems)
+            return reader.fail(QStringLiteral("more than %1 items").arg(kMaxMetricsItems));
+        MetricsCount count;
+        count.kind = *kind;
+        count.count = 1;
+        if (!reader.date(count.kind == MetricsCount::Start ? "date" : "modified", &count.date) ||
+            (count.kind != MetricsCount::Checkin && !reader.count("count", 1000000, &count.count)))
+            return false;
+        out->append(count);
+        reader.skip();
+        return !reader.failed();
+    });
+    setCode(code, ok, items > kMaxMetricsItems);
+    if (!ok)
+        out->clear();
+    return ok;
+}
