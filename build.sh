@@ -3,6 +3,7 @@
 #
 #   ./build.sh run    install what is missing, build, start the desktop program
 #   ./build.sh test   install what is missing, build, run the whole test suite
+#   ./build.sh server install what is missing, build; then build/bin/tarnwell-server serve
 #   ./build.sh deps   only install the Debian packages the build needs
 #
 # Run as root (or as a user with sudo) on a fresh machine; later runs skip what is done.
@@ -66,6 +67,11 @@ run)
         exec xvfb-run -a "$ROOT/build/bin/tarnwell" "$@"
     fi
     exec "$ROOT/build/bin/tarnwell" "$@"
+    ;;
+server)
+    install_deps
+    configure_and_build "$ROOT/build" Release -DTARNWELL_TESTS=OFF
+    log "Built $ROOT/build/bin/tarnwell-server: add members with 'user-add NAME', then 'serve'."
     ;;
 test)
     install_deps

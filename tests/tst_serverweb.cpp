@@ -1,0 +1,823 @@
+// The web pages of a real tarnwell-server on the loopback address, against a real SQLite store and
+// a reference database written for the run and published with publish-db; then a real headless
+// chromium that logs in through the form and reads the rendered pages.
+
+#include "common/lmconstants.h"
+#include "httptestserver.h"
+#include "server/accountdb.h"
+#include "server/mealplandb.h"
+#include "server/metricsdb.h"
+#include "server/serverdb.h"
+#include "server/serverdiarydb.h"
+#include "staticdb/staticdbwriter.h"
+#include "testsupport.h"
+
+#include <QCryptographicHash>
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QSqlQuery>
+#include <QSqlRecord>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTimer>
+#include <QWebSocket>
+
+#include <algorithm>
+#include <memory>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+const QString kPassword = u"correct horse"_s;
+
+// Waits for a signal while the event loop (and so the server in this process) runs.
+template <typename Sender, typename Signal> bool waitFor(Sender *sender, Signal signal, int ms = 20000)
+{
+    QEventLoop loop;
+    QTimer timer;
+    timer.setSingleShot(true);
+    QObject::connect(sender, signal, &loop, &QEventLoop::quit);
+    QObject::connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
+    timer.start(ms);
+    loop.exec();
+    return timer.isActive();
+}
+
+// An HTTP client with cookies of its own that follows no redirect, so every answer is seen.
+class Client
+{
+public:
+    struct Reply
+    {
+        int status = 0;
+        QByteArray body;
+        QByteArray location;
+        QList<QByteArray> setCookies;
+        double ms = 0;
+    };
+
+    explicit Client(const QString &base, const QList<QSslCertificate> &trusted = {})
+        : _base(base)
+        , _trusted(trusted)
+    {
+    }
+
+    Reply get(const QString &path) { return send(path, nullptr); }
+    Reply post(const QString &path, const QList<QPair<QString, QString>> &fields)
+    {
+        QByteArray body;
+        for (const auto &[name, value] : fields)
+            body += (body.isEmpty() ? "" : "&") + QUrl::toPercentEncoding(name) + '=' +
+                    QUrl::toPercentEncoding(value);
+        return send(path, &body);
+    }
+    // The CSRF token the last form carried.
+    QString csrf() const
+    {
+        static const QRegularExpression field(u"name=\"csrf\" value=\"([^\"]+)\""_s);
+        return field.match(QString::fromUtf8(_last)).captured(1);
+    }
+    bool logIn(const QString &name, const QString &password)
+    {
+        get(u"/login"_s);
+        return post(u"/login"_s, {{u"csrf"_s, csrf()}, {u"name"_s, name}, {u"password"_s, password}})
+                   .status == 303;
+    }
+
+private:
+    Reply send(const QString &path, const QByteArray *body)
+    {
+        QNetworkRequest request(QUrl(_base + path));
+        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+        if (!_trusted.isEmpty()) {
+            QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+            tls.addCaCertificates(_trusted);
+            request.setSslConfiguration(tls);
+        }
+        QByteArray cookies;
+        for (auto it = _cookies.cbegin(); it != _cookies.cend(); ++it)
+            cookies += (cookies.isEmpty() ? "" : "; ") + it.key() + '=' + it.value();
+        if (!cookies.isEmpty())
+            request.setRawHeader("Cookie", cookies);
+        QElapsedTimer timer;
+        timer.start();
+        QNetworkReply *reply = nullptr;
+        if (body) {
+            request.setHeader(QNetworkRequest::ContentTypeHeader,
+                              QByteArray("application/x-www-form-urlencoded"));
+            reply = _network.post(request, *body);
+        } else {
+            reply = _network.get(request);
+        }
+        if (!reply->isFinished())
+            waitFor(reply, &QNetworkReply::finished);
+        Reply r;
+        r.ms = double(timer.nsecsElapsed()) / 1e6;
+        r.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        r.body = reply->readAll();
+        r.location = reply->rawHeader("Location");
+        for (const auto &[name, values] : reply->rawHeaderPairs()) {
+            if (name.compare("Set-Cookie", Qt::CaseInsensitive) != 0)
+                continue;
+            // The network layer joins repeated Set-Cookie fields with newlines.
+            for (const QByteArray &value : values.split('\n')) {
+                r.setCookies.append(value);
+                const QByteArray pair = value.split(';').constFirst();
+                const qsizetype equals = pair.indexOf('=');
+                if (value.contains("Max-Age=0"))
+                    _cookies.remove(pair.left(equals));
+                else
+                    _cookies.insert(pair.left(equals), pair.mid(equals + 1));
+            }
+        }
+        reply->deleteLater();
+        _last = r.body;
+        return r;
+    }
+
+    QString _base;
+    QList<QSslCertificate> _trusted;
+    QNetworkAccessManager _network;
+    QMap<QByteArray, QByteArray> _cookies;
+    QByteArray _last;
+};
+
+// A reference database with a few foods, one of them named with markup.
+bool writeFoods(const QString &path)
+{
+    const auto food = [](quint32 id, const char *name, float calories, float carbs, float fat,
+                         float protein) {
+        StaticDbNode n;
+        n.id = id;
+        n.name = name;
+        std::vector<std::optional<float>> values(30);
+        values[POS_CALORIES] = calories;
+        values[POS_CARB] = carbs;
+        values[POS_FAT] = fat;
+        values[POS_PROTEIN] = protein;
+        n.payload = StaticDbWriter::foodPayload(id, "test", values, 'M', 100.0f,
+                                                {{125.0f, "1 cup, sliced"}, {182.0f, "1 medium (3\" dia)"}});
+        return n;
+    };
+    StaticDbNode fruits;
+    fruits.category = true;
+    fruits.id = 1;
+    fruits.name = "Fruits";
+    fruits.children = {food(100, "Apples, raw", 52, 13.8f, 0.2f, 0.3f),
+                       food(101, "Apple crisp <b>baked</b>", 200, 30, 8, 2)};
+    StaticDbNode root;
+    root.category = true;
+    root.children = {fruits};
+    StaticDbNode walking; // the exercises' chunk must hold something, as the program's does
+    walking.id = 200;
+    walking.name = "Walking";
+    walking.payload = StaticDbWriter::exercisePayload(0.06f);
+    StaticDbNode exercises;
+    exercises.category = true;
+    exercises.children = {walking};
+    StaticDbWriter writer(QDate(2026, 1, 1));
+    writer.addChunk(1, root);
+    writer.addChunk(2, exercises);
+    QString error;
+    return writer.write(path, &error);
+}
+
+PublishedFood food(QChar meal, const QString &desc, double qty, const QString &serving, double calories)
+{
+    PublishedFood f;
+    f.meal = meal;
+    f.desc = desc;
+    f.qty = qty;
+    f.serving = serving;
+    // calories, fat, fibre, protein, carbs, ..., sodium in the order of kFoodValueNames
+    f.values[0] = calories;
+    f.values[1] = calories / 30;
+    f.values[2] = calories / 100;
+    f.values[3] = calories / 25;
+    f.values[4] = calories / 8;
+    f.values[7] = calories * 1.5;
+    return f;
+}
+
+} // namespace
+
+class TestServerWeb : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void login_data();
+    void login();
+    void secureCookieOverTls();
+    void pages_data();
+    void pages();
+    void refusedPosts_data();
+    void refusedPosts();
+    void sharing();
+    void planEditor();
+    void dayPageTiming();
+    void chromium();
+
+private:
+    QString snapshot(); // the tables the pages change, as text
+    QString day(int daysAgo) const { return _today.addDays(-daysAgo).toString(Qt::ISODate); }
+
+    TemporaryHome _home;
+    QDate _today = QDate::currentDate();
+    std::unique_ptr<ServerDB> _db; // the test's own connection to the server's store
+    // The server: tarnwell-server serve on a free loopback port, plain HTTP and TLS on it.
+    QProcess _server;
+    HttpTestServer _certificates; // makes and keeps the certificate
+    QList<QSslCertificate> _chain;
+    QString _base, _tlsBase;
+    qint64 _ann = -1, _bob = -1;
+};
+
+void TestServerWeb::initTestCase()
+{
+    QVERIFY(_home.isValid());
+    const QString url = u"sqlite:"_s + _home.path() + u"/diary.sqlite"_s;
+    const QString foods = _home.path() + u"/static.db"_s;
+    QVERIFY(writeFoods(foods));
+    QString error;
+    _db = std::make_unique<ServerDB>(url);
+    QVERIFY2(_db->open(&error), qPrintable(error));
+    AccountDB accounts(*_db);
+    for (const QString &name : {u"ann"_s, u"bob"_s, u"cat"_s, u"dan"_s})
+        QVERIFY2(accounts.addMember(name, kPassword, &error), qPrintable(error));
+    _ann = accounts.member(u"ann"_s)->id;
+    _bob = accounts.member(u"bob"_s)->id;
+
+    DiaryUpdate update;
+    PublishedDay d2{_today.addDays(-2),
+                    {food(QLatin1Char('B'), u"Oatmeal"_s, 1, u"cup"_s, 150),
+                     food(QLatin1Char('L'), u"Chicken sandwich"_s, 1, u"sandwich"_s, 420),
+                     food(QLatin1Char('S'), u"<script>alert(\"x\")</script> & crisps"_s, 2, u"bag"_s, 300)},
+                    {{30, u"Walking"_s, 150}}};
+    PublishedDay d1{_today.addDays(-1), {}, {}};
+    for (int i = 0; i < 40; ++i)
+        d1.foods.append(food(QLatin1Char("BLDS"[i % 4]), u"Entry %1"_s.arg(i), 1, u"g"_s, 10));
+    update.days = {d2, d1};
+    for (const auto &[ago, kg] : {std::pair{10, 80.0}, {5, 78.0}, {2, 79.0}}) {
+        PublishedCheckin c;
+        c.date = _today.addDays(-ago);
+        c.weight = kg;
+        update.checkins.append(c);
+    }
+    update.waters = {{_today.addDays(-2), 6}};
+    QVERIFY2(ServerDiaryDB(*_db).apply(_ann, update, &error), qPrintable(error));
+    QVERIFY2(MetricsDB(*_db).add({{_today.addDays(-3), MetricsCount::Start, 7}}, &error), qPrintable(error));
+
+    // The reference database goes out as the programs' update; the plan editor searches that.
+    const QString data = _home.path() + u"/server"_s;
+    const QString program = binDir() + u"/tarnwell-server"_s;
+    QProcess publish;
+    publish.setProcessEnvironment(_home.environment());
+    publish.start(program, {u"publish-db"_s, foods, u"--data"_s, data, u"--database"_s, url});
+    QVERIFY(publish.waitForFinished(60000));
+    QVERIFY2(publish.exitCode() == 0, publish.readAllStandardError().constData());
+
+    QTcpServer probe; // a port free right now
+    QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
+    const quint16 port = probe.serverPort();
+    probe.close();
+    QStringList arguments{
+        u"serve"_s, u"--listen"_s,    u"127.0.0.1:%1"_s.arg(port), u"--data"_s, data, u"--database"_s,
+        url,        u"--no-metrics"_s};
+    const QString certificate = _certificates.makeCertificate();
+    if (!certificate.isEmpty()) {
+        _chain = QSslCertificate::fromPath(certificate);
+        arguments << u"--tls-cert"_s << certificate << u"--tls-key"_s
+                  << QFileInfo(certificate).dir().filePath(u"key.pem"_s);
+        _tlsBase = u"https://127.0.0.1:%1"_s.arg(port);
+    }
+    _server.setProcessEnvironment(_home.environment());
+    _server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    _server.start(program, arguments);
+    QElapsedTimer started;
+    started.start();
+    while (!_server.readAllStandardOutput().contains("listening on") && started.elapsed() < 30000 &&
+           _server.state() != QProcess::NotRunning)
+        _server.waitForReadyRead(200);
+    QCOMPARE(_server.state(), QProcess::Running);
+    _base = u"http://127.0.0.1:%1"_s.arg(port);
+    if (Client(_base).get(u"/login"_s).status == 404)
+        QSKIP("tarnwell-server serve does not route the web pages (it does not call addWebRoutes)");
+
+    // Targets through the form, so that the day page has something to stand against.
+    Client ann(_base);
+    QVERIFY(ann.logIn(u"ann"_s, kPassword));
+    ann.get(u"/targets"_s);
+    QCOMPARE(
+        ann.post(u"/targets"_s, {{u"csrf"_s, ann.csrf()}, {u"energy"_s, u"2000"_s}, {u"protein"_s, u"50"_s}})
+            .status,
+        303);
+}
+
+void TestServerWeb::cleanupTestCase()
+{
+    _server.terminate();
+    if (!_server.waitForFinished(10000))
+        _server.kill();
+}
+
+QString TestServerWeb::snapshot()
+{
+    QString text;
+    QSqlQuery query(_db->connection());
+    for (const char *sql :
+         {"SELECT * FROM targets ORDER BY member_id", "SELECT * FROM shares ORDER BY owner_id, viewer_id",
+          "SELECT * FROM meal_plans ORDER BY id",
+          "SELECT token_hash, csrf FROM sessions ORDER BY token_hash"}) {
+        if (!ServerDB::exec(query, QLatin1String(sql)))
+            return u"unreadable"_s;
+        while (query.next()) {
+            for (int c = 0; c < query.record().count(); ++c)
+                text += query.value(c).toString() + QLatin1Char('|');
+            text += QLatin1Char('\n');
+        }
+    }
+    return text;
+}
+
+void TestServerWeb::login_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("password");
+    QTest::addColumn<bool>("withToken");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("says");       // the page's message; where a login leads
+    QTest::addColumn<int>("failuresBefore"); // wrong passwords sent first
+    QTest::addColumn<QString>("next");       // the form's place to go once logged in
+    QTest::newRow("right") << u"bob"_s << kPassword << true << 303 << u"/calendar"_s << 0 << u"/calendar"_s;
+    QTest::newRow("right, another site next")
+        << u"bob"_s << kPassword << true << 303 << u"/"_s << 0 << u"//elsewhere.example/"_s;
+    QTest::newRow("right, tab trick")
+        << u"bob"_s << kPassword << true << 303 << u"/"_s << 0 << u"/\t/elsewhere.example/"_s;
+    QTest::newRow("wrong password") << u"bob"_s << u"horse"_s << true << 200 << u"Wrong name or password."_s
+                                    << 0 << QString();
+    QTest::newRow("unknown member") << u"zed"_s << kPassword << true << 200 << u"Wrong name or password."_s
+                                    << 0 << QString();
+    QTest::newRow("no form token") << u"bob"_s << kPassword << false << 403 << u"The login form had expired"_s
+                                   << 0 << QString();
+    QTest::newRow("after five failures")
+        << u"dan"_s << kPassword << true << 429 << u"Too many failed logins"_s << 5 << QString();
+}
+
+void TestServerWeb::login()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, password);
+    QFETCH(bool, withToken);
+    QFETCH(int, status);
+    QFETCH(QString, says);
+    QFETCH(int, failuresBefore);
+    QFETCH(QString, next);
+    Client client(_base);
+    QCOMPARE(client.get(u"/day/"_s + day(2)).status, 303);
+    for (int i = 0; i < failuresBefore; ++i)
+        QVERIFY(!client.logIn(name, u"guess %1"_s.arg(i)));
+    client.get(u"/login"_s);
+    const Client::Reply reply = client.post(u"/login"_s, {{u"csrf"_s, withToken ? client.csrf() : QString()},
+                                                          {u"name"_s, name},
+                                                          {u"password"_s, password},
+                                                          {u"next"_s, next}});
+    QCOMPARE(reply.status, status);
+    if (status != 303)
+        QVERIFY(QString::fromUtf8(reply.body).contains(says));
+    const bool session =
+        std::any_of(reply.setCookies.cbegin(), reply.setCookies.cend(), [](const QByteArray &c) {
+            return c.startsWith("tarnwell_session=") && !c.contains("Max-Age=0");
+        });
+    QCOMPARE(session, status == 303);
+    if (status != 303)
+        return;
+    QCOMPARE(QString::fromUtf8(reply.location), says);
+    for (const char *attribute : {"HttpOnly", "SameSite=Strict", "Path=/"})
+        QVERIFY(reply.setCookies.constFirst().contains(attribute));
+    QVERIFY(!reply.setCookies.constFirst().contains("Secure")); // plain HTTP
+    QCOMPARE(client.get(u"/day/"_s + day(2)).status, 200);
+    client.get(u"/logout"_s);
+    QCOMPARE(client.post(u"/logout"_s, {{u"csrf"_s, client.csrf()}}).status, 303);
+    QCOMPARE(client.get(u"/day/"_s + day(2)).status, 303);
+}
+
+void TestServerWeb::secureCookieOverTls()
+{
+    if (_tlsBase.isEmpty())
+        QSKIP("the openssl tool is missing: the server runs without a certificate");
+    Client client(_tlsBase, _chain);
+    const Client::Reply form = client.get(u"/login"_s);
+    QCOMPARE(form.status, 200);
+    QVERIFY(form.setCookies.constFirst().endsWith("; Secure"));
+    const Client::Reply reply = client.post(
+        u"/login"_s, {{u"csrf"_s, client.csrf()}, {u"name"_s, u"cat"_s}, {u"password"_s, kPassword}});
+    QCOMPARE(reply.status, 303);
+    QCOMPARE(reply.setCookies.size(), 2); // the session's, and the login form's cleared
+    for (const QByteArray &cookie : reply.setCookies)
+        QVERIFY(cookie.endsWith("; Secure"));
+}
+
+void TestServerWeb::pages_data()
+{
+    QTest::addColumn<QString>("member");
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QStringList>("shown");
+    const QString d2 = day(2);
+    // Worked out by hand: 150 + 420 + 300 eaten, 150 burned, net 720 of 2000.
+    QTest::newRow("day") << u"ann"_s << u"/day/"_s + d2 << 200
+                         << QStringList{u"Oatmeal"_s,
+                                        u"Chicken sandwich"_s,
+                                        u"Walking"_s,
+                                        u"Breakfast"_s,
+                                        u"Snacks"_s,
+                                        u">870<"_s,
+                                        u"1280 cals left"_s,
+                                        u"6 glasses"_s,
+                                        u"79.0 kg"_s,
+                                        u"no target"_s,
+                                        u"&lt;script&gt;alert(&quot;x&quot;)&lt;/script&gt; &amp; crisps"_s};
+    QTest::newRow("calendar") << u"ann"_s << u"/calendar/"_s + d2.left(7) << 200
+                              << QStringList{u"class=\"logged\"><a href=\"/day/"_s + d2 + u"\""_s};
+    // Trend 80, then 79.8, then 79.72.
+    QTest::newRow("check-ins") << u"ann"_s << u"/checkins?range=30"_s << 200
+                               << QStringList{u"<svg class=\"weightchart\""_s, u"trend 79.7 kg"_s, u"79.8"_s};
+    QTest::newRow("statistics") << u"bob"_s << u"/stats"_s << 200
+                                << QStringList{u"<td class=\"num\">7</td>"_s};
+    QTest::newRow("not shared") << u"bob"_s << u"/day/"_s + d2 + u"?member=ann"_s << 404
+                                << QStringList{u"no such page"_s};
+    QTest::newRow("no such member") << u"bob"_s << u"/day/"_s + d2 + u"?member=zed"_s << 404
+                                    << QStringList{u"no such page"_s};
+    QTest::newRow("no such day") << u"ann"_s << u"/day/2025-02-30"_s << 404 << QStringList{u"no such page"_s};
+    QTest::newRow("wrong method") << u"ann"_s << u"/day/"_s + d2 << 405 << QStringList{};
+}
+
+void TestServerWeb::pages()
+{
+    QFETCH(QString, member);
+    QFETCH(QString, path);
+    QFETCH(int, status);
+    QFETCH(QStringList, shown);
+    Client client(_base);
+    QVERIFY(client.logIn(member, kPassword));
+    Client::Reply reply;
+    if (status == 405) {
+        QNetworkAccessManager network;
+        QNetworkRequest request(QUrl(_base + path));
+        QNetworkReply *put = network.put(request, QByteArray("x"));
+        waitFor(put, &QNetworkReply::finished);
+        reply.status = put->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        delete put;
+    } else {
+        reply = client.get(path);
+    }
+    QCOMPARE(reply.status, status);
+    const QString html = QString::fromUtf8(reply.body);
+    for (const QString &text : shown)
+        QVERIFY2(html.contains(text), qPrintable(text));
+    QVERIFY(!html.contains(u"<script"_s));
+}
+
+void TestServerWeb::refusedPosts_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QStringList>("fields"); // name, value, ...
+    QTest::addColumn<QString>("token");      // "" none, "session" the right one, else as given
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("says");
+    const QString tomorrow = _today.addDays(1).toString(Qt::ISODate);
+    const QStringList add{u"action"_s, u"add"_s, u"food"_s, u"100"_s, u"serving"_s, u"1"_s,
+                          u"qty"_s,    u"1"_s,   u"date"_s, tomorrow, u"meal"_s,    u"B"_s};
+    QTest::newRow("targets, no token")
+        << u"/targets"_s << QStringList{u"energy"_s, u"1"_s} << u""_s << 403 << u"did not come from"_s;
+    QTest::newRow("targets, forged token")
+        << u"/targets"_s << QStringList{u"energy"_s, u"1"_s} << u"forged"_s << 403 << u"did not come from"_s;
+    QTest::newRow("sharing, no token")
+        << u"/sharing"_s << QStringList{u"viewer"_s, u"bob"_s} << u""_s << 403 << u"did not come from"_s;
+    QTest::newRow("plan, no token") << u"/plan"_s << add << u""_s << 403 << u"did not come from"_s;
+    QTest::newRow("log out, no token")
+        << u"/logout"_s << QStringList{} << u""_s << 403 << u"did not come from"_s;
+    QTest::newRow("targets, not a number") << u"/targets"_s << QStringList{u"energy"_s, u"lots"_s}
+                                           << u"session"_s << 400 << u"is not a number"_s;
+    QTest::newRow("targets, too large")
+        << u"/targets"_s << QStringList{u"sodium"_s, u"1e9"_s} << u"session"_s << 400 << u"from 0 to"_s;
+    QTest::newRow("sharing, unknown member") << u"/sharing"_s << QStringList{u"viewer"_s, u"zed"_s}
+                                             << u"session"_s << 400 << u"no member called"_s;
+    QStringList negative = add;
+    negative[7] = u"-2"_s;
+    QTest::newRow("plan, negative quantity")
+        << u"/plan"_s << negative << u"session"_s << 400 << u"greater than 0"_s;
+    QStringList lastYear = add;
+    lastYear[9] = _today.addYears(-1).toString(Qt::ISODate);
+    QTest::newRow("plan, day out of the week")
+        << u"/plan"_s << lastYear << u"session"_s << 400 << u"coming week"_s;
+    QTest::newRow("plan, someone's entry")
+        << u"/plan"_s << QStringList{u"action"_s, u"remove"_s, u"id"_s, u"999999"_s} << u"session"_s << 404
+        << u"no such page"_s;
+}
+
+void TestServerWeb::refusedPosts()
+{
+    QFETCH(QString, path);
+    QFETCH(QStringList, fields);
+    QFETCH(QString, token);
+    QFETCH(int, status);
+    QFETCH(QString, says);
+    Client client(_base);
+    QVERIFY(client.logIn(u"ann"_s, kPassword));
+    client.get(path);
+    QList<QPair<QString, QString>> form;
+    if (!token.isEmpty())
+        form.append({u"csrf"_s, token == QLatin1String("session") ? client.csrf() : token});
+    for (qsizetype i = 0; i + 1 < fields.size(); i += 2)
+        form.append({fields[i], fields[i + 1]});
+    const QString before = snapshot();
+    const Client::Reply reply = client.post(path, form);
+    QCOMPARE(reply.status, status);
+    QVERIFY2(QString::fromUtf8(reply.body).contains(says), reply.body.constData());
+    QCOMPARE(snapshot(), before);
+    QCOMPARE(client.get(u"/"_s).status, 303); // still logged in
+    QVERIFY(!client.get(u"/"_s).location.startsWith("/login"));
+}
+
+void TestServerWeb::sharing()
+{
+    Client ann(_base), bob(_base);
+    QVERIFY(ann.logIn(u"ann"_s, kPassword));
+    QVERIFY(bob.logIn(u"bob"_s, kPassword));
+    const QString annsDay = u"/day/"_s + day(2) + u"?member=ann"_s;
+    const QByteArray unknown = bob.get(u"/day/"_s + day(2) + u"?member=zed"_s).body;
+    const auto share = [&](const QStringList &viewers) {
+        ann.get(u"/sharing"_s);
+        QList<QPair<QString, QString>> form{{u"csrf"_s, ann.csrf()}};
+        for (const QString &v : viewers)
+            form.append({u"viewer"_s, v});
+        return ann.post(u"/sharing"_s, form).status;
+    };
+    QCOMPARE(share({u"bob"_s}), 303);
+    Client::Reply shown = bob.get(annsDay);
+    QCOMPARE(shown.status, 200);
+    QVERIFY(shown.body.contains("Oatmeal"));
+    QVERIFY(shown.body.contains("<option value=\"ann\" selected>"));
+    QVERIFY(!bob.get(u"/day/"_s + day(2)).body.contains("Oatmeal"));              // bob's own day
+    QVERIFY(!bob.get(u"/targets?member=ann"_s).body.contains("name=\"energy\"")); // read-only
+    QCOMPARE(share({}), 303);
+    const Client::Reply hidden = bob.get(annsDay);
+    QCOMPARE(hidden.status, 404);
+    QCOMPARE(hidden.body, unknown); // no hint that ann exists
+}
+
+void TestServerWeb::planEditor()
+{
+    Client ann(_base);
+    QVERIFY(ann.logIn(u"ann"_s, kPassword));
+    const QString found = QString::fromUtf8(ann.get(u"/plan?q=apple"_s).body);
+    QVERIFY(found.contains(QLatin1String(">Apples, raw</a>")));
+    QVERIFY(found.contains(QLatin1String("Apple crisp &lt;b&gt;baked&lt;/b&gt;")));
+    const QString date = _today.addDays(3).toString(Qt::ISODate);
+    const QString chosen = QString::fromUtf8(ann.get(u"/plan?food=100&meal=L&date="_s + date).body);
+    QVERIFY2(chosen.contains(u"1 medium (3&quot; dia) \u2013 95 cals"_s), qPrintable(chosen));
+    const Client::Reply added = ann.post(u"/plan"_s, {{u"csrf"_s, ann.csrf()},
+                                                      {u"action"_s, u"add"_s},
+                                                      {u"food"_s, u"100"_s},
+                                                      {u"serving"_s, u"2"_s},
+                                                      {u"qty"_s, u"2"_s},
+                                                      {u"date"_s, date},
+                                                      {u"meal"_s, u"L"_s}});
+    QCOMPARE(added.status, 303);
+    // Two of 182 g at 52 cals per 100 g.
+    const QList<PlannedFood> planned = MealPlanDB(*_db).planned(_ann, _today, _today.addDays(7));
+    QCOMPARE(planned.size(), 1);
+    QCOMPARE(planned[0].foodName, u"Apples, raw"_s);
+    QCOMPARE(planned[0].meal, QLatin1Char('L'));
+    QCOMPARE(qRound(planned[0].calories), 189);
+    // The program's meal plan download is served what the editor stored.
+    const QString pwhash =
+        QString::fromLatin1(QCryptographicHash::hash(kPassword.toUtf8(), QCryptographicHash::Md5).toHex());
+    const QString served = QString::fromUtf8(
+        ann.get(u"/mealplan?username=ann&pwhash=%1&product=%2&begindate=%3&enddate=%4"_s.arg(
+                    pwhash, QLatin1String(Lm::kProductKeyword), _today.toString(Qt::ISODate),
+                    _today.addDays(7).toString(Qt::ISODate)))
+            .body);
+    QVERIFY2(served.contains(u"food_name=\"Apples, raw\""_s) && served.contains(u"meal=\"Lunch\""_s) &&
+                 served.contains(u"qty=\"2\""_s),
+             qPrintable(served));
+    const QString page = QString::fromUtf8(ann.get(u"/plan"_s).body);
+    QVERIFY(page.contains(QLatin1String("<td class=\"num\">189</td>")));
+    QCOMPARE(ann.post(u"/plan"_s, {{u"csrf"_s, ann.csrf()},
+                                   {u"action"_s, u"remove"_s},
+                                   {u"id"_s, QString::number(planned[0].id)}})
+                 .status,
+             303);
+    QVERIFY(MealPlanDB(*_db).planned(_ann, _today, _today.addDays(7)).isEmpty());
+}
+
+void TestServerWeb::dayPageTiming()
+{
+    Client ann(_base);
+    QVERIFY(ann.logIn(u"ann"_s, kPassword));
+    const QString path = u"/day/"_s + day(1);
+    QVERIFY(ann.get(path).body.contains("Entry 39"));
+    QList<double> times;
+    for (int i = 0; i < 41; ++i)
+        times.append(ann.get(path).ms);
+    std::sort(times.begin(), times.end());
+    qInfo("day page with 40 entries served in %.2f ms (median of %lld), %.2f ms at worst",
+          times[times.size() / 2], qlonglong(times.size()), times.constLast());
+    QVERIFY(times[times.size() / 2] < 10.0);
+}
+
+// Chromium driven through its DevTools protocol on a WebSocket: a real browser submits the
+// login form, keeps the cookie and renders the pages.
+class Chromium : public QObject
+{
+public:
+    ~Chromium() override
+    {
+        if (_socket.state() == QAbstractSocket::ConnectedState) {
+            call(u"Browser.close"_s);
+            _process.waitForFinished(10000);
+        }
+        if (_process.state() != QProcess::NotRunning) {
+            _process.kill();
+            _process.waitForFinished(5000);
+        }
+    }
+
+    bool start(const QString &program, QString *why)
+    {
+        if (!_profile.isValid())
+            return false;
+        _process.setProgram(program);
+        _process.setArguments({u"--headless"_s, u"--no-sandbox"_s, u"--disable-gpu"_s, u"--disable-quic"_s,
+                               u"--no-first-run"_s, u"--disable-background-networking"_s,
+                               u"--disable-component-update"_s, u"--disable-sync"_s, u"--hide-scrollbars"_s,
+                               u"--window-size=1200,900"_s, u"--remote-debugging-port=0"_s,
+                               u"--user-data-dir="_s + _profile.path(), u"about:blank"_s});
+        _process.setStandardErrorFile(QProcess::nullDevice()); // its complaints about D-Bus
+        _process.start();
+        // The browser writes the port it chose into its profile.
+        QFile portFile(_profile.path() + u"/DevToolsActivePort"_s);
+        QElapsedTimer timer;
+        timer.start();
+        while (!portFile.exists() && timer.elapsed() < 30000 && _process.state() != QProcess::NotRunning)
+            QTest::qWait(100);
+        if (!portFile.open(QIODevice::ReadOnly)) {
+            *why = u"chromium did not open its debugging port"_s;
+            return false;
+        }
+        const QByteArray port = portFile.readLine().trimmed();
+        QNetworkAccessManager network;
+        QNetworkReply *list = network.get(
+            QNetworkRequest(QUrl(u"http://127.0.0.1:%1/json/list"_s.arg(QString::fromLatin1(port)))));
+        waitFor(list, &QNetworkReply::finished);
+        QString page;
+        for (const QJsonValue &target : QJsonDocument::fromJson(list->readAll()).array()) {
+            if (target[QLatin1String("type")].toString() == QLatin1String("page"))
+                page = target[QLatin1String("webSocketDebuggerUrl")].toString();
+        }
+        delete list;
+        connect(&_socket, &QWebSocket::textMessageReceived, this, [this](const QString &text) {
+            _messages.append(QJsonDocument::fromJson(text.toUtf8()).object());
+        });
+        _socket.open(QUrl(page));
+        if (page.isEmpty() || !waitFor(&_socket, &QWebSocket::connected)) {
+            *why = u"could not reach chromium's page"_s;
+            return false;
+        }
+        call(u"Page.enable"_s);
+        return true;
+    }
+
+    QJsonObject call(const QString &method, const QJsonObject &params = {})
+    {
+        const int id = ++_lastId;
+        _socket.sendTextMessage(QString::fromUtf8(
+            QJsonDocument(QJsonObject{{u"id"_s, id}, {u"method"_s, method}, {u"params"_s, params}})
+                .toJson(QJsonDocument::Compact)));
+        const QJsonObject reply =
+            waitMessage([id](const QJsonObject &m) { return m[QLatin1String("id")].toInt() == id; });
+        return reply[QLatin1String("result")].toObject();
+    }
+    // Runs a step that makes the page load, and waits until it has.
+    bool loads(const std::function<void()> &step)
+    {
+        _messages.removeIf([](const QJsonObject &m) {
+            return m[QLatin1String("method")] == QLatin1String("Page.loadEventFired");
+        });
+        step();
+        return !waitMessage([](const QJsonObject &m) {
+                    return m[QLatin1String("method")] == QLatin1String("Page.loadEventFired");
+                }).isEmpty();
+    }
+    bool open(const QString &url)
+    {
+        return loads([&] { call(u"Page.navigate"_s, {{u"url"_s, url}}); });
+    }
+    QString evaluate(const QString &script)
+    {
+        const QJsonObject result =
+            call(u"Runtime.evaluate"_s, {{u"expression"_s, script}, {u"returnByValue"_s, true}});
+        return result[QLatin1String("result")][QLatin1String("value")].toVariant().toString();
+    }
+    // The whole page as PNG.
+    bool screenshot(const QString &path)
+    {
+        const QJsonObject size = call(u"Page.getLayoutMetrics"_s)[QLatin1String("cssContentSize")].toObject();
+        const QJsonObject shot = call(u"Page.captureScreenshot"_s,
+                                      {{u"format"_s, u"png"_s},
+                                       {u"captureBeyondViewport"_s, true},
+                                       {u"clip"_s, QJsonObject{{u"x"_s, 0},
+                                                               {u"y"_s, 0},
+                                                               {u"width"_s, size[QLatin1String("width")]},
+                                                               {u"height"_s, size[QLatin1String("height")]},
+                                                               {u"scale"_s, 1}}}});
+        QFile file(path);
+        const QByteArray png = QByteArray::fromBase64(shot[QLatin1String("data")].toString().toLatin1());
+        return png.startsWith("\x89PNG") && file.open(QIODevice::WriteOnly) && file.write(png) == png.size();
+    }
+
+private:
+    QJsonObject waitMessage(const std::function<bool(const QJsonObject &)> &wanted)
+    {
+        QElapsedTimer timer;
+        timer.start();
+        while (timer.elapsed() < 20000) {
+            for (qsizetype i = 0; i < _messages.size(); ++i) {
+                if (wanted(_messages[i]))
+                    return _messages.takeAt(i);
+            }
+            QTest::qWait(10);
+        }
+        return {};
+    }
+
+    QTemporaryDir _profile;
+    QProcess _process;
+    QWebSocket _socket;
+    QList<QJsonObject> _messages;
+    int _lastId = 0;
+};
+
+void TestServerWeb::chromium()
+{
+    const QString program = QStandardPaths::findExecutable(u"chromium"_s);
+    if (program.isEmpty())
+        QSKIP("chromium is not installed");
+    Chromium browser;
+    QString why;
+    QVERIFY2(browser.start(program, &why), qPrintable(why));
+    // Screenshots for people to look at go where TARNWELL_SHOTS_DIR says, else into the run's home.
+    const QString shots = qEnvironmentVariableIsEmpty("TARNWELL_SHOTS_DIR")
+                              ? _home.path()
+                              : qEnvironmentVariable("TARNWELL_SHOTS_DIR");
+    const QString dayPath = u"/day/"_s + day(2);
+    QVERIFY(browser.open(_base + dayPath));
+    QCOMPARE(browser.evaluate(u"location.pathname"_s), u"/login"_s);
+    QVERIFY(browser.loads([&] {
+        browser.evaluate(QStringLiteral("document.getElementById('name').value = 'ann';"
+                                        "document.getElementById('password').value = '%1';"
+                                        "document.querySelector('section.login button').click(); 1")
+                             .arg(kPassword));
+    }));
+    QCOMPARE(browser.evaluate(u"location.pathname"_s), dayPath);
+    QVERIFY(!browser.evaluate(u"document.cookie"_s).contains(QLatin1String("tarnwell_session")));
+    QCOMPARE(browser.evaluate(u"document.querySelectorAll('tr.mealrow').length"_s), u"5"_s);
+    QCOMPARE(browser.evaluate(u"document.querySelector('tbody.meal#meal-S td.name').textContent"_s),
+             u"<script>alert(\"x\")</script> & crisps"_s);
+    QVERIFY(browser.evaluate(u"getComputedStyle(document.querySelector('.brandbar')).backgroundColor"_s)
+                .contains(QLatin1String("46, 157, 91")));
+    QVERIFY(browser.screenshot(shots + u"/day.png"_s));
+
+    QVERIFY(browser.open(_base + u"/calendar/"_s + day(2).left(7)));
+    QCOMPARE(browser.evaluate(u"document.querySelector('td.logged a[href=\"%1\"]') !== null"_s.arg(dayPath)),
+             u"true"_s);
+    QVERIFY(browser.screenshot(shots + u"/calendar.png"_s));
+
+    QVERIFY(browser.open(_base + u"/checkins?range=30"_s));
+    QCOMPARE(browser.evaluate(u"document.querySelectorAll('svg.weightchart circle.weighing').length"_s),
+             u"4"_s); // three weighings and the key's
+    QVERIFY(browser.evaluate(u"document.querySelector('svg.weightchart').getBoundingClientRect().height"_s)
+                .toDouble() > 200);
+    QVERIFY(browser.screenshot(shots + u"/checkins.png"_s));
+
+    QVERIFY(browser.open(_base + u"/plan?food=100&meal=L&q=apple&date="_s +
+                         _today.addDays(1).toString(Qt::ISODate)));
+    QCOMPARE(
+        browser.evaluate(u"document.querySelector('select[name=serving]').selectedOptions[0].textContent"_s),
+        u"1 medium (3\" dia) \u2013 95 cals"_s);
+    QVERIFY(browser.screenshot(shots + u"/plan.png"_s));
+}
+
+QTEST_GUILESS_MAIN(TestServerWeb)
+#include "tst_serverweb.moc"
