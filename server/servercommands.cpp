@@ -7,6 +7,7 @@
 #include "server/serverlistener.h"
 #include "server/serverlog.h"
 #include "server/updatefeed.h"
+#include "server/webroutes.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -303,6 +304,11 @@ int serve(const Arguments &args)
     options.storeMetrics = !args.has("--no-metrics");
     ProtocolRoutes protocol(*db, &pool, options);
     protocol.install(http);
+    WebContext web;
+    web.db = db.get();
+    web.pool = &pool;
+    web.referenceDb = UpdateFeed(data).referenceFile();
+    addWebRoutes(http, web); // after the program's endpoints: the pages match only their own paths
 
     QObject::connect(
         &listener, &ServerListener::refused, &listener,

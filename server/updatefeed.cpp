@@ -41,6 +41,11 @@ QString UpdateFeed::databaseFile() const
     return _folder + QStringLiteral("/static.db.gz");
 }
 
+QString UpdateFeed::referenceFile() const
+{
+    return _folder + QStringLiteral("/static.db");
+}
+
 std::optional<QDate> UpdateFeed::published() const
 {
     gzFile in = gzopen(QFile::encodeName(databaseFile()).constData(), "rb");
@@ -91,16 +96,25 @@ bool UpdateFeed::publish(const QString &file, QString *error, QDate *created)
         return false;
     }
     QFile in(file);
+    const QByteArray data = in.open(QIODevice::ReadOnly) ? in.readAll() : QByteArray();
     QByteArray compressedData;
-    if (!in.open(QIODevice::ReadOnly) || !gzipCompress(in.readAll(), &compressedData)) {
+    if (data.size() != info.size() || !gzipCompress(data, &compressedData)) {
         *error = QStringLiteral("%1: cannot be read and compressed").arg(file);
         return false;
     }
-    QSaveFile out(databaseFile());
-    if (!QDir().mkpath(_folder) || !out.open(QIODevice::WriteOnly) ||
-        out.write(compressedData) != compressedData.size() || !out.commit()) {
-        *error = QStringLiteral("%1: %2").arg(databaseFile(), out.errorString());
+    if (!QDir().mkpath(_folder)) {
+        *error = QStringLiteral("cannot make the folder %1").arg(_folder);
         return false;
+    }
+    // The compressed file last: its date is the feed's, and the plain copy is ready by then.
+    const std::pair<QString, const QByteArray *> files[] = {{referenceFile(), &data},
+                                                            {databaseFile(), &compressedData}};
+    for (const auto &[path, bytes] : files) {
+        QSaveFile out(path);
+        if (!out.open(QIODevice::WriteOnly) || out.write(*bytes) != bytes->size() || !out.commit()) {
+            *error = QStringLiteral("%1: %2").arg(path, out.errorString());
+            return false;
+        }
     }
     if (created)
         *created = date;

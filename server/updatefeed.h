@@ -16,11 +16,12 @@ class UpdateFeed
 public:
     explicit UpdateFeed(const QString &dataDir);
 
-    QString databaseFile() const; // the published, compressed file
+    QString databaseFile() const;  // the published file, compressed, as the programs fetch it
+    QString referenceFile() const; // the same uncompressed, for the web pages' food search
 
     // Checks the file (a reference database the program can open, not older than the one
-    // published), compresses it and puts it in place atomically. False with a text; the
-    // published file is then unchanged. *created: the new file's creation date.
+    // published) and puts it in place atomically, compressed and as it is. False with a text;
+    // the published files are then unchanged. *created: the new file's creation date.
     bool publish(const QString &file, QString *error, QDate *created = nullptr);
 
     // The published database's creation date; none when nothing (readable) is published.
