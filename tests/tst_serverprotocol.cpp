@@ -208,6 +208,7 @@ private slots:
     void mealPlanForTheProgram();
     void refusedRequests_data();
     void refusedRequests();
+    void throttledLogins();
     void connections_data();
     void connections();
     void concurrentClients_data();
@@ -466,6 +467,23 @@ void TestServerProtocol::refusedRequests()
     QCOMPARE(ServerDiaryDB(*_site->db).loggedDays(_site->ann, QDate(2000, 1, 1), QDate(2100, 1, 1)),
              QList<QDate>());
     QCOMPARE(AccountDB(*_site->db).members().size(), 1);
+}
+
+void TestServerProtocol::throttledLogins()
+{
+    QVERIFY(open(u"sqlite"_s));
+    const QByteArray wrong = publishRequest(diaryDocument(1)).replace(kPwHash, QByteArray(32, '0'));
+    const auto publish = [this](const QByteArray &request) {
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, _site->port);
+        return socket.waitForConnected(5000) ? exchange(socket, request).reply : QByteArray();
+    };
+    for (int i = 0; i < AccountDB::kMaxFailuresPerMember; ++i)
+        QVERIFY(publish(wrong).contains("errno=\"3\""));
+    // Now even the right password is refused until the window ends, and nothing is stored.
+    QVERIFY(publish(publishRequest(diaryDocument(1)))
+                .endsWith("<response errno=\"2\" errstr=\"too many failed logins, try later\" />"));
+    QCOMPARE(day(QDate(2026, 3, 10)).foods.size(), 0);
 }
 
 void TestServerProtocol::connections_data()
