@@ -52,7 +52,8 @@ public:
     bool tlsEnabled() const { return _tls; }
     const QSslConfiguration &tlsConfiguration() const { return _tlsConfiguration; }
 
-    // Binds the HTTP server: it is given each connection once it is ready for HTTP.
+    // Binds the HTTP server: it is given each connection once it is ready for HTTP. Qt HttpServer
+    // 6.4 makes a listener without a parent its child: give it one, or make it on the heap.
     void attach(QAbstractHttpServer *server);
     QAbstractHttpServer *httpServer() const { return _httpServer; }
 
