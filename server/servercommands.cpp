@@ -308,6 +308,7 @@ int serve(const Arguments &args)
     web.db = db.get();
     web.pool = &pool;
     web.referenceDb = UpdateFeed(data).referenceFile();
+    web.bundledReferenceDb = QCoreApplication::applicationDirPath() + QStringLiteral("/content/static.db");
     addWebRoutes(http, web); // after the program's endpoints: the pages match only their own paths
 
     QObject::connect(

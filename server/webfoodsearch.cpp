@@ -30,7 +30,8 @@ constexpr double kLargestQuantity = 100000;
 
 struct WebFoodSearch::Private
 {
-    QString path;
+    QString published, fallback;
+    QString path; // the one open
     QMutex mutex;
     // The stamp of the file that is open: it is opened again when the file on disk differs.
     QDateTime modified, changed;
@@ -41,10 +42,11 @@ struct WebFoodSearch::Private
     QString error;
 };
 
-WebFoodSearch::WebFoodSearch(const QString &path)
+WebFoodSearch::WebFoodSearch(const QString &path, const QString &fallback)
     : d(std::make_unique<Private>())
 {
-    d->path = path;
+    d->published = path;
+    d->fallback = fallback;
 }
 
 WebFoodSearch::~WebFoodSearch()
@@ -54,6 +56,12 @@ WebFoodSearch::~WebFoodSearch()
 
 bool WebFoodSearch::openLocked(QString *error)
 {
+    const QString path =
+        QFileInfo::exists(d->published) || d->fallback.isEmpty() ? d->published : d->fallback;
+    if (path != d->path) {
+        d->path = path;
+        d->index.reset();
+    }
     const QFileInfo info(d->path);
     if (d->path.isEmpty() || !info.isFile()) {
         d->index.reset();

@@ -40,7 +40,8 @@ public:
         bool close = false; // forgiving a typo, not a match of the words
     };
 
-    explicit WebFoodSearch(const QString &path);
+    // fallback is searched while path does not exist.
+    explicit WebFoodSearch(const QString &path, const QString &fallback = QString());
     ~WebFoodSearch();
     WebFoodSearch(const WebFoodSearch &) = delete;
     WebFoodSearch &operator=(const WebFoodSearch &) = delete;

@@ -130,7 +130,7 @@ class WebApp : public std::enable_shared_from_this<WebApp>
 public:
     explicit WebApp(const WebContext &context)
         : _context(context)
-        , _foods(context.referenceDb)
+        , _foods(context.referenceDb, context.bundledReferenceDb)
     {
     }
 

@@ -29,6 +29,8 @@ struct WebContext
     // The uncompressed reference database (static.db) the meal plan editor searches; reopened when
     // the file changes. Empty or unreadable: the editor says food search is unavailable.
     QString referenceDb;
+    // Searched while referenceDb does not exist: the database the programs were built with.
+    QString bundledReferenceDb;
     // The household's today (the plan editor's week, the calendar's default month); null: the local
     // date. Called on the pool's threads.
     std::function<QDate()> today;
