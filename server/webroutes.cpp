@@ -135,6 +135,9 @@ public:
     }
 
     using Page = std::function<QHttpServerResponse(WebApp &, const WebRequest &)>;
+    // A page for members: made once the visit is authorized and the method is one it takes.
+    using MemberPage = std::function<QHttpServerResponse(WebApp &, const WebRequest &, const Visit &)>;
+    enum class Takes { Get, GetAndPost };
 
     // Copies the request and makes the page on the pool.
     QFuture<QHttpServerResponse> run(const QHttpServerRequest &request, Page page)
@@ -148,16 +151,32 @@ public:
                                         page = std::move(page)] { return page(*self, copied); });
     }
 
-    QHttpServerResponse home(const WebRequest &r);
+    // What every page but the login form does first: the session, the CSRF token of a POST and
+    // the right to see ?member=, then 405 for a POST to a page that only shows.
+    static Page forMembers(Takes takes, MemberPage page)
+    {
+        return [takes, page = std::move(page)](WebApp &a, const WebRequest &r) -> QHttpServerResponse {
+            Visit v;
+            std::optional<QHttpServerResponse> refusal;
+            if (!a.authorize(r, &v, &refusal))
+                return std::move(*refusal);
+            if (r.isPost() && takes == Takes::Get)
+                return a.methodNotAllowed("GET");
+            return page(a, r, v);
+        };
+    }
+
     QHttpServerResponse loginPage(const WebRequest &r);
-    QHttpServerResponse logout(const WebRequest &r);
-    QHttpServerResponse day(const WebRequest &r, const QString &dateText);
-    QHttpServerResponse calendar(const WebRequest &r, const QString &monthText);
-    QHttpServerResponse checkins(const WebRequest &r);
-    QHttpServerResponse plan(const WebRequest &r);
-    QHttpServerResponse targets(const WebRequest &r);
-    QHttpServerResponse sharing(const WebRequest &r);
-    QHttpServerResponse stats(const WebRequest &r);
+    QHttpServerResponse home(const WebRequest &r, const Visit &v);
+    QHttpServerResponse logout(const WebRequest &r, const Visit &v);
+    QHttpServerResponse day(const WebRequest &r, const Visit &v, const QString &dateText);
+    QHttpServerResponse calendar(const WebRequest &r, const Visit &v, const QString &monthText);
+    QHttpServerResponse thisMonth(const WebRequest &r, const Visit &v) { return calendar(r, v, QString()); }
+    QHttpServerResponse checkins(const WebRequest &r, const Visit &v);
+    QHttpServerResponse plan(const WebRequest &r, const Visit &v);
+    QHttpServerResponse targets(const WebRequest &r, const Visit &v);
+    QHttpServerResponse sharing(const WebRequest &r, const Visit &v);
+    QHttpServerResponse stats(const WebRequest &r, const Visit &v);
     QHttpServerResponse methodNotAllowed(const char *allowed) const;
 
 private:
@@ -252,14 +271,8 @@ QHttpServerResponse WebApp::methodNotAllowed(const char *allowed) const
     return response;
 }
 
-QHttpServerResponse WebApp::home(const WebRequest &r)
+QHttpServerResponse WebApp::home(const WebRequest &, const Visit &v)
 {
-    Visit v;
-    std::optional<QHttpServerResponse> refusal;
-    if (!authorize(r, &v, &refusal))
-        return std::move(*refusal);
-    if (r.isPost())
-        return methodNotAllowed("GET");
     return redirect(QStringLiteral("/day/") + today().toString(Qt::ISODate) +
                     memberSuffix(v.viewer, v.subject));
 }
@@ -321,12 +334,8 @@ QHttpServerResponse WebApp::loginPage(const WebRequest &r)
     return response;
 }
 
-QHttpServerResponse WebApp::logout(const WebRequest &r)
+QHttpServerResponse WebApp::logout(const WebRequest &r, const Visit &v)
 {
-    Visit v;
-    std::optional<QHttpServerResponse> refusal;
-    if (!authorize(r, &v, &refusal))
-        return std::move(*refusal);
     if (!r.isPost())
         return htmlResponse(
             WebPages::logoutConfirm(v.frame(QStringLiteral("Log out"), QString(), QString())));
@@ -337,14 +346,8 @@ QHttpServerResponse WebApp::logout(const WebRequest &r)
     return response;
 }
 
-QHttpServerResponse WebApp::day(const WebRequest &r, const QString &dateText)
+QHttpServerResponse WebApp::day(const WebRequest &r, const Visit &v, const QString &dateText)
 {
-    Visit v;
-    std::optional<QHttpServerResponse> refusal;
-    if (!authorize(r, &v, &refusal))
-        return std::move(*refusal);
-    if (r.isPost())
-        return methodNotAllowed("GET");
     static const QRegularExpression shape(QStringLiteral("^\\d{4}-\\d{2}-\\d{2}$"));
     const QDate date = QDate::fromString(dateText, Qt::ISODate);
     if (!shape.match(dateText).hasMatch() || !date.isValid())
@@ -357,14 +360,8 @@ QHttpServerResponse WebApp::day(const WebRequest &r, const QString &dateText)
     return htmlResponse(WebPages::day(view));
 }
 
-QHttpServerResponse WebApp::calendar(const WebRequest &r, const QString &monthText)
+QHttpServerResponse WebApp::calendar(const WebRequest &r, const Visit &v, const QString &monthText)
 {
-    Visit v;
-    std::optional<QHttpServerResponse> refusal;
-    if (!authorize(r, &v, &refusal))
-        return std::move(*refusal);
-    if (r.isPost())
-        return methodNotAllowed("GET");
     static const QRegularExpression shape(QStringLiteral("^\\d{4}-\\d{2}$"));
     QDate first = QDate(today().year(), today().month(), 1);
     if (!monthText.isEmpty()) {
@@ -381,14 +378,8 @@ QHttpServerResponse WebApp::calendar(const WebRequest &r, const QString &monthTe
     return htmlResponse(WebPages::calendar(view));
 }
 
-QHttpServerResponse WebApp::checkins(const WebRequest &r)
+QHttpServerResponse WebApp::checkins(const WebRequest &r, const Visit &v)
 {
-    Visit v;
-    std::optional<QHttpServerResponse> refusal;
-    if (!authorize(r, &v, &refusal))
-        return std::move(*refusal);
-    if (r.isPost())
-        return methodNotAllowed("GET");
     ServerDiaryDB diary(db());
     // The trend starts at the first weighing ever, so it has settled by the range's first day.
     const QList<PublishedCheckin> all = diary.checkins(v.subjectId, QDate(1900, 1, 1), QDate(9999, 12, 31));
@@ -477,12 +468,8 @@ QHttpServerResponse WebApp::planPage(const WebRequest &r, const Visit &v, const 
     return htmlResponse(WebPages::plan(view), error.isEmpty() ? Status::Ok : Status::BadRequest);
 }
 
-QHttpServerResponse WebApp::plan(const WebRequest &r)
+QHttpServerResponse WebApp::plan(const WebRequest &r, const Visit &v)
 {
-    Visit v;
-    std::optional<QHttpServerResponse> refusal;
-    if (!authorize(r, &v, &refusal))
-        return std::move(*refusal);
     if (!r.isPost())
         return planPage(r, v, QString());
     MealPlanDB plans(db());
@@ -523,12 +510,8 @@ QHttpServerResponse WebApp::plan(const WebRequest &r)
     return redirect(QStringLiteral("/plan#plan-") + date.toString(Qt::ISODate));
 }
 
-QHttpServerResponse WebApp::targets(const WebRequest &r)
+QHttpServerResponse WebApp::targets(const WebRequest &r, const Visit &v)
 {
-    Visit v;
-    std::optional<QHttpServerResponse> refusal;
-    if (!authorize(r, &v, &refusal))
-        return std::move(*refusal);
     TargetDB targets(db());
     WebPages::TargetsPage view{v.frame(QStringLiteral("Targets"), QStringLiteral("targets"), r.path),
                                v.own(),
@@ -556,18 +539,15 @@ QHttpServerResponse WebApp::targets(const WebRequest &r)
     return htmlResponse(WebPages::targets(view), Status::BadRequest);
 }
 
-QHttpServerResponse WebApp::sharing(const WebRequest &r)
+QHttpServerResponse WebApp::sharing(const WebRequest &r, const Visit &v)
 {
-    Visit v;
-    std::optional<QHttpServerResponse> refusal;
-    if (!authorize(r, &v, &refusal))
-        return std::move(*refusal);
     // Sharing is always about one's own diary.
-    v.subject = v.viewer;
-    v.subjectId = v.viewerId;
+    Visit own = v;
+    own.subject = v.viewer;
+    own.subjectId = v.viewerId;
     ShareDB shares(db());
     WebPages::SharingPage view{
-        v.frame(QStringLiteral("Sharing"), QStringLiteral("sharing"), QString()), {}, {}};
+        own.frame(QStringLiteral("Sharing"), QStringLiteral("sharing"), QString()), {}, {}};
     QHash<QString, qint64> ids;
     for (const Member &m : AccountDB(db()).members()) {
         if (m.id != v.viewerId) {
@@ -596,14 +576,8 @@ QHttpServerResponse WebApp::sharing(const WebRequest &r)
     return htmlResponse(WebPages::sharing(view));
 }
 
-QHttpServerResponse WebApp::stats(const WebRequest &r)
+QHttpServerResponse WebApp::stats(const WebRequest &, const Visit &v)
 {
-    Visit v;
-    std::optional<QHttpServerResponse> refusal;
-    if (!authorize(r, &v, &refusal))
-        return std::move(*refusal);
-    if (r.isPost())
-        return methodNotAllowed("GET");
     WebPages::StatsPage view{v.frame(QStringLiteral("Statistics"), QStringLiteral("stats"), QString()),
                              today().addDays(-89),
                              today(),
@@ -635,34 +609,40 @@ void addWebRoutes(QHttpServer &server, const WebContext &context)
 {
     Q_ASSERT(context.db && context.pool);
     const auto app = std::make_shared<WebApp>(context);
-    const auto page = [app](QHttpServerResponse (WebApp::*handler)(const WebRequest &)) {
-        return [app, handler](const QHttpServerRequest &request) {
-            return app->run(request, [handler](WebApp &a, const WebRequest &r) { return (a.*handler)(r); });
-        };
-    };
+    using Takes = WebApp::Takes;
+    using Handler = QHttpServerResponse (WebApp::*)(const WebRequest &, const Visit &);
+    using ArgHandler = QHttpServerResponse (WebApp::*)(const WebRequest &, const Visit &, const QString &);
     // One rule per path takes every method, so a page answers PUT and the like with 405 itself.
-    server.route<WebRule>(QStringLiteral("/"), kAnyMethod, page(&WebApp::home));
-    server.route<WebRule>(QStringLiteral("/login"), kAnyMethod, page(&WebApp::loginPage));
-    server.route<WebRule>(QStringLiteral("/logout"), kAnyMethod, page(&WebApp::logout));
-    server.route<WebRule>(QStringLiteral("/day/<arg>"), kAnyMethod,
-                          [app](const QString &date, const QHttpServerRequest &request) {
-                              return app->run(
-                                  request, [date](WebApp &a, const WebRequest &r) { return a.day(r, date); });
-                          });
-    server.route<WebRule>(QStringLiteral("/calendar"), kAnyMethod, [app](const QHttpServerRequest &request) {
-        return app->run(request, [](WebApp &a, const WebRequest &r) { return a.calendar(r, QString()); });
-    });
-    server.route<WebRule>(QStringLiteral("/calendar/<arg>"), kAnyMethod,
-                          [app](const QString &month, const QHttpServerRequest &request) {
-                              return app->run(request, [month](WebApp &a, const WebRequest &r) {
-                                  return a.calendar(r, month);
-                              });
-                          });
-    server.route<WebRule>(QStringLiteral("/checkins"), kAnyMethod, page(&WebApp::checkins));
-    server.route<WebRule>(QStringLiteral("/plan"), kAnyMethod, page(&WebApp::plan));
-    server.route<WebRule>(QStringLiteral("/targets"), kAnyMethod, page(&WebApp::targets));
-    server.route<WebRule>(QStringLiteral("/sharing"), kAnyMethod, page(&WebApp::sharing));
-    server.route<WebRule>(QStringLiteral("/stats"), kAnyMethod, page(&WebApp::stats));
+    const auto route = [&server, app](const QString &path, const WebApp::Page &page) {
+        server.route<WebRule>(path, kAnyMethod, [app, page](const QHttpServerRequest &request) {
+            return app->run(request, page);
+        });
+    };
+    const auto member = [&route](const QString &path, Takes takes, Handler handler) {
+        route(path, WebApp::forMembers(takes, handler));
+    };
+    // A page of the day or month the path names.
+    const auto dated = [&server, app](const QString &path, ArgHandler handler) {
+        server.route<WebRule>(
+            path, kAnyMethod, [app, handler](const QString &arg, const QHttpServerRequest &request) {
+                return app->run(request,
+                                WebApp::forMembers(Takes::Get, [handler, arg](WebApp &a, const WebRequest &r,
+                                                                              const Visit &v) {
+                                    return (a.*handler)(r, v, arg);
+                                }));
+            });
+    };
+    member(QStringLiteral("/"), Takes::Get, &WebApp::home);
+    route(QStringLiteral("/login"), &WebApp::loginPage);
+    member(QStringLiteral("/logout"), Takes::GetAndPost, &WebApp::logout);
+    dated(QStringLiteral("/day/<arg>"), &WebApp::day);
+    member(QStringLiteral("/calendar"), Takes::Get, &WebApp::thisMonth);
+    dated(QStringLiteral("/calendar/<arg>"), &WebApp::calendar);
+    member(QStringLiteral("/checkins"), Takes::Get, &WebApp::checkins);
+    member(QStringLiteral("/plan"), Takes::GetAndPost, &WebApp::plan);
+    member(QStringLiteral("/targets"), Takes::GetAndPost, &WebApp::targets);
+    member(QStringLiteral("/sharing"), Takes::GetAndPost, &WebApp::sharing);
+    member(QStringLiteral("/stats"), Takes::Get, &WebApp::stats);
     server.route(QStringLiteral("/static/<arg>"), QHttpServerRequest::Method::Get,
                  [](const QString &name) { return staticFile(name); });
 }
