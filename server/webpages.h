@@ -2,6 +2,7 @@
 
 // The pages' HTML, made from plain values: what the routes read from the stores goes in, a whole
 // document comes out. No store is touched here and every text from a member is escaped.
+// Made in webdiarypages.cpp (day, calendar, check-ins), webplanpage.cpp and webmemberpages.cpp.
 
 #include "server/diaryupdate.h"
 #include "server/mealplandb.h"
