@@ -234,35 +234,39 @@ AccountDB::Login AccountDB::checkPwHash(const QString &name, const QString &pwha
         nameOk ? QStringList{memberKey(name), addressKey(address)} : QStringList{addressKey(address)};
 
     // The limit is looked at before anything costly, so refused attempts are cheap.
+    // Both look-ups run on every publish: kept prepared, and finished once read.
     bool memberHasFailures = false;
     {
-        QSqlQuery query(_db.connection());
-        if (!ServerDB::exec(query,
-                            u"SELECT key, failures, window_start FROM login_failures WHERE key IN (?, ?)"_s,
-                            {keys.constFirst(), keys.constLast()}))
+        QSqlQuery *query =
+            _db.cached(u"SELECT key, failures, window_start FROM login_failures WHERE key IN (?, ?)"_s);
+        if (!query || !ServerDB::execPrepared(*query, {keys.constFirst(), keys.constLast()}))
             return Login::Wrong; // a store that cannot say is no reason to let anyone in
-        while (query.next()) {
-            const QString key = query.value(0).toString();
-            const qint64 failures = query.value(1).toLongLong();
-            if (query.value(2).toLongLong() <= windowOpenedAfter)
+        bool throttled = false;
+        while (!throttled && query->next()) {
+            const QString key = query->value(0).toString();
+            const qint64 failures = query->value(1).toLongLong();
+            if (query->value(2).toLongLong() <= windowOpenedAfter)
                 continue;
             const bool isMember = nameOk && key == keys.constFirst();
             memberHasFailures = memberHasFailures || isMember;
-            if (failures >= (isMember ? kMaxFailuresPerMember : kMaxFailuresPerAddress))
-                return Login::Throttled;
+            throttled = failures >= (isMember ? kMaxFailuresPerMember : kMaxFailuresPerAddress);
         }
+        query->finish();
+        if (throttled)
+            return Login::Throttled;
     }
 
     const QString lowered = pwhash.toLower();
     std::optional<qint64> id;
     QString stored;
     if (nameOk) {
-        QSqlQuery query(_db.connection());
-        if (ServerDB::exec(query, u"SELECT id, pw_hash FROM members WHERE name = ?"_s, {name}) &&
-            query.next()) {
-            id = query.value(0).toLongLong();
-            stored = query.value(1).toString();
+        QSqlQuery *query = _db.cached(u"SELECT id, pw_hash FROM members WHERE name = ?"_s);
+        if (query && ServerDB::execPrepared(*query, {name}) && query->next()) {
+            id = query->value(0).toLongLong();
+            stored = query->value(1).toString();
         }
+        if (query)
+            query->finish();
     }
 
     bool ok = false;

@@ -6,6 +6,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
+#include <QHash>
 #include <QMutex>
 #include <QRandomGenerator>
 #include <QRegularExpression>
@@ -18,7 +19,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
+#include <deque>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -29,10 +33,69 @@ namespace {
 constexpr int kMaxAttempts = 8;
 // How long a statement waits for another process's write on SQLite.
 constexpr int kSQLiteBusyTimeoutMs = 10000;
+// Statements kept prepared on one connection; past this many, the least used lately goes.
+constexpr qsizetype kCachedStatements = 48;
+
 // Taken by every SQLite write transaction of the process: SQLite has one writer at a time anyway,
-// and waiting here is cheaper and fairer than spinning on its busy handler. Recursive, so that work
-// which opens a transaction on a second store of the same thread fails as busy instead of hanging.
-QRecursiveMutex g_sqliteWriteLock;
+// and waiting here is cheaper than spinning on its busy handler. Handed to the waiters in the
+// order they came: a plain mutex lets the thread that just let go take it again at once, and
+// under load some publishes then wait many turns. Recursive, so that work which opens a
+// transaction on a second store of the same thread fails as busy instead of hanging.
+class WriteTurns
+{
+public:
+    void lock()
+    {
+        std::unique_lock lock(_mutex);
+        const std::thread::id me = std::this_thread::get_id();
+        if (_owner == me) {
+            ++_depth;
+            return;
+        }
+        if (_owner == std::thread::id() && _waiting.empty()) {
+            _owner = me;
+            _depth = 1;
+            return;
+        }
+        Waiter waiter;
+        waiter.id = me;
+        _waiting.push_back(&waiter);
+        waiter.turn.wait(lock, [&waiter] { return waiter.granted; });
+    }
+
+    void unlock()
+    {
+        std::lock_guard lock(_mutex);
+        if (--_depth > 0)
+            return;
+        if (_waiting.empty()) {
+            _owner = std::thread::id();
+            return;
+        }
+        // Handed over, not released: nobody can slip in between.
+        Waiter *next = _waiting.front();
+        _waiting.pop_front();
+        _owner = next->id;
+        _depth = 1;
+        next->granted = true;
+        next->turn.notify_one();
+    }
+
+private:
+    struct Waiter
+    {
+        std::thread::id id;
+        std::condition_variable turn;
+        bool granted = false;
+    };
+
+    std::mutex _mutex;
+    std::deque<Waiter *> _waiting;
+    std::thread::id _owner;
+    int _depth = 0;
+};
+
+WriteTurns g_sqliteWriteLock;
 // Names every migration takes on PostgreSQL, so that two servers starting at once do not both
 // create the tables.
 constexpr qint64 kMigrationLockKey = 0x7461726e77656c6c; // "tarnwell"
@@ -40,19 +103,69 @@ constexpr qint64 kMigrationLockKey = 0x7461726e77656c6c; // "tarnwell"
 std::atomic<quint64> g_nextSerial{1};
 std::atomic<quint64> g_nextConnection{1};
 
+// The statements kept prepared on one connection (ServerDB::cached), by their text. They go
+// before their connection does, and whenever the connection is opened again.
+class StatementCache
+{
+public:
+    QSqlQuery *find(const QString &sql)
+    {
+        const auto found = _entries.find(sql);
+        if (found == _entries.end())
+            return nullptr;
+        found->used = ++_clock;
+        return found->query.get();
+    }
+
+    QSqlQuery *insert(const QString &sql, QSqlQuery &&query)
+    {
+        if (_entries.size() >= kCachedStatements) {
+            const auto oldest =
+                std::min_element(_entries.begin(), _entries.end(),
+                                 [](const Entry &a, const Entry &b) { return a.used < b.used; });
+            _entries.erase(oldest);
+        }
+        auto kept = std::make_shared<QSqlQuery>(std::move(query));
+        _entries.insert(sql, {kept, ++_clock});
+        return kept.get();
+    }
+
+    // Lets go of the rows of any statement still being read (an SQLite statement that is not
+    // reset holds its read transaction open).
+    void finishAll()
+    {
+        for (Entry &entry : _entries)
+            entry.query->finish();
+    }
+
+    void clear() { _entries.clear(); }
+
+private:
+    struct Entry
+    {
+        std::shared_ptr<QSqlQuery> query;
+        quint64 used = 0;
+    };
+    QHash<QString, Entry> _entries;
+    quint64 _clock = 0;
+};
+
 // The connections of one ServerDB, shared with the threads that hold them, so that whichever
 // goes first (the ServerDB or the thread) closes them.
 struct Registry
 {
     QMutex mutex;
-    QStringList names;
+    QHash<QString, std::shared_ptr<StatementCache>> connections; // by connection name
 
     // False when it was already gone.
     bool remove(const QString &name)
     {
         std::lock_guard lock(mutex);
-        if (!names.removeOne(name))
+        const auto found = connections.find(name);
+        if (found == connections.end())
             return false;
+        (*found)->clear();
+        connections.erase(found);
         QSqlDatabase::removeDatabase(name);
         return true;
     }
@@ -66,6 +179,7 @@ struct ThreadState
         quint64 serial;
         QString name;
         std::weak_ptr<Registry> registry;
+        std::shared_ptr<StatementCache> statements;
         int depth = 0; // transaction() levels open on this thread
     };
     std::vector<Entry> entries;
@@ -319,9 +433,11 @@ ServerDB::ServerDB(const QString &url)
 ServerDB::~ServerDB()
 {
     std::lock_guard lock(d->registry->mutex);
-    for (const QString &name : std::as_const(d->registry->names))
-        QSqlDatabase::removeDatabase(name);
-    d->registry->names.clear();
+    for (auto it = d->registry->connections.cbegin(); it != d->registry->connections.cend(); ++it) {
+        (*it)->clear();
+        QSqlDatabase::removeDatabase(it.key());
+    }
+    d->registry->connections.clear();
 }
 
 QString ServerDB::defaultUrl(const QString &dataDir)
@@ -381,18 +497,22 @@ QSqlDatabase ServerDB::connection()
     if (ThreadState::Entry *entry = t_state.find(d->serial)) {
         QSqlDatabase db = QSqlDatabase::database(entry->name, false);
         // A lost PostgreSQL connection reports itself closed and is opened again, but never in the
-        // middle of a transaction: the rest of its work would land outside it.
-        if (!db.isOpen() && entry->depth == 0 && d->urlError.isEmpty())
+        // middle of a transaction: the rest of its work would land outside it. What was prepared
+        // on the old one is gone with it.
+        if (!db.isOpen() && entry->depth == 0 && d->urlError.isEmpty()) {
+            entry->statements->clear();
             d->configure(db);
+        }
         return db;
     }
     const QString name = u"tarnwell-server-%1-%2"_s.arg(d->serial).arg(g_nextConnection++);
     QSqlDatabase db = QSqlDatabase::addDatabase(d->kind == Kind::SQLite ? u"QSQLITE"_s : u"QPSQL"_s, name);
+    auto statements = std::make_shared<StatementCache>();
     {
         std::lock_guard lock(d->registry->mutex);
-        d->registry->names.append(name);
+        d->registry->connections.insert(name, statements);
     }
-    t_state.entries.push_back({d->serial, name, d->registry});
+    t_state.entries.push_back({d->serial, name, d->registry, statements});
     if (d->urlError.isEmpty())
         d->configure(db);
     return db;
@@ -413,7 +533,7 @@ bool ServerDB::transaction(const std::function<bool(QSqlDatabase &, QString *)> 
     }
 
     for (int attempt = 1;; ++attempt) {
-        std::unique_lock<QRecursiveMutex> writeLock(g_sqliteWriteLock, std::defer_lock);
+        std::unique_lock<WriteTurns> writeLock(g_sqliteWriteLock, std::defer_lock);
         if (d->kind == Kind::SQLite)
             writeLock.lock();
         t_state.retryable = false;
@@ -434,6 +554,7 @@ bool ServerDB::transaction(const std::function<bool(QSqlDatabase &, QString *)> 
                 throw;
             }
             --entry()->depth;
+            entry()->statements->finishAll();
             if (ok) {
                 ok = unprepared(db, u"COMMIT"_s, &workError, d->kind == Kind::SQLite);
                 if (!ok)
@@ -442,8 +563,11 @@ bool ServerDB::transaction(const std::function<bool(QSqlDatabase &, QString *)> 
                 unprepared(db, u"ROLLBACK"_s, nullptr);
                 // The work's statements could not be freed inside the failed transaction (the
                 // server ignores everything there); free them now so the connection holds none.
-                if (d->kind == Kind::PostgreSQL)
+                // The kept ones go too, first, so that none of them names a freed statement.
+                if (d->kind == Kind::PostgreSQL) {
+                    entry()->statements->clear();
                     unprepared(db, u"DEALLOCATE ALL"_s, nullptr);
+                }
                 if (workError.isEmpty())
                     workError = u"the change was refused"_s;
             }
@@ -484,6 +608,24 @@ bool failed(const QSqlQuery &query, const QString &sql, QString *error)
 bool ServerDB::prepare(QSqlQuery &query, const QString &sql, QString *error)
 {
     return query.prepare(sql) || failed(query, sql, error);
+}
+
+QSqlQuery *ServerDB::cached(const QString &sql, QString *error)
+{
+    QSqlDatabase db = connection();
+    StatementCache &statements = *t_state.find(d->serial)->statements;
+    if (QSqlQuery *found = statements.find(sql))
+        return found;
+    QSqlQuery prepared(db);
+    if (!prepare(prepared, sql, error))
+        return nullptr;
+    return statements.insert(sql, std::move(prepared));
+}
+
+int ServerDB::maxBoundValues() const
+{
+    // SQLite before 3.32 takes 999; PostgreSQL counts them in 16 bits.
+    return d->kind == Kind::SQLite ? 999 : 32767;
 }
 
 bool ServerDB::execPrepared(QSqlQuery &query, const QVariantList &values, QString *error)

@@ -44,6 +44,13 @@ public:
     // The two halves of exec(), for a statement run many times with different values.
     static bool prepare(QSqlQuery &query, const QString &sql, QString *error = nullptr);
     static bool execPrepared(QSqlQuery &query, const QVariantList &values, QString *error = nullptr);
+    // sql prepared on this thread's connection and kept there, so that the next request finds it
+    // ready: for the statements every request runs. Run it with execPrepared(); finish() a SELECT
+    // once it is read (transaction() finishes them all when it ends). Good until the next call;
+    // null, with the driver's text in *error, when it cannot be prepared.
+    QSqlQuery *cached(const QString &sql, QString *error = nullptr);
+    // The most values one statement may bind on this back end.
+    int maxBoundValues() const;
 
     // The URL with any password left out, for messages and logs.
     QString displayUrl() const;

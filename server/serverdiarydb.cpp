@@ -2,10 +2,12 @@
 
 #include "server/serverdb.h"
 
+#include <QSet>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QStringList>
 
+#include <algorithm>
 #include <cmath>
 
 using namespace Qt::StringLiterals;
@@ -103,6 +105,33 @@ QString text(const QString &value)
     return value.isNull() ? u""_s : value;
 }
 
+// The entries in their order, each dropped when a later one has its date.
+template <typename Entry> QList<Entry> lastOfEachDate(const QList<Entry> &entries)
+{
+    QSet<QDate> seen;
+    QList<Entry> kept;
+    for (auto it = entries.crbegin(); it != entries.crend(); ++it) {
+        if (!seen.contains(it->date)) {
+            seen.insert(it->date);
+            kept.prepend(*it);
+        }
+    }
+    return kept;
+}
+
+// count times item, separated by commas: "?, ?, ?", "(?, ?), (?, ?)".
+QString placeholders(qsizetype count, const QString &item = u"?"_s)
+{
+    QString list;
+    list.reserve(count * (item.size() + 2));
+    for (qsizetype i = 0; i < count; ++i) {
+        if (i)
+            list += u", "_s;
+        list += item;
+    }
+    return list;
+}
+
 } // namespace
 
 ServerDiaryDB::ServerDiaryDB(ServerDB &db)
@@ -116,102 +145,159 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
         *error = text;
         return false;
     }
+    // What is left of the update once a later entry for a date has replaced an earlier one, as it
+    // would have one at a time. Each statement below then touches a row once, which PostgreSQL's
+    // upsert of many rows requires.
+    const QList<PublishedDay> days = lastOfEachDate(update.days);
+    const QList<PublishedWater> waters = lastOfEachDate(update.waters);
+    QList<PublishedCheckin> checkins;
+    QStringList dates, checkinDeletions;
+    for (const PublishedCheckin &checkin : lastOfEachDate(update.checkins)) {
+        if (checkin.isDeletion())
+            checkinDeletions.append(dateText(checkin.date));
+        else
+            checkins.append(checkin);
+    }
+    // Each entry with its day and its position there.
+    struct Food
+    {
+        qsizetype day, position;
+        const PublishedFood *food;
+    };
+    struct Exercise
+    {
+        qsizetype day, position;
+        const PublishedExercise *exercise;
+    };
+    QList<Food> foods;
+    QList<Exercise> exercises;
+    for (qsizetype d = 0; d < days.size(); ++d) {
+        dates.append(dateText(days.at(d).date));
+        for (qsizetype i = 0; i < days.at(d).foods.size(); ++i)
+            foods.append({d, i, &days.at(d).foods.at(i)});
+        for (qsizetype i = 0; i < days.at(d).exercises.size(); ++i)
+            exercises.append({d, i, &days.at(d).exercises.at(i)});
+    }
+
     const bool postgres = _db.kind() == ServerDB::Kind::PostgreSQL;
     return _db.transaction(
-        [&](QSqlDatabase &db, QString *workError) {
-            QSqlQuery query(db);
+        [&](QSqlDatabase &, QString *workError) {
             // Two publishes of one member at once would both clear a day and then both fill it;
             // holding the member's row makes the second wait. (SQLite has one writer anyway.)
-            const QString lock = postgres ? u"SELECT id FROM members WHERE id = ? FOR UPDATE"_s
-                                          : u"SELECT id FROM members WHERE id = ?"_s;
-            if (!ServerDB::exec(query, lock, {memberId}, workError))
+            QSqlQuery *lock = _db.cached(postgres ? u"SELECT id FROM members WHERE id = ? FOR UPDATE"_s
+                                                  : u"SELECT id FROM members WHERE id = ?"_s,
+                                         workError);
+            if (!lock || !ServerDB::execPrepared(*lock, {memberId}, workError))
                 return false;
-            if (!query.next()) {
+            const bool found = lock->next();
+            lock->finish();
+            if (!found) {
                 *workError = u"there is no such member"_s;
                 return false;
             }
 
-            QSqlQuery clearFoods(db), clearExercises(db), addFood(db), addExercise(db);
-            const QString foodColumns = foodValueColumns();
-            if (!ServerDB::prepare(clearFoods, u"DELETE FROM diary_foods WHERE member_id = ? AND date = ?"_s,
-                                   workError) ||
-                !ServerDB::prepare(clearExercises,
-                                   u"DELETE FROM diary_exercises WHERE member_id = ? AND date = ?"_s,
-                                   workError) ||
-                !ServerDB::prepare(
-                    addFood,
-                    u"INSERT INTO diary_foods (member_id, date, meal, position, qty, descr, "
-                    "serving, %1) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"_s.arg(
-                        foodColumns),
-                    workError) ||
-                !ServerDB::prepare(
-                    addExercise,
-                    u"INSERT INTO diary_exercises (member_id, date, position, duration, descr, "
-                    "calories) VALUES (?, ?, ?, ?, ?, ?)"_s,
-                    workError))
-                return false;
-
-            for (const PublishedDay &day : update.days) {
-                const QString date = dateText(day.date);
-                if (!ServerDB::execPrepared(clearFoods, {memberId, date}, workError) ||
-                    !ServerDB::execPrepared(clearExercises, {memberId, date}, workError))
-                    return false;
-                for (qsizetype i = 0; i < day.foods.size(); ++i) {
-                    const PublishedFood &food = day.foods.at(i);
-                    QVariantList values{memberId,          date,     QString(food.meal),
-                                        qint64(i),         food.qty, text(food.desc),
-                                        text(food.serving)};
-                    for (const std::optional<double> &value : food.values)
-                        values.append(orNull(value));
-                    if (!ServerDB::execPrepared(addFood, values, workError))
-                        return false;
-                }
-                for (qsizetype i = 0; i < day.exercises.size(); ++i) {
-                    const PublishedExercise &exercise = day.exercises.at(i);
-                    if (!ServerDB::execPrepared(addExercise,
-                                                {memberId, date, qint64(i), exercise.duration,
-                                                 text(exercise.desc), exercise.calories},
-                                                workError))
-                        return false;
-                }
-            }
-
-            for (const PublishedCheckin &checkin : update.checkins) {
-                const QString date = dateText(checkin.date);
-                const bool ok =
-                    checkin.isDeletion()
-                        ? ServerDB::exec(query, u"DELETE FROM checkins WHERE member_id = ? AND date = ?"_s,
-                                         {memberId, date}, workError)
-                        : ServerDB::exec(
-                              query,
-                              u"INSERT INTO checkins (member_id, date, weight, chest, hips, thigh, "
-                              "waist, note) VALUES (?, ?, ?, ?, ?, ?, ?, ?) "
-                              "ON CONFLICT (member_id, date) DO UPDATE SET weight = excluded.weight, "
-                              "chest = excluded.chest, hips = excluded.hips, thigh = excluded.thigh, "
-                              "waist = excluded.waist, note = excluded.note"_s,
-                              {memberId, date, orNull(checkin.weight), orNull(checkin.chest),
-                               orNull(checkin.hips), orNull(checkin.thigh), orNull(checkin.waist),
-                               text(checkin.note)},
-                              workError);
-                if (!ok)
-                    return false;
-            }
-
-            for (const PublishedWater &water : update.waters) {
-                if (!ServerDB::exec(query,
-                                    u"INSERT INTO waters (member_id, date, cups) VALUES (?, ?, ?) "
-                                    "ON CONFLICT (member_id, date) DO UPDATE SET cups = excluded.cups"_s,
-                                    {memberId, dateText(water.date), water.cups}, workError))
-                    return false;
-            }
-
-            return ServerDB::exec(
-                query,
-                u"INSERT INTO publishes (member_id, last_publish) VALUES (?, ?) "
-                "ON CONFLICT (member_id) DO UPDATE SET last_publish = excluded.last_publish"_s,
-                {memberId, ServerDB::now()}, workError);
+            return deleteDates(u"diary_foods"_s, memberId, dates, workError) &&
+                   deleteDates(u"diary_exercises"_s, memberId, dates, workError) &&
+                   insertRows(
+                       u"INSERT INTO diary_foods (member_id, date, meal, position, qty, descr, "
+                       "serving, %1) VALUES "_s.arg(foodValueColumns()),
+                       foods.size(), 7 + int(kFoodValueNames.size()), QString(),
+                       [&](qsizetype i, QVariantList &values) {
+                           const Food &entry = foods.at(i);
+                           const PublishedFood &food = *entry.food;
+                           values << memberId << dates.at(entry.day) << QString(food.meal)
+                                  << qint64(entry.position) << food.qty << text(food.desc)
+                                  << text(food.serving);
+                           for (const std::optional<double> &value : food.values)
+                               values.append(orNull(value));
+                       },
+                       workError) &&
+                   insertRows(
+                       u"INSERT INTO diary_exercises (member_id, date, position, duration, descr, "
+                       "calories) VALUES "_s,
+                       exercises.size(), 6, QString(),
+                       [&](qsizetype i, QVariantList &values) {
+                           const Exercise &entry = exercises.at(i);
+                           values << memberId << dates.at(entry.day) << qint64(entry.position)
+                                  << entry.exercise->duration << text(entry.exercise->desc)
+                                  << entry.exercise->calories;
+                       },
+                       workError) &&
+                   deleteDates(u"checkins"_s, memberId, checkinDeletions, workError) &&
+                   insertRows(
+                       u"INSERT INTO checkins (member_id, date, weight, chest, hips, thigh, waist, "
+                       "note) VALUES "_s,
+                       checkins.size(), 8,
+                       u" ON CONFLICT (member_id, date) DO UPDATE SET weight = excluded.weight, "
+                       "chest = excluded.chest, hips = excluded.hips, thigh = excluded.thigh, "
+                       "waist = excluded.waist, note = excluded.note"_s,
+                       [&](qsizetype i, QVariantList &values) {
+                           const PublishedCheckin &checkin = checkins.at(i);
+                           values << memberId << dateText(checkin.date) << orNull(checkin.weight)
+                                  << orNull(checkin.chest) << orNull(checkin.hips) << orNull(checkin.thigh)
+                                  << orNull(checkin.waist) << text(checkin.note);
+                       },
+                       workError) &&
+                   insertRows(
+                       u"INSERT INTO waters (member_id, date, cups) VALUES "_s, waters.size(), 3,
+                       u" ON CONFLICT (member_id, date) DO UPDATE SET cups = excluded.cups"_s,
+                       [&](qsizetype i, QVariantList &values) {
+                           values << memberId << dateText(waters.at(i).date) << waters.at(i).cups;
+                       },
+                       workError) &&
+                   insertRows(
+                       u"INSERT INTO publishes (member_id, last_publish) VALUES "_s, 1, 2,
+                       u" ON CONFLICT (member_id) DO UPDATE SET last_publish = excluded.last_publish"_s,
+                       [&](qsizetype, QVariantList &values) { values << memberId << ServerDB::now(); },
+                       workError);
         },
         error);
+}
+
+bool ServerDiaryDB::insertRows(const QString &head, qsizetype rows, int columns, const QString &tail,
+                               const std::function<void(qsizetype, QVariantList &)> &rowValues,
+                               QString *error)
+{
+    return inPieces(rows, columns, 0, error, [&](qsizetype first, qsizetype count, QVariantList &values) {
+        for (qsizetype i = first; i < first + count; ++i)
+            rowValues(i, values);
+        return head + placeholders(count, u"("_s + placeholders(columns) + u")"_s) + tail;
+    });
+}
+
+bool ServerDiaryDB::deleteDates(const QString &table, qint64 memberId, const QStringList &dates,
+                                QString *error)
+{
+    return inPieces(dates.size(), 1, 1, error, [&](qsizetype first, qsizetype count, QVariantList &values) {
+        values.append(memberId);
+        for (qsizetype i = first; i < first + count; ++i)
+            values.append(dates.at(i));
+        return u"DELETE FROM "_s + table + u" WHERE member_id = ? AND date IN ("_s + placeholders(count) +
+               u")"_s;
+    });
+}
+
+bool ServerDiaryDB::inPieces(qsizetype items, int valuesPerItem, int fixedValues, QString *error,
+                             const std::function<QString(qsizetype, qsizetype, QVariantList &)> &piece)
+{
+    if (items == 0)
+        return true;
+    // As few statements as the limit allows, of equal size, so that the next publish of the same
+    // shape finds them all prepared.
+    const qsizetype most = std::max<qsizetype>(1, (_db.maxBoundValues() - fixedValues) / valuesPerItem);
+    const qsizetype pieces = (items + most - 1) / most;
+    const qsizetype perPiece = (items + pieces - 1) / pieces;
+    QVariantList values;
+    for (qsizetype first = 0; first < items; first += perPiece) {
+        const qsizetype count = std::min(perPiece, items - first);
+        values.clear();
+        values.reserve(fixedValues + count * valuesPerItem);
+        const QString sql = piece(first, count, values);
+        QSqlQuery *query = _db.cached(sql, error);
+        if (!query || !ServerDB::execPrepared(*query, values, error))
+            return false;
+    }
+    return true;
 }
 
 ServerDiaryDB::Day ServerDiaryDB::day(qint64 memberId, const QDate &date)

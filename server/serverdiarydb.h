@@ -8,7 +8,10 @@
 #include <QDate>
 #include <QDateTime>
 #include <QList>
+#include <QStringList>
+#include <QVariantList>
 
+#include <functional>
 #include <optional>
 
 class ServerDB;
@@ -39,5 +42,18 @@ public:
     std::optional<QDateTime> lastPublish(qint64 memberId); // UTC
 
 private:
+    // head + "(?, ...), (?, ...)" + tail for rows 0..rows-1; rowValues appends a row's values.
+    bool insertRows(const QString &head, qsizetype rows, int columns, const QString &tail,
+                    const std::function<void(qsizetype row, QVariantList &values)> &rowValues,
+                    QString *error);
+    // The member's rows of the table on the dates.
+    bool deleteDates(const QString &table, qint64 memberId, const QStringList &dates, QString *error);
+    // Runs a statement over items in as few pieces as the back end's limit on bound values allows,
+    // each kept prepared: piece(first, count, values) appends the piece's values (fixedValues,
+    // then valuesPerItem for each item) and returns its SQL.
+    bool
+    inPieces(qsizetype items, int valuesPerItem, int fixedValues, QString *error,
+             const std::function<QString(qsizetype first, qsizetype count, QVariantList &values)> &piece);
+
     ServerDB &_db;
 };

@@ -482,6 +482,29 @@ void TestServerStore::apply_data()
     addRows("database fails mid-publish", both,
             dayUpdate(kDay, {}) + checkin(kDay, std::nullopt) + water(next, 2) + water(kDay, 99), true, false,
             QStringList{bothFirst, bothNext});
+    // One at a time, the last entry for a date would have stood.
+    addRows("later entries for a date win", both,
+            water(kDay, 1) + checkin(kDay, 60) + water(kDay, 4) + checkin(kDay, std::nullopt) +
+                checkin(next, std::nullopt) + checkin(next, 59, u"again"_s),
+            false, true,
+            QStringList{u"B:Toast 2 160, E:Walk 30 120, water 4"_s, bothNext + u", weight 59 \"again\""_s});
+    // More values than one statement may bind on either back end.
+    QList<PublishedFood> many;
+    QList<PublishedExercise> moves;
+    QStringList manyText, movesText;
+    for (int i = 0; i < 2000; ++i) {
+        const char meal = "BLDS"[i * 4 / 2000];
+        many.append(food(meal, u"F%1"_s.arg(i), 1, i));
+        manyText.append(u"%1:F%2 1 %2"_s.arg(QLatin1Char(meal)).arg(i));
+        if (i % 10 == 0) {
+            moves.append({double(i), u"M%1"_s.arg(i), 1});
+            movesText.append(u"E:M%1 %1 1"_s.arg(i));
+        }
+    }
+    addRows("very many entries", both, dayUpdate(kDay, many, moves), false, true,
+            QStringList{
+                (manyText + movesText + QStringList{u"water 3"_s, u"weight 61.5 \"fine\""_s}).join(u", "_s),
+                bothNext});
 }
 
 void TestServerStore::apply()
@@ -528,6 +551,10 @@ void TestServerStore::apply()
             logged.append(kDay.addDays(i));
     }
     QCOMPARE(diary.loggedDays(ann, kDay.addDays(-1), kDay.addDays(5)), logged);
+
+    // Whatever happened before, the store takes the next publish.
+    QVERIFY2(diary.apply(ann, water(kDay, 7), &_error), qPrintable(_error));
+    QCOMPARE(diary.day(ann, kDay).cups, 7);
 }
 
 void TestServerStore::removeMember()
@@ -649,6 +676,8 @@ void TestServerStore::serverRestartsUnderneath()
         QSKIP(qPrintable(_pgUnavailable));
     QVERIFY2(openStore(u"postgresql"_s), qPrintable(_error));
     const qint64 ann = addMember(u"ann"_s);
+    ServerDiaryDB diary(*_db);
+    QVERIFY2(diary.apply(ann, water(kDay, 3), &_error), qPrintable(_error)); // its statements prepared
     // Every connection of the store is cut, as a restart of the database server would.
     std::unique_ptr<ServerDB> admin = reopen();
     QVERIFY(admin);
@@ -657,7 +686,6 @@ void TestServerStore::serverRestartsUnderneath()
                                   "WHERE datname = current_database() AND pid <> pg_backend_pid()"_s));
     QVERIFY(query.next());
 
-    ServerDiaryDB diary(*_db);
     QVERIFY2(diary.apply(ann, water(kDay, 4), &_error), qPrintable(_error));
     QCOMPARE(diary.day(ann, kDay).cups, 4);
 }
