@@ -635,6 +635,21 @@ bool ServerDB::execPrepared(QSqlQuery &query, const QVariantList &values, QStrin
     return query.exec() || failed(query, query.lastQuery(), error);
 }
 
+bool ServerDB::execNamed(QSqlQuery &query, const QVariantList &values, QString *error)
+{
+    for (qsizetype i = 0; i < values.size(); ++i)
+        query.bindValue(valueName(i), values.at(i));
+    return query.exec() || failed(query, query.lastQuery(), error);
+}
+
+const QString &ServerDB::valueName(qsizetype i)
+{
+    thread_local std::vector<QString> names;
+    while (qsizetype(names.size()) <= i)
+        names.push_back(u":v"_s + QString::number(names.size()));
+    return names[size_t(i)];
+}
+
 bool ServerDB::exec(QSqlQuery &query, const QString &sql, const QVariantList &values, QString *error)
 {
     return prepare(query, sql, error) && execPrepared(query, values, error);

@@ -119,15 +119,25 @@ template <typename Entry> QList<Entry> lastOfEachDate(const QList<Entry> &entrie
     return kept;
 }
 
-// count times item, separated by commas: "?, ?, ?", "(?, ?), (?, ?)".
-QString placeholders(qsizetype count, const QString &item = u"?"_s)
+// count groups of size placeholders, each in parentheses: "(:v0, :v1), (:v2, :v3)"; size 0
+// gives the list without them: ":v0, :v1".
+QString placeholders(qsizetype count, int size, qsizetype first = 0)
 {
     QString list;
-    list.reserve(count * (item.size() + 2));
+    list.reserve(count * (std::max(size, 1) * 8 + 4));
+    qsizetype next = first;
     for (qsizetype i = 0; i < count; ++i) {
         if (i)
             list += u", "_s;
-        list += item;
+        if (size > 0)
+            list += u'(';
+        for (int c = 0; c < std::max(size, 1); ++c) {
+            if (c)
+                list += u", "_s;
+            list += ServerDB::valueName(next++);
+        }
+        if (size > 0)
+            list += u')';
     }
     return list;
 }
@@ -184,9 +194,15 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
         [&](QSqlDatabase &, QString *workError) {
             // Two publishes of one member at once would both clear a day and then both fill it;
             // holding the member's row makes the second wait. (SQLite has one writer anyway.)
-            QSqlQuery *lock = _db.cached(postgres ? u"SELECT id FROM members WHERE id = ? FOR UPDATE"_s
-                                                  : u"SELECT id FROM members WHERE id = ?"_s,
-                                         workError);
+            // On PostgreSQL the same statement turns bitmap scans off for this transaction: every
+            // publish deletes the rows the last one wrote, and only a plain index scan marks their
+            // index entries dead as it passes. A bitmap scan would visit every row ever replaced,
+            // until a vacuum, and a member publishing often would slow down with each publish.
+            QSqlQuery *lock =
+                _db.cached(postgres ? u"SELECT id, set_config('enable_bitmapscan', 'off', true) FROM members "
+                                      "WHERE id = ? FOR UPDATE"_s
+                                    : u"SELECT id FROM members WHERE id = ?"_s,
+                           workError);
             if (!lock || !ServerDB::execPrepared(*lock, {memberId}, workError))
                 return false;
             const bool found = lock->next();
@@ -261,7 +277,7 @@ bool ServerDiaryDB::insertRows(const QString &head, qsizetype rows, int columns,
     return inPieces(rows, columns, 0, error, [&](qsizetype first, qsizetype count, QVariantList &values) {
         for (qsizetype i = first; i < first + count; ++i)
             rowValues(i, values);
-        return head + placeholders(count, u"("_s + placeholders(columns) + u")"_s) + tail;
+        return head + placeholders(count, columns) + tail;
     });
 }
 
@@ -272,8 +288,8 @@ bool ServerDiaryDB::deleteDates(const QString &table, qint64 memberId, const QSt
         values.append(memberId);
         for (qsizetype i = first; i < first + count; ++i)
             values.append(dates.at(i));
-        return u"DELETE FROM "_s + table + u" WHERE member_id = ? AND date IN ("_s + placeholders(count) +
-               u")"_s;
+        return u"DELETE FROM "_s + table + u" WHERE member_id = :v0 AND date IN ("_s +
+               placeholders(count, 0, 1) + u")"_s;
     });
 }
 
@@ -294,7 +310,7 @@ bool ServerDiaryDB::inPieces(qsizetype items, int valuesPerItem, int fixedValues
         values.reserve(fixedValues + count * valuesPerItem);
         const QString sql = piece(first, count, values);
         QSqlQuery *query = _db.cached(sql, error);
-        if (!query || !ServerDB::execPrepared(*query, values, error))
+        if (!query || !ServerDB::execNamed(*query, values, error))
             return false;
     }
     return true;
