@@ -612,14 +612,20 @@ bool ServerDB::prepare(QSqlQuery &query, const QString &sql, QString *error)
 
 QSqlQuery *ServerDB::cached(const QString &sql, QString *error)
 {
+    return cached(
+        sql, [&sql] { return sql; }, error);
+}
+
+QSqlQuery *ServerDB::cached(const QString &key, const std::function<QString()> &sql, QString *error)
+{
     QSqlDatabase db = connection();
     StatementCache &statements = *t_state.find(d->serial)->statements;
-    if (QSqlQuery *found = statements.find(sql))
+    if (QSqlQuery *found = statements.find(key))
         return found;
     QSqlQuery prepared(db);
-    if (!prepare(prepared, sql, error))
+    if (!prepare(prepared, sql(), error))
         return nullptr;
-    return statements.insert(sql, std::move(prepared));
+    return statements.insert(key, std::move(prepared));
 }
 
 int ServerDB::maxBoundValues() const

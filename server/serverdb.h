@@ -54,6 +54,9 @@ public:
     // once it is read (transaction() finishes them all when it ends). Good until the next call;
     // null, with the driver's text in *error, when it cannot be prepared.
     QSqlQuery *cached(const QString &sql, QString *error = nullptr);
+    // The same for a statement made up at run time, kept under a short key that names it
+    // (distinct from any SQL text): sql() makes it when it is not kept yet.
+    QSqlQuery *cached(const QString &key, const std::function<QString()> &sql, QString *error = nullptr);
     // The most values one statement may bind on this back end.
     int maxBoundValues() const;
 

@@ -274,27 +274,34 @@ bool ServerDiaryDB::insertRows(const QString &head, qsizetype rows, int columns,
                                const std::function<void(qsizetype, QVariantList &)> &rowValues,
                                QString *error)
 {
-    return inPieces(rows, columns, 0, error, [&](qsizetype first, qsizetype count, QVariantList &values) {
-        for (qsizetype i = first; i < first + count; ++i)
-            rowValues(i, values);
-        return head + placeholders(count, columns) + tail;
-    });
+    return inPieces(
+        rows, columns, 0, head + u"..."_s + tail,
+        [&](qsizetype count) { return head + placeholders(count, columns) + tail; },
+        [&](qsizetype first, qsizetype count, QVariantList &values) {
+            for (qsizetype i = first; i < first + count; ++i)
+                rowValues(i, values);
+        },
+        error);
 }
 
 bool ServerDiaryDB::deleteDates(const QString &table, qint64 memberId, const QStringList &dates,
                                 QString *error)
 {
-    return inPieces(dates.size(), 1, 1, error, [&](qsizetype first, qsizetype count, QVariantList &values) {
-        values.append(memberId);
-        for (qsizetype i = first; i < first + count; ++i)
-            values.append(dates.at(i));
-        return u"DELETE FROM "_s + table + u" WHERE member_id = :v0 AND date IN ("_s +
-               placeholders(count, 0, 1) + u")"_s;
-    });
+    const QString head = u"DELETE FROM "_s + table + u" WHERE member_id = :v0 AND date IN ("_s;
+    return inPieces(
+        dates.size(), 1, 1, head, [&](qsizetype count) { return head + placeholders(count, 0, 1) + u")"_s; },
+        [&](qsizetype first, qsizetype count, QVariantList &values) {
+            values.append(memberId);
+            for (qsizetype i = first; i < first + count; ++i)
+                values.append(dates.at(i));
+        },
+        error);
 }
 
-bool ServerDiaryDB::inPieces(qsizetype items, int valuesPerItem, int fixedValues, QString *error,
-                             const std::function<QString(qsizetype, qsizetype, QVariantList &)> &piece)
+bool ServerDiaryDB::inPieces(qsizetype items, int valuesPerItem, int fixedValues, const QString &name,
+                             const std::function<QString(qsizetype count)> &sql,
+                             const std::function<void(qsizetype, qsizetype, QVariantList &)> &pieceValues,
+                             QString *error)
 {
     if (items == 0)
         return true;
@@ -306,10 +313,12 @@ bool ServerDiaryDB::inPieces(qsizetype items, int valuesPerItem, int fixedValues
     QVariantList values;
     for (qsizetype first = 0; first < items; first += perPiece) {
         const qsizetype count = std::min(perPiece, items - first);
+        // Kept under the statement's beginning and its number of items: that says all of it.
+        QSqlQuery *query = _db.cached(
+            u"%1 [%2]"_s.arg(name).arg(count), [&sql, count] { return sql(count); }, error);
         values.clear();
         values.reserve(fixedValues + count * valuesPerItem);
-        const QString sql = piece(first, count, values);
-        QSqlQuery *query = _db.cached(sql, error);
+        pieceValues(first, count, values);
         if (!query || !ServerDB::execNamed(*query, values, error))
             return false;
     }

@@ -49,11 +49,14 @@ private:
     // The member's rows of the table on the dates.
     bool deleteDates(const QString &table, qint64 memberId, const QStringList &dates, QString *error);
     // Runs a statement over items in as few pieces as the back end's limit on bound values allows,
-    // each kept prepared: piece(first, count, values) appends the piece's values (fixedValues,
-    // then valuesPerItem for each item) and returns its SQL.
+    // each kept prepared under name (what the statement starts with) and its size: sql(count)
+    // makes the statement for count items, pieceValues(first, count, values) appends its values
+    // (fixedValues, then valuesPerItem for each item).
     bool
-    inPieces(qsizetype items, int valuesPerItem, int fixedValues, QString *error,
-             const std::function<QString(qsizetype first, qsizetype count, QVariantList &values)> &piece);
+    inPieces(qsizetype items, int valuesPerItem, int fixedValues, const QString &name,
+             const std::function<QString(qsizetype count)> &sql,
+             const std::function<void(qsizetype first, qsizetype count, QVariantList &values)> &pieceValues,
+             QString *error);
 
     ServerDB &_db;
 };
