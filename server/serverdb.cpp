@@ -21,6 +21,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <exception>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -204,6 +205,8 @@ struct ThreadState
 };
 
 thread_local ThreadState t_state;
+// Set in a store's SQLite writer thread: transactions it starts run where they are.
+thread_local bool t_writer = false;
 
 // Notes on the thread what a failed statement means for the transaction around it.
 void noteFailure(const QSqlQuery &query, bool mayRetry)
@@ -259,7 +262,84 @@ struct ServerDB::Private
     void parsePostgreSQL();
     bool configure(QSqlDatabase &db) const;
     bool migrate(ServerDB &q, QString *error);
+
+    // SQLite: every write transaction of the store runs in one thread of its own, on one
+    // connection, in the order asked. That connection's page cache stays warm (one that another
+    // connection wrote behind reads its pages again), and no turn is handed from thread to thread.
+    struct Job
+    {
+        const std::function<bool(QSqlDatabase &, QString *)> *work;
+        QString error;
+        bool ok = false;
+        bool done = false;
+        std::exception_ptr thrown;
+        std::condition_variable finished;
+    };
+    std::mutex writerMutex;
+    std::condition_variable writerWake;
+    std::deque<Job *> jobs;
+    std::thread writer;
+    bool stopping = false;
+
+    bool runByWriter(ServerDB &q, const std::function<bool(QSqlDatabase &, QString *)> &work,
+                     QString *error);
+    void writerLoop(ServerDB &q);
+    void stopWriter();
 };
+
+bool ServerDB::Private::runByWriter(ServerDB &q, const std::function<bool(QSqlDatabase &, QString *)> &work,
+                                    QString *error)
+{
+    Job job;
+    job.work = &work;
+    {
+        std::unique_lock lock(writerMutex);
+        if (!writer.joinable())
+            writer = std::thread([this, &q] { writerLoop(q); });
+        jobs.push_back(&job);
+        writerWake.notify_one();
+        job.finished.wait(lock, [&job] { return job.done; });
+    }
+    if (job.thrown)
+        std::rethrow_exception(job.thrown);
+    if (!job.ok && error)
+        *error = job.error;
+    return job.ok;
+}
+
+void ServerDB::Private::writerLoop(ServerDB &q)
+{
+    t_writer = true;
+    std::unique_lock lock(writerMutex);
+    for (;;) {
+        writerWake.wait(lock, [this] { return stopping || !jobs.empty(); });
+        if (jobs.empty())
+            return;
+        Job *job = jobs.front();
+        jobs.pop_front();
+        lock.unlock();
+        try {
+            job->ok = q.transaction(*job->work, &job->error);
+        } catch (...) {
+            job->thrown = std::current_exception();
+        }
+        lock.lock();
+        // Under the lock: the asker cannot see done, and let go of the job, before this is said.
+        job->done = true;
+        job->finished.notify_one();
+    }
+}
+
+void ServerDB::Private::stopWriter()
+{
+    {
+        std::lock_guard lock(writerMutex);
+        stopping = true;
+        writerWake.notify_one();
+    }
+    if (writer.joinable())
+        writer.join(); // its connection goes with the thread
+}
 
 void ServerDB::Private::parse()
 {
@@ -432,6 +512,7 @@ ServerDB::ServerDB(const QString &url)
 
 ServerDB::~ServerDB()
 {
+    d->stopWriter();
     std::lock_guard lock(d->registry->mutex);
     for (auto it = d->registry->connections.cbegin(); it != d->registry->connections.cend(); ++it) {
         (*it)->clear();
@@ -520,9 +601,11 @@ QSqlDatabase ServerDB::connection()
 
 bool ServerDB::transaction(const std::function<bool(QSqlDatabase &, QString *)> &work, QString *error)
 {
-    QSqlDatabase db = connection();
     const quint64 serial = d->serial;
     const auto entry = [serial]() { return t_state.find(serial); };
+    if (d->kind == Kind::SQLite && !t_writer && !(entry() && entry()->depth > 0))
+        return d->runByWriter(*this, work, error);
+    QSqlDatabase db = connection();
     QString workError;
     // Inside another transaction of this store on this thread: part of it.
     if (entry()->depth > 0) {

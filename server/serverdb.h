@@ -33,7 +33,8 @@ public:
     int schemaVersion();
     QSqlDatabase connection(); // this thread's own connection, opened on first use
     // One transaction; work returns false (and sets *error) to roll back. Retried on SQLite busy
-    // or PostgreSQL serialization/deadlock failures; SQLite writers are serialised in-process.
+    // or PostgreSQL serialization/deadlock failures. On SQLite, work runs in the store's one
+    // writer thread, on that thread's connection, while the caller waits.
     bool transaction(const std::function<bool(QSqlDatabase &db, QString *error)> &work, QString *error);
 
     // Prepares sql on the query's connection, binds values to its "?" placeholders in order and
