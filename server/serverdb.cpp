@@ -281,8 +281,7 @@ struct ServerDB::Private
     std::thread writer;
     bool stopping = false;
 
-    bool runByWriter(ServerDB &q, const std::function<bool(QSqlDatabase &, QString *)> &work,
-                     QString *error);
+    bool runByWriter(ServerDB &q, const std::function<bool(QSqlDatabase &, QString *)> &work, QString *error);
     void writerLoop(ServerDB &q);
     void stopWriter();
 };
