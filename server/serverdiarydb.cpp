@@ -2,6 +2,7 @@
 
 #include "server/serverdb.h"
 
+#include <QLocale>
 #include <QSet>
 #include <QSqlDatabase>
 #include <QSqlQuery>
@@ -142,6 +143,39 @@ QString placeholders(qsizetype count, int size, qsizetype first = 0)
     return list;
 }
 
+// value as JSON: null, a number, or a string. Numbers are finite (the update was checked).
+void appendJson(QString &json, const QVariant &value)
+{
+    switch (value.typeId()) {
+    case QMetaType::UnknownType:
+        json += u"null"_s;
+        return;
+    case QMetaType::Double:
+        json += QString::number(value.toDouble(), 'g', QLocale::FloatingPointShortest);
+        return;
+    case QMetaType::QString:
+        break;
+    default:
+        json += QString::number(value.toLongLong());
+        return;
+    }
+    const QString text = value.toString();
+    json += u'"';
+    for (const QChar c : text) {
+        if (c == u'"' || c == u'\\') {
+            json += u'\\';
+            json += c;
+        } else if (c.unicode() < 0x20) {
+            json += u"\\u00"_s;
+            json += QChar(u"0123456789abcdef"[c.unicode() >> 4]);
+            json += QChar(u"0123456789abcdef"[c.unicode() & 15]);
+        } else {
+            json += c;
+        }
+    }
+    json += u'"';
+}
+
 } // namespace
 
 ServerDiaryDB::ServerDiaryDB(ServerDB &db)
@@ -215,9 +249,9 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
             return deleteDates(u"diary_foods"_s, memberId, dates, workError) &&
                    deleteDates(u"diary_exercises"_s, memberId, dates, workError) &&
                    insertRows(
-                       u"INSERT INTO diary_foods (member_id, date, meal, position, qty, descr, "
-                       "serving, %1) VALUES "_s.arg(foodValueColumns()),
-                       foods.size(), 7 + int(kFoodValueNames.size()), QString(),
+                       u"diary_foods"_s,
+                       u"member_id, date, meal, position, qty, descr, serving, "_s + foodValueColumns(),
+                       QString(), foods.size(),
                        [&](qsizetype i, QVariantList &values) {
                            const Food &entry = foods.at(i);
                            const PublishedFood &food = *entry.food;
@@ -229,9 +263,8 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
                        },
                        workError) &&
                    insertRows(
-                       u"INSERT INTO diary_exercises (member_id, date, position, duration, descr, "
-                       "calories) VALUES "_s,
-                       exercises.size(), 6, QString(),
+                       u"diary_exercises"_s, u"member_id, date, position, duration, descr, calories"_s,
+                       QString(), exercises.size(),
                        [&](qsizetype i, QVariantList &values) {
                            const Exercise &entry = exercises.at(i);
                            values << memberId << dates.at(entry.day) << qint64(entry.position)
@@ -241,12 +274,11 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
                        workError) &&
                    deleteDates(u"checkins"_s, memberId, checkinDeletions, workError) &&
                    insertRows(
-                       u"INSERT INTO checkins (member_id, date, weight, chest, hips, thigh, waist, "
-                       "note) VALUES "_s,
-                       checkins.size(), 8,
+                       u"checkins"_s, u"member_id, date, weight, chest, hips, thigh, waist, note"_s,
                        u" ON CONFLICT (member_id, date) DO UPDATE SET weight = excluded.weight, "
                        "chest = excluded.chest, hips = excluded.hips, thigh = excluded.thigh, "
                        "waist = excluded.waist, note = excluded.note"_s,
+                       checkins.size(),
                        [&](qsizetype i, QVariantList &values) {
                            const PublishedCheckin &checkin = checkins.at(i);
                            values << memberId << dateText(checkin.date) << orNull(checkin.weight)
@@ -255,28 +287,65 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
                        },
                        workError) &&
                    insertRows(
-                       u"INSERT INTO waters (member_id, date, cups) VALUES "_s, waters.size(), 3,
-                       u" ON CONFLICT (member_id, date) DO UPDATE SET cups = excluded.cups"_s,
+                       u"waters"_s, u"member_id, date, cups"_s,
+                       u" ON CONFLICT (member_id, date) DO UPDATE SET cups = excluded.cups"_s, waters.size(),
                        [&](qsizetype i, QVariantList &values) {
                            values << memberId << dateText(waters.at(i).date) << waters.at(i).cups;
                        },
                        workError) &&
                    insertRows(
-                       u"INSERT INTO publishes (member_id, last_publish) VALUES "_s, 1, 2,
-                       u" ON CONFLICT (member_id) DO UPDATE SET last_publish = excluded.last_publish"_s,
+                       u"publishes"_s, u"member_id, last_publish"_s,
+                       u" ON CONFLICT (member_id) DO UPDATE SET last_publish = excluded.last_publish"_s, 1,
                        [&](qsizetype, QVariantList &values) { values << memberId << ServerDB::now(); },
                        workError);
         },
         error);
 }
 
-bool ServerDiaryDB::insertRows(const QString &head, qsizetype rows, int columns, const QString &tail,
+bool ServerDiaryDB::insertRows(const QString &table, const QString &columns, const QString &tail,
+                               qsizetype rows,
                                const std::function<void(qsizetype, QVariantList &)> &rowValues,
                                QString *error)
 {
+    if (rows == 0)
+        return true;
+    const QString head = u"INSERT INTO "_s + table + u" ("_s + columns + u") "_s;
+    if (_db.kind() == ServerDB::Kind::PostgreSQL) {
+        // One value, the rows as JSON: the driver runs a prepared statement by sending its values
+        // as text to be parsed, and a thousand of them cost more to parse than the rows to write.
+        const QStringList names = columns.split(u", "_s);
+        QString json;
+        json.reserve(rows * names.size() * 24);
+        json += u'[';
+        QVariantList values;
+        for (qsizetype i = 0; i < rows; ++i) {
+            values.clear();
+            rowValues(i, values);
+            json += i ? u",{"_s : u"{"_s;
+            for (qsizetype c = 0; c < names.size(); ++c) {
+                if (c)
+                    json += u',';
+                json += u'"';
+                json += names.at(c);
+                json += u"\":"_s;
+                appendJson(json, values.at(c));
+            }
+            json += u'}';
+        }
+        json += u']';
+        QSqlQuery *query = _db.cached(
+            head + u"..."_s,
+            [&] {
+                return head + u"SELECT "_s + columns + u" FROM jsonb_populate_recordset(NULL::"_s + table +
+                       u", ?::jsonb)"_s + tail;
+            },
+            error);
+        return query && ServerDB::execPrepared(*query, {json}, error);
+    }
+    const int columnCount = int(columns.count(u',') + 1);
     return inPieces(
-        rows, columns, 0, head + u"..."_s + tail,
-        [&](qsizetype count) { return head + placeholders(count, columns) + tail; },
+        rows, columnCount, 0, head + u"VALUES ..."_s + tail,
+        [&](qsizetype count) { return head + u"VALUES "_s + placeholders(count, columnCount) + tail; },
         [&](qsizetype first, qsizetype count, QVariantList &values) {
             for (qsizetype i = first; i < first + count; ++i)
                 rowValues(i, values);

@@ -42,8 +42,9 @@ public:
     std::optional<QDateTime> lastPublish(qint64 memberId); // UTC
 
 private:
-    // head + "(?, ...), (?, ...)" + tail for rows 0..rows-1; rowValues appends a row's values.
-    bool insertRows(const QString &head, qsizetype rows, int columns, const QString &tail,
+    // Rows 0..rows-1 into the table's columns, then tail (an ON CONFLICT clause or nothing);
+    // rowValues appends a row's values in the columns' order.
+    bool insertRows(const QString &table, const QString &columns, const QString &tail, qsizetype rows,
                     const std::function<void(qsizetype row, QVariantList &values)> &rowValues,
                     QString *error);
     // The member's rows of the table on the dates.

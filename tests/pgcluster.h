@@ -103,8 +103,8 @@ public:
                                   "fsync = off\n"
                                   "synchronous_commit = off\n"
                                   "full_page_writes = off\n"
-                                  "shared_buffers = 16MB\n"
-                                  "max_connections = 60\n")
+                                  "shared_buffers = 128MB\n"
+                                  "max_connections = 120\n")
                        .arg(socketDir())
                        .toUtf8());
         conf.close();

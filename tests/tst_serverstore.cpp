@@ -482,6 +482,10 @@ void TestServerStore::apply_data()
     addRows("database fails mid-publish", both,
             dayUpdate(kDay, {}) + checkin(kDay, std::nullopt) + water(next, 2) + water(kDay, 99), true, false,
             QStringList{bothFirst, bothNext});
+    const QString odd = u"Tea \"Earl\" 'Grey' \\ a\nb\t\u0001 \u00e9 \U0001F375"_s;
+    addRows("text kept as sent", DiaryUpdate(),
+            dayUpdate(kDay, {food('B', odd, 0.1, 80)}) + checkin(kDay, 60, odd), false, true,
+            QStringList{u"B:%1 0.1 80, weight 60 \"%1\""_s.arg(odd), QString()});
     // One at a time, the last entry for a date would have stood.
     addRows("later entries for a date win", both,
             water(kDay, 1) + checkin(kDay, 60) + water(kDay, 4) + checkin(kDay, std::nullopt) +
