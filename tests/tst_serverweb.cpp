@@ -3,6 +3,7 @@
 // chromium that logs in through the form and reads the rendered pages.
 
 #include "httptestserver.h"
+#include "pgcluster.h"
 #include "server/accountdb.h"
 #include "server/mealplandb.h"
 #include "server/metricsdb.h"
@@ -207,6 +208,7 @@ private:
     QString day(int daysAgo) const { return _today.addDays(-daysAgo).toString(Qt::ISODate); }
 
     TemporaryHome _home;
+    PgCluster _pg; // when the suite runs on PostgreSQL
     QDate _today = QDate::currentDate();
     std::unique_ptr<ServerDB> _db; // the test's own connection to the server's store
     // The server: tarnwell-server serve on a free loopback port, plain HTTP and TLS on it.
@@ -220,10 +222,18 @@ private:
 void TestServerWeb::initTestCase()
 {
     QVERIFY(_home.isValid());
-    const QString url = u"sqlite:"_s + _home.path() + u"/diary.sqlite"_s;
+    // The same pages on either store; CTest runs the suite once with each.
+    QString url = u"sqlite:"_s + _home.path() + u"/diary.sqlite"_s;
+    QString error;
+    if (qgetenv("TARNWELL_TEST_DATABASE") == "postgresql") {
+        if (!PgCluster::available(&error))
+            QSKIP(qPrintable(error));
+        QVERIFY2(_pg.start(&error), qPrintable(error));
+        url = _pg.emptyDatabase(&error);
+        QVERIFY2(!url.isEmpty(), qPrintable(error));
+    }
     const QString foods = _home.path() + u"/static.db"_s;
     QVERIFY(writeFoods(foods));
-    QString error;
     _db = std::make_unique<ServerDB>(url);
     QVERIFY2(_db->open(&error), qPrintable(error));
     AccountDB accounts(*_db);
