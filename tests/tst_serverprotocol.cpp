@@ -11,6 +11,7 @@
 #include "server/serverdb.h"
 #include "server/serverdiarydb.h"
 #include "testsupport.h"
+#include "webclient.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -366,6 +367,24 @@ void TestServerProtocol::mealPlanForTheProgram()
     OPEN_SITE();
     QVERIFY(makeProfile());
     const QDate today = QDate::currentDate();
+    // Planned on the web page, from the reference database the server has.
+    Client web(siteAddress().chopped(1));
+    QVERIFY(web.logIn(u"ann"_s, u"secret"_s));
+    const QString form = QString::fromUtf8(
+        web.get(u"/plan?food=9003&meal=B&date="_s + today.addDays(1).toString(Qt::ISODate)).body);
+    static const QRegularExpression medium(u"<option value=\"(\\d+)\"[^>]*>1 medium"_s);
+    const QString serving = medium.match(form).captured(1);
+    QVERIFY2(!serving.isEmpty(), qPrintable(form));
+    QCOMPARE(web.post(u"/plan"_s, {{u"csrf"_s, web.csrf()},
+                                   {u"action"_s, u"add"_s},
+                                   {u"food"_s, u"9003"_s},
+                                   {u"serving"_s, serving},
+                                   {u"qty"_s, u"2"_s},
+                                   {u"date"_s, today.addDays(1).toString(Qt::ISODate)},
+                                   {u"meal"_s, u"B"_s}})
+                 .status,
+             303);
+    // Text the document must carry intact, and a day beyond the week.
     MealPlanDB plans(*_site->db);
     QString error;
     for (const PlannedFood &food :
@@ -378,8 +397,10 @@ void TestServerProtocol::mealPlanForTheProgram()
     QCOMPARE(plan.err, QString());
     QCOMPARE(
         plan.out,
-        u"%1\tBreakfast\t1.5 x 1 bowl\tPorridge & \"honey\"\n%2\tEvening snack\t1 x 1 slice\tTea\\tcake\n"_s
-            .arg(today.addDays(2).toString(Qt::ISODate), today.addDays(3).toString(Qt::ISODate)));
+        u"%1\tBreakfast\t2 x 1 medium (3\" dia)\tApples, raw, with skin\n"
+        "%2\tBreakfast\t1.5 x 1 bowl\tPorridge & \"honey\"\n%3\tEvening snack\t1 x 1 slice\tTea\\tcake\n"_s
+            .arg(today.addDays(1).toString(Qt::ISODate), today.addDays(2).toString(Qt::ISODate),
+                 today.addDays(3).toString(Qt::ISODate)));
     cliOk(u"profile-set --web-password wrong"_s);
     QVERIFY(cli({u"mealplan"_s}).err.contains(u"bad login (3)"_s));
 }
