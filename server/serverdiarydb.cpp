@@ -176,6 +176,18 @@ void appendJson(QString &json, const QVariant &value)
     json += u'"';
 }
 
+// " ON CONFLICT (keys) DO UPDATE SET c = excluded.c, ..." for the columns that are not keys.
+QString upsert(const QString &keys, const QString &columns)
+{
+    const QStringList keyList = keys.split(u", "_s);
+    QStringList sets;
+    for (const QString &column : columns.split(u", "_s)) {
+        if (!keyList.contains(column))
+            sets.append(column + u" = excluded."_s + column);
+    }
+    return u" ON CONFLICT ("_s + keys + u") DO UPDATE SET "_s + sets.join(u", "_s);
+}
+
 } // namespace
 
 ServerDiaryDB::ServerDiaryDB(ServerDB &db)
@@ -215,8 +227,11 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
     };
     QList<Food> foods;
     QList<Exercise> exercises;
+    QList<qint64> foodCounts, exerciseCounts;
     for (qsizetype d = 0; d < days.size(); ++d) {
         dates.append(dateText(days.at(d).date));
+        foodCounts.append(days.at(d).foods.size());
+        exerciseCounts.append(days.at(d).exercises.size());
         for (qsizetype i = 0; i < days.at(d).foods.size(); ++i)
             foods.append({d, i, &days.at(d).foods.at(i)});
         for (qsizetype i = 0; i < days.at(d).exercises.size(); ++i)
@@ -226,17 +241,11 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
     const bool postgres = _db.kind() == ServerDB::Kind::PostgreSQL;
     return _db.transaction(
         [&](QSqlDatabase &, QString *workError) {
-            // Two publishes of one member at once would both clear a day and then both fill it;
-            // holding the member's row makes the second wait. (SQLite has one writer anyway.)
-            // On PostgreSQL the same statement turns bitmap scans off for this transaction: every
-            // publish deletes the rows the last one wrote, and only a plain index scan marks their
-            // index entries dead as it passes. A bitmap scan would visit every row ever replaced,
-            // until a vacuum, and a member publishing often would slow down with each publish.
-            QSqlQuery *lock =
-                _db.cached(postgres ? u"SELECT id, set_config('enable_bitmapscan', 'off', true) FROM members "
-                                      "WHERE id = ? FOR UPDATE"_s
-                                    : u"SELECT id FROM members WHERE id = ?"_s,
-                           workError);
+            // Two publishes of one member at once would interleave their rows; holding the
+            // member's row makes the second wait. (SQLite has one writer anyway.)
+            QSqlQuery *lock = _db.cached(postgres ? u"SELECT id FROM members WHERE id = ? FOR UPDATE"_s
+                                                  : u"SELECT id FROM members WHERE id = ?"_s,
+                                         workError);
             if (!lock || !ServerDB::execPrepared(*lock, {memberId}, workError))
                 return false;
             const bool found = lock->next();
@@ -246,25 +255,27 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
                 return false;
             }
 
-            return deleteDates(u"diary_foods"_s, memberId, dates, workError) &&
-                   deleteDates(u"diary_exercises"_s, memberId, dates, workError) &&
+            // Each day's entries land on its positions 0, 1, ...; what stood beyond them goes.
+            const QString foodColumns =
+                u"member_id, date, position, meal, qty, descr, serving, "_s + foodValueColumns();
+            const QString exerciseColumns = u"member_id, date, position, duration, descr, calories"_s;
+            return deleteBeyond(u"diary_foods"_s, memberId, dates, foodCounts, workError) &&
+                   deleteBeyond(u"diary_exercises"_s, memberId, dates, exerciseCounts, workError) &&
                    insertRows(
-                       u"diary_foods"_s,
-                       u"member_id, date, meal, position, qty, descr, serving, "_s + foodValueColumns(),
-                       QString(), foods.size(),
+                       u"diary_foods"_s, foodColumns, upsert(u"member_id, date, position"_s, foodColumns),
+                       foods.size(),
                        [&](qsizetype i, QVariantList &values) {
                            const Food &entry = foods.at(i);
                            const PublishedFood &food = *entry.food;
-                           values << memberId << dates.at(entry.day) << QString(food.meal)
-                                  << qint64(entry.position) << food.qty << text(food.desc)
-                                  << text(food.serving);
+                           values << memberId << dates.at(entry.day) << qint64(entry.position)
+                                  << QString(food.meal) << food.qty << text(food.desc) << text(food.serving);
                            for (const std::optional<double> &value : food.values)
                                values.append(orNull(value));
                        },
                        workError) &&
                    insertRows(
-                       u"diary_exercises"_s, u"member_id, date, position, duration, descr, calories"_s,
-                       QString(), exercises.size(),
+                       u"diary_exercises"_s, exerciseColumns,
+                       upsert(u"member_id, date, position"_s, exerciseColumns), exercises.size(),
                        [&](qsizetype i, QVariantList &values) {
                            const Exercise &entry = exercises.at(i);
                            values << memberId << dates.at(entry.day) << qint64(entry.position)
@@ -363,6 +374,27 @@ bool ServerDiaryDB::deleteDates(const QString &table, qint64 memberId, const QSt
             values.append(memberId);
             for (qsizetype i = first; i < first + count; ++i)
                 values.append(dates.at(i));
+        },
+        error);
+}
+
+bool ServerDiaryDB::deleteBeyond(const QString &table, qint64 memberId, const QStringList &dates,
+                                 const QList<qint64> &counts, QString *error)
+{
+    const QString head = u"DELETE FROM "_s + table + u" WHERE member_id = :v0 AND ("_s;
+    return inPieces(
+        dates.size(), 2, 1, head,
+        [&](qsizetype count) {
+            QStringList days;
+            for (qsizetype i = 0; i < count; ++i)
+                days.append(u"(date = %1 AND position >= %2)"_s.arg(ServerDB::valueName(1 + 2 * i),
+                                                                    ServerDB::valueName(2 + 2 * i)));
+            return head + days.join(u" OR "_s) + u')';
+        },
+        [&](qsizetype first, qsizetype count, QVariantList &values) {
+            values.append(memberId);
+            for (qsizetype i = first; i < first + count; ++i)
+                values << dates.at(i) << counts.at(i);
         },
         error);
 }

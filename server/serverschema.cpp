@@ -98,9 +98,19 @@ const char *const kMigration1[] = {
         last_publish {int} NOT NULL))",
 };
 
+// A day published again mostly keeps its entries where they were: each is updated in its place,
+// by its day and position, instead of deleted and written anew.
+const char *const kMigration2[] = {
+    "CREATE UNIQUE INDEX diary_foods_member_date_position ON diary_foods (member_id, date, position)",
+    "DROP INDEX diary_foods_member_date",
+    "CREATE UNIQUE INDEX diary_exercises_member_date_position ON diary_exercises (member_id, date, position)",
+    "DROP INDEX diary_exercises_member_date",
+};
+
 // Migrations in order: index 0 is version 1. Applied ones are never edited; a change is a new one.
 const std::span<const char *const> kMigrations[] = {
     std::span<const char *const>(kMigration1),
+    std::span<const char *const>(kMigration2),
 };
 
 struct Dialect
