@@ -2,6 +2,9 @@
 
 #include "server/serverdb.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLocale>
 #include <QSet>
 #include <QSqlDatabase>
@@ -44,14 +47,6 @@ QVariant orNull(const std::optional<double> &value)
 std::optional<double> optionalReal(const QVariant &value)
 {
     return value.isNull() ? std::nullopt : std::optional<double>(value.toDouble());
-}
-
-QString foodValueColumns()
-{
-    QStringList names;
-    for (const char *name : kFoodValueNames)
-        names.append(QLatin1String(name));
-    return names.join(", "_L1);
 }
 
 // What is wrong with the update, or nothing. Checked whole before anything is written.
@@ -143,23 +138,8 @@ QString placeholders(qsizetype count, int size, qsizetype first = 0)
     return list;
 }
 
-// value as JSON: null, a number, or a string. Numbers are finite (the update was checked).
-void appendJson(QString &json, const QVariant &value)
+void appendString(QString &json, const QString &text)
 {
-    switch (value.typeId()) {
-    case QMetaType::UnknownType:
-        json += u"null"_s;
-        return;
-    case QMetaType::Double:
-        json += QString::number(value.toDouble(), 'g', QLocale::FloatingPointShortest);
-        return;
-    case QMetaType::QString:
-        break;
-    default:
-        json += QString::number(value.toLongLong());
-        return;
-    }
-    const QString text = value.toString();
     json += u'"';
     for (const QChar c : text) {
         if (c == u'"' || c == u'\\') {
@@ -174,6 +154,100 @@ void appendJson(QString &json, const QVariant &value)
         }
     }
     json += u'"';
+}
+
+// Numbers are finite: the update was checked.
+void appendNumber(QString &json, const char *name, double value)
+{
+    json += u",\""_s + QLatin1String(name) + u"\":"_s +
+            QString::number(value, 'g', QLocale::FloatingPointShortest);
+}
+
+// A day's foods as kept: [{"meal":"B","qty":1.5,"desc":...,"serving":...,"calories":120,...}, ...],
+// an unknown value left out.
+QString foodsJson(const QList<PublishedFood> &foods)
+{
+    QString json;
+    json.reserve(foods.size() * 200 + 2);
+    json += u'[';
+    for (const PublishedFood &food : foods) {
+        if (json.size() > 1)
+            json += u',';
+        json += u"{\"meal\":"_s;
+        appendString(json, QString(food.meal));
+        appendNumber(json, "qty", food.qty);
+        json += u",\"desc\":"_s;
+        appendString(json, food.desc);
+        json += u",\"serving\":"_s;
+        appendString(json, food.serving);
+        for (size_t i = 0; i < food.values.size(); ++i) {
+            if (food.values[i])
+                appendNumber(json, kFoodValueNames[i], *food.values[i]);
+        }
+        json += u'}';
+    }
+    return json + u']';
+}
+
+QString exercisesJson(const QList<PublishedExercise> &exercises)
+{
+    QString json = u"["_s;
+    for (const PublishedExercise &exercise : exercises) {
+        if (json.size() > 1)
+            json += u',';
+        json += u"{\"desc\":"_s;
+        appendString(json, exercise.desc);
+        appendNumber(json, "duration", exercise.duration);
+        appendNumber(json, "calories", exercise.calories);
+        json += u'}';
+    }
+    return json + u']';
+}
+
+QJsonArray readArray(const QVariant &json)
+{
+    return QJsonDocument::fromJson(json.toString().toUtf8()).array();
+}
+
+int mealRank(QChar meal)
+{
+    return meal == 'B'_L1 ? 0 : meal == 'L'_L1 ? 1 : meal == 'D'_L1 ? 2 : 3;
+}
+
+// In meal order (B L D S), and as published within a meal.
+QList<PublishedFood> readFoods(const QVariant &json)
+{
+    QList<PublishedFood> foods;
+    for (const QJsonValue &entry : readArray(json)) {
+        const QJsonObject object = entry.toObject();
+        PublishedFood food;
+        const QString meal = object.value("meal"_L1).toString();
+        food.meal = meal.isEmpty() ? QChar() : meal.at(0);
+        food.qty = object.value("qty"_L1).toDouble();
+        food.desc = object.value("desc"_L1).toString();
+        food.serving = object.value("serving"_L1).toString();
+        for (size_t i = 0; i < food.values.size(); ++i) {
+            const QJsonValue value = object.value(QLatin1String(kFoodValueNames[i]));
+            if (value.isDouble())
+                food.values[i] = value.toDouble();
+        }
+        foods.append(food);
+    }
+    std::stable_sort(foods.begin(), foods.end(), [](const PublishedFood &a, const PublishedFood &b) {
+        return mealRank(a.meal) < mealRank(b.meal);
+    });
+    return foods;
+}
+
+QList<PublishedExercise> readExercises(const QVariant &json)
+{
+    QList<PublishedExercise> exercises;
+    for (const QJsonValue &entry : readArray(json)) {
+        const QJsonObject object = entry.toObject();
+        exercises.append({object.value("duration"_L1).toDouble(), object.value("desc"_L1).toString(),
+                          object.value("calories"_L1).toDouble()});
+    }
+    return exercises;
 }
 
 // " ON CONFLICT (keys) DO UPDATE SET c = excluded.c, ..." for the columns that are not keys.
@@ -214,28 +288,18 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
         else
             checkins.append(checkin);
     }
-    // Each entry with its day and its position there.
-    struct Food
+    // Days with entries are written whole; a day without any is cleared.
+    struct DayRow
     {
-        qsizetype day, position;
-        const PublishedFood *food;
+        QString date, foods, exercises;
     };
-    struct Exercise
-    {
-        qsizetype day, position;
-        const PublishedExercise *exercise;
-    };
-    QList<Food> foods;
-    QList<Exercise> exercises;
-    QList<qint64> foodCounts, exerciseCounts;
-    for (qsizetype d = 0; d < days.size(); ++d) {
-        dates.append(dateText(days.at(d).date));
-        foodCounts.append(days.at(d).foods.size());
-        exerciseCounts.append(days.at(d).exercises.size());
-        for (qsizetype i = 0; i < days.at(d).foods.size(); ++i)
-            foods.append({d, i, &days.at(d).foods.at(i)});
-        for (qsizetype i = 0; i < days.at(d).exercises.size(); ++i)
-            exercises.append({d, i, &days.at(d).exercises.at(i)});
+    QList<DayRow> filled;
+    QStringList cleared;
+    for (const PublishedDay &day : days) {
+        if (day.foods.isEmpty() && day.exercises.isEmpty())
+            cleared.append(dateText(day.date));
+        else
+            filled.append({dateText(day.date), foodsJson(day.foods), exercisesJson(day.exercises)});
     }
 
     const bool postgres = _db.kind() == ServerDB::Kind::PostgreSQL;
@@ -255,32 +319,13 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
                 return false;
             }
 
-            // Each day's entries land on its positions 0, 1, ...; what stood beyond them goes.
-            const QString foodColumns =
-                u"member_id, date, position, meal, qty, descr, serving, "_s + foodValueColumns();
-            const QString exerciseColumns = u"member_id, date, position, duration, descr, calories"_s;
-            return deleteBeyond(u"diary_foods"_s, memberId, dates, foodCounts, workError) &&
-                   deleteBeyond(u"diary_exercises"_s, memberId, dates, exerciseCounts, workError) &&
+            const QString dayColumns = u"member_id, date, foods, exercises"_s;
+            return deleteDates(u"diary_days"_s, memberId, cleared, workError) &&
                    insertRows(
-                       u"diary_foods"_s, foodColumns, upsert(u"member_id, date, position"_s, foodColumns),
-                       foods.size(),
+                       u"diary_days"_s, dayColumns, upsert(u"member_id, date"_s, dayColumns), filled.size(),
                        [&](qsizetype i, QVariantList &values) {
-                           const Food &entry = foods.at(i);
-                           const PublishedFood &food = *entry.food;
-                           values << memberId << dates.at(entry.day) << qint64(entry.position)
-                                  << QString(food.meal) << food.qty << text(food.desc) << text(food.serving);
-                           for (const std::optional<double> &value : food.values)
-                               values.append(orNull(value));
-                       },
-                       workError) &&
-                   insertRows(
-                       u"diary_exercises"_s, exerciseColumns,
-                       upsert(u"member_id, date, position"_s, exerciseColumns), exercises.size(),
-                       [&](qsizetype i, QVariantList &values) {
-                           const Exercise &entry = exercises.at(i);
-                           values << memberId << dates.at(entry.day) << qint64(entry.position)
-                                  << entry.exercise->duration << text(entry.exercise->desc)
-                                  << entry.exercise->calories;
+                           values << memberId << filled.at(i).date << filled.at(i).foods
+                                  << filled.at(i).exercises;
                        },
                        workError) &&
                    deleteDates(u"checkins"_s, memberId, checkinDeletions, workError) &&
@@ -321,38 +366,6 @@ bool ServerDiaryDB::insertRows(const QString &table, const QString &columns, con
     if (rows == 0)
         return true;
     const QString head = u"INSERT INTO "_s + table + u" ("_s + columns + u") "_s;
-    if (_db.kind() == ServerDB::Kind::PostgreSQL) {
-        // One value, the rows as JSON: the driver runs a prepared statement by sending its values
-        // as text to be parsed, and a thousand of them cost more to parse than the rows to write.
-        const QStringList names = columns.split(u", "_s);
-        QString json;
-        json.reserve(rows * names.size() * 24);
-        json += u'[';
-        QVariantList values;
-        for (qsizetype i = 0; i < rows; ++i) {
-            values.clear();
-            rowValues(i, values);
-            json += i ? u",{"_s : u"{"_s;
-            for (qsizetype c = 0; c < names.size(); ++c) {
-                if (c)
-                    json += u',';
-                json += u'"';
-                json += names.at(c);
-                json += u"\":"_s;
-                appendJson(json, values.at(c));
-            }
-            json += u'}';
-        }
-        json += u']';
-        QSqlQuery *query = _db.cached(
-            head + u"..."_s,
-            [&] {
-                return head + u"SELECT "_s + columns + u" FROM jsonb_populate_recordset(NULL::"_s + table +
-                       u", ?::jsonb)"_s + tail;
-            },
-            error);
-        return query && ServerDB::execPrepared(*query, {json}, error);
-    }
     const int columnCount = int(columns.count(u',') + 1);
     return inPieces(
         rows, columnCount, 0, head + u"VALUES ..."_s + tail,
@@ -374,27 +387,6 @@ bool ServerDiaryDB::deleteDates(const QString &table, qint64 memberId, const QSt
             values.append(memberId);
             for (qsizetype i = first; i < first + count; ++i)
                 values.append(dates.at(i));
-        },
-        error);
-}
-
-bool ServerDiaryDB::deleteBeyond(const QString &table, qint64 memberId, const QStringList &dates,
-                                 const QList<qint64> &counts, QString *error)
-{
-    const QString head = u"DELETE FROM "_s + table + u" WHERE member_id = :v0 AND ("_s;
-    return inPieces(
-        dates.size(), 2, 1, head,
-        [&](qsizetype count) {
-            QStringList days;
-            for (qsizetype i = 0; i < count; ++i)
-                days.append(u"(date = %1 AND position >= %2)"_s.arg(ServerDB::valueName(1 + 2 * i),
-                                                                    ServerDB::valueName(2 + 2 * i)));
-            return head + days.join(u" OR "_s) + u')';
-        },
-        [&](qsizetype first, qsizetype count, QVariantList &values) {
-            values.append(memberId);
-            for (qsizetype i = first; i < first + count; ++i)
-                values << dates.at(i) << counts.at(i);
         },
         error);
 }
@@ -433,33 +425,11 @@ ServerDiaryDB::Day ServerDiaryDB::day(qint64 memberId, const QDate &date)
     const QString text = dateText(date);
     QSqlQuery query(_db.connection());
 
-    if (ServerDB::exec(
-            query,
-            u"SELECT meal, qty, descr, serving, %1 FROM diary_foods WHERE member_id = ? AND date = ? "
-            "ORDER BY CASE meal WHEN 'B' THEN 0 WHEN 'L' THEN 1 WHEN 'D' THEN 2 ELSE 3 END, "
-            "position"_s.arg(foodValueColumns()),
-            {memberId, text})) {
-        while (query.next()) {
-            PublishedFood food;
-            const QString meal = query.value(0).toString(); // one letter, by the table's check
-            food.meal = meal.isEmpty() ? QChar() : meal.at(0);
-            food.qty = query.value(1).toDouble();
-            food.desc = query.value(2).toString();
-            food.serving = query.value(3).toString();
-            for (size_t i = 0; i < food.values.size(); ++i)
-                food.values[i] = optionalReal(query.value(int(4 + i)));
-            day.foods.append(food);
-        }
-    }
-
-    if (ServerDB::exec(
-            query,
-            u"SELECT duration, descr, calories FROM diary_exercises WHERE member_id = ? AND date = ? "
-            "ORDER BY position"_s,
-            {memberId, text})) {
-        while (query.next())
-            day.exercises.append(
-                {query.value(0).toDouble(), query.value(1).toString(), query.value(2).toDouble()});
+    if (ServerDB::exec(query, u"SELECT foods, exercises FROM diary_days WHERE member_id = ? AND date = ?"_s,
+                       {memberId, text}) &&
+        query.next()) {
+        day.foods = readFoods(query.value(0));
+        day.exercises = readExercises(query.value(1));
     }
 
     if (ServerDB::exec(query, u"SELECT cups FROM waters WHERE member_id = ? AND date = ?"_s,
@@ -481,14 +451,11 @@ QList<QDate> ServerDiaryDB::loggedDays(qint64 memberId, const QDate &from, const
     QList<QDate> days;
     const QString first = dateText(from), last = dateText(to);
     QSqlQuery query(_db.connection());
-    const QString sql = u"SELECT date FROM diary_foods WHERE member_id = ? AND date BETWEEN ? AND ? "
-                        "UNION SELECT date FROM diary_exercises WHERE member_id = ? AND date BETWEEN ? AND ? "
+    const QString sql = u"SELECT date FROM diary_days WHERE member_id = ? AND date BETWEEN ? AND ? "
                         "UNION SELECT date FROM checkins WHERE member_id = ? AND date BETWEEN ? AND ? "
                         "UNION SELECT date FROM waters WHERE member_id = ? AND date BETWEEN ? AND ? "
                         "ORDER BY 1"_s;
-    if (ServerDB::exec(
-            query, sql,
-            {memberId, first, last, memberId, first, last, memberId, first, last, memberId, first, last})) {
+    if (ServerDB::exec(query, sql, {memberId, first, last, memberId, first, last, memberId, first, last})) {
         while (query.next())
             days.append(QDate::fromString(query.value(0).toString(), Qt::ISODate));
     }

@@ -47,9 +47,6 @@ private:
     bool insertRows(const QString &table, const QString &columns, const QString &tail, qsizetype rows,
                     const std::function<void(qsizetype row, QVariantList &values)> &rowValues,
                     QString *error);
-    // The member's rows of the table on dates[i] at positions counts[i] and beyond.
-    bool deleteBeyond(const QString &table, qint64 memberId, const QStringList &dates,
-                      const QList<qint64> &counts, QString *error);
     // The member's rows of the table on the dates.
     bool deleteDates(const QString &table, qint64 memberId, const QStringList &dates, QString *error);
     // Runs a statement over items in as few pieces as the back end's limit on bound values allows,

@@ -12,6 +12,7 @@
 
 #include <QCryptographicHash>
 #include <QElapsedTimer>
+#include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
 #include <QThread>
@@ -120,8 +121,8 @@ private:
         addRows("store");
     }
 
-    // A fresh, opened store of the row's back end: _db, _url.
-    bool openStore(const QString &backend)
+    // A fresh, opened store of the row's back end: _db, _url. Unopened, its database is empty.
+    bool openStore(const QString &backend, bool open = true)
     {
         if (backend == QLatin1String("sqlite")) {
             _url = u"sqlite:%1/store%2.sqlite"_s.arg(_home->path()).arg(++_stores);
@@ -131,7 +132,7 @@ private:
                 return false;
         }
         _db = std::make_unique<ServerDB>(_url);
-        return _db->open(&_error);
+        return !open || _db->open(&_error);
     }
 
     // A second store on the same database, as another process would have it.
@@ -168,6 +169,8 @@ private slots:
     void urls();
     void migrations_data() { backendsOnly(); }
     void migrations();
+    void firstSchemaCarriedOver_data() { backendsOnly(); }
+    void firstSchemaCarriedOver();
     void sameSchemaOnBoth();
     void addMember_data();
     void addMember();
@@ -262,6 +265,37 @@ void TestServerStore::migrations()
                            {ServerSchema::latestVersion() + 1}));
     QVERIFY(!reopen());
     QVERIFY2(_error.contains(u"newer"_s), qPrintable(_error));
+}
+
+void TestServerStore::firstSchemaCarriedOver()
+{
+    QFETCH(QString, backend);
+    if (backend == QLatin1String("postgresql") && !_pgUnavailable.isEmpty())
+        QSKIP(qPrintable(_pgUnavailable));
+    QVERIFY2(openStore(backend, false), qPrintable(_error));
+    QSqlQuery query(_db->connection());
+    QVERIFY(query.exec(ServerSchema::bookkeeping(_db->kind())));
+    for (const QString &statement : ServerSchema::statements(1, _db->kind()))
+        QVERIFY2(query.exec(statement), qPrintable(query.lastError().text()));
+    const QString day = kDay.toString(Qt::ISODate);
+    for (
+        const auto &[sql, values] : std::initializer_list<std::pair<QString, QVariantList>>{
+            {u"INSERT INTO schema_migrations (version, applied) VALUES (1, 0)"_s, {}},
+            {u"INSERT INTO members (id, name, pw_hash, created) VALUES (7, 'ann', 'x', 0)"_s, {}},
+            {u"INSERT INTO diary_foods (member_id, date, meal, position, qty, descr, serving, calories) "
+             "VALUES (7, ?, 'D', 0, 1, 'Pasta', 'plate', 480), (7, ?, 'B', 1, 2, 'Toast \"1\"', 'slice', NULL)"_s,
+             {day, day}},
+            {u"INSERT INTO diary_exercises (member_id, date, position, duration, descr, calories) "
+             "VALUES (7, ?, 0, 30, 'Walk', 120)"_s,
+             {kDay.addDays(1).toString(Qt::ISODate)}}})
+        QVERIFY2(ServerDB::exec(query, sql, values, &_error), qPrintable(_error));
+    query.finish();
+    std::unique_ptr<ServerDB> store = reopen();
+    QVERIFY2(store, qPrintable(_error));
+    QCOMPARE(store->schemaVersion(), ServerSchema::latestVersion());
+    ServerDiaryDB diary(*store);
+    QCOMPARE(describe(diary.day(7, kDay)), u"B:Toast \"1\" 2 ?, D:Pasta 1 480"_s);
+    QCOMPARE(describe(diary.day(7, kDay.addDays(1))), u"E:Walk 30 120"_s);
 }
 
 void TestServerStore::sameSchemaOnBoth()
@@ -581,8 +615,7 @@ void TestServerStore::removeMember()
     AccountDB accounts(*_db);
     QVERIFY2(accounts.removeMember(u"ann"_s, &_error), qPrintable(_error));
     QVERIFY(!accounts.removeMember(u"ann"_s, &_error));
-    for (const char *table :
-         {"diary_foods", "diary_exercises", "checkins", "waters", "meal_plans", "publishes"}) {
+    for (const char *table : {"diary_days", "checkins", "waters", "meal_plans", "publishes"}) {
         const QString count = u"SELECT member_id FROM %1 ORDER BY 1"_s.arg(QLatin1String(table));
         QCOMPARE(column(*_db, count), QStringList{QString::number(bob)});
     }
