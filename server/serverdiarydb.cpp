@@ -5,13 +5,13 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLocale>
 #include <QSet>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QStringList>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 
 using namespace Qt::StringLiterals;
@@ -156,11 +156,19 @@ void appendString(QString &json, const QString &text)
     json += u'"';
 }
 
-// Numbers are finite: the update was checked.
+// Numbers are finite: the update was checked. The shortest text that reads back the same.
 void appendNumber(QString &json, const char *name, double value)
 {
-    json += u",\""_s + QLatin1String(name) + u"\":"_s +
-            QString::number(value, 'g', QLocale::FloatingPointShortest);
+    char text[64];
+    char *end = text;
+    *end++ = ',';
+    *end++ = '"';
+    for (const char *c = name; *c; ++c)
+        *end++ = *c;
+    *end++ = '"';
+    *end++ = ':';
+    end = std::to_chars(end, text + sizeof text, value).ptr;
+    json += QLatin1StringView(text, end - text);
 }
 
 // A day's foods as kept: [{"meal":"B","qty":1.5,"desc":...,"serving":...,"calories":120,...}, ...],
