@@ -37,66 +37,11 @@ constexpr int kSQLiteBusyTimeoutMs = 10000;
 // Statements kept prepared on one connection; past this many, the least used lately goes.
 constexpr qsizetype kCachedStatements = 48;
 
-// Taken by every SQLite write transaction of the process: SQLite has one writer at a time anyway,
-// and waiting here is cheaper than spinning on its busy handler. Handed to the waiters in the
-// order they came: a plain mutex lets the thread that just let go take it again at once, and
-// under load some publishes then wait many turns. Recursive, so that work which opens a
-// transaction on a second store of the same thread fails as busy instead of hanging.
-class WriteTurns
-{
-public:
-    void lock()
-    {
-        std::unique_lock lock(_mutex);
-        const std::thread::id me = std::this_thread::get_id();
-        if (_owner == me) {
-            ++_depth;
-            return;
-        }
-        if (_owner == std::thread::id() && _waiting.empty()) {
-            _owner = me;
-            _depth = 1;
-            return;
-        }
-        Waiter waiter;
-        waiter.id = me;
-        _waiting.push_back(&waiter);
-        waiter.turn.wait(lock, [&waiter] { return waiter.granted; });
-    }
-
-    void unlock()
-    {
-        std::lock_guard lock(_mutex);
-        if (--_depth > 0)
-            return;
-        if (_waiting.empty()) {
-            _owner = std::thread::id();
-            return;
-        }
-        // Handed over, not released: nobody can slip in between.
-        Waiter *next = _waiting.front();
-        _waiting.pop_front();
-        _owner = next->id;
-        _depth = 1;
-        next->granted = true;
-        next->turn.notify_one();
-    }
-
-private:
-    struct Waiter
-    {
-        std::thread::id id;
-        std::condition_variable turn;
-        bool granted = false;
-    };
-
-    std::mutex _mutex;
-    std::deque<Waiter *> _waiting;
-    std::thread::id _owner;
-    int _depth = 0;
-};
-
-WriteTurns g_sqliteWriteLock;
+// Taken by every SQLite write transaction of the process, in the stores' writer threads: SQLite
+// has one writer at a time anyway, and waiting here is cheaper than spinning on its busy handler.
+// Recursive, so that work which opens a transaction on a second store of the same thread fails as
+// busy instead of hanging.
+std::recursive_mutex g_sqliteWriteLock;
 // Names every migration takes on PostgreSQL, so that two servers starting at once do not both
 // create the tables.
 constexpr qint64 kMigrationLockKey = 0x7461726e77656c6c; // "tarnwell"
@@ -615,7 +560,7 @@ bool ServerDB::transaction(const std::function<bool(QSqlDatabase &, QString *)> 
     }
 
     for (int attempt = 1;; ++attempt) {
-        std::unique_lock<WriteTurns> writeLock(g_sqliteWriteLock, std::defer_lock);
+        std::unique_lock writeLock(g_sqliteWriteLock, std::defer_lock);
         if (d->kind == Kind::SQLite)
             writeLock.lock();
         t_state.retryable = false;
