@@ -145,7 +145,10 @@ bool keyMatches(const QByteArray &certificatePem, const QByteArray &keyPem)
 QByteArray errorReply(int status, const QString &why)
 {
     const QByteArray body = why.toUtf8() + '\n';
-    const char *reason = status == 413 ? "Payload Too Large" : "Bad Request";
+    const char *reason = status == 411   ? "Length Required"
+                         : status == 413 ? "Payload Too Large"
+                         : status == 431 ? "Request Header Fields Too Large"
+                                         : "Bad Request";
     return "HTTP/1.1 " + QByteArray::number(status) + ' ' + reason +
            "\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: " +
            QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body;
@@ -271,7 +274,7 @@ private:
             const qsizetype end = headerEnd(_head, std::max<qsizetype>(0, before - 2));
             if (end < 0 || end > limits.header) {
                 if (_head.size() > limits.header)
-                    return refuse(413, QStringLiteral("request header too large"));
+                    return refuse(431, QStringLiteral("request header too large"));
                 i += take;
                 continue;
             }
@@ -281,7 +284,7 @@ private:
             if (!head.bad.isEmpty())
                 return refuse(400, head.bad);
             if (head.transferCoding)
-                return refuse(413, QStringLiteral("send the body with a Content-Length"));
+                return refuse(411, QStringLiteral("send the body with a Content-Length"));
             if (head.contentLength > _listener->bodyLimit(head.path))
                 return refuse(413, QStringLiteral("request body too large"));
             _bodyLeft = head.contentLength;

@@ -1,11 +1,11 @@
 #pragma once
 
 // The front door of the server: a QTcpServer that Qt HttpServer is bound to. It sees every byte
-// of every request before the HTTP server does, and refuses (413 with "Connection: close") a
-// request whose Content-Length is over the limit for its path, whose header is over the header
-// limit, or whose body is sent with a transfer coding; the refusal comes as soon as the header
-// says so, before the body is read, and the rest of the connection is never handed on. A
-// connection that stays silent is dropped: its header must be complete within the idle time,
+// of every request before the HTTP server does, and refuses (with "Connection: close") a request
+// whose Content-Length is over the limit for its path (413), whose header is over the header
+// limit (431), or whose body is sent with a transfer coding (411); the refusal comes as soon as
+// the header says so, before the body is read, and the rest of the connection is never handed
+// on. A connection that stays silent is dropped: its header must be complete within the idle time,
 // and a body must keep coming.
 //
 // With a certificate and key, TLS and plain HTTP share the port: the first byte of a connection
