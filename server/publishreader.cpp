@@ -18,6 +18,7 @@ public:
     explicit SafeReader(QByteArrayView xml)
         : _xml(QByteArray::fromRawData(xml.data(), xml.size()))
     {
+        _xml.setNamespaceProcessing(false); // the documents use none; resolving prefixes is work
     }
 
     // The next start element within the current one; false at its end, at the end of the
