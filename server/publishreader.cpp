@@ -1,5 +1,7 @@
 #include "server/publishreader.h"
 
+#include "server/plainxml.h"
+
 #include <QHash>
 #include <QSet>
 #include <QXmlStreamReader>
@@ -11,7 +13,7 @@ namespace {
 
 // A pull reader of start elements that refuses what the documents never hold: a DTD, entity
 // references, deep nesting and long attribute values. Text, comments and processing
-// instructions are passed over.
+// instructions are passed over. It reads with Qt's XML reader, or replays what PlainXml read.
 class SafeReader
 {
 public:
@@ -20,11 +22,27 @@ public:
     {
         _xml.setNamespaceProcessing(false); // the documents use none; resolving prefixes is work
     }
+    explicit SafeReader(const PlainXml &plain)
+        : _plain(&plain)
+    {
+    }
 
     // The next start element within the current one; false at its end, at the end of the
     // document or on an error (see failed()).
     bool nextChild()
     {
+        if (_plain) {
+            if (_failed || _next == _plain->events().size())
+                return false;
+            const PlainXml::Event &event = _plain->events()[_next++];
+            if (!event.start) {
+                --_depth;
+                return false;
+            }
+            ++_depth;
+            _current = &event;
+            return true;
+        }
         while (!_failed) {
             // Let go of the last element's attributes first: the reader would copy them otherwise.
             _attributes = QXmlStreamAttributes();
@@ -66,6 +84,8 @@ public:
     // The end of the document must follow the root: only comments and white space may.
     bool finish()
     {
+        if (_plain)
+            return !_failed; // PlainXml read the document to its end
         _attributes = QXmlStreamAttributes();
         while (!_failed && !_xml.atEnd()) {
             const QXmlStreamReader::TokenType token = _xml.readNext();
@@ -86,23 +106,27 @@ public:
         return false;
     }
 
-    QStringView name() const { return _xml.name(); }
-    // The current element's attribute of that (qualified) name, or null.
-    const QXmlStreamAttribute *find(const char *name) const
+    QStringView name() const { return _plain ? _current->name : _xml.name(); }
+    // The value of the current element's attribute of that (qualified) name, if it has one.
+    std::optional<QStringView> find(const char *name) const
     {
         const QLatin1StringView wanted(name);
+        if (_plain) {
+            const auto first = _plain->attributes().cbegin() + _current->firstAttribute;
+            for (auto a = first; a != first + _current->attributeCount; ++a) {
+                if (a->name.size() == wanted.size() && a->name == wanted)
+                    return a->value;
+            }
+            return std::nullopt;
+        }
         for (const QXmlStreamAttribute &a : _attributes) {
             const QStringView found = a.qualifiedName();
             if (found.size() == wanted.size() && found == wanted)
-                return &a;
+                return a.value();
         }
-        return nullptr;
+        return std::nullopt;
     }
-    QStringView attribute(const char *name) const
-    {
-        const QXmlStreamAttribute *found = find(name);
-        return found ? found->value() : QStringView();
-    }
+    QStringView attribute(const char *name) const { return find(name).value_or(QStringView()); }
     bool failed() const { return _failed; }
     QString error() const { return _error; }
 
@@ -119,11 +143,11 @@ public:
     bool number(const char *attributeName, std::optional<double> *out, bool required)
     {
         out->reset();
-        const QXmlStreamAttribute *found = find(attributeName);
+        const std::optional<QStringView> found = find(attributeName);
         if (!found) {
             return !required || fail(QStringLiteral("%1 is missing").arg(QLatin1String(attributeName)));
         }
-        const QStringView text = found->value();
+        const QStringView text = *found;
         std::optional<double> value = plainDecimal(text);
         if (!value) {
             bool ok = false;
@@ -203,6 +227,9 @@ private:
 
     QXmlStreamReader _xml;
     QXmlStreamAttributes _attributes; // of the current start element
+    const PlainXml *_plain = nullptr;
+    size_t _next = 0;                          // in _plain's events
+    const PlainXml::Event *_current = nullptr; // the last start element of _plain
     int _depth = 0;
     bool _failed = false;
     QString _error;
@@ -300,11 +327,9 @@ bool readCheckin(SafeReader &reader, PublishedCheckin *checkin)
     return true;
 }
 
-// Reads the document's root and hands each child of it to readChild.
-template <typename ReadChild>
-bool readRoot(QByteArrayView xml, const char *rootName, QString *error, ReadChild readChild)
+// Reads the root and hands each child of it to readChild.
+template <typename ReadChild> void readRoot(SafeReader &reader, const char *rootName, ReadChild &readChild)
 {
-    SafeReader reader(xml);
     if (!reader.nextChild()) {
         if (!reader.failed())
             reader.fail(QStringLiteral("no document"));
@@ -315,6 +340,26 @@ bool readRoot(QByteArrayView xml, const char *rootName, QString *error, ReadChil
         }
         reader.finish();
     }
+}
+
+// The document read with PlainXml when it takes it, else (and whenever that reading fails, so
+// that the reason is Qt's) with Qt's reader; reset() forgets what readChild kept of a failed try.
+template <typename ReadChild, typename Reset>
+bool readDocument(QByteArrayView xml, XmlReading reading, const char *rootName, QString *error,
+                  ReadChild readChild, Reset reset)
+{
+    if (reading == XmlReading::PlainFirst) {
+        PlainXml plain;
+        if (plain.read(xml, kMaxDepth, kMaxAttributeLength)) {
+            SafeReader reader(plain);
+            readRoot(reader, rootName, readChild);
+            if (!reader.failed())
+                return true;
+        }
+        reset();
+    }
+    SafeReader reader(xml);
+    readRoot(reader, rootName, readChild);
     if (reader.failed() && error)
         *error = reader.error();
     return !reader.failed();
@@ -328,51 +373,61 @@ void setCode(ProtocolError *code, bool ok, bool tooLarge)
 
 } // namespace
 
-bool readDiaryUpdate(QByteArrayView xml, DiaryUpdate *out, QString *error, ProtocolError *code)
+bool readDiaryUpdate(QByteArrayView xml, DiaryUpdate *out, QString *error, ProtocolError *code,
+                     XmlReading reading)
 {
     *out = DiaryUpdate();
     int items = 0;
     QSet<QDate> days;
-    const bool ok = readRoot(xml, "diaryupdate", error, [&](SafeReader &reader) {
-        const QStringView section = reader.name();
-        const char *child = section == QLatin1String("diary")      ? "diaryday"
-                            : section == QLatin1String("checkins") ? "checkin"
-                            : section == QLatin1String("waters")   ? "water"
-                                                                   : nullptr;
-        if (!child) {
-            reader.skip();
-            return true;
-        }
-        while (reader.nextChild()) {
-            if (reader.name() != QLatin1String(child)) {
+    const auto reset = [&] {
+        *out = DiaryUpdate();
+        items = 0;
+        days.clear();
+    };
+    const bool ok = readDocument(
+        xml, reading, "diaryupdate", error,
+        [&](SafeReader &reader) {
+            const QStringView section = reader.name();
+            const char *child = section == QLatin1String("diary")      ? "diaryday"
+                                : section == QLatin1String("checkins") ? "checkin"
+                                : section == QLatin1String("waters")   ? "water"
+                                                                       : nullptr;
+            if (!child) {
                 reader.skip();
-                continue;
+                return true;
             }
-            if (section == QLatin1String("diary")) {
-                PublishedDay day;
-                if (!readDay(reader, &day, &items))
-                    return false;
-                if (days.contains(day.date))
-                    return reader.fail(QStringLiteral("day %1 twice").arg(day.date.toString(Qt::ISODate)));
-                days.insert(day.date);
-                out->days.append(day);
-                continue; // readDay has read the day's end
+            while (reader.nextChild()) {
+                if (reader.name() != QLatin1String(child)) {
+                    reader.skip();
+                    continue;
+                }
+                if (section == QLatin1String("diary")) {
+                    PublishedDay day;
+                    if (!readDay(reader, &day, &items))
+                        return false;
+                    if (days.contains(day.date))
+                        return reader.fail(
+                            QStringLiteral("day %1 twice").arg(day.date.toString(Qt::ISODate)));
+                    days.insert(day.date);
+                    out->days.append(day);
+                    continue; // readDay has read the day's end
+                }
+                if (section == QLatin1String("checkins")) {
+                    PublishedCheckin checkin;
+                    if (!readCheckin(reader, &checkin))
+                        return false;
+                    out->checkins.append(checkin);
+                } else {
+                    PublishedWater water;
+                    if (!reader.date("date", &water.date) || !reader.count("cups", 10000, &water.cups))
+                        return false;
+                    out->waters.append(water);
+                }
+                reader.skip();
             }
-            if (section == QLatin1String("checkins")) {
-                PublishedCheckin checkin;
-                if (!readCheckin(reader, &checkin))
-                    return false;
-                out->checkins.append(checkin);
-            } else {
-                PublishedWater water;
-                if (!reader.date("date", &water.date) || !reader.count("cups", 10000, &water.cups))
-                    return false;
-                out->waters.append(water);
-            }
-            reader.skip();
-        }
-        return !reader.failed();
-    });
+            return !reader.failed();
+        },
+        reset);
     setCode(code, ok, items > kMaxPublishItems);
     if (!ok)
         *out = DiaryUpdate();
@@ -383,28 +438,35 @@ bool readMetricsUpdate(QByteArrayView xml, QList<MetricsCount> *out, QString *er
 {
     out->clear();
     int items = 0;
-    const bool ok = readRoot(xml, "metrics", error, [&](SafeReader &reader) {
-        static const QHash<QString, MetricsCount::Kind> kinds = {
-            {QStringLiteral("login"), MetricsCount::Start},
-            {QStringLiteral("checkin"), MetricsCount::Checkin},
-            {QStringLiteral("fooddiary"), MetricsCount::FoodDiary}};
-        const auto kind = kinds.constFind(reader.name().toString());
-        if (kind == kinds.cend()) {
+    const auto reset = [&] {
+        out->clear();
+        items = 0;
+    };
+    const bool ok = readDocument(
+        xml, XmlReading::PlainFirst, "metrics", error,
+        [&](SafeReader &reader) {
+            static const QHash<QString, MetricsCount::Kind> kinds = {
+                {QStringLiteral("login"), MetricsCount::Start},
+                {QStringLiteral("checkin"), MetricsCount::Checkin},
+                {QStringLiteral("fooddiary"), MetricsCount::FoodDiary}};
+            const auto kind = kinds.constFind(reader.name().toString());
+            if (kind == kinds.cend()) {
+                reader.skip();
+                return true;
+            }
+            if (++items > kMaxMetricsItems)
+                return reader.fail(QStringLiteral("more than %1 items").arg(kMaxMetricsItems));
+            MetricsCount count;
+            count.kind = *kind;
+            count.count = 1;
+            if (!reader.date(count.kind == MetricsCount::Start ? "date" : "modified", &count.date) ||
+                (count.kind != MetricsCount::Checkin && !reader.count("count", 1000000, &count.count)))
+                return false;
+            out->append(count);
             reader.skip();
-            return true;
-        }
-        if (++items > kMaxMetricsItems)
-            return reader.fail(QStringLiteral("more than %1 items").arg(kMaxMetricsItems));
-        MetricsCount count;
-        count.kind = *kind;
-        count.count = 1;
-        if (!reader.date(count.kind == MetricsCount::Start ? "date" : "modified", &count.date) ||
-            (count.kind != MetricsCount::Checkin && !reader.count("count", 1000000, &count.count)))
-            return false;
-        out->append(count);
-        reader.skip();
-        return !reader.failed();
-    });
+            return !reader.failed();
+        },
+        reset);
     setCode(code, ok, items > kMaxMetricsItems);
     if (!ok)
         out->clear();
