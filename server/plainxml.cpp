@@ -21,8 +21,8 @@ bool isNameChar(QChar c)
     return isNameStart(c) || (u >= u'0' && u <= u'9') || u == u'-' || u == u'.';
 }
 
-// Characters XML forbids, and a byte order mark, are left to Qt's reader. (Valid UTF-8 holds no
-// lone surrogate.)
+// Characters XML forbids, and a byte order mark past the first (decoding drops that one), are left
+// to Qt's reader. Valid UTF-8 holds no lone surrogate.
 bool isPlainChar(QChar c)
 {
     const char16_t u = c.unicode();

@@ -8,6 +8,8 @@
 #include "server/accountdb.h"
 #include "server/mealplandb.h"
 #include "server/metricsdb.h"
+#include "server/plainxml.h"
+#include "server/publishreader.h"
 #include "server/serverdb.h"
 #include "server/serverdiarydb.h"
 #include "testsupport.h"
@@ -209,6 +211,8 @@ private slots:
     void mealPlanForTheProgram();
     void refusedRequests_data();
     void refusedRequests();
+    void plainReader_data();
+    void plainReader();
     void throttledLogins();
     void connections_data();
     void connections();
@@ -488,6 +492,53 @@ void TestServerProtocol::refusedRequests()
     QCOMPARE(ServerDiaryDB(*_site->db).loggedDays(_site->ann, QDate(2000, 1, 1), QDate(2100, 1, 1)),
              QList<QDate>());
     QCOMPARE(AccountDB(*_site->db).members().size(), 1);
+}
+
+void TestServerProtocol::plainReader_data()
+{
+    QTest::addColumn<QByteArray>("document");
+    QTest::addColumn<bool>("plain"); // read by the fast reader, not left to Qt's
+    const QByteArray day = "<diary><diaryday date=\"2026-03-10\"><group meal=\"B\"><food qty=\"1\" "
+                           "desc=\"%1\" serving=\"cup\" calories=\"90\" /></group></diaryday></diary>";
+    const auto document = [&](const QByteArray &desc, const QByteArray &head = "<?xml version=\"1.0\" "
+                                                                               "encoding=\"UTF-8\" ?>\n") {
+        return head + "<diaryupdate protocol=\"1.1\">\n  " + QByteArray(day).replace("%1", desc) +
+               "\n</diaryupdate>\n";
+    };
+    QTest::newRow("as the program writes it") << document("Fish &amp; Chips &lt;large&gt;, Bob's") << true;
+    QTest::newRow("character references") << document("caf&#233; &#x1F375;&#10;&#9;") << true;
+    QTest::newRow("no declaration, single quotes") << document("x", "").replace('"', '\'') << true;
+    QTest::newRow("a line break in a value") << document("two\nlines") << false;
+    QTest::newRow("a comment") << document("x").replace("<diary>", "<!-- hi --><diary>") << false;
+    QTest::newRow("CDATA") << document("x").replace("</group>", "<![CDATA[ ]]></group>") << false;
+    QTest::newRow("Latin-1 declared")
+        << document("caf\xe9", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>") << false;
+    QTest::newRow("a byte order mark") << document("x", "\xef\xbb\xbf") << true;
+    QTest::newRow("not UTF-8") << document("caf\xe9") << false;
+    QTest::newRow("a forbidden character reference") << document("&#1;") << false;
+    QTest::newRow("ends in the middle") << document("x").chopped(5) << false;
+    QTest::newRow("wrong end tag") << document("x").replace("</group>", "</grup>") << false;
+}
+
+// Whatever reads a document, the result is the one Qt's reader gives; the program's documents
+// take the fast way.
+void TestServerProtocol::plainReader()
+{
+    QFETCH(QByteArray, document);
+    QFETCH(bool, plain);
+    PlainXml reader;
+    QCOMPARE(reader.read(document, kMaxDepth, kMaxAttributeLength), plain);
+    DiaryUpdate fast, qt;
+    QString fastError, qtError;
+    const bool fastOk = readDiaryUpdate(document, &fast, &fastError);
+    QCOMPARE(fastOk, readDiaryUpdate(document, &qt, &qtError, nullptr, XmlReading::QtOnly));
+    QCOMPARE(fastError, qtError);
+    if (fastOk) {
+        QCOMPARE(fast.days.size(), 1);
+        QCOMPARE(fast.days[0].foods.size(), 1);
+        QCOMPARE(fast.days[0].foods[0].desc, qt.days[0].foods[0].desc);
+    }
+    QVERIFY(!plain || fastOk);
 }
 
 void TestServerProtocol::throttledLogins()
