@@ -70,6 +70,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const bool qtOk = readDiaryUpdate(xml, &qtUpdate, &qtError, &qtCode, XmlReading::QtOnly);
     if (ok != qtOk || code != qtCode || error != qtError || !same(update, qtUpdate))
         __builtin_trap();
+    // The metrics document goes through the same two readers.
+    QList<MetricsCount> counts, qtCounts;
+    QString metricsError, qtMetricsError;
+    ProtocolError metricsCode = ProtocolError::Ok, qtMetricsCode = ProtocolError::Ok;
+    if (readMetricsUpdate(xml, &counts, &metricsError, &metricsCode) !=
+            readMetricsUpdate(xml, &qtCounts, &qtMetricsError, &qtMetricsCode, XmlReading::QtOnly) ||
+        metricsCode != qtMetricsCode || metricsError != qtMetricsError || counts.size() != qtCounts.size())
+        __builtin_trap();
+    for (qsizetype i = 0; i < counts.size(); ++i) {
+        if (counts[i].date != qtCounts[i].date || counts[i].kind != qtCounts[i].kind ||
+            counts[i].count != qtCounts[i].count)
+            __builtin_trap();
+    }
     // A refused document leaves nothing to store, and says why.
     if (!ok && (!update.days.isEmpty() || !update.checkins.isEmpty() || !update.waters.isEmpty() ||
                 error.isEmpty() || code == ProtocolError::Ok))

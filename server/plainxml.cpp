@@ -238,8 +238,10 @@ bool PlainXml::declaration()
         QStringView key, content;
         if (_pos == before || !name(&key))
             return false;
-        while (next < std::size(names) && key != QLatin1StringView(names[next]))
-            ++next;
+        while (next > 0 && next < std::size(names) && key != QLatin1StringView(names[next]))
+            ++next; // the version is not optional, the others are
+        if (next == 0 && key != QLatin1StringView(names[0]))
+            return false;
         if (next == std::size(names))
             return false;
         spaces();

@@ -434,7 +434,8 @@ bool readDiaryUpdate(QByteArrayView xml, DiaryUpdate *out, QString *error, Proto
     return ok;
 }
 
-bool readMetricsUpdate(QByteArrayView xml, QList<MetricsCount> *out, QString *error, ProtocolError *code)
+bool readMetricsUpdate(QByteArrayView xml, QList<MetricsCount> *out, QString *error, ProtocolError *code,
+                       XmlReading reading)
 {
     out->clear();
     int items = 0;

@@ -46,4 +46,4 @@ struct MetricsCount
 // count>: starts are counted on their day, check-in and food diary changes on the day they
 // were made (modified). Nothing that identifies a food or a weight is kept.
 bool readMetricsUpdate(QByteArrayView xml, QList<MetricsCount> *out, QString *error,
-                       ProtocolError *code = nullptr);
+                       ProtocolError *code = nullptr, XmlReading reading = XmlReading::PlainFirst);
