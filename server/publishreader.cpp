@@ -444,7 +444,7 @@ bool readMetricsUpdate(QByteArrayView xml, QList<MetricsCount> *out, QString *er
         items = 0;
     };
     const bool ok = readDocument(
-        xml, XmlReading::PlainFirst, "metrics", error,
+        xml, reading, "metrics", error,
         [&](SafeReader &reader) {
             static const QHash<QString, MetricsCount::Kind> kinds = {
                 {QStringLiteral("login"), MetricsCount::Start},
