@@ -226,10 +226,10 @@ void report(benchmark::State &state, std::vector<double> latencies, double secon
     state.counters["p99_ms"] = at(0.99);
 }
 
-// Enough publishes per round for the rate to settle: at least 40, at least 4 per client.
+// Enough publishes per round for the rate to settle: at least 200, at least 20 per client.
 int roundSize(int clients)
 {
-    return std::max(40, 4 * clients);
+    return std::max(200, 20 * clients);
 }
 
 void BM_ServerPublish(benchmark::State &state)
