@@ -1,5 +1,7 @@
 #include "server/plainxml.h"
 
+#include <QStringDecoder>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -44,9 +46,12 @@ bool PlainXml::read(QByteArrayView utf8, int maxDepth, int maxValueLength)
     _attributes.clear();
     _decoded.clear();
     _pos = 0;
-    if (!utf8.isValidUtf8())
+    // Decoded once; bytes that are not UTF-8 are left to Qt's reader. A leading byte order mark
+    // is dropped, as Qt's reader drops it.
+    QStringDecoder decoder(QStringDecoder::Utf8);
+    _text = decoder(utf8);
+    if (decoder.hasError())
         return false;
-    _text = QString::fromUtf8(utf8);
     if (at("<?xml"_L1) && !declaration())
         return false;
     spaces();
@@ -114,15 +119,7 @@ bool PlainXml::element(std::vector<QStringView> &open, int maxDepth, int maxValu
         QStringView attribute, content;
         if (_pos == before || !name(&attribute) || attribute.startsWith("xml"_L1, Qt::CaseInsensitive))
             return false;
-        spaces();
-        if (_pos >= _text.size() || _text.at(_pos) != u'=')
-            return false;
-        ++_pos;
-        spaces();
-        if (_pos >= _text.size() || (_text.at(_pos) != u'"' && _text.at(_pos) != u'\''))
-            return false;
-        const QChar quote = _text.at(_pos++);
-        if (!value(quote, maxValueLength, &content))
+        if (!assignment(maxValueLength, &content))
             return false;
         for (auto i = size_t(start.firstAttribute); i < _attributes.size(); ++i) {
             if (_attributes[i].name == attribute)
@@ -141,6 +138,20 @@ bool PlainXml::name(QStringView *out)
     }
     *out = QStringView(_text).sliced(start, _pos - start);
     return true;
+}
+
+// What follows an attribute's name: "=" and its quoted value, with white space around the "=".
+bool PlainXml::assignment(int maxValueLength, QStringView *out)
+{
+    spaces();
+    if (_pos >= _text.size() || _text.at(_pos) != u'=')
+        return false;
+    ++_pos;
+    spaces();
+    if (_pos >= _text.size() || (_text.at(_pos) != u'"' && _text.at(_pos) != u'\''))
+        return false;
+    const QChar quote = _text.at(_pos++);
+    return value(quote, maxValueLength, out);
 }
 
 // An attribute value up to its closing quote, which is passed.
@@ -244,15 +255,7 @@ bool PlainXml::declaration()
             return false;
         if (next == std::size(names))
             return false;
-        spaces();
-        if (_pos >= _text.size() || _text.at(_pos) != u'=')
-            return false;
-        ++_pos;
-        spaces();
-        if (_pos >= _text.size() || (_text.at(_pos) != u'"' && _text.at(_pos) != u'\''))
-            return false;
-        const QChar quote = _text.at(_pos++);
-        if (!value(quote, 16, &content))
+        if (!assignment(16, &content))
             return false;
         const bool fits = next == 0   ? content == "1.0"_L1
                           : next == 1 ? content.compare("UTF-8"_L1, Qt::CaseInsensitive) == 0

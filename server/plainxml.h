@@ -40,6 +40,7 @@ private:
     bool declaration();
     bool element(std::vector<QStringView> &open, int maxDepth, int maxValueLength);
     bool name(QStringView *out);
+    bool assignment(int maxValueLength, QStringView *out);
     bool value(QChar quote, int maxValueLength, QStringView *out);
     bool reference(QString *out);
     void spaces();

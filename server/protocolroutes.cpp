@@ -11,6 +11,7 @@
 #include "server/serverlistener.h"
 #include "server/serverlog.h"
 #include "server/updatefeed.h"
+#include "server/webrequest.h"
 
 #include <QHttpServer>
 #include <QUrlQuery>
@@ -55,35 +56,6 @@ ProtocolError login(ServerDB &db, const Caller &caller, qint64 *memberId)
     }
     qCInfo(lcServer, "bad login of %s from %s", qUtf8Printable(caller.name), qUtf8Printable(caller.address));
     return ProtocolError::BadLogin;
-}
-
-int hexValue(char c)
-{
-    return c >= '0' && c <= '9'   ? c - '0'
-           : c >= 'a' && c <= 'f' ? c - 'a' + 10
-           : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                  : -1;
-}
-
-// '+' as a space and "%XX" as its byte, in one pass: the program's whole document comes this way.
-// A '%' without two hex digits stays as it is.
-QByteArray formDecoded(QByteArrayView text)
-{
-    QByteArray out(text.size(), Qt::Uninitialized);
-    char *o = out.data();
-    for (qsizetype i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        int high = -1, low = -1;
-        if (c == '%' && i + 2 < text.size() && (high = hexValue(text[i + 1])) >= 0 &&
-            (low = hexValue(text[i + 2])) >= 0) {
-            *o++ = char(high * 16 + low);
-            i += 2;
-        } else {
-            *o++ = c == '+' ? ' ' : c;
-        }
-    }
-    out.truncate(o - out.constData());
-    return out;
 }
 
 // The decoded value of a field of an application/x-www-form-urlencoded body.

@@ -328,6 +328,9 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
             }
 
             const QString dayColumns = u"member_id, date, foods, exercises"_s;
+            const QString checkinColumns = u"member_id, date, weight, chest, hips, thigh, waist, note"_s;
+            const QString waterColumns = u"member_id, date, cups"_s;
+            const QString publishColumns = u"member_id, last_publish"_s;
             return deleteDates(u"diary_days"_s, memberId, cleared, workError) &&
                    insertRows(
                        u"diary_days"_s, dayColumns, upsert(u"member_id, date"_s, dayColumns), filled.size(),
@@ -338,10 +341,7 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
                        workError) &&
                    deleteDates(u"checkins"_s, memberId, checkinDeletions, workError) &&
                    insertRows(
-                       u"checkins"_s, u"member_id, date, weight, chest, hips, thigh, waist, note"_s,
-                       u" ON CONFLICT (member_id, date) DO UPDATE SET weight = excluded.weight, "
-                       "chest = excluded.chest, hips = excluded.hips, thigh = excluded.thigh, "
-                       "waist = excluded.waist, note = excluded.note"_s,
+                       u"checkins"_s, checkinColumns, upsert(u"member_id, date"_s, checkinColumns),
                        checkins.size(),
                        [&](qsizetype i, QVariantList &values) {
                            const PublishedCheckin &checkin = checkins.at(i);
@@ -351,15 +351,13 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
                        },
                        workError) &&
                    insertRows(
-                       u"waters"_s, u"member_id, date, cups"_s,
-                       u" ON CONFLICT (member_id, date) DO UPDATE SET cups = excluded.cups"_s, waters.size(),
+                       u"waters"_s, waterColumns, upsert(u"member_id, date"_s, waterColumns), waters.size(),
                        [&](qsizetype i, QVariantList &values) {
                            values << memberId << dateText(waters.at(i).date) << waters.at(i).cups;
                        },
                        workError) &&
                    insertRows(
-                       u"publishes"_s, u"member_id, last_publish"_s,
-                       u" ON CONFLICT (member_id) DO UPDATE SET last_publish = excluded.last_publish"_s, 1,
+                       u"publishes"_s, publishColumns, upsert(u"member_id"_s, publishColumns), 1,
                        [&](qsizetype, QVariantList &values) { values << memberId << ServerDB::now(); },
                        workError);
         },

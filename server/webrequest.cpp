@@ -19,7 +19,34 @@ QString firstValue(const QList<QPair<QString, QString>> &fields, const QString &
     return QString();
 }
 
+int hexValue(char c)
+{
+    return c >= '0' && c <= '9'   ? c - '0'
+           : c >= 'a' && c <= 'f' ? c - 'a' + 10
+           : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                  : -1;
+}
+
 } // namespace
+
+QByteArray formDecoded(QByteArrayView text)
+{
+    QByteArray out(text.size(), Qt::Uninitialized);
+    char *o = out.data();
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        int high = -1, low = -1;
+        if (c == '%' && i + 2 < text.size() && (high = hexValue(text[i + 1])) >= 0 &&
+            (low = hexValue(text[i + 2])) >= 0) {
+            *o++ = char(high * 16 + low);
+            i += 2;
+        } else {
+            *o++ = c == '+' ? ' ' : c;
+        }
+    }
+    out.truncate(o - out.constData());
+    return out;
+}
 
 QList<QPair<QString, QString>> decodeFormFields(const QByteArray &encoded)
 {
@@ -28,12 +55,10 @@ QList<QPair<QString, QString>> decodeFormFields(const QByteArray &encoded)
         if (part.isEmpty())
             continue;
         const qsizetype equals = part.indexOf('=');
-        QByteArray name = equals < 0 ? part : part.left(equals);
-        QByteArray value = equals < 0 ? QByteArray() : part.mid(equals + 1);
-        name.replace('+', ' ');
-        value.replace('+', ' ');
-        fields.append({QString::fromUtf8(QByteArray::fromPercentEncoding(name)),
-                       QString::fromUtf8(QByteArray::fromPercentEncoding(value))});
+        const QByteArrayView whole(part);
+        const QByteArrayView name = equals < 0 ? whole : whole.first(equals);
+        const QByteArrayView value = equals < 0 ? QByteArrayView() : whole.sliced(equals + 1);
+        fields.append({QString::fromUtf8(formDecoded(name)), QString::fromUtf8(formDecoded(value))});
     }
     return fields;
 }

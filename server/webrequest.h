@@ -6,6 +6,7 @@
 // connection is TLS.
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QList>
 #include <QPair>
 #include <QString>
@@ -35,6 +36,10 @@ struct WebRequest
     QStringList fields(const QString &name) const;
     bool isPost() const { return method == Method::Post; }
 };
+
+// Urlencoded text decoded in one pass: "+" as a space and "%XX" as its byte; a "%" without two
+// hex digits stays as it is. The program's whole publish document comes this way.
+QByteArray formDecoded(QByteArrayView text);
 
 // Fields of an urlencoded text ("+" is a space); names and values fully decoded.
 QList<QPair<QString, QString>> decodeFormFields(const QByteArray &encoded);
