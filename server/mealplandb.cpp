@@ -34,11 +34,13 @@ QList<PlannedFood> MealPlanDB::planned(qint64 memberId, const QDate &from, const
         food.foodName = query.value(3).toString();
         food.servName = query.value(4).toString();
         food.qty = query.value(5).toDouble();
-        food.calories = query.value(6).toDouble();
-        food.carbohydrate = query.value(7).toDouble();
-        food.fat = query.value(8).toDouble();
-        food.fiber = query.value(9).toDouble();
-        food.protein = query.value(10).toDouble();
+        std::optional<double> *const values[] = {&food.calories, &food.carbohydrate, &food.fat, &food.fiber,
+                                                 &food.protein};
+        for (int i = 0; i < int(std::size(values)); ++i) {
+            const QVariant value = query.value(6 + i);
+            if (!value.isNull())
+                *values[i] = value.toDouble();
+        }
         list.append(food);
     }
     return list;
@@ -58,12 +60,14 @@ qint64 MealPlanDB::add(qint64 memberId, const PlannedFood &food, QString *error)
         *error = u"the planned food has no name"_s;
         return -1;
     }
-    for (const double value :
-         {food.qty, food.calories, food.carbohydrate, food.fat, food.fiber, food.protein}) {
-        if (!std::isfinite(value) || value < 0) {
+    QVariantList values;
+    for (const std::optional<double> &value :
+         {std::optional(food.qty), food.calories, food.carbohydrate, food.fat, food.fiber, food.protein}) {
+        if (value && (!std::isfinite(*value) || *value < 0)) {
             *error = u"the amounts of a planned food are numbers of zero or more"_s;
             return -1;
         }
+        values.append(value ? QVariant(*value) : QVariant(QMetaType(QMetaType::Double)));
     }
     qint64 id = -1;
     const bool ok = _db.transaction(
@@ -73,9 +77,9 @@ qint64 MealPlanDB::add(qint64 memberId, const PlannedFood &food, QString *error)
                                 u"INSERT INTO meal_plans (member_id, date, meal, food_name, serv_name, qty, "
                                 "calories, carbohydrate, fat, fiber, protein) "
                                 "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) RETURNING id"_s,
-                                {memberId, food.date.toString(Qt::ISODate), QString(food.meal), food.foodName,
-                                 food.servName.isNull() ? u""_s : food.servName, food.qty, food.calories,
-                                 food.carbohydrate, food.fat, food.fiber, food.protein},
+                                QVariantList{memberId, food.date.toString(Qt::ISODate), QString(food.meal),
+                                             food.foodName, food.servName.isNull() ? u""_s : food.servName} +
+                                    values,
                                 workError))
                 return false;
             if (!query.next()) {

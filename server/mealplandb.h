@@ -7,6 +7,8 @@
 #include <QList>
 #include <QString>
 
+#include <optional>
+
 class ServerDB;
 
 struct PlannedFood
@@ -15,7 +17,9 @@ struct PlannedFood
     QDate date;
     QChar meal; // 'B', 'L', 'D' or 'S'
     QString foodName, servName;
-    double qty = 0, calories = 0, carbohydrate = 0, fat = 0, fiber = 0, protein = 0;
+    double qty = 0;
+    // Per the planned quantity; empty when the food's value is not known.
+    std::optional<double> calories, carbohydrate, fat, fiber, protein;
 };
 
 class MealPlanDB

@@ -117,12 +117,16 @@ bool PlainXml::element(std::vector<QStringView> &open, int maxDepth, int maxValu
             return true;
         }
         QStringView attribute, content;
-        if (_pos == before || !name(&attribute) || attribute.startsWith("xml"_L1, Qt::CaseInsensitive))
+        if (_pos == before || !name(&attribute) ||
+            ((attribute.front() == u'x' || attribute.front() == u'X') &&
+             attribute.startsWith("xml"_L1, Qt::CaseInsensitive)))
             return false;
         if (!assignment(maxValueLength, &content))
             return false;
+        // Length and first letter first: most names differ there, and this runs for every pair.
         for (auto i = size_t(start.firstAttribute); i < _attributes.size(); ++i) {
-            if (_attributes[i].name == attribute)
+            const QStringView other = _attributes[i].name;
+            if (other.size() == attribute.size() && other.front() == attribute.front() && other == attribute)
                 return false;
         }
         _attributes.push_back({attribute, content});

@@ -89,11 +89,18 @@ QByteArray mealPlan(const QList<PlannedFood> &foods)
         xml += QStringLiteral("  <food") + attribute("food_name", food.foodName) +
                attribute("serv_name", food.servName) + attribute("qty", number(food.qty)) +
                attribute("meal", mealWord(food.meal)) +
-               attribute("date", food.date.toString(QStringLiteral("yyyyMMdd"))) +
-               attribute("calories", number(food.calories)) +
-               attribute("carbohydrate", number(food.carbohydrate)) + attribute("fat", number(food.fat)) +
-               attribute("fiber", number(food.fiber)) + attribute("protein", number(food.protein)) +
-               QStringLiteral(" />\n");
+               attribute("date", food.date.toString(QStringLiteral("yyyyMMdd")));
+        // A value the food lacks is left out: the program keeps it unknown.
+        const std::pair<const char *, std::optional<double>> values[] = {{"calories", food.calories},
+                                                                         {"carbohydrate", food.carbohydrate},
+                                                                         {"fat", food.fat},
+                                                                         {"fiber", food.fiber},
+                                                                         {"protein", food.protein}};
+        for (const auto &[name, value] : values) {
+            if (value)
+                xml += attribute(name, number(*value));
+        }
+        xml += QStringLiteral(" />\n");
     }
     xml += QStringLiteral("</mealplan>\n");
     return kDeclaration + xml.toUtf8();

@@ -41,6 +41,7 @@ public:
             }
             ++_depth;
             _current = &event;
+            _nextAttribute = 0;
             return true;
         }
         while (!_failed) {
@@ -112,10 +113,19 @@ public:
     {
         const QLatin1StringView wanted(name);
         if (_plain) {
-            const auto first = _plain->attributes().cbegin() + _current->firstAttribute;
-            for (auto a = first; a != first + _current->attributeCount; ++a) {
-                if (a->name.size() == wanted.size() && a->name == wanted)
-                    return a->value;
+            // Asked for mostly in the order they were written: the search starts past the last
+            // one found and wraps around.
+            const qsizetype count = _current->attributeCount;
+            const PlainXml::Attribute *first = _plain->attributes().data() + _current->firstAttribute;
+            for (qsizetype n = 0, i = _nextAttribute; n < count; ++n, ++i) {
+                if (i >= count)
+                    i = 0;
+                const QStringView found = first[i].name;
+                if (found.size() == wanted.size() && found.front() == QLatin1Char(wanted.front()) &&
+                    found == wanted) {
+                    _nextAttribute = i + 1;
+                    return first[i].value;
+                }
             }
             return std::nullopt;
         }
@@ -186,18 +196,29 @@ private:
         if (text.isEmpty() || text.size() > qsizetype(sizeof latin1))
             return std::nullopt;
         qsizetype digits = 0, point = -1;
+        qint64 mantissa = 0;
         for (qsizetype i = 0; i < text.size(); ++i) {
             const char16_t c = text.at(i).unicode();
-            if (c >= u'0' && c <= u'9')
+            if (c >= u'0' && c <= u'9') {
                 ++digits;
-            else if (c == u'.' && point < 0 && digits > 0)
+                mantissa = mantissa * 10 + (c - u'0');
+            } else if (c == u'.' && point < 0 && digits > 0) {
                 point = i;
-            else if (!(c == u'-' && i == 0))
+            } else if (!(c == u'-' && i == 0)) {
                 return std::nullopt;
+            }
             latin1[i] = char(c);
         }
         if (digits == 0 || point == text.size() - 1)
             return std::nullopt;
+        // Up to 15 digits the digits and the power of ten are exact doubles, and one division
+        // rounds correctly: the same value from_chars gives, without its general path.
+        if (digits <= 15) {
+            static constexpr double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                                 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+            const double magnitude = double(mantissa) / kPowers[point < 0 ? 0 : text.size() - 1 - point];
+            return text.front() == u'-' ? -magnitude : magnitude;
+        }
         double value = 0;
         const auto [end, error] = std::from_chars(latin1, latin1 + text.size(), value);
         if (error != std::errc() || end != latin1 + text.size())
@@ -230,6 +251,7 @@ private:
     const PlainXml *_plain = nullptr;
     size_t _next = 0;                          // in _plain's events
     const PlainXml::Event *_current = nullptr; // the last start element of _plain
+    mutable qsizetype _nextAttribute = 0;      // of _current, where find() looks first
     int _depth = 0;
     bool _failed = false;
     QString _error;

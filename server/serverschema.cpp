@@ -128,10 +128,33 @@ const char *const kMigration2[] = {
     "DROP TABLE diary_exercises",
 };
 
+// A planned food's value may be unknown, as a reference food's can be: the five value columns
+// lose NOT NULL (made anew, as SQLite cannot change a column's constraint).
+const char *const kMigration3[] = {
+    "ALTER TABLE meal_plans ADD COLUMN new_calories {real}",
+    "ALTER TABLE meal_plans ADD COLUMN new_carbohydrate {real}",
+    "ALTER TABLE meal_plans ADD COLUMN new_fat {real}",
+    "ALTER TABLE meal_plans ADD COLUMN new_fiber {real}",
+    "ALTER TABLE meal_plans ADD COLUMN new_protein {real}",
+    R"(UPDATE meal_plans SET new_calories = calories, new_carbohydrate = carbohydrate, new_fat = fat,
+        new_fiber = fiber, new_protein = protein)",
+    "ALTER TABLE meal_plans DROP COLUMN calories",
+    "ALTER TABLE meal_plans DROP COLUMN carbohydrate",
+    "ALTER TABLE meal_plans DROP COLUMN fat",
+    "ALTER TABLE meal_plans DROP COLUMN fiber",
+    "ALTER TABLE meal_plans DROP COLUMN protein",
+    "ALTER TABLE meal_plans RENAME COLUMN new_calories TO calories",
+    "ALTER TABLE meal_plans RENAME COLUMN new_carbohydrate TO carbohydrate",
+    "ALTER TABLE meal_plans RENAME COLUMN new_fat TO fat",
+    "ALTER TABLE meal_plans RENAME COLUMN new_fiber TO fiber",
+    "ALTER TABLE meal_plans RENAME COLUMN new_protein TO protein",
+};
+
 // Migrations in order: index 0 is version 1. Applied ones are never edited; a change is a new one.
 const std::span<const char *const> kMigrations[] = {
     std::span<const char *const>(kMigration1),
     std::span<const char *const>(kMigration2),
+    std::span<const char *const>(kMigration3),
 };
 
 struct Dialect

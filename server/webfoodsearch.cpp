@@ -172,10 +172,9 @@ bool WebFoodSearch::planEntry(const ReferenceFood &food, int servingId, double q
     const double factor =
         (food.referenceQuantity > 0.0f ? double(serving->quantity) / double(food.referenceQuantity) : 1.0) *
         qty;
-    // The plan has no "not known": a value the food lacks counts as none of it.
-    const auto value = [&](int type) {
+    const auto value = [&](int type) -> std::optional<double> {
         const float v = food.nutrients[size_t(type)];
-        return isKnown(v) ? double(v) * factor : 0.0;
+        return isKnown(v) ? std::optional(double(v) * factor) : std::nullopt;
     };
     entry->foodName = food.name;
     entry->servName = serving->name;

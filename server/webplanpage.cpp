@@ -69,7 +69,7 @@ QString plan(const PlanPage &view)
                 PlannedFood one;
                 WebFoodSearch::planEntry(food, s.id, per, &one);
                 QString energy;
-                if (isKnown(food.nutrients[ENERGY])) {
+                if (one.calories) {
                     energy = per == 1.0
                                  ? QStringLiteral(" \u2013 %1 cals").arg(formatEnergy(one.calories))
                                  : QStringLiteral(" \u2013 %1 cals per 100").arg(formatEnergy(one.calories));
@@ -119,16 +119,16 @@ QString plan(const PlanPage &view)
             for (const PlannedFood &p : view.planned) {
                 if (p.date != date || p.meal != meal)
                     continue;
-                const std::array<double, ColumnCount> values = {p.calories, p.carbohydrate, p.fat,
-                                                                p.protein,  p.fiber,        -1.0};
+                const std::array<std::optional<double>, ColumnCount> values = {
+                    p.calories, p.carbohydrate, p.fat, p.protein, p.fiber, std::nullopt};
                 rows +=
                     QStringLiteral(
                         "<tr class=\"entry\"><td class=\"name\">%1</td><td class=\"num\">%2</td><td>%3</td>")
                         .arg(htmlEscape(p.foodName), formatQuantity(p.qty), htmlEscape(p.servName));
                 for (int c = 0; c < Sodium; ++c) {
                     rows += numberCell(figure(c, values[size_t(c)]));
-                    if (values[size_t(c)] > 0)
-                        sums[size_t(c)] += values[size_t(c)];
+                    if (values[size_t(c)])
+                        sums[size_t(c)] += *values[size_t(c)];
                 }
                 if (view.editable) {
                     rows += QStringLiteral(

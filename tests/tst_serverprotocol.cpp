@@ -19,7 +19,10 @@
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 
+#include <bit>
 #include <csignal>
 #include <memory>
 
@@ -394,7 +397,7 @@ void TestServerProtocol::mealPlanForTheProgram()
     for (const PlannedFood &food :
          {PlannedFood{-1, today.addDays(2), u'B', u"Porridge & \"honey\""_s, u"1 bowl"_s, 1.5, 150, 27, 3, 4,
                       5},
-          PlannedFood{-1, today.addDays(3), u'S', u"Tea\tcake"_s, u"1 slice"_s, 1, 80, 0, 0, 0, 0},
+          PlannedFood{-1, today.addDays(3), u'S', u"Tea\tcake"_s, u"1 slice"_s, 1, 80, 0, 0, std::nullopt, 0},
           PlannedFood{-1, today.addDays(9), u'L', u"Beyond the week"_s, u"1"_s, 1, 1, 0, 0, 0, 0}})
         QVERIFY2(plans.add(_site->ann, food, &error) > 0, qPrintable(error));
     const Run plan = cli({u"mealplan"_s});
@@ -405,6 +408,16 @@ void TestServerProtocol::mealPlanForTheProgram()
         "%2\tBreakfast\t1.5 x 1 bowl\tPorridge & \"honey\"\n%3\tEvening snack\t1 x 1 slice\tTea\\tcake\n"_s
             .arg(today.addDays(1).toString(Qt::ISODate), today.addDays(2).toString(Qt::ISODate),
                  today.addDays(3).toString(Qt::ISODate)));
+    { // the fiber no one knew stays unknown in the program's plan
+        QSqlDatabase diary = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"plan"_s);
+        diary.setDatabaseName(_home->diaryFolder() + u"userdata.db"_s);
+        QVERIFY(diary.open());
+        QSqlQuery query(u"SELECT fiber, calories FROM food_mealplan ORDER BY food_name DESC"_s, diary);
+        QVERIFY(query.next());
+        QVERIFY(query.value(0).isNull());
+        QCOMPARE(query.value(1).toDouble(), 80.0);
+    }
+    QSqlDatabase::removeDatabase(u"plan"_s);
     cliOk(u"profile-set --web-password wrong"_s);
     QVERIFY(cli({u"mealplan"_s}).err.contains(u"bad login (3)"_s));
 }
@@ -498,6 +511,7 @@ void TestServerProtocol::plainReader_data()
 {
     QTest::addColumn<QByteArray>("document");
     QTest::addColumn<bool>("plain"); // read by the fast reader, not left to Qt's
+    QTest::addColumn<QByteArray>("qty");
     const QByteArray day = "<diary><diaryday date=\"2026-03-10\"><group meal=\"B\"><food qty=\"1\" "
                            "desc=\"%1\" serving=\"cup\" calories=\"90\" /></group></diaryday></diary>";
     const auto document = [&](const QByteArray &desc, const QByteArray &head = "<?xml version=\"1.0\" "
@@ -505,19 +519,28 @@ void TestServerProtocol::plainReader_data()
         return head + "<diaryupdate protocol=\"1.1\">\n  " + QByteArray(day).replace("%1", desc) +
                "\n</diaryupdate>\n";
     };
-    QTest::newRow("as the program writes it") << document("Fish &amp; Chips &lt;large&gt;, Bob's") << true;
-    QTest::newRow("character references") << document("caf&#233; &#x1F375;&#10;&#9;") << true;
-    QTest::newRow("no declaration, single quotes") << document("x", "").replace('"', '\'') << true;
-    QTest::newRow("a line break in a value") << document("two\nlines") << false;
-    QTest::newRow("a comment") << document("x").replace("<diary>", "<!-- hi --><diary>") << false;
-    QTest::newRow("CDATA") << document("x").replace("</group>", "<![CDATA[ ]]></group>") << false;
+    QTest::newRow("as the program writes it")
+        << document("Fish &amp; Chips &lt;large&gt;, Bob's") << true << QByteArray();
+    QTest::newRow("character references") << document("caf&#233; &#x1F375;&#10;&#9;") << true << QByteArray();
+    QTest::newRow("no declaration, single quotes")
+        << document("x", "").replace('"', '\'') << true << QByteArray();
+    QTest::newRow("a line break in a value") << document("two\nlines") << false << QByteArray();
+    QTest::newRow("a comment") << document("x").replace("<diary>", "<!-- hi --><diary>") << false
+                               << QByteArray();
+    QTest::newRow("CDATA") << document("x").replace("</group>", "<![CDATA[ ]]></group>") << false
+                           << QByteArray();
     QTest::newRow("Latin-1 declared")
-        << document("caf\xe9", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>") << false;
-    QTest::newRow("a byte order mark") << document("x", "\xef\xbb\xbf") << true;
-    QTest::newRow("not UTF-8") << document("caf\xe9") << false;
-    QTest::newRow("a forbidden character reference") << document("&#1;") << false;
-    QTest::newRow("ends in the middle") << document("x").chopped(5) << false;
-    QTest::newRow("wrong end tag") << document("x").replace("</group>", "</grup>") << false;
+        << document("caf\xe9", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>") << false << QByteArray();
+    QTest::newRow("a byte order mark") << document("x", "\xef\xbb\xbf") << true << QByteArray();
+    QTest::newRow("not UTF-8") << document("caf\xe9") << false << QByteArray();
+    QTest::newRow("a forbidden character reference") << document("&#1;") << false << QByteArray();
+    QTest::newRow("ends in the middle") << document("x").chopped(5) << false << QByteArray();
+    QTest::newRow("wrong end tag") << document("x").replace("</group>", "</grup>") << false << QByteArray();
+    // Numbers: each to the double that toDouble() reads, by whichever way it is read.
+    for (const QByteArray qty : {"0.3", "-0", "007.50", "999999999999999", "1234567890.12345",
+                                 "0.000000000000001", "9007199254740993", "0.30000000000000004", "1e2"}) {
+        QTest::newRow(qty) << document("x").replace("qty=\"1\"", "qty=\"" + qty + '"') << true << qty;
+    }
 }
 
 // Whatever reads a document, the result is the one Qt's reader gives; the program's documents
@@ -526,6 +549,7 @@ void TestServerProtocol::plainReader()
 {
     QFETCH(QByteArray, document);
     QFETCH(bool, plain);
+    QFETCH(QByteArray, qty);
     PlainXml reader;
     QCOMPARE(reader.read(document, kMaxDepth, kMaxAttributeLength), plain);
     DiaryUpdate fast, qt;
@@ -537,6 +561,8 @@ void TestServerProtocol::plainReader()
         QCOMPARE(fast.days.size(), 1);
         QCOMPARE(fast.days[0].foods.size(), 1);
         QCOMPARE(fast.days[0].foods[0].desc, qt.days[0].foods[0].desc);
+        const double expected = qty.isEmpty() ? 1 : qty.toDouble();
+        QCOMPARE(std::bit_cast<quint64>(fast.days[0].foods[0].qty), std::bit_cast<quint64>(expected));
     }
     QVERIFY(!plain || fastOk);
 }

@@ -287,7 +287,10 @@ void TestServerStore::firstSchemaCarriedOver()
              {day, day}},
             {u"INSERT INTO diary_exercises (member_id, date, position, duration, descr, calories) "
              "VALUES (7, ?, 0, 30, 'Walk', 120)"_s,
-             {kDay.addDays(1).toString(Qt::ISODate)}}})
+             {kDay.addDays(1).toString(Qt::ISODate)}},
+            {u"INSERT INTO meal_plans (member_id, date, meal, food_name, serv_name, qty, calories, "
+             "carbohydrate, fat, fiber, protein) VALUES (7, ?, 'L', 'Soup', 'bowl', 1, 90, 12, 3, 2, 4)"_s,
+             {day}}})
         QVERIFY2(ServerDB::exec(query, sql, values, &_error), qPrintable(_error));
     query.finish();
     std::unique_ptr<ServerDB> store = reopen();
@@ -296,6 +299,11 @@ void TestServerStore::firstSchemaCarriedOver()
     ServerDiaryDB diary(*store);
     QCOMPARE(describe(diary.day(7, kDay)), u"B:Toast \"1\" 2 ?, D:Pasta 1 480"_s);
     QCOMPARE(describe(diary.day(7, kDay.addDays(1))), u"E:Walk 30 120"_s);
+    const QList<PlannedFood> planned = MealPlanDB(*store).planned(7, kDay, kDay);
+    QCOMPARE(planned.size(), 1);
+    QCOMPARE((QList<std::optional<double>>{planned[0].calories, planned[0].carbohydrate, planned[0].fat,
+                                           planned[0].fiber, planned[0].protein}),
+             (QList<std::optional<double>>{90, 12, 3, 2, 4}));
 }
 
 void TestServerStore::sameSchemaOnBoth()
@@ -633,13 +641,14 @@ void TestServerStore::mealPlan()
     OPEN_STORE();
     const qint64 ann = addMember(u"ann"_s), bob = addMember(u"bob"_s);
     MealPlanDB plans(*_db);
-    const auto plan = [&](qint64 member, const QDate &date, char meal, const QString &name, double qty = 1) {
-        return plans.add(member, {-1, date, QLatin1Char(meal), name, u"cup"_s, qty, 100, 10, 2, 1, 5},
+    const auto plan = [&](qint64 member, const QDate &date, char meal, const QString &name, double qty = 1,
+                          std::optional<double> fiber = 1) {
+        return plans.add(member, {-1, date, QLatin1Char(meal), name, u"cup"_s, qty, 100, 10, 2, fiber, 5},
                          &_error);
     };
     const qint64 dinner = plan(ann, kDay, 'D', u"Stew"_s, 1.5);
     QVERIFY(dinner > 0);
-    QVERIFY(plan(ann, kDay.addDays(1), 'B', u"Oats"_s) > 0);
+    QVERIFY(plan(ann, kDay.addDays(1), 'B', u"Oats"_s, 1, std::nullopt) > 0); // fiber not known
     QVERIFY(plan(ann, kDay, 'B', u"Egg"_s) > 0);
     QVERIFY(plan(bob, kDay, 'L', u"Soup"_s) > 0);
     QVERIFY(plan(ann, kDay.addDays(9), 'S', u"Nuts"_s) > 0);
@@ -649,21 +658,23 @@ void TestServerStore::mealPlan()
     QCOMPARE(plan(ann, QDate(), 'B', u"Cake"_s), -1);
     QCOMPARE(plan(ann, kDay, 'B', u"Cake"_s, qQNaN()), -1);
     QCOMPARE(plan(ann, kDay, 'B', QString()), -1);
+    QCOMPARE(plan(ann, kDay, 'B', u"Cake"_s, 1, -2), -1);
 
     const auto names = [&](qint64 member) {
         QStringList list;
         for (const PlannedFood &item : plans.planned(member, kDay, kDay.addDays(1)))
-            list.append(u"%1 %2 %3 %4"_s.arg(item.date.toString(Qt::ISODate), item.meal, item.foodName)
-                            .arg(item.qty));
+            list.append(u"%1 %2 %3 %4 %5"_s.arg(item.date.toString(Qt::ISODate), item.meal, item.foodName)
+                            .arg(item.qty)
+                            .arg(item.fiber ? QString::number(*item.fiber) : u"?"_s));
         return list;
     };
-    QCOMPARE(names(ann),
-             (QStringList{u"2026-03-01 B Egg 1"_s, u"2026-03-01 D Stew 1.5"_s, u"2026-03-02 B Oats 1"_s}));
+    QCOMPARE(names(ann), (QStringList{u"2026-03-01 B Egg 1 1"_s, u"2026-03-01 D Stew 1.5 1"_s,
+                                      u"2026-03-02 B Oats 1 ?"_s}));
     QVERIFY(!plans.remove(bob, dinner));
     QVERIFY(plans.remove(ann, dinner));
     QVERIFY(!plans.remove(ann, dinner));
-    QCOMPARE(names(ann), (QStringList{u"2026-03-01 B Egg 1"_s, u"2026-03-02 B Oats 1"_s}));
-    QCOMPARE(names(bob), QStringList{u"2026-03-01 L Soup 1"_s});
+    QCOMPARE(names(ann), (QStringList{u"2026-03-01 B Egg 1 1"_s, u"2026-03-02 B Oats 1 ?"_s}));
+    QCOMPARE(names(bob), QStringList{u"2026-03-01 L Soup 1 1"_s});
 }
 
 void TestServerStore::concurrentPublishes()
