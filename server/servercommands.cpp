@@ -18,6 +18,7 @@
 #include <QThreadPool>
 #include <QTimer>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
@@ -35,7 +36,8 @@ const char kUsage[] =
     "  serve [--listen ADDR:PORT] [--tls-cert FILE --tls-key FILE] [--no-metrics]\n"
     "        [--idle-timeout SECONDS]\n"
     "                      answer the programs and the web pages (default 127.0.0.1:8080;\n"
-    "                      silent connections are closed after 30 s)\n"
+    "                      silent connections are closed after 30 s; SIGHUP reads the\n"
+    "                      TLS files again)\n"
     "  user-add NAME       add a member; the password is asked for (or read from stdin)\n"
     "  user-list           the members and when they were added\n"
     "  user-remove NAME    remove a member and everything they published or planned\n"
@@ -241,12 +243,14 @@ int publishDb(const Arguments &args)
     return Success;
 }
 
-// SIGTERM and SIGINT end the event loop from a pipe: a handler may only write a byte.
+// Signals reach the event loop through a pipe, as a handler may only write a byte: SIGTERM and
+// SIGINT end it, SIGHUP reads the TLS files again (a renewed certificate, without a restart).
 int g_signalPipe[2] = {-1, -1};
+constexpr char kStopByte = 1, kReloadByte = 2;
 
-extern "C" void onStopSignal(int)
+extern "C" void onSignal(int signal)
 {
-    const char byte = 1;
+    const char byte = signal == SIGHUP ? kReloadByte : kStopByte;
     [[maybe_unused]] const ssize_t written = ::write(g_signalPipe[1], &byte, 1);
 }
 
@@ -326,12 +330,24 @@ int serve(const Arguments &args)
 
     if (::pipe2(g_signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
         return fail(QStringLiteral("cannot make the signal pipe"));
-    QSocketNotifier stopNotifier(g_signalPipe[0], QSocketNotifier::Read);
-    QObject::connect(&stopNotifier, &QSocketNotifier::activated, &listener, [&listener] {
+    QSocketNotifier signalNotifier(g_signalPipe[0], QSocketNotifier::Read);
+    QObject::connect(&signalNotifier, &QSocketNotifier::activated, &listener, [&listener, &args] {
         char bytes[8];
-        while (::read(g_signalPipe[0], bytes, sizeof bytes) > 0) {
+        bool stop = false, reload = false;
+        for (ssize_t n; (n = ::read(g_signalPipe[0], bytes, sizeof bytes)) > 0;) {
+            stop = stop || std::find(bytes, bytes + n, kStopByte) != bytes + n;
+            reload = reload || std::find(bytes, bytes + n, kReloadByte) != bytes + n;
         }
-        if (!listener.isListening())
+        if (reload && !stop) {
+            QString why;
+            if (!args.has("--tls-cert"))
+                qCInfo(lcServer, "SIGHUP: no TLS files to read again");
+            else if (listener.setTlsFiles(args.value("--tls-cert"), args.value("--tls-key"), &why))
+                qCInfo(lcServer, "TLS files read again; new connections use them");
+            else // the files may be half written: the ones in use stay
+                qCWarning(lcServer, "TLS files not read again, the old ones stay: %s", qUtf8Printable(why));
+        }
+        if (!stop || !listener.isListening())
             return;
         qCInfo(lcServer, "stopping");
         listener.close();
@@ -349,11 +365,11 @@ int serve(const Arguments &args)
         poll->start(20);
     });
     struct sigaction action = {};
-    action.sa_handler = onStopSignal;
+    action.sa_handler = onSignal;
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
-    ::sigaction(SIGTERM, &action, nullptr);
-    ::sigaction(SIGINT, &action, nullptr);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+        ::sigaction(signal, &action, nullptr);
 
     const QString host = address.protocol() == QAbstractSocket::IPv6Protocol
                              ? QLatin1Char('[') + address.toString() + QLatin1Char(']')
@@ -366,8 +382,8 @@ int serve(const Arguments &args)
     qCInfo(lcServer, "database %s, data in %s", qUtf8Printable(db->displayUrl()), qUtf8Printable(data));
     const int status = QCoreApplication::exec();
     pool.waitForDone();
-    ::signal(SIGTERM, SIG_DFL);
-    ::signal(SIGINT, SIG_DFL);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+        ::signal(signal, SIG_DFL);
     return status == 0 ? Success : Failed;
 }
 

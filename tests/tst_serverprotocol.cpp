@@ -15,12 +15,15 @@
 #include "testsupport.h"
 #include "webclient.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSqlDatabase>
 #include <QSqlQuery>
+#include <QSslCertificate>
+#include <QSslSocket>
 
 #include <bit>
 #include <csignal>
@@ -224,6 +227,7 @@ private slots:
     void databaseUpdate();
     void metricsOverTls_data();
     void metricsOverTls();
+    void tlsFilesReadAgain();
     void commandLine_data();
     void commandLine();
 };
@@ -736,6 +740,47 @@ void TestServerProtocol::metricsOverTls()
     for (const MetricsDB::Day &day : MetricsDB(*_site->db).days(QDate(2000, 1, 1), QDate(2100, 1, 1)))
         foodDiary += day.foodDiary;
     QTEST(foodDiary, "foodDiary");
+}
+
+// A renewed certificate is taken on SIGHUP; files that do not load leave the one in use.
+void TestServerProtocol::tlsFilesReadAgain()
+{
+    if (_certificate.isEmpty())
+        QSKIP("the openssl tool is not available");
+    const QString cert = _site->data.filePath(u"cert.pem"_s), key = _site->data.filePath(u"key.pem"_s);
+    const auto place = [&](const QString &fromCert, const QString &fromKey) {
+        QFile::remove(cert);
+        QFile::remove(key);
+        return QFile::copy(fromCert, cert) && QFile::copy(fromKey, key);
+    };
+    const auto served = [&] {
+        QSslSocket socket;
+        socket.setPeerVerifyMode(QSslSocket::VerifyNone);
+        socket.connectToHostEncrypted(u"127.0.0.1"_s, _site->port);
+        return socket.waitForEncrypted(5000) ? socket.peerCertificate() : QSslCertificate();
+    };
+    const auto hangUp = [&](const QByteArray &logged) {
+        ::kill(pid_t(_site->server.processId()), SIGHUP);
+        QByteArray err;
+        for (QDeadlineTimer deadline(10000); !err.contains(logged) && !deadline.hasExpired();) {
+            _site->server.waitForReadyRead(50);
+            err += _site->server.readAllStandardError();
+        }
+        return err.contains(logged);
+    };
+    QVERIFY(place(_certificate, _key));
+    QVERIFY(open(u"sqlite"_s, {u"--tls-cert"_s, cert, u"--tls-key"_s, key}));
+    const QSslCertificate first = QSslCertificate::fromPath(_certificate).value(0);
+    QCOMPARE(served(), first);
+    HttpTestServer maker;
+    const QString renewed = maker.makeCertificate();
+    QVERIFY(!renewed.isEmpty());
+    QVERIFY(place(renewed, _key)); // a key that is not the certificate's
+    QVERIFY(hangUp("TLS files not read again, the old ones stay: "));
+    QCOMPARE(served(), first);
+    QVERIFY(place(renewed, QFileInfo(renewed).dir().filePath(u"key.pem"_s)));
+    QVERIFY(hangUp("TLS files read again"));
+    QCOMPARE(served(), QSslCertificate::fromPath(renewed).value(0));
 }
 
 void TestServerProtocol::commandLine_data()
