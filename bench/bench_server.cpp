@@ -10,6 +10,7 @@
 #include "server/publishreader.h"
 #include "server/serverdb.h"
 #include "server/serverdiarydb.h"
+#include "tests/childprocess.h"
 #include "tests/pgcluster.h"
 
 #include <QCoreApplication>
@@ -117,6 +118,7 @@ Site *site(int backend)
     }
     if (s->error.isEmpty()) {
         s->server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        endWithParent(s->server);
         s->server.start(QStringLiteral(TARNWELL_BIN_DIR "/tarnwell-server"),
                         {QStringLiteral("serve"), QStringLiteral("--listen"), QStringLiteral("127.0.0.1:0"),
                          QStringLiteral("--data"), s->data.path(), QStringLiteral("--database"), s->url});

@@ -6,6 +6,7 @@
 #include "server/serverdb.h"
 #include "server/serverdiarydb.h"
 #include "server/websession.h"
+#include "tests/childprocess.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -98,6 +99,7 @@ Site *site()
     if (!ServerDiaryDB(*s->db).apply(s->member, update, &s->error))
         return s.get();
 
+    endWithParent(s->server);
     s->server.start(QStringLiteral(TARNWELL_BIN_DIR "/tarnwell-server"),
                     {QStringLiteral("serve"), QStringLiteral("--listen"), QStringLiteral("127.0.0.1:0"),
                      QStringLiteral("--data"), s->data.path()});

@@ -6,7 +6,8 @@
 // as the "postgres" system user (it refuses root) and the folder is handed to that user.
 //
 // available() says why a machine cannot run it (the test skips); start() failing on a machine
-// that has it is a real failure. The destructor stops the server at once and removes the folder.
+// that has it is a real failure. The destructor stops the server at once and removes the folder;
+// a run that was killed leaves its cluster running, and the next start() stops and removes it.
 
 #include <QDir>
 #include <QFile>
@@ -18,6 +19,8 @@
 #include <QString>
 #include <QTemporaryDir>
 
+#include <cerrno>
+#include <csignal>
 #include <memory>
 
 #include <pwd.h>
@@ -69,14 +72,18 @@ public:
     bool start(QString *error)
     {
         const bool root = ::geteuid() == 0;
+        _runAs = root;
         // As root the folder must be reachable by postgres, which a private TMPDIR may not be.
-        _dir =
-            std::make_unique<QTemporaryDir>(root ? QStringLiteral("/tmp/tarnwell-pg-XXXXXX")
-                                                 : QDir::tempPath() + QStringLiteral("/tarnwell-pg-XXXXXX"));
-        if (!_dir->isValid()) {
+        const QString parent = root ? QStringLiteral("/tmp") : QDir::tempPath();
+        removeOrphans(parent);
+        _dir = std::make_unique<QTemporaryDir>(parent + QStringLiteral("/tarnwell-pg-XXXXXX"));
+        QFile owner(_dir->filePath(QStringLiteral("owner.pid")));
+        if (!_dir->isValid() || !owner.open(QIODevice::WriteOnly) ||
+            owner.write(QByteArray::number(::getpid())) <= 0) {
             *error = QStringLiteral("cannot make a temporary folder: %1").arg(_dir->errorString());
             return false;
         }
+        owner.close();
         if (root) {
             const passwd *postgres = ::getpwnam("postgres");
             if (::chown(QFile::encodeName(_dir->path()).constData(), postgres->pw_uid, postgres->pw_gid) !=
@@ -84,7 +91,6 @@ public:
                 *error = QStringLiteral("cannot hand %1 to the postgres user").arg(_dir->path());
                 return false;
             }
-            _runAs = true;
         }
         if (!run(QStringLiteral("initdb"),
                  {QStringLiteral("-D"), dataDir(), QStringLiteral("-U"), user(), QStringLiteral("-A"),
@@ -186,10 +192,30 @@ private:
                                                QStringLiteral("/usr/bin"), QStringLiteral("/bin")});
     }
 
+    // The clusters of runs that were killed (the process named in owner.pid is gone): stopped,
+    // and their folders removed.
+    void removeOrphans(const QString &parent)
+    {
+        const QDir dir(parent);
+        for (const QString &name : dir.entryList({QStringLiteral("tarnwell-pg-*")}, QDir::Dirs)) {
+            QFile owner(dir.filePath(name + QStringLiteral("/owner.pid")));
+            const pid_t pid = owner.open(QIODevice::ReadOnly) ? pid_t(owner.readAll().toInt()) : 0;
+            if (pid <= 0 || ::kill(pid, 0) == 0 || errno != ESRCH)
+                continue;
+            QString ignored; // nothing to stop when its server is gone too
+            run(QStringLiteral("pg_ctl"),
+                {QStringLiteral("-D"), dir.filePath(name + QStringLiteral("/data")), QStringLiteral("-m"),
+                 QStringLiteral("immediate"), QStringLiteral("-w"), QStringLiteral("stop")},
+                &ignored, dir.filePath(name));
+            QDir(dir.filePath(name)).removeRecursively();
+        }
+    }
+
     QString dataDir() const { return _dir->path() + QStringLiteral("/data"); }
     QString logFile() const { return _dir->path() + QStringLiteral("/server.log"); }
 
-    bool run(const QString &program, const QStringList &arguments, QString *error)
+    bool run(const QString &program, const QStringList &arguments, QString *error,
+             const QString &workingDir = QString())
     {
         QProcess process;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -199,7 +225,8 @@ private:
         }
         env.insert(QStringLiteral("LC_ALL"), QStringLiteral("C"));
         process.setProcessEnvironment(env);
-        process.setWorkingDirectory(_dir->path()); // postgres may not be able to enter ours
+        // postgres may not be able to enter ours
+        process.setWorkingDirectory(workingDir.isEmpty() ? _dir->path() : workingDir);
         process.setProcessChannelMode(QProcess::MergedChannels);
         const QString path = binDir() + QLatin1Char('/') + program;
         if (_runAs)

@@ -3,6 +3,7 @@
 // tarnwell-cli (publish, meal plan, update-db, metrics over TLS) and by raw HTTP for what the
 // program never sends.
 
+#include "childprocess.h"
 #include "httptestserver.h"
 #include "pgcluster.h"
 #include "server/accountdb.h"
@@ -287,6 +288,7 @@ bool TestServerProtocol::startServer(const QStringList &extra)
 {
     QProcess &process = _site->server;
     process.setProcessEnvironment(_home->environment());
+    endWithParent(process);
     process.start(binDir() + u"/tarnwell-server"_s,
                   QStringList{u"serve"_s, u"--listen"_s, u"127.0.0.1:0"_s} + siteArguments() + extra);
     // It says where it listens once it does.

@@ -2,6 +2,7 @@
 // a reference database written for the run and published with publish-db; then a real headless
 // chromium that logs in through the form and reads the rendered pages.
 
+#include "childprocess.h"
 #include "httptestserver.h"
 #include "pgcluster.h"
 #include "server/accountdb.h"
@@ -193,6 +194,7 @@ void TestServerWeb::initTestCase()
     }
     _server.setProcessEnvironment(_home.environment());
     _server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    endWithParent(_server);
     _server.start(program, arguments);
     QElapsedTimer started;
     started.start();
