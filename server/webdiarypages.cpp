@@ -48,8 +48,9 @@ QString day(const DayPage &view)
                 .arg(htmlEscape(frame.subject), date.toString(QStringLiteral("yyyy-MM")), memberQuery(frame),
                      htmlEscape(QLocale::c().toString(date, QStringLiteral("MMMM yyyy"))));
     if (view.lastPublish) {
-        html += QStringLiteral(" \u00b7 last published %1")
-                    .arg(view.lastPublish->toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm")));
+        const QDateTime published = view.lastPublish->toLocalTime();
+        html += QStringLiteral(" \u00b7 last published %1 %2")
+                    .arg(htmlEscape(shortDate(published.date())), published.toString(QStringLiteral("HH:mm")));
     }
     html += QLatin1String("</p>\n<table class=\"diary\"><thead><tr>") + headerCells() +
             QLatin1String("</tr></thead>\n");

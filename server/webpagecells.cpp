@@ -37,7 +37,7 @@ QString numberCell(const QString &text)
 
 QString shortDate(const QDate &date)
 {
-    return QLocale::c().toString(date, QStringLiteral("ddd d MMM yyyy"));
+    return QLocale::c().toString(date, QStringLiteral("ddd, MMM d yyyy"));
 }
 
 QString mealName(QChar letter)

@@ -41,6 +41,6 @@ QString amount(int c, double value); // the figure and its unit
 // The column heads of a diary table with its first figure columns.
 QString headerCells(int figures = ColumnCount);
 QString numberCell(const QString &text);
-QString shortDate(const QDate &date); // "Mon 3 Mar 2025"
+QString shortDate(const QDate &date); // "Mon, Mar 3 2025", in the order of longDayName()
 
 } // namespace WebPages
