@@ -233,42 +233,39 @@ AccountDB::Login AccountDB::checkPwHash(const QString &name, const QString &pwha
     const QStringList keys =
         nameOk ? QStringList{memberKey(name), addressKey(address)} : QStringList{addressKey(address)};
 
-    // The limit is looked at before anything costly, so refused attempts are cheap.
-    // Both look-ups run on every publish: kept prepared, and finished once read.
-    bool memberHasFailures = false;
+    // One statement reads the failure counts and the member: it runs on every publish. The limit
+    // is weighed before anything costly (the password's hash), so refused attempts stay cheap.
+    bool memberHasFailures = false, throttled = false;
+    std::optional<qint64> id;
+    QString stored;
     {
-        QSqlQuery *query =
-            _db.cached(u"SELECT key, failures, window_start FROM login_failures WHERE key IN (?, ?)"_s);
-        if (!query || !ServerDB::execPrepared(*query, {keys.constFirst(), keys.constLast()}))
+        QSqlQuery *query = _db.cached(
+            u"SELECT key, failures, window_start, NULL, NULL FROM login_failures WHERE key IN (?, ?) "
+            "UNION ALL SELECT NULL, NULL, NULL, id, pw_hash FROM members WHERE name = ?"_s);
+        // A name that cannot be a member is looked up as NULL, which matches none.
+        if (!query ||
+            !ServerDB::execPrepared(*query, {keys.constFirst(), keys.constLast(), nameOk ? name : QString()}))
             return Login::Wrong; // a store that cannot say is no reason to let anyone in
-        bool throttled = false;
-        while (!throttled && query->next()) {
+        while (query->next()) {
+            if (query->isNull(0)) {
+                id = query->value(3).toLongLong();
+                stored = query->value(4).toString();
+                continue;
+            }
             const QString key = query->value(0).toString();
             const qint64 failures = query->value(1).toLongLong();
             if (query->value(2).toLongLong() <= windowOpenedAfter)
                 continue;
             const bool isMember = nameOk && key == keys.constFirst();
             memberHasFailures = memberHasFailures || isMember;
-            throttled = failures >= (isMember ? kMaxFailuresPerMember : kMaxFailuresPerAddress);
+            throttled = throttled || failures >= (isMember ? kMaxFailuresPerMember : kMaxFailuresPerAddress);
         }
         query->finish();
-        if (throttled)
-            return Login::Throttled;
     }
+    if (throttled)
+        return Login::Throttled;
 
     const QString lowered = pwhash.toLower();
-    std::optional<qint64> id;
-    QString stored;
-    if (nameOk) {
-        QSqlQuery *query = _db.cached(u"SELECT id, pw_hash FROM members WHERE name = ?"_s);
-        if (query && ServerDB::execPrepared(*query, {name}) && query->next()) {
-            id = query->value(0).toLongLong();
-            stored = query->value(1).toString();
-        }
-        if (query)
-            query->finish();
-    }
-
     bool ok = false;
     if (!id || !PasswordHash::isMd5Hex(lowered)) {
         PasswordHash::verify(lowered.toLatin1(), decoyHash());

@@ -6,29 +6,33 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-bool isSpace(QChar c)
+bool isSpace(char16_t c)
 {
     return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r';
 }
 
-bool isNameStart(QChar c)
+bool isNameStart(char16_t u)
 {
-    const char16_t u = c.unicode();
     return (u >= u'a' && u <= u'z') || (u >= u'A' && u <= u'Z') || u == u'_';
 }
 
-bool isNameChar(QChar c)
+bool isNameChar(char16_t u)
 {
-    const char16_t u = c.unicode();
-    return isNameStart(c) || (u >= u'0' && u <= u'9') || u == u'-' || u == u'.';
+    return isNameStart(u) || (u >= u'0' && u <= u'9') || u == u'-' || u == u'.';
 }
 
 // Characters XML forbids, and a byte order mark past the first (decoding drops that one), are left
 // to Qt's reader. Valid UTF-8 holds no lone surrogate.
-bool isPlainChar(QChar c)
+bool isPlainChar(char16_t u)
 {
-    const char16_t u = c.unicode();
     return (u >= 0x20 || u == 0x9 || u == 0xA || u == 0xD) && u != 0xFFFE && u != 0xFFFF && u != 0xFEFF;
+}
+
+// What may stand in an attribute value as it is: white space other than a space is normalised
+// in values, which is left to Qt's reader.
+bool isPlainValueChar(char16_t u)
+{
+    return u >= 0x20 && u != u'<' && (u < 0xFEFF || (u != 0xFEFF && u != 0xFFFE && u != 0xFFFF));
 }
 
 // A character XML 1.0 allows in a document.
@@ -45,13 +49,14 @@ bool PlainXml::read(QByteArrayView utf8, int maxDepth, int maxValueLength)
     _events.clear();
     _attributes.clear();
     _decoded.clear();
-    _pos = 0;
     // Decoded once; bytes that are not UTF-8 are left to Qt's reader. A leading byte order mark
     // is dropped, as Qt's reader drops it.
     QStringDecoder decoder(QStringDecoder::Utf8);
     _text = decoder(utf8);
     if (decoder.hasError())
         return false;
+    _p = reinterpret_cast<const char16_t *>(_text.constData());
+    _end = _p + _text.size();
     if (at("<?xml"_L1) && !declaration())
         return false;
     spaces();
@@ -60,36 +65,34 @@ bool PlainXml::read(QByteArrayView utf8, int maxDepth, int maxValueLength)
         if (!element(open, maxDepth, maxValueLength))
             return false;
         // Up to the next tag: text within an element, only white space outside the root.
-        const qsizetype textStart = _pos;
-        while (_pos < _text.size() && _text.at(_pos) != u'<') {
-            const QChar c = _text.at(_pos);
+        const char16_t *const textStart = _p;
+        for (; _p < _end && *_p != u'<'; ++_p) {
+            const char16_t c = *_p;
             if (c == u'&' || (open.empty() && !isSpace(c)) || !isPlainChar(c))
                 return false;
-            if (c == u'>' && _pos - 2 >= textStart && _text.at(_pos - 1) == u']' &&
-                _text.at(_pos - 2) == u']')
+            if (c == u'>' && _p - textStart >= 2 && _p[-1] == u']' && _p[-2] == u']')
                 return false;
-            ++_pos;
         }
     } while (!open.empty());
-    return _pos == _text.size();
+    return _p == _end;
 }
 
 // A start tag (with, for an empty element, its end) or an end tag, from its "<"; open is the
 // elements not yet ended.
 bool PlainXml::element(std::vector<QStringView> &open, int maxDepth, int maxValueLength)
 {
-    if (_pos >= _text.size() || _text.at(_pos) != u'<')
+    if (_p >= _end || *_p != u'<')
         return false;
-    ++_pos;
+    ++_p;
     QStringView tag;
-    if (_pos < _text.size() && _text.at(_pos) == u'/') {
-        ++_pos;
+    if (_p < _end && *_p == u'/') {
+        ++_p;
         if (!name(&tag))
             return false;
         spaces();
-        if (_pos >= _text.size() || _text.at(_pos) != u'>' || open.empty() || open.back() != tag)
+        if (_p >= _end || *_p != u'>' || open.empty() || open.back() != tag)
             return false;
-        ++_pos;
+        ++_p;
         open.pop_back();
         _events.push_back({false, tag});
         return true;
@@ -97,16 +100,19 @@ bool PlainXml::element(std::vector<QStringView> &open, int maxDepth, int maxValu
     if (!name(&tag) || int(open.size()) >= maxDepth) // "<!" and "<?" end here too
         return false;
     Event start{true, tag, qsizetype(_attributes.size()), 0};
+    // A bit for each name by its length and outer letters: a name whose bit is not set yet is
+    // new, and only the others are compared with the names before them.
+    quint64 seen = 0;
     for (;;) {
-        const qsizetype before = _pos;
+        const char16_t *const before = _p;
         spaces();
-        if (_pos >= _text.size())
+        if (_p >= _end)
             return false;
-        const QChar c = _text.at(_pos);
+        const char16_t c = *_p;
         if (c == u'>' || c == u'/') {
-            ++_pos;
+            ++_p;
             const bool empty = c == u'/';
-            if (empty && (_pos >= _text.size() || _text.at(_pos++) != u'>'))
+            if (empty && (_p >= _end || *_p++ != u'>'))
                 return false;
             start.attributeCount = qsizetype(_attributes.size()) - start.firstAttribute;
             _events.push_back(start);
@@ -117,30 +123,34 @@ bool PlainXml::element(std::vector<QStringView> &open, int maxDepth, int maxValu
             return true;
         }
         QStringView attribute, content;
-        if (_pos == before || !name(&attribute) ||
+        if (_p == before || !name(&attribute) ||
             ((attribute.front() == u'x' || attribute.front() == u'X') &&
              attribute.startsWith("xml"_L1, Qt::CaseInsensitive)))
             return false;
         if (!assignment(maxValueLength, &content))
             return false;
-        // Length and first letter first: most names differ there, and this runs for every pair.
-        for (auto i = size_t(start.firstAttribute); i < _attributes.size(); ++i) {
-            const QStringView other = _attributes[i].name;
-            if (other.size() == attribute.size() && other.front() == attribute.front() && other == attribute)
-                return false;
+        const quint64 bit = quint64(1) << ((attribute.size() * 7 + attribute.front().unicode() * 3 +
+                                            attribute.back().unicode()) &
+                                           63);
+        if (seen & bit) {
+            for (auto i = size_t(start.firstAttribute); i < _attributes.size(); ++i) {
+                if (_attributes[i].name == attribute)
+                    return false;
+            }
         }
+        seen |= bit;
         _attributes.push_back({attribute, content});
     }
 }
 
 bool PlainXml::name(QStringView *out)
 {
-    const qsizetype start = _pos;
-    if (_pos >= _text.size() || !isNameStart(_text.at(_pos)))
+    const char16_t *const start = _p;
+    if (_p >= _end || !isNameStart(*_p))
         return false;
-    while (++_pos < _text.size() && isNameChar(_text.at(_pos))) {
+    while (++_p < _end && isNameChar(*_p)) {
     }
-    *out = QStringView(_text).sliced(start, _pos - start);
+    *out = QStringView(start, _p - start);
     return true;
 }
 
@@ -148,77 +158,78 @@ bool PlainXml::name(QStringView *out)
 bool PlainXml::assignment(int maxValueLength, QStringView *out)
 {
     spaces();
-    if (_pos >= _text.size() || _text.at(_pos) != u'=')
+    if (_p >= _end || *_p != u'=')
         return false;
-    ++_pos;
+    ++_p;
     spaces();
-    if (_pos >= _text.size() || (_text.at(_pos) != u'"' && _text.at(_pos) != u'\''))
+    if (_p >= _end || (*_p != u'"' && *_p != u'\''))
         return false;
-    const QChar quote = _text.at(_pos++);
+    const char16_t quote = *_p++;
     return value(quote, maxValueLength, out);
 }
 
 // An attribute value up to its closing quote, which is passed.
-bool PlainXml::value(QChar quote, int maxValueLength, QStringView *out)
+bool PlainXml::value(char16_t quote, int maxValueLength, QStringView *out)
 {
-    const qsizetype start = _pos;
-    QString decoded;
-    bool references = false;
-    for (;;) {
-        if (_pos >= _text.size())
+    const char16_t *const start = _p;
+    for (; _p < _end && *_p != quote && *_p != u'&'; ++_p) {
+        if (!isPlainValueChar(*_p))
             return false;
-        const QChar c = _text.at(_pos);
+    }
+    if (_p >= _end)
+        return false;
+    if (*_p == quote) {
+        *out = QStringView(start, _p - start);
+        ++_p;
+        return out->size() <= maxValueLength;
+    }
+    // A reference: the value is decoded from here on.
+    QString decoded(reinterpret_cast<const QChar *>(start), _p - start);
+    for (;;) {
+        if (_p >= _end)
+            return false;
+        const char16_t c = *_p;
         if (c == quote)
             break;
-        // White space other than a space is normalised in values; left to Qt's reader.
-        if (c == u'<' || c == u'\t' || c == u'\n' || c == u'\r' || !isPlainChar(c))
-            return false;
         if (c == u'&') {
-            if (!references)
-                decoded = QStringView(_text).sliced(start, _pos - start).toString();
-            references = true;
             if (!reference(&decoded))
                 return false;
             continue;
         }
-        if (references)
-            decoded += c;
-        ++_pos;
+        if (!isPlainValueChar(c))
+            return false;
+        decoded += QChar(c);
+        ++_p;
     }
-    const QStringView plain = QStringView(_text).sliced(start, _pos - start);
-    ++_pos;
-    if (references) {
-        _decoded.push_back(std::move(decoded));
-        *out = _decoded.back();
-    } else {
-        *out = plain;
-    }
+    ++_p;
+    _decoded.push_back(std::move(decoded));
+    *out = _decoded.back();
     return out->size() <= maxValueLength;
 }
 
 // "&amp;" and the four others, or "&#N;" / "&#xN;" of a character XML allows; from the "&".
 bool PlainXml::reference(QString *out)
 {
-    ++_pos;
+    ++_p;
     static const std::pair<QLatin1StringView, QChar> named[] = {
         {"amp;"_L1, u'&'}, {"lt;"_L1, u'<'}, {"gt;"_L1, u'>'}, {"quot;"_L1, u'"'}, {"apos;"_L1, u'\''}};
     for (const auto &[text, character] : named) {
         if (at(text)) {
             *out += character;
-            _pos += text.size();
+            _p += text.size();
             return true;
         }
     }
-    if (_pos >= _text.size() || _text.at(_pos) != u'#')
+    if (_p >= _end || *_p != u'#')
         return false;
-    ++_pos;
-    const bool hex = _pos < _text.size() && _text.at(_pos) == u'x';
+    ++_p;
+    const bool hex = _p < _end && *_p == u'x';
     if (hex)
-        ++_pos;
+        ++_p;
     char32_t code = 0;
     int digits = 0;
-    for (; _pos < _text.size() && _text.at(_pos) != u';'; ++_pos) {
-        const char16_t c = _text.at(_pos).unicode();
+    for (; _p < _end && *_p != u';'; ++_p) {
+        const char16_t c = *_p;
         int digit = -1;
         if (c >= u'0' && c <= u'9')
             digit = c - u'0';
@@ -230,9 +241,9 @@ bool PlainXml::reference(QString *out)
             return false;
         code = code * (hex ? 16 : 10) + char32_t(digit);
     }
-    if (_pos >= _text.size() || digits == 0 || !isXmlChar(code))
+    if (_p >= _end || digits == 0 || !isXmlChar(code))
         return false;
-    ++_pos;
+    ++_p;
     *out += QStringView(QChar::fromUcs4(code));
     return true;
 }
@@ -240,18 +251,18 @@ bool PlainXml::reference(QString *out)
 // <?xml version="1.0" encoding="UTF-8" standalone="yes"?>, the last two optional, nothing else.
 bool PlainXml::declaration()
 {
-    _pos += 5;
+    _p += 5;
     const char *const names[] = {"version", "encoding", "standalone"};
     size_t next = 0;
     for (;;) {
-        const qsizetype before = _pos;
+        const char16_t *const before = _p;
         spaces();
         if (at("?>"_L1)) {
-            _pos += 2;
+            _p += 2;
             return next > 0;
         }
         QStringView key, content;
-        if (_pos == before || !name(&key))
+        if (_p == before || !name(&key))
             return false;
         while (next > 0 && next < std::size(names) && key != QLatin1StringView(names[next]))
             ++next; // the version is not optional, the others are
@@ -272,11 +283,11 @@ bool PlainXml::declaration()
 
 void PlainXml::spaces()
 {
-    while (_pos < _text.size() && isSpace(_text.at(_pos)))
-        ++_pos;
+    while (_p < _end && isSpace(*_p))
+        ++_p;
 }
 
 bool PlainXml::at(QLatin1StringView text) const
 {
-    return QStringView(_text).sliced(_pos).startsWith(text);
+    return QStringView(_p, _end - _p).startsWith(text);
 }

@@ -41,7 +41,7 @@ private:
     bool element(std::vector<QStringView> &open, int maxDepth, int maxValueLength);
     bool name(QStringView *out);
     bool assignment(int maxValueLength, QStringView *out);
-    bool value(QChar quote, int maxValueLength, QStringView *out);
+    bool value(char16_t quote, int maxValueLength, QStringView *out);
     bool reference(QString *out);
     void spaces();
     bool at(QLatin1StringView text) const;
@@ -50,5 +50,5 @@ private:
     std::deque<QString> _decoded; // values with references, decoded (a deque: views stay valid)
     std::vector<Event> _events;
     std::vector<Attribute> _attributes;
-    qsizetype _pos = 0;
+    const char16_t *_p = nullptr, *_end = nullptr; // what is left of _text
 };

@@ -192,8 +192,7 @@ private:
     // value (both round correctly); anything else is left to toDouble().
     static std::optional<double> plainDecimal(QStringView text)
     {
-        char latin1[32];
-        if (text.isEmpty() || text.size() > qsizetype(sizeof latin1))
+        if (text.isEmpty() || text.size() > 32)
             return std::nullopt;
         qsizetype digits = 0, point = -1;
         qint64 mantissa = 0;
@@ -207,7 +206,6 @@ private:
             } else if (!(c == u'-' && i == 0)) {
                 return std::nullopt;
             }
-            latin1[i] = char(c);
         }
         if (digits == 0 || point == text.size() - 1)
             return std::nullopt;
@@ -219,6 +217,9 @@ private:
             const double magnitude = double(mantissa) / kPowers[point < 0 ? 0 : text.size() - 1 - point];
             return text.front() == u'-' ? -magnitude : magnitude;
         }
+        char latin1[32];
+        for (qsizetype i = 0; i < text.size(); ++i)
+            latin1[i] = char(text.at(i).unicode());
         double value = 0;
         const auto [end, error] = std::from_chars(latin1, latin1 + text.size(), value);
         if (error != std::errc() || end != latin1 + text.size())

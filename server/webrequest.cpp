@@ -5,6 +5,8 @@
 #include <QHttpServerRequest>
 #include <QUrl>
 
+#include <array>
+
 namespace {
 
 // Forms on these pages are a few fields; anything much larger is not one of ours.
@@ -19,13 +21,17 @@ QString firstValue(const QList<QPair<QString, QString>> &fields, const QString &
     return QString();
 }
 
-int hexValue(char c)
-{
-    return c >= '0' && c <= '9'   ? c - '0'
-           : c >= 'a' && c <= 'f' ? c - 'a' + 10
-           : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                  : -1;
-}
+// The value of a hex digit, -1 for any other byte; a table, as a posted document is mostly escapes.
+constexpr std::array<qint8, 256> kHexValues = [] {
+    std::array<qint8, 256> values{};
+    for (int c = 0; c < 256; ++c) {
+        values[size_t(c)] = qint8(c >= '0' && c <= '9'   ? c - '0'
+                                  : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                                  : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                                         : -1);
+    }
+    return values;
+}();
 
 } // namespace
 
@@ -33,16 +39,20 @@ QByteArray formDecoded(QByteArrayView text)
 {
     QByteArray out(text.size(), Qt::Uninitialized);
     char *o = out.data();
-    for (qsizetype i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        int high = -1, low = -1;
-        if (c == '%' && i + 2 < text.size() && (high = hexValue(text[i + 1])) >= 0 &&
-            (low = hexValue(text[i + 2])) >= 0) {
-            *o++ = char(high * 16 + low);
-            i += 2;
-        } else {
-            *o++ = c == '+' ? ' ' : c;
+    const auto *p = reinterpret_cast<const uchar *>(text.data());
+    const uchar *const end = p + text.size();
+    while (p < end) {
+        const uchar c = *p;
+        if (c == '%' && end - p > 2) {
+            const int high = kHexValues[p[1]], low = kHexValues[p[2]];
+            if ((high | low) >= 0) {
+                *o++ = char(high * 16 + low);
+                p += 3;
+                continue;
+            }
         }
+        *o++ = c == '+' ? ' ' : char(c);
+        ++p;
     }
     out.truncate(o - out.constData());
     return out;

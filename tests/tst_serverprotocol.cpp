@@ -13,6 +13,7 @@
 #include "server/publishreader.h"
 #include "server/serverdb.h"
 #include "server/serverdiarydb.h"
+#include "server/webrequest.h"
 #include "testsupport.h"
 #include "webclient.h"
 
@@ -220,6 +221,8 @@ private slots:
     void refusedRequests();
     void plainReader_data();
     void plainReader();
+    void formDecoding_data();
+    void formDecoding();
     void throttledLogins();
     void connections_data();
     void connections();
@@ -571,6 +574,25 @@ void TestServerProtocol::plainReader()
         QCOMPARE(std::bit_cast<quint64>(fast.days[0].foods[0].qty), std::bit_cast<quint64>(expected));
     }
     QVERIFY(!plain || fastOk);
+}
+
+void TestServerProtocol::formDecoding_data()
+{
+    QTest::addColumn<QByteArray>("encoded");
+    QTest::addColumn<QByteArray>("decoded");
+    QTest::newRow("escapes, either case") << QByteArray("%3Cfood%20desc%3d%22%e2%82%AC%22%2F%3E")
+                                          << QByteArray("<food desc=\"\xe2\x82\xac\"/>");
+    QTest::newRow("plus is a space") << QByteArray("a+b%2Bc") << QByteArray("a b+c");
+    // What is not an escape stays as sent.
+    QTest::newRow("not hex") << QByteArray("%zz%4g%") << QByteArray("%zz%4g%");
+    QTest::newRow("cut short") << QByteArray("x%4") << QByteArray("x%4");
+    QTest::newRow("a byte of 0 and of 255") << QByteArray("%00%ff") << QByteArray("\0\xff", 2);
+}
+
+void TestServerProtocol::formDecoding()
+{
+    QFETCH(QByteArray, encoded);
+    QTEST(formDecoded(encoded), "decoded");
 }
 
 void TestServerProtocol::throttledLogins()
