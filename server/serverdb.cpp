@@ -126,7 +126,8 @@ struct ThreadState
         QString name;
         std::weak_ptr<Registry> registry;
         std::shared_ptr<StatementCache> statements;
-        int depth = 0; // transaction() levels open on this thread
+        int depth = 0;     // transaction() levels open on this thread
+        QString openError; // why the connection did not open, the last time it was tried
     };
     std::vector<Entry> entries;
     bool retryable = false; // the last failed statement may succeed when the work runs again
@@ -152,6 +153,7 @@ struct ThreadState
 thread_local ThreadState t_state;
 // Set in a store's SQLite writer thread: transactions it starts run where they are.
 thread_local bool t_writer = false;
+thread_local bool t_opening = false; // in ServerDB::open(), which reports what fails itself
 
 // Notes on the thread what a failed statement means for the transaction around it.
 void noteFailure(const QSqlQuery &query, bool mayRetry)
@@ -205,7 +207,8 @@ struct ServerDB::Private
     void parse();
     QString display() const;
     void parsePostgreSQL();
-    bool configure(QSqlDatabase &db) const;
+    // Opens db and sets it up; false with the reason.
+    bool configure(QSqlDatabase &db, QString *why) const;
     bool migrate(ServerDB &q, QString *error);
 
     // SQLite: every write transaction of the store runs in one thread of its own, on one
@@ -358,7 +361,7 @@ void ServerDB::Private::parsePostgreSQL()
         urlError = u"the database URL names no database: postgresql://user@host/dbname"_s;
 }
 
-bool ServerDB::Private::configure(QSqlDatabase &db) const
+bool ServerDB::Private::configure(QSqlDatabase &db, QString *why) const
 {
     if (kind == Kind::SQLite) {
         db.setDatabaseName(path);
@@ -371,9 +374,12 @@ bool ServerDB::Private::configure(QSqlDatabase &db) const
         db.setPassword(password);
         db.setConnectOptions(options);
     }
+    // What the database says ("file is not a database"), without Qt's words around it.
+    const auto reason = [](const QSqlError &failed) {
+        return failed.databaseText().isEmpty() ? failed.text() : failed.databaseText().trimmed();
+    };
     if (!db.open()) {
-        qCWarning(lcServer).noquote()
-            << "Cannot open the database" << display() << ":" << db.lastError().text();
+        *why = reason(db.lastError());
         return false;
     }
     QSqlQuery query(db);
@@ -383,7 +389,7 @@ bool ServerDB::Private::configure(QSqlDatabase &db) const
                              : QStringList{u"SET client_min_messages = warning"_s};
     for (const QString &statement : setup) {
         if (!query.exec(statement)) {
-            qCWarning(lcServer).noquote() << statement << "failed:" << query.lastError().text();
+            *why = reason(query.lastError());
             db.close();
             return false;
         }
@@ -482,10 +488,12 @@ bool ServerDB::open(QString *error)
             *error = u"cannot make the folder of %1"_s.arg(d->path);
         return false;
     }
+    t_opening = true;
     QSqlDatabase db = connection();
+    t_opening = false;
     if (!db.isOpen()) {
         if (error)
-            *error = u"cannot open the database %1: %2"_s.arg(d->display(), db.lastError().text());
+            *error = t_state.find(d->serial)->openError;
         return false;
     }
     return d->migrate(*this, error);
@@ -526,7 +534,9 @@ QSqlDatabase ServerDB::connection()
         // on the old one is gone with it.
         if (!db.isOpen() && entry->depth == 0 && d->urlError.isEmpty()) {
             entry->statements->clear();
-            d->configure(db);
+            if (!d->configure(db, &entry->openError))
+                qCWarning(lcServer).noquote()
+                    << "Cannot open the database" << d->display() << ":" << entry->openError;
         }
         return db;
     }
@@ -537,9 +547,11 @@ QSqlDatabase ServerDB::connection()
         std::lock_guard lock(d->registry->mutex);
         d->registry->connections.insert(name, statements);
     }
-    t_state.entries.push_back({d->serial, name, d->registry, statements});
-    if (d->urlError.isEmpty())
-        d->configure(db);
+    t_state.entries.push_back({d->serial, name, d->registry, statements, 0, {}});
+    // Said by open() when it is the one asking; on a thread of the service, only the log can.
+    if (d->urlError.isEmpty() && !d->configure(db, &t_state.entries.back().openError) && !t_opening)
+        qCWarning(lcServer).noquote()
+            << "Cannot open the database" << d->display() << ":" << t_state.entries.back().openError;
     return db;
 }
 

@@ -231,6 +231,10 @@ void TestServerStore::urls_data()
                                      << u"unknown setting"_s;
     if (_pg.isRunning())
         QTest::newRow("no such database") << _pg.url(u"absent"_s) << false << u"absent"_s;
+    QFile garbage(dir + u"/garbage.sqlite"_s);
+    if (garbage.open(QIODevice::WriteOnly))
+        garbage.write(QByteArray(4096, '\x5a'));
+    QTest::newRow("not a database") << garbage.fileName() << false << u"file is not a database"_s;
 }
 
 void TestServerStore::urls()
