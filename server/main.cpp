@@ -10,14 +10,18 @@ namespace {
 QLoggingCategory::CategoryFilter g_previousFilter = nullptr;
 
 // Qt HttpServer's own debug output names request URLs, and the program's queries carry password
-// hashes: it stays off whatever logging rules say.
-void quietHttpServer(QLoggingCategory *category)
+// hashes: it stays off whatever logging rules say. The libraries' debug lines (files mapped and
+// unmapped) are no news in a service's log: off unless QT_LOGGING_RULES asks for them.
+void quietLog(QLoggingCategory *category)
 {
     if (g_previousFilter)
         g_previousFilter(category);
     if (qstrncmp(category->categoryName(), "qt.httpserver", 13) == 0) {
         category->setEnabled(QtDebugMsg, false);
         category->setEnabled(QtInfoMsg, false);
+    } else if (qstrncmp(category->categoryName(), "tarnwell.", 9) == 0 &&
+               !qEnvironmentVariableIsSet("QT_LOGGING_RULES")) {
+        category->setEnabled(QtDebugMsg, false);
     }
 }
 
@@ -25,7 +29,7 @@ void quietHttpServer(QLoggingCategory *category)
 
 int main(int argc, char *argv[])
 {
-    g_previousFilter = QLoggingCategory::installFilter(quietHttpServer);
+    g_previousFilter = QLoggingCategory::installFilter(quietLog);
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("tarnwell-server"));
     return ServerCommands::run(QCoreApplication::arguments().mid(1));
