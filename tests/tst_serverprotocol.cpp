@@ -312,9 +312,12 @@ bool TestServerProtocol::startServer(const QStringList &extra)
 int TestServerProtocol::stopServer()
 {
     ::kill(pid_t(_site->server.processId()), SIGTERM);
-    if (!_site->server.waitForFinished(10000))
-        return -1;
-    return _site->server.exitStatus() == QProcess::NormalExit ? _site->server.exitCode() : -1;
+    const int status = !_site->server.waitForFinished(10000)                ? -1
+                       : _site->server.exitStatus() == QProcess::NormalExit ? _site->server.exitCode()
+                                                                            : -1;
+    if (status != 0) // what the server said, to know why
+        qWarning("server: %s", _site->server.readAllStandardError().right(3000).constData());
+    return status;
 }
 
 bool TestServerProtocol::makeProfile()
