@@ -5,6 +5,8 @@
 #include <QCoreApplication>
 #include <QLoggingCategory>
 
+#include <openssl/crypto.h>
+
 namespace {
 
 QLoggingCategory::CategoryFilter g_previousFilter = nullptr;
@@ -29,6 +31,9 @@ void quietLog(QLoggingCategory *category)
 
 int main(int argc, char *argv[])
 {
+    // No OpenSSL clean-up at exit: Qt's pool threads are detached, and one still ending (and
+    // freeing its OpenSSL state) would race it. The process is ending anyway.
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
     g_previousFilter = QLoggingCategory::installFilter(quietLog);
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("tarnwell-server"));
