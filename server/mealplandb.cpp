@@ -36,11 +36,8 @@ QList<PlannedFood> MealPlanDB::planned(qint64 memberId, const QDate &from, const
         food.qty = query.value(5).toDouble();
         std::optional<double> *const values[] = {&food.calories, &food.carbohydrate, &food.fat, &food.fiber,
                                                  &food.protein};
-        for (int i = 0; i < int(std::size(values)); ++i) {
-            const QVariant value = query.value(6 + i);
-            if (!value.isNull())
-                *values[i] = value.toDouble();
-        }
+        for (int i = 0; i < int(std::size(values)); ++i)
+            *values[i] = ServerDB::optionalReal(query.value(6 + i));
         list.append(food);
     }
     return list;
@@ -67,7 +64,7 @@ qint64 MealPlanDB::add(qint64 memberId, const PlannedFood &food, QString *error)
             *error = u"the amounts of a planned food are numbers of zero or more"_s;
             return -1;
         }
-        values.append(value ? QVariant(*value) : QVariant(QMetaType(QMetaType::Double)));
+        values.append(ServerDB::realOrNull(value));
     }
     qint64 id = -1;
     const bool ok = _db.transaction(

@@ -704,3 +704,13 @@ qint64 ServerDB::now()
 {
     return QDateTime::currentSecsSinceEpoch();
 }
+
+QVariant ServerDB::realOrNull(const std::optional<double> &value)
+{
+    return value ? QVariant(*value) : QVariant(QMetaType(QMetaType::Double));
+}
+
+std::optional<double> ServerDB::optionalReal(const QVariant &value)
+{
+    return value.isNull() ? std::nullopt : std::optional<double>(value.toDouble());
+}

@@ -13,6 +13,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 class QSqlQuery;
 
@@ -65,6 +66,9 @@ public:
     QString displayUrl() const;
     // Seconds since the epoch (UTC), the unit of every timestamp column.
     static qint64 now();
+    // A value that may be unknown, bound as a typed NULL when it is; and read back.
+    static QVariant realOrNull(const std::optional<double> &value);
+    static std::optional<double> optionalReal(const QVariant &value);
 
 private:
     struct Private;

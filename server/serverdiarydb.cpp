@@ -39,16 +39,6 @@ bool finite(const std::optional<double> &value)
     return !value || std::isfinite(*value);
 }
 
-QVariant orNull(const std::optional<double> &value)
-{
-    return value ? QVariant(*value) : QVariant();
-}
-
-std::optional<double> optionalReal(const QVariant &value)
-{
-    return value.isNull() ? std::nullopt : std::optional<double>(value.toDouble());
-}
-
 // What is wrong with the update, or nothing. Checked whole before anything is written.
 QString problem(const DiaryUpdate &update)
 {
@@ -86,11 +76,11 @@ PublishedCheckin readCheckin(const QSqlQuery &query)
 {
     PublishedCheckin checkin;
     checkin.date = QDate::fromString(query.value(0).toString(), Qt::ISODate);
-    checkin.weight = optionalReal(query.value(1));
-    checkin.chest = optionalReal(query.value(2));
-    checkin.hips = optionalReal(query.value(3));
-    checkin.thigh = optionalReal(query.value(4));
-    checkin.waist = optionalReal(query.value(5));
+    checkin.weight = ServerDB::optionalReal(query.value(1));
+    checkin.chest = ServerDB::optionalReal(query.value(2));
+    checkin.hips = ServerDB::optionalReal(query.value(3));
+    checkin.thigh = ServerDB::optionalReal(query.value(4));
+    checkin.waist = ServerDB::optionalReal(query.value(5));
     checkin.note = query.value(6).toString();
     return checkin;
 }
@@ -258,18 +248,6 @@ QList<PublishedExercise> readExercises(const QVariant &json)
     return exercises;
 }
 
-// " ON CONFLICT (keys) DO UPDATE SET c = excluded.c, ..." for the columns that are not keys.
-QString upsert(const QString &keys, const QString &columns)
-{
-    const QStringList keyList = keys.split(u", "_s);
-    QStringList sets;
-    for (const QString &column : columns.split(u", "_s)) {
-        if (!keyList.contains(column))
-            sets.append(column + u" = excluded."_s + column);
-    }
-    return u" ON CONFLICT ("_s + keys + u") DO UPDATE SET "_s + sets.join(u", "_s);
-}
-
 } // namespace
 
 ServerDiaryDB::ServerDiaryDB(ServerDB &db)
@@ -333,7 +311,7 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
             const QString publishColumns = u"member_id, last_publish"_s;
             return deleteDates(u"diary_days"_s, memberId, cleared, workError) &&
                    insertRows(
-                       u"diary_days"_s, dayColumns, upsert(u"member_id, date"_s, dayColumns), filled.size(),
+                       u"diary_days"_s, dayColumns, u"member_id, date"_s, filled.size(),
                        [&](qsizetype i, QVariantList &values) {
                            values << memberId << filled.at(i).date << filled.at(i).foods
                                   << filled.at(i).exercises;
@@ -341,30 +319,31 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
                        workError) &&
                    deleteDates(u"checkins"_s, memberId, checkinDeletions, workError) &&
                    insertRows(
-                       u"checkins"_s, checkinColumns, upsert(u"member_id, date"_s, checkinColumns),
-                       checkins.size(),
+                       u"checkins"_s, checkinColumns, u"member_id, date"_s, checkins.size(),
                        [&](qsizetype i, QVariantList &values) {
                            const PublishedCheckin &checkin = checkins.at(i);
-                           values << memberId << dateText(checkin.date) << orNull(checkin.weight)
-                                  << orNull(checkin.chest) << orNull(checkin.hips) << orNull(checkin.thigh)
-                                  << orNull(checkin.waist) << text(checkin.note);
+                           values << memberId << dateText(checkin.date)
+                                  << ServerDB::realOrNull(checkin.weight)
+                                  << ServerDB::realOrNull(checkin.chest) << ServerDB::realOrNull(checkin.hips)
+                                  << ServerDB::realOrNull(checkin.thigh)
+                                  << ServerDB::realOrNull(checkin.waist) << text(checkin.note);
                        },
                        workError) &&
                    insertRows(
-                       u"waters"_s, waterColumns, upsert(u"member_id, date"_s, waterColumns), waters.size(),
+                       u"waters"_s, waterColumns, u"member_id, date"_s, waters.size(),
                        [&](qsizetype i, QVariantList &values) {
                            values << memberId << dateText(waters.at(i).date) << waters.at(i).cups;
                        },
                        workError) &&
                    insertRows(
-                       u"publishes"_s, publishColumns, upsert(u"member_id"_s, publishColumns), 1,
+                       u"publishes"_s, publishColumns, u"member_id"_s, 1,
                        [&](qsizetype, QVariantList &values) { values << memberId << ServerDB::now(); },
                        workError);
         },
         error);
 }
 
-bool ServerDiaryDB::insertRows(const QString &table, const QString &columns, const QString &tail,
+bool ServerDiaryDB::insertRows(const QString &table, const QString &columns, const QString &keys,
                                qsizetype rows,
                                const std::function<void(qsizetype, QVariantList &)> &rowValues,
                                QString *error)
@@ -372,7 +351,15 @@ bool ServerDiaryDB::insertRows(const QString &table, const QString &columns, con
     if (rows == 0)
         return true;
     const QString head = u"INSERT INTO "_s + table + u" ("_s + columns + u") "_s;
-    const int columnCount = int(columns.count(u',') + 1);
+    const QStringList columnList = columns.split(u", "_s), keyList = keys.split(u", "_s);
+    const int columnCount = int(columnList.size());
+    // A row already there for the keys is replaced by the new one.
+    QStringList sets;
+    for (const QString &column : columnList) {
+        if (!keyList.contains(column))
+            sets.append(column + u" = excluded."_s + column);
+    }
+    const QString tail = u" ON CONFLICT ("_s + keys + u") DO UPDATE SET "_s + sets.join(u", "_s);
     return inPieces(
         rows, columnCount, 0, head + u"VALUES ..."_s + tail,
         [&](qsizetype count) { return head + u"VALUES "_s + placeholders(count, columnCount) + tail; },

@@ -42,9 +42,10 @@ public:
     std::optional<QDateTime> lastPublish(qint64 memberId); // UTC
 
 private:
-    // Rows 0..rows-1 into the table's columns, then tail (an ON CONFLICT clause or nothing);
-    // rowValues appends a row's values in the columns' order.
-    bool insertRows(const QString &table, const QString &columns, const QString &tail, qsizetype rows,
+    // Rows 0..rows-1 into the table's columns ("a, b, c"), each replacing the row with the same
+    // keys (some of the columns) if there is one; rowValues appends a row's values in the
+    // columns' order.
+    bool insertRows(const QString &table, const QString &columns, const QString &keys, qsizetype rows,
                     const std::function<void(qsizetype row, QVariantList &values)> &rowValues,
                     QString *error);
     // The member's rows of the table on the dates.

@@ -40,11 +40,8 @@ MemberTargets TargetDB::targets(qint64 memberId)
     }
     if (!query.next())
         return targets;
-    for (int i = 0; i < MemberTargets::Count; ++i) {
-        const QVariant v = query.value(i);
-        if (!v.isNull())
-            targets.values[size_t(i)] = v.toDouble();
-    }
+    for (int i = 0; i < MemberTargets::Count; ++i)
+        targets.values[size_t(i)] = ServerDB::optionalReal(query.value(i));
     return targets;
 }
 
@@ -59,7 +56,7 @@ bool TargetDB::setTargets(qint64 memberId, const MemberTargets &targets, QString
                          .arg(MemberTargets::kLimits[size_t(i)]);
             return false;
         }
-        bound.append(v ? QVariant(*v) : QVariant(QMetaType(QMetaType::Double)));
+        bound.append(ServerDB::realOrNull(v));
     }
     return _db.transaction(
         [&](QSqlDatabase &db, QString *why) {
