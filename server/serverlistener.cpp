@@ -191,6 +191,14 @@ public:
 
     void startPlain() { handOver(); }
 
+    // A plain connection taken without a look at its first byte: a TLS client is told apart by
+    // the first byte it sends.
+    void startUnsniffed()
+    {
+        _unsniffed = true;
+        handOver();
+    }
+
     void startTls(const QSslConfiguration &configuration)
     {
         auto *socket = static_cast<QSslSocket *>(_socket);
@@ -248,6 +256,11 @@ private:
 
     void inspect(QByteArrayView data)
     {
+        if (_unsniffed && !data.isEmpty()) {
+            _unsniffed = false;
+            if (data.front() == kTlsHandshake)
+                return refuse(0, QStringLiteral("TLS without a certificate"));
+        }
         const ServerListener::Limits &limits = _listener->limits();
         qsizetype i = 0;
         while (i < data.size() && !_refusing) {
@@ -366,6 +379,7 @@ private:
     bool _refusing = false;
     bool _busy = false; // a complete request waits for its answer
     bool _closed = false;
+    bool _unsniffed = false;
     qint64 _inspected = 0; // unread bytes at the front of the socket the front has framed
     QByteArray _head;      // the request header so far
     qint64 _bodyLeft = 0;
@@ -461,11 +475,39 @@ QFuture<QHttpServerResponse> ServerListener::respond(QThreadPool *pool,
     return answer->future();
 }
 
+namespace {
+
+// Makes the socket of an accepted connection and starts it: as TLS, as plain HTTP whose first
+// byte was looked at, or as plain HTTP whose first byte is looked at as it comes.
+void takeConnection(ServerListener *listener, qintptr descriptor, bool tls, bool sniffed)
+{
+    QTcpSocket *socket = tls ? new QSslSocket(listener) : new QTcpSocket(listener);
+    if (!socket->setSocketDescriptor(descriptor)) {
+        qCWarning(lcServer, "cannot take a connection: %s", qUtf8Printable(socket->errorString()));
+        ::close(int(descriptor));
+        delete socket;
+        return;
+    }
+    auto *connection = new ServerConnection(listener, socket);
+    if (tls)
+        connection->startTls(listener->tlsConfiguration());
+    else if (sniffed)
+        connection->startPlain();
+    else
+        connection->startUnsniffed();
+}
+
+} // namespace
+
 void ServerListener::incomingConnection(qintptr descriptor)
 {
     if (_connections >= _limits.maxConnections) {
         ::close(int(descriptor));
         emit refused(0, QStringLiteral("too many connections"), QString());
+        return;
+    }
+    if (!_tls) {
+        takeConnection(this, descriptor, false, false); // nothing to choose between
         return;
     }
     // The first byte decides between TLS and HTTP; it is looked at, not read, so that whichever
@@ -489,25 +531,8 @@ void ServerListener::incomingConnection(qintptr descriptor)
         const ssize_t peeked = ::recv(int(descriptor), &first, 1, MSG_PEEK | MSG_DONTWAIT);
         if (peeked < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR))
             return;
-        const bool tls = peeked == 1 && first == kTlsHandshake;
-        if (peeked != 1 || (tls && !_tls)) {
-            finish(false);
-            if (tls)
-                emit refused(0, QStringLiteral("TLS without a certificate"), QString());
-            return;
-        }
-        finish(true);
-        QTcpSocket *socket = tls ? new QSslSocket(this) : new QTcpSocket(this);
-        if (!socket->setSocketDescriptor(descriptor)) {
-            qCWarning(lcServer, "cannot take a connection: %s", qUtf8Printable(socket->errorString()));
-            ::close(int(descriptor));
-            delete socket;
-            return;
-        }
-        auto *connection = new ServerConnection(this, socket);
-        if (tls)
-            connection->startTls(_tlsConfiguration);
-        else
-            connection->startPlain();
+        finish(peeked == 1);
+        if (peeked == 1)
+            takeConnection(this, descriptor, first == kTlsHandshake, true);
     });
 }
