@@ -2,23 +2,42 @@
 
 #include <QStringDecoder>
 
+#include <array>
+
 using namespace Qt::StringLiterals;
 
 namespace {
 
+// Classes of the ASCII characters, looked up in the scanning loops.
+enum : quint8 { kSpace = 1, kNameStart = 2, kNameChar = 4, kValueStop = 8 };
+
+constexpr std::array<quint8, 128> kClasses = [] {
+    std::array<quint8, 128> classes{};
+    for (char16_t c = 0; c < 0x20; ++c)
+        classes[c] = kValueStop; // control characters, and white space other than a space
+    for (const char16_t c : {u' ', u'\t', u'\n', u'\r'})
+        classes[c] |= kSpace;
+    for (char16_t c = u'a'; c <= u'z'; ++c)
+        classes[c] = kNameStart | kNameChar;
+    for (char16_t c = u'A'; c <= u'Z'; ++c)
+        classes[c] = kNameStart | kNameChar;
+    classes[u'_'] = kNameStart | kNameChar;
+    for (char16_t c = u'0'; c <= u'9'; ++c)
+        classes[c] = kNameChar;
+    classes[u'-'] = classes[u'.'] = kNameChar;
+    for (const char16_t c : {u'<', u'&', u'"', u'\''})
+        classes[c] = kValueStop;
+    return classes;
+}();
+
+bool is(char16_t c, quint8 kind)
+{
+    return c < 128 && (kClasses[c] & kind);
+}
+
 bool isSpace(char16_t c)
 {
-    return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r';
-}
-
-bool isNameStart(char16_t u)
-{
-    return (u >= u'a' && u <= u'z') || (u >= u'A' && u <= u'Z') || u == u'_';
-}
-
-bool isNameChar(char16_t u)
-{
-    return isNameStart(u) || (u >= u'0' && u <= u'9') || u == u'-' || u == u'.';
+    return is(c, kSpace);
 }
 
 // Characters XML forbids, and a byte order mark past the first (decoding drops that one), are left
@@ -49,6 +68,9 @@ bool PlainXml::read(QByteArrayView utf8, int maxDepth, int maxValueLength)
     _events.clear();
     _attributes.clear();
     _decoded.clear();
+    // About what the program's documents hold, so that neither list grows many times.
+    _events.reserve(size_t(utf8.size() / 48));
+    _attributes.reserve(size_t(utf8.size() / 24));
     // Decoded once; bytes that are not UTF-8 are left to Qt's reader. A leading byte order mark
     // is dropped, as Qt's reader drops it.
     QStringDecoder decoder(QStringDecoder::Utf8);
@@ -146,9 +168,9 @@ bool PlainXml::element(std::vector<QStringView> &open, int maxDepth, int maxValu
 bool PlainXml::name(QStringView *out)
 {
     const char16_t *const start = _p;
-    if (_p >= _end || !isNameStart(*_p))
+    if (_p >= _end || !is(*_p, kNameStart))
         return false;
-    while (++_p < _end && isNameChar(*_p)) {
+    while (++_p < _end && is(*_p, kNameChar)) {
     }
     *out = QStringView(start, _p - start);
     return true;
@@ -168,38 +190,45 @@ bool PlainXml::assignment(int maxValueLength, QStringView *out)
     return value(quote, maxValueLength, out);
 }
 
+// Passes over what stands in an attribute value as it is, up to its quote or a reference; false
+// at a character that may not stand there, or at the end of the document.
+bool PlainXml::valueRun(char16_t quote)
+{
+    for (; _p < _end; ++_p) {
+        const char16_t c = *_p;
+        if (c >= 128) {
+            if (!isPlainValueChar(c))
+                return false;
+        } else if (kClasses[c] & kValueStop) {
+            if (c == quote || c == u'&')
+                return true;
+            if (c != u'"' && c != u'\'')
+                return false; // "<", or white space that is normalised in values
+        }
+    }
+    return false;
+}
+
 // An attribute value up to its closing quote, which is passed.
 bool PlainXml::value(char16_t quote, int maxValueLength, QStringView *out)
 {
-    const char16_t *const start = _p;
-    for (; _p < _end && *_p != quote && *_p != u'&'; ++_p) {
-        if (!isPlainValueChar(*_p))
-            return false;
-    }
-    if (_p >= _end)
+    const char16_t *run = _p;
+    if (!valueRun(quote))
         return false;
     if (*_p == quote) {
-        *out = QStringView(start, _p - start);
+        *out = QStringView(run, _p - run);
         ++_p;
         return out->size() <= maxValueLength;
     }
     // A reference: the value is decoded from here on.
-    QString decoded(reinterpret_cast<const QChar *>(start), _p - start);
-    for (;;) {
-        if (_p >= _end)
+    QString decoded(reinterpret_cast<const QChar *>(run), _p - run);
+    while (*_p == u'&') {
+        if (!reference(&decoded))
             return false;
-        const char16_t c = *_p;
-        if (c == quote)
-            break;
-        if (c == u'&') {
-            if (!reference(&decoded))
-                return false;
-            continue;
-        }
-        if (!isPlainValueChar(c))
+        run = _p;
+        if (!valueRun(quote))
             return false;
-        decoded += QChar(c);
-        ++_p;
+        decoded.append(reinterpret_cast<const QChar *>(run), _p - run);
     }
     ++_p;
     _decoded.push_back(std::move(decoded));
@@ -283,7 +312,7 @@ bool PlainXml::declaration()
 
 void PlainXml::spaces()
 {
-    while (_p < _end && isSpace(*_p))
+    while (_p < _end && is(*_p, kSpace))
         ++_p;
 }
 

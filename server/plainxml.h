@@ -42,6 +42,7 @@ private:
     bool name(QStringView *out);
     bool assignment(int maxValueLength, QStringView *out);
     bool value(char16_t quote, int maxValueLength, QStringView *out);
+    bool valueRun(char16_t quote);
     bool reference(QString *out);
     void spaces();
     bool at(QLatin1StringView text) const;

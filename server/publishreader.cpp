@@ -120,9 +120,7 @@ public:
             for (qsizetype n = 0, i = _nextAttribute; n < count; ++n, ++i) {
                 if (i >= count)
                     i = 0;
-                const QStringView found = first[i].name;
-                if (found.size() == wanted.size() && found.front() == QLatin1Char(wanted.front()) &&
-                    found == wanted) {
+                if (sameName(first[i].name, wanted)) {
                     _nextAttribute = i + 1;
                     return first[i].value;
                 }
@@ -130,8 +128,7 @@ public:
             return std::nullopt;
         }
         for (const QXmlStreamAttribute &a : _attributes) {
-            const QStringView found = a.qualifiedName();
-            if (found.size() == wanted.size() && found == wanted)
+            if (sameName(a.qualifiedName(), wanted))
                 return a.value();
         }
         return std::nullopt;
@@ -188,6 +185,18 @@ public:
     }
 
 private:
+    // Names are short ASCII: compared here, not by a call for each.
+    static bool sameName(QStringView found, QLatin1StringView wanted)
+    {
+        if (found.size() != wanted.size())
+            return false;
+        for (qsizetype i = 0; i < found.size(); ++i) {
+            if (found[i].unicode() != uchar(wanted.data()[i]))
+                return false;
+        }
+        return true;
+    }
+
     // What the program writes, "-12.5" or "3", read faster than toDouble() reads it, to the same
     // value (both round correctly); anything else is left to toDouble().
     static std::optional<double> plainDecimal(QStringView text)
@@ -318,14 +327,14 @@ bool readDay(SafeReader &reader, PublishedDay *day, int *items)
                 PublishedFood food;
                 if (!readFood(reader, meal, &food))
                     return false;
-                day->foods.append(food);
+                day->foods.append(std::move(food));
             } else {
                 PublishedExercise exercise;
                 exercise.desc = reader.attribute("desc").toString();
                 if (!reader.number("duration", &exercise.duration) ||
                     !reader.number("calories", &exercise.calories))
                     return false;
-                day->exercises.append(exercise);
+                day->exercises.append(std::move(exercise));
             }
             reader.skip();
         }
@@ -432,14 +441,14 @@ bool readDiaryUpdate(QByteArrayView xml, DiaryUpdate *out, QString *error, Proto
                         return reader.fail(
                             QStringLiteral("day %1 twice").arg(day.date.toString(Qt::ISODate)));
                     days.insert(day.date);
-                    out->days.append(day);
+                    out->days.append(std::move(day));
                     continue; // readDay has read the day's end
                 }
                 if (section == QLatin1String("checkins")) {
                     PublishedCheckin checkin;
                     if (!readCheckin(reader, &checkin))
                         return false;
-                    out->checkins.append(checkin);
+                    out->checkins.append(std::move(checkin));
                 } else {
                     PublishedWater water;
                     if (!reader.date("date", &water.date) || !reader.count("cups", 10000, &water.cups))
