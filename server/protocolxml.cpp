@@ -4,6 +4,9 @@
 #include <QLocale>
 #include <QTimeZone>
 
+#include <charconv>
+#include <cmath>
+
 namespace {
 
 const char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
@@ -11,6 +14,18 @@ const char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
 QString number(double value)
 {
     return QString::number(value, 'g', QLocale::FloatingPointShortest);
+}
+
+// The program keeps a food's values in single precision, and the reference values are floats:
+// the shortest text that reads back as the same float, "5.232" rather than "5.2320002079010015".
+QString singleNumber(double value)
+{
+    char text[32];
+    const float single = float(value);
+    if (!std::isfinite(single))
+        return number(value);
+    const auto [end, error] = std::to_chars(text, text + sizeof text, single);
+    return error == std::errc() ? QString::fromLatin1(text, end - text) : number(value);
 }
 
 QString mealWord(QChar meal)
@@ -98,7 +113,7 @@ QByteArray mealPlan(const QList<PlannedFood> &foods)
                                                                          {"protein", food.protein}};
         for (const auto &[name, value] : values) {
             if (value)
-                xml += attribute(name, number(*value));
+                xml += attribute(name, singleNumber(*value));
         }
         xml += QStringLiteral(" />\n");
     }

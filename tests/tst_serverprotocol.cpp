@@ -407,8 +407,8 @@ void TestServerProtocol::mealPlanForTheProgram()
     MealPlanDB plans(*_site->db);
     QString error;
     for (const PlannedFood &food :
-         {PlannedFood{-1, today.addDays(2), u'B', u"Porridge & \"honey\""_s, u"1 bowl"_s, 1.5, 150, 27, 3, 4,
-                      5},
+         {PlannedFood{-1, today.addDays(2), u'B', u"Porridge & \"honey\""_s, u"1 bowl"_s, 1.5, double(150.1f),
+                      27, 3, 4, 5},
           PlannedFood{-1, today.addDays(3), u'S', u"Tea\tcake"_s, u"1 slice"_s, 1, 80, 0, 0, std::nullopt, 0},
           PlannedFood{-1, today.addDays(9), u'L', u"Beyond the week"_s, u"1"_s, 1, 1, 0, 0, 0, 0}})
         QVERIFY2(plans.add(_site->ann, food, &error) > 0, qPrintable(error));
@@ -430,6 +430,18 @@ void TestServerProtocol::mealPlanForTheProgram()
         QCOMPARE(query.value(1).toDouble(), 80.0);
     }
     QSqlDatabase::removeDatabase(u"plan"_s);
+    { // values as short as the float they are
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, _site->port);
+        QVERIFY(socket.waitForConnected(5000));
+        const QByteArray reply =
+            exchange(socket, "GET /mealplan?username=ann&pwhash=" + kPwHash +
+                                 "&begindate=" + today.toString(Qt::ISODate).toLatin1() +
+                                 "&enddate=" + today.addDays(7).toString(Qt::ISODate).toLatin1() +
+                                 " HTTP/1.1\r\nHost: x\r\n\r\n")
+                .reply;
+        QVERIFY2(reply.contains("calories=\"150.1\" carbohydrate=\"27\""), reply.constData());
+    }
     cliOk(u"profile-set --web-password wrong"_s);
     QVERIFY(cli({u"mealplan"_s}).err.contains(u"bad login (3)"_s));
 }
