@@ -128,78 +128,160 @@ QString placeholders(qsizetype count, int size, qsizetype first = 0)
     return list;
 }
 
-void appendString(QString &json, const QString &text)
+// A finite number as text that reads back as the same double. What the program sends ("120.5",
+// "3") has a few decimal places: the value is then the double nearest to scaled / 10^places, and
+// that division (of exact operands, correctly rounded) finds the places without the general
+// shortest-text search. Anything else is left to to_chars.
+char *writeNumber(char *out, char *end, double value)
 {
-    json += u'"';
-    for (const QChar c : text) {
-        if (c == u'"' || c == u'\\') {
-            json += u'\\';
-            json += c;
-        } else if (c.unicode() < 0x20) {
-            json += u"\\u00"_s;
-            json += QChar(u"0123456789abcdef"[c.unicode() >> 4]);
-            json += QChar(u"0123456789abcdef"[c.unicode() & 15]);
-        } else {
-            json += c;
+    static constexpr double kPowers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6};
+    if (std::fabs(value) < 1e9) {
+        for (int places = 0; places < int(std::size(kPowers)); ++places) {
+            const double scaled = std::nearbyint(value * kPowers[places]);
+            if (scaled / kPowers[places] != value)
+                continue;
+            auto digits = qint64(std::fabs(scaled));
+            char reversed[24];
+            int n = 0;
+            do {
+                reversed[n++] = char('0' + digits % 10);
+                digits /= 10;
+            } while (digits != 0);
+            while (n <= places)
+                reversed[n++] = '0'; // 0.05: the zeros before the first digit
+            if (scaled < 0)
+                *out++ = '-';
+            for (int i = n - 1; i >= 0; --i) {
+                *out++ = reversed[i];
+                if (i == places && places > 0)
+                    *out++ = '.';
+            }
+            return out;
         }
     }
-    json += u'"';
+    return std::to_chars(out, end, value).ptr;
 }
 
-// Numbers are finite: the update was checked. The shortest text that reads back the same.
-void appendNumber(QString &json, const char *name, double value)
+// A day's entries as JSON, written straight into UTF-16: this is done for every day of every
+// publish. Each write makes room for itself first.
+class JsonWriter
 {
-    char text[64];
-    char *end = text;
-    *end++ = ',';
-    *end++ = '"';
-    for (const char *c = name; *c; ++c)
-        *end++ = *c;
-    *end++ = '"';
-    *end++ = ':';
-    end = std::to_chars(end, text + sizeof text, value).ptr;
-    json += QLatin1StringView(text, end - text);
-}
+public:
+    void put(char16_t c)
+    {
+        room(1);
+        *_o++ = c;
+    }
+
+    // ASCII text as it is.
+    void ascii(const char *text, qsizetype size)
+    {
+        room(size);
+        for (qsizetype i = 0; i < size; ++i)
+            *_o++ = uchar(text[i]);
+    }
+    template <qsizetype N> void ascii(const char (&text)[N]) { ascii(text, N - 1); }
+
+    void string(QStringView text)
+    {
+        room(text.size() * 6 + 2); // six characters for each at most, escaped
+        *_o++ = u'"';
+        for (const QChar c : text) {
+            const char16_t u = c.unicode();
+            if (u == u'"' || u == u'\\') {
+                *_o++ = u'\\';
+                *_o++ = u;
+            } else if (u < 0x20) {
+                for (const char16_t e : {u'\\', u'u', u'0', u'0'})
+                    *_o++ = e;
+                *_o++ = u"0123456789abcdef"[u >> 4];
+                *_o++ = u"0123456789abcdef"[u & 15];
+            } else {
+                *_o++ = u;
+            }
+        }
+        *_o++ = u'"';
+    }
+
+    // ,"name":value. Numbers are finite: the update was checked.
+    void number(const char *name, double value)
+    {
+        char text[64];
+        char *end = text;
+        *end++ = ',';
+        *end++ = '"';
+        for (const char *c = name; *c; ++c)
+            *end++ = *c;
+        *end++ = '"';
+        *end++ = ':';
+        end = writeNumber(end, text + sizeof text, value);
+        ascii(text, end - text);
+    }
+
+    QString take()
+    {
+        _text.truncate(_o - begin());
+        return std::move(_text);
+    }
+
+private:
+    char16_t *begin() { return reinterpret_cast<char16_t *>(_text.data()); }
+
+    void room(qsizetype size)
+    {
+        if (_end - _o >= size)
+            return;
+        const qsizetype used = _o ? _o - begin() : 0;
+        _text.resize(std::max(used + size, 2 * _text.size() + 256));
+        _o = begin() + used;
+        _end = begin() + _text.size();
+    }
+
+    QString _text;
+    char16_t *_o = nullptr, *_end = nullptr;
+};
 
 // A day's foods as kept: [{"meal":"B","qty":1.5,"desc":...,"serving":...,"calories":120,...}, ...],
 // an unknown value left out.
 QString foodsJson(const QList<PublishedFood> &foods)
 {
-    QString json;
-    json.reserve(foods.size() * 200 + 2);
-    json += u'[';
+    JsonWriter json;
+    json.put(u'[');
     for (const PublishedFood &food : foods) {
-        if (json.size() > 1)
-            json += u',';
-        json += u"{\"meal\":"_s;
-        appendString(json, QString(food.meal));
-        appendNumber(json, "qty", food.qty);
-        json += u",\"desc\":"_s;
-        appendString(json, food.desc);
-        json += u",\"serving\":"_s;
-        appendString(json, food.serving);
+        if (&food != &foods.front())
+            json.put(u',');
+        json.ascii("{\"meal\":");
+        json.string(QStringView(&food.meal, 1));
+        json.number("qty", food.qty);
+        json.ascii(",\"desc\":");
+        json.string(food.desc);
+        json.ascii(",\"serving\":");
+        json.string(food.serving);
         for (size_t i = 0; i < food.values.size(); ++i) {
             if (food.values[i])
-                appendNumber(json, kFoodValueNames[i], *food.values[i]);
+                json.number(kFoodValueNames[i], *food.values[i]);
         }
-        json += u'}';
+        json.put(u'}');
     }
-    return json + u']';
+    json.put(u']');
+    return json.take();
 }
 
 QString exercisesJson(const QList<PublishedExercise> &exercises)
 {
-    QString json = u"["_s;
+    JsonWriter json;
+    json.put(u'[');
     for (const PublishedExercise &exercise : exercises) {
-        if (json.size() > 1)
-            json += u',';
-        json += u"{\"desc\":"_s;
-        appendString(json, exercise.desc);
-        appendNumber(json, "duration", exercise.duration);
-        appendNumber(json, "calories", exercise.calories);
-        json += u'}';
+        if (&exercise != &exercises.front())
+            json.put(u',');
+        json.ascii("{\"desc\":");
+        json.string(exercise.desc);
+        json.number("duration", exercise.duration);
+        json.number("calories", exercise.calories);
+        json.put(u'}');
     }
-    return json + u']';
+    json.put(u']');
+    return json.take();
 }
 
 QJsonArray readArray(const QVariant &json)

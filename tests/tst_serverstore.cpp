@@ -18,6 +18,7 @@
 #include <QThread>
 
 #include <atomic>
+#include <bit>
 #include <memory>
 
 using Login = AccountDB::Login;
@@ -182,6 +183,8 @@ private slots:
     void passwordChange();
     void apply_data();
     void apply();
+    void numbersKeptExactly_data() { backendsOnly(); }
+    void numbersKeptExactly();
     void removeMember_data() { backendsOnly(); }
     void removeMember();
     void mealPlan_data() { backendsOnly(); }
@@ -555,6 +558,33 @@ void TestServerStore::apply_data()
             QStringList{
                 (manyText + movesText + QStringList{u"water 3"_s, u"weight 61.5 \"fine\""_s}).join(u", "_s),
                 bothNext});
+}
+
+// Every double a publish may carry reads back as the same double: the short decimals the program
+// writes, and the ones only the general way writes.
+void TestServerStore::numbersKeptExactly()
+{
+    OPEN_STORE();
+    const qint64 ann = addMember(u"ann"_s);
+    const QList<double> numbers = {
+        0,          0.1,    2.675, 120.5,           0.30000000000000004, 1e-7,        0.000001,      5e-324,
+        123456.789, 100000, 1e300, 1234567.1234567, 0.0000015,           999999999.5, double(150.1f)};
+    QList<PublishedFood> foods;
+    for (const double number : numbers)
+        foods.append(food('B', u"Bean"_s, number, number));
+    ServerDiaryDB diary(*_db);
+    QVERIFY2(diary.apply(ann, dayUpdate(kDay, foods, {{numbers.at(3), u"Walk"_s, numbers.at(4)}}), &_error),
+             qPrintable(_error));
+    const ServerDiaryDB::Day day = diary.day(ann, kDay);
+    QCOMPARE(day.foods.size(), numbers.size());
+    for (qsizetype i = 0; i < numbers.size(); ++i) {
+        // Bits, not QCOMPARE's fuzzy comparison, which would hide a change in the last place.
+        QVERIFY2(std::bit_cast<quint64>(day.foods.at(i).qty) == std::bit_cast<quint64>(numbers.at(i)) &&
+                     std::bit_cast<quint64>(*day.foods.at(i).values[0]) ==
+                         std::bit_cast<quint64>(numbers.at(i)),
+                 qPrintable(QString::number(numbers.at(i), 'g', 17)));
+    }
+    QCOMPARE(std::bit_cast<quint64>(day.exercises.value(0).calories), std::bit_cast<quint64>(numbers.at(4)));
 }
 
 void TestServerStore::apply()
