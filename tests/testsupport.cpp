@@ -2,6 +2,8 @@
 
 #include <QDir>
 
+#include <vector>
+
 namespace {
 
 void throwAssertion(const char *expression, const char *, int)
@@ -14,20 +16,13 @@ void throwFatal(const QString &message)
     throw LmAbort{LmAbort::Fatal, message};
 }
 
-std::optional<QByteArray> takeEnv(const char *name)
-{
-    if (!qEnvironmentVariableIsSet(name))
-        return std::nullopt;
-    return qgetenv(name);
-}
+constexpr const char *kHomeVariables[] = {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"};
 
-void restoreEnv(const char *name, const std::optional<QByteArray> &value)
-{
-    if (value)
-        qputenv(name, *value);
-    else
-        qunsetenv(name);
-}
+// The homes alive, oldest first: the newest is the one in the environment. A fixture that makes
+// its next home before the last one goes must not be put back into the last one's folders, nor
+// into the person's own. The values from before the first are put back when the last goes.
+std::vector<const TemporaryHome *> g_liveHomes;
+std::optional<QByteArray> g_before[std::size(kHomeVariables)];
 
 } // namespace
 
@@ -44,19 +39,28 @@ ThrowingHandlers::~ThrowingHandlers()
 }
 
 TemporaryHome::TemporaryHome()
-    : _home(takeEnv("HOME"))
-    , _dataHome(takeEnv("XDG_DATA_HOME"))
-    , _configHome(takeEnv("XDG_CONFIG_HOME"))
-    , _runtimeDir(takeEnv("XDG_RUNTIME_DIR"))
 {
+    if (g_liveHomes.empty()) {
+        for (size_t i = 0; i < std::size(kHomeVariables); ++i) {
+            g_before[i] = qEnvironmentVariableIsSet(kHomeVariables[i])
+                              ? std::optional(qgetenv(kHomeVariables[i]))
+                              : std::nullopt;
+        }
+    }
     QDir(_dir.path()).mkpath(QStringLiteral("data"));
     QDir(_dir.path()).mkpath(QStringLiteral("config"));
     QDir(_dir.path()).mkpath(QStringLiteral("run"));
-    QFile::setPermissions(runtimeDir(), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-    qputenv("HOME", QFile::encodeName(_dir.path()));
-    qputenv("XDG_DATA_HOME", QFile::encodeName(dataHome()));
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(configHome()));
-    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtimeDir()));
+    QFile::setPermissions(runtimeDir(),
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    g_liveHomes.push_back(this);
+    putInEnvironment();
+}
+
+void TemporaryHome::putInEnvironment() const
+{
+    const QString folders[] = {path(), dataHome(), configHome(), runtimeDir()};
+    for (size_t i = 0; i < std::size(kHomeVariables); ++i)
+        qputenv(kHomeVariables[i], QFile::encodeName(folders[i]));
 }
 
 QProcessEnvironment TemporaryHome::environment() const
@@ -72,8 +76,15 @@ QProcessEnvironment TemporaryHome::environment() const
 
 TemporaryHome::~TemporaryHome()
 {
-    restoreEnv("HOME", _home);
-    restoreEnv("XDG_DATA_HOME", _dataHome);
-    restoreEnv("XDG_CONFIG_HOME", _configHome);
-    restoreEnv("XDG_RUNTIME_DIR", _runtimeDir);
+    std::erase(g_liveHomes, this);
+    if (!g_liveHomes.empty()) {
+        g_liveHomes.back()->putInEnvironment();
+        return;
+    }
+    for (size_t i = 0; i < std::size(kHomeVariables); ++i) {
+        if (g_before[i])
+            qputenv(kHomeVariables[i], *g_before[i]);
+        else
+            qunsetenv(kHomeVariables[i]);
+    }
 }

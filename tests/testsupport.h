@@ -34,7 +34,7 @@ private:
 
 // Points HOME, XDG_DATA_HOME, XDG_CONFIG_HOME and XDG_RUNTIME_DIR at folders inside one temporary
 // folder for its lifetime, and restores the old values after: no test sees a person's data, nor
-// wakes or locks out a program they have running.
+// wakes or locks out a program they have running. Of several alive at once, the newest holds.
 class TemporaryHome
 {
 public:
@@ -52,8 +52,9 @@ public:
     QProcessEnvironment environment() const;
 
 private:
+    void putInEnvironment() const;
+
     QTemporaryDir _dir;
-    std::optional<QByteArray> _home, _dataHome, _configHome, _runtimeDir;
 };
 
 inline QString lmText(const QString &text)
@@ -66,29 +67,29 @@ inline QString lmText(const char *text)
 }
 
 // Runs the statement and checks that it ends in the given fatal message.
-#define LM_VERIFY_FATAL(statement, message)                                                          \
-    do {                                                                                             \
-        ThrowingHandlers lmHandlers_;                                                                \
-        try {                                                                                        \
-            statement;                                                                               \
-            QFAIL("no fatal message from: " #statement);                                            \
-        } catch (const LmAbort &abort_) {                                                            \
-            QCOMPARE(abort_.kind, LmAbort::Fatal);                                                   \
-            QCOMPARE(abort_.text, lmText(message));                                                 \
-        }                                                                                            \
+#define LM_VERIFY_FATAL(statement, message)                                                                  \
+    do {                                                                                                     \
+        ThrowingHandlers lmHandlers_;                                                                        \
+        try {                                                                                                \
+            statement;                                                                                       \
+            QFAIL("no fatal message from: " #statement);                                                     \
+        } catch (const LmAbort &abort_) {                                                                    \
+            QCOMPARE(abort_.kind, LmAbort::Fatal);                                                           \
+            QCOMPARE(abort_.text, lmText(message));                                                          \
+        }                                                                                                    \
     } while (false)
 
 // Runs the statement and checks that it fails the assertion with the given expression text.
-#define LM_VERIFY_ASSERT(statement, expression)                                                      \
-    do {                                                                                             \
-        ThrowingHandlers lmHandlers_;                                                                \
-        try {                                                                                        \
-            statement;                                                                               \
-            QFAIL("no assertion failed in: " #statement);                                           \
-        } catch (const LmAbort &abort_) {                                                            \
-            QCOMPARE(abort_.kind, LmAbort::Assertion);                                               \
-            QCOMPARE(abort_.text, lmText(expression));                                              \
-        }                                                                                            \
+#define LM_VERIFY_ASSERT(statement, expression)                                                              \
+    do {                                                                                                     \
+        ThrowingHandlers lmHandlers_;                                                                        \
+        try {                                                                                                \
+            statement;                                                                                       \
+            QFAIL("no assertion failed in: " #statement);                                                    \
+        } catch (const LmAbort &abort_) {                                                                    \
+            QCOMPARE(abort_.kind, LmAbort::Assertion);                                                       \
+            QCOMPARE(abort_.text, lmText(expression));                                                       \
+        }                                                                                                    \
     } while (false)
 
 // Folder of the test reference files, and of the built executables and resource files.

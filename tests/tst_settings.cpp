@@ -62,6 +62,18 @@ private slots:
         _home.reset();
     }
 
+    // A fixture that makes its next home before the last is gone: the newest holds, and the
+    // person's own values come back only when the last home goes.
+    void homeReplaced()
+    {
+        const QString first = _home->path();
+        _home = std::make_unique<TemporaryHome>();
+        QCOMPARE(qgetenv("XDG_DATA_HOME"), QFile::encodeName(_home->dataHome()));
+        QVERIFY(!QDir(first).exists());
+        _home.reset();
+        QVERIFY(!qgetenv("HOME").startsWith(QFile::encodeName(first)));
+        _home = std::make_unique<TemporaryHome>();
+    }
     void folders_data();
     void folders();
     void appDataErrors_data();
