@@ -125,17 +125,25 @@ bool PlainXml::element(std::vector<QStringView> &open, int maxDepth, int maxValu
     // A bit for each name by its length and outer letters: a name whose bit is not set yet is
     // new, and only the others are compared with the names before them.
     quint64 seen = 0;
+    // The attributes are most of a document: read here with a local cursor, in one loop.
+    const char16_t *p = _p;
+    const char16_t *const end = _end;
+    const auto spacesAt = [&p, end] {
+        while (p < end && is(*p, kSpace))
+            ++p;
+    };
     for (;;) {
-        const char16_t *const before = _p;
-        spaces();
-        if (_p >= _end)
+        const char16_t *const before = p;
+        spacesAt();
+        if (p >= end)
             return false;
-        const char16_t c = *_p;
+        const char16_t c = *p;
         if (c == u'>' || c == u'/') {
-            ++_p;
+            ++p;
             const bool empty = c == u'/';
-            if (empty && (_p >= _end || *_p++ != u'>'))
+            if (empty && (p >= end || *p++ != u'>'))
                 return false;
+            _p = p;
             start.attributeCount = qsizetype(_attributes.size()) - start.firstAttribute;
             _events.push_back(start);
             if (empty)
@@ -144,13 +152,39 @@ bool PlainXml::element(std::vector<QStringView> &open, int maxDepth, int maxValu
                 open.push_back(tag);
             return true;
         }
-        QStringView attribute, content;
-        if (_p == before || !name(&attribute) ||
-            ((attribute.front() == u'x' || attribute.front() == u'X') &&
-             attribute.startsWith("xml"_L1, Qt::CaseInsensitive)))
+        const char16_t *const nameStart = p;
+        if (p == before || !is(*p, kNameStart))
             return false;
-        if (!assignment(maxValueLength, &content))
+        while (++p < end && is(*p, kNameChar)) {
+        }
+        const QStringView attribute(nameStart, p - nameStart);
+        if ((attribute.front() == u'x' || attribute.front() == u'X') &&
+            attribute.startsWith("xml"_L1, Qt::CaseInsensitive))
             return false;
+        // "=" with white space around it, and the quoted value.
+        spacesAt();
+        if (p >= end || *p != u'=')
+            return false;
+        ++p;
+        spacesAt();
+        if (p >= end || (*p != u'"' && *p != u'\''))
+            return false;
+        const char16_t quote = *p++;
+        const char16_t *const valueStart = p;
+        while (p < end && *p < 128 && !(kClasses[*p] & kValueStop))
+            ++p;
+        QStringView content;
+        if (p < end && *p == quote) {
+            content = QStringView(valueStart, p - valueStart);
+            ++p;
+            if (content.size() > maxValueLength)
+                return false;
+        } else { // a reference, the other quote, a character past ASCII: the general way
+            _p = valueStart;
+            if (!value(quote, maxValueLength, &content))
+                return false;
+            p = _p;
+        }
         const quint64 bit = quint64(1) << ((attribute.size() * 7 + attribute.front().unicode() * 3 +
                                             attribute.back().unicode()) &
                                            63);

@@ -9,6 +9,8 @@
 #include <charconv>
 #include <cmath>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 // A pull reader of start elements that refuses what the documents never hold: a DTD, entity
@@ -109,9 +111,8 @@ public:
 
     QStringView name() const { return _plain ? _current->name : _xml.name(); }
     // The value of the current element's attribute of that (qualified) name, if it has one.
-    std::optional<QStringView> find(const char *name) const
+    std::optional<QStringView> find(QLatin1StringView wanted) const
     {
-        const QLatin1StringView wanted(name);
         if (_plain) {
             // Asked for mostly in the order they were written: the search starts past the last
             // one found and wraps around.
@@ -133,26 +134,26 @@ public:
         }
         return std::nullopt;
     }
-    QStringView attribute(const char *name) const { return find(name).value_or(QStringView()); }
+    QStringView attribute(QLatin1StringView name) const { return find(name).value_or(QStringView()); }
     bool failed() const { return _failed; }
     QString error() const { return _error; }
 
     // "yyyy-MM-dd" and a real day.
-    bool date(const char *attributeName, QDate *out)
+    bool date(QLatin1StringView attributeName, QDate *out)
     {
         const QStringView text = attribute(attributeName);
         *out = text.size() == 10 ? isoDate(text) : QDate();
-        return out->isValid() || fail(QStringLiteral("%1 \"%2\" is not a yyyy-MM-dd date")
-                                          .arg(QLatin1String(attributeName), text.left(40)));
+        return out->isValid() ||
+               fail(QStringLiteral("%1 \"%2\" is not a yyyy-MM-dd date").arg(attributeName, text.left(40)));
     }
 
     // A finite number; false when it is there but is none, or is missing and required.
-    bool number(const char *attributeName, std::optional<double> *out, bool required)
+    bool number(QLatin1StringView attributeName, std::optional<double> *out, bool required)
     {
         out->reset();
         const std::optional<QStringView> found = find(attributeName);
         if (!found) {
-            return !required || fail(QStringLiteral("%1 is missing").arg(QLatin1String(attributeName)));
+            return !required || fail(QStringLiteral("%1 is missing").arg(attributeName));
         }
         const QStringView text = *found;
         std::optional<double> value = plainDecimal(text);
@@ -160,14 +161,14 @@ public:
             bool ok = false;
             value = text.trimmed().toDouble(&ok);
             if (!ok || !std::isfinite(*value))
-                return fail(QStringLiteral("%1 \"%2\" is not a finite number")
-                                .arg(QLatin1String(attributeName), text.left(40)));
+                return fail(
+                    QStringLiteral("%1 \"%2\" is not a finite number").arg(attributeName, text.left(40)));
         }
         *out = value;
         return true;
     }
 
-    bool number(const char *attributeName, double *out)
+    bool number(QLatin1StringView attributeName, double *out)
     {
         std::optional<double> value;
         if (!number(attributeName, &value, true))
@@ -176,12 +177,12 @@ public:
         return true;
     }
 
-    bool count(const char *attributeName, int max, int *out)
+    bool count(QLatin1StringView attributeName, int max, int *out)
     {
         bool ok = false;
         *out = attribute(attributeName).trimmed().toInt(&ok);
         return (ok && *out >= 0 && *out <= max) ||
-               fail(QStringLiteral("%1 is not a count").arg(QLatin1String(attributeName)));
+               fail(QStringLiteral("%1 is not a count").arg(attributeName));
     }
 
 private:
@@ -273,26 +274,33 @@ QChar groupMeal(const SafeReader &reader)
 {
     static const QString letters = QStringLiteral("BLDSE");
     const auto known = [](QChar c) { return letters.contains(c) ? c : QChar(); };
-    const QStringView meal = reader.attribute("meal");
+    const QStringView meal = reader.attribute("meal"_L1);
     if (meal.size() == 1 && !known(meal.at(0)).isNull())
         return meal.at(0);
     bool ok = false;
-    const int id = reader.attribute("id").toInt(&ok);
+    const int id = reader.attribute("id"_L1).toInt(&ok);
     if (ok && id > 0 && id < 128 && !known(QChar(id)).isNull())
         return QChar(id);
-    const QStringView desc = reader.attribute("desc");
+    const QStringView desc = reader.attribute("desc"_L1);
     return desc.isEmpty() ? QChar() : known(desc.at(0).toUpper());
 }
 
 bool readFood(SafeReader &reader, QChar meal, PublishedFood *food)
 {
     food->meal = meal;
-    food->desc = reader.attribute("desc").toString();
-    food->serving = reader.attribute("serving").toString();
-    if (!reader.number("qty", &food->qty))
+    food->desc = reader.attribute("desc"_L1).toString();
+    food->serving = reader.attribute("serving"_L1).toString();
+    if (!reader.number("qty"_L1, &food->qty))
         return false;
-    for (size_t i = 0; i < kFoodValueNames.size(); ++i) {
-        if (!reader.number(kFoodValueNames[i], &food->values[i], false))
+    // The names with their lengths, worked out once.
+    static const auto names = [] {
+        std::array<QLatin1StringView, kFoodValueNames.size()> views;
+        for (size_t i = 0; i < views.size(); ++i)
+            views[i] = QLatin1StringView(kFoodValueNames[i]);
+        return views;
+    }();
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (!reader.number(names[i], &food->values[i], false))
             return false;
         if (food->values[i] && *food->values[i] < 0)
             food->values[i].reset(); // the program's way of writing "unknown"
@@ -302,7 +310,7 @@ bool readFood(SafeReader &reader, QChar meal, PublishedFood *food)
 
 bool readDay(SafeReader &reader, PublishedDay *day, int *items)
 {
-    if (!reader.date("date", &day->date))
+    if (!reader.date("date"_L1, &day->date))
         return false;
     while (reader.nextChild()) {
         if (reader.name() != QLatin1String("group")) {
@@ -330,9 +338,9 @@ bool readDay(SafeReader &reader, PublishedDay *day, int *items)
                 day->foods.append(std::move(food));
             } else {
                 PublishedExercise exercise;
-                exercise.desc = reader.attribute("desc").toString();
-                if (!reader.number("duration", &exercise.duration) ||
-                    !reader.number("calories", &exercise.calories))
+                exercise.desc = reader.attribute("desc"_L1).toString();
+                if (!reader.number("duration"_L1, &exercise.duration) ||
+                    !reader.number("calories"_L1, &exercise.calories))
                     return false;
                 day->exercises.append(std::move(exercise));
             }
@@ -344,18 +352,18 @@ bool readDay(SafeReader &reader, PublishedDay *day, int *items)
 
 bool readCheckin(SafeReader &reader, PublishedCheckin *checkin)
 {
-    if (!reader.date("date", &checkin->date))
+    if (!reader.date("date"_L1, &checkin->date))
         return false;
-    const std::pair<const char *, std::optional<double> *> values[] = {{"weight", &checkin->weight},
-                                                                       {"chest", &checkin->chest},
-                                                                       {"hips", &checkin->hips},
-                                                                       {"thigh", &checkin->thigh},
-                                                                       {"waist", &checkin->waist}};
+    const std::pair<QLatin1StringView, std::optional<double> *> values[] = {{"weight"_L1, &checkin->weight},
+                                                                            {"chest"_L1, &checkin->chest},
+                                                                            {"hips"_L1, &checkin->hips},
+                                                                            {"thigh"_L1, &checkin->thigh},
+                                                                            {"waist"_L1, &checkin->waist}};
     for (const auto &[name, value] : values) {
         if (!reader.number(name, value, false))
             return false;
     }
-    checkin->note = reader.attribute("note").toString();
+    checkin->note = reader.attribute("note"_L1).toString();
     return true;
 }
 
@@ -451,7 +459,7 @@ bool readDiaryUpdate(QByteArrayView xml, DiaryUpdate *out, QString *error, Proto
                     out->checkins.append(std::move(checkin));
                 } else {
                     PublishedWater water;
-                    if (!reader.date("date", &water.date) || !reader.count("cups", 10000, &water.cups))
+                    if (!reader.date("date"_L1, &water.date) || !reader.count("cups"_L1, 10000, &water.cups))
                         return false;
                     out->waters.append(water);
                 }
@@ -492,8 +500,8 @@ bool readMetricsUpdate(QByteArrayView xml, QList<MetricsCount> *out, QString *er
             MetricsCount count;
             count.kind = *kind;
             count.count = 1;
-            if (!reader.date(count.kind == MetricsCount::Start ? "date" : "modified", &count.date) ||
-                (count.kind != MetricsCount::Checkin && !reader.count("count", 1000000, &count.count)))
+            if (!reader.date(count.kind == MetricsCount::Start ? "date"_L1 : "modified"_L1, &count.date) ||
+                (count.kind != MetricsCount::Checkin && !reader.count("count"_L1, 1000000, &count.count)))
                 return false;
             out->append(count);
             reader.skip();
