@@ -32,6 +32,8 @@ constexpr qint64 kDrainBytes = 256 * 1024;
 constexpr int kDrainMs = 2000;
 // An answer the server takes longer than this for ends the connection.
 constexpr int kAnswerMs = 5 * 60 * 1000;
+// How much of a request the front copies at a time to find the end of its header.
+constexpr qint64 kLookAt = 2048;
 
 const QByteArrayView kProtocolPaths[] = {WebPaths::kPublish, WebPaths::kMetrics};
 
@@ -245,10 +247,21 @@ private:
                 _socket->abort();
             return;
         }
+        // A body is counted, not looked at; a header is looked at a piece at a time, so that a
+        // request that came whole is not copied whole.
         const qint64 available = _socket->bytesAvailable();
-        if (available > _inspected) {
-            const QByteArray fresh = _socket->peek(available);
-            inspect(QByteArrayView(fresh).sliced(_inspected));
+        qint64 seen = _inspected;
+        while (seen < available && !_refusing) {
+            if (_bodyLeft > 0) {
+                const qint64 take = std::min(_bodyLeft, available - seen);
+                countBody(take);
+                seen += take;
+                continue;
+            }
+            const qint64 upTo = std::min(available, seen + kLookAt);
+            const QByteArray bytes = _socket->peek(upTo);
+            inspect(QByteArrayView(bytes).sliced(seen));
+            seen = upTo;
         }
         _inspected = available;
         current = _refusing ? nullptr : this;
@@ -266,11 +279,8 @@ private:
         while (i < data.size() && !_refusing) {
             if (_bodyLeft > 0) {
                 const qint64 take = std::min<qint64>(_bodyLeft, data.size() - i);
-                _bodyLeft -= take;
+                countBody(take);
                 i += take;
-                restartIdle();
-                if (_bodyLeft == 0)
-                    setBusy(true);
                 continue;
             }
             if (_head.isEmpty()) {
@@ -304,6 +314,14 @@ private:
             if (_bodyLeft == 0)
                 setBusy(true);
         }
+    }
+
+    void countBody(qint64 bytes)
+    {
+        _bodyLeft -= bytes;
+        restartIdle();
+        if (_bodyLeft == 0)
+            setBusy(true);
     }
 
     // Answers (status 0: does not) and closes; the HTTP server sees nothing more of the connection.
