@@ -54,23 +54,6 @@ template <typename T> T *child(QObject *parent, const char *name)
     return found;
 }
 
-// Picks the food in the picker's matches for a search, and adds it in the given serving.
-void addIngredient(QDialog *dialog, const QString &words, int foodId, const QString &serving, double quantity)
-{
-    child<QLineEdit>(dialog, "pickerSearch")->setText(words);
-    auto *matches = child<QListWidget>(dialog, "pickerMatches");
-    for (int row = 0; row < matches->count(); ++row) {
-        if (matches->item(row)->data(Qt::UserRole).toInt() == foodId)
-            matches->setCurrentRow(row);
-    }
-    QCOMPARE(matches->currentItem()->data(Qt::UserRole).toInt(), foodId);
-    auto *servings = child<QComboBox>(dialog, "pickerServing");
-    servings->setCurrentIndex(servings->findText(serving));
-    QVERIFY(servings->currentIndex() >= 0);
-    child<QDoubleSpinBox>(dialog, "pickerQuantity")->setValue(quantity);
-    QTest::keyClick(child<QDoubleSpinBox>(dialog, "pickerQuantity"), Qt::Key_Return);
-}
-
 QList<FoodDiaryItem> todaysFoods(int user)
 {
     QList<FoodDiaryItem> live;
