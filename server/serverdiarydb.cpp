@@ -167,6 +167,8 @@ char *writeNumber(char *out, char *end, double value)
 class JsonWriter
 {
 public:
+    explicit JsonWriter(qsizetype expected) { room(expected); }
+
     void put(char16_t c)
     {
         room(1);
@@ -245,7 +247,7 @@ private:
 // an unknown value left out.
 QString foodsJson(const QList<PublishedFood> &foods)
 {
-    JsonWriter json;
+    JsonWriter json(foods.size() * 240 + 2);
     json.put(u'[');
     for (const PublishedFood &food : foods) {
         if (&food != &foods.front())
@@ -269,7 +271,7 @@ QString foodsJson(const QList<PublishedFood> &foods)
 
 QString exercisesJson(const QList<PublishedExercise> &exercises)
 {
-    JsonWriter json;
+    JsonWriter json(exercises.size() * 80 + 2);
     json.put(u'[');
     for (const PublishedExercise &exercise : exercises) {
         if (&exercise != &exercises.front())
