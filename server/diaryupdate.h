@@ -7,13 +7,15 @@
 #include <optional>
 
 // The food values the program sends, in its attribute order; the names are also the columns.
-inline constexpr std::array<const char *, 10> kFoodValueNames = {
-    "calories", "fat", "fiber", "protein", "carbs",
-    "saturated_fatty_acids", "cholesterol", "sodium", "sugars", "calcium"};
+inline constexpr std::array<QLatin1StringView, 10> kFoodValueNames = {
+    QLatin1StringView("calories"),    QLatin1StringView("fat"),    QLatin1StringView("fiber"),
+    QLatin1StringView("protein"),     QLatin1StringView("carbs"),  QLatin1StringView("saturated_fatty_acids"),
+    QLatin1StringView("cholesterol"), QLatin1StringView("sodium"), QLatin1StringView("sugars"),
+    QLatin1StringView("calcium")};
 
 struct PublishedFood
 {
-    QChar meal;            // 'B', 'L', 'D' or 'S' (the group's meal letter)
+    QChar meal; // 'B', 'L', 'D' or 'S' (the group's meal letter)
     double qty = 0;
     QString desc;
     QString serving;
@@ -22,7 +24,7 @@ struct PublishedFood
 
 struct PublishedExercise
 {
-    double duration = 0;   // minutes
+    double duration = 0; // minutes
     QString desc;
     double calories = 0;
 };

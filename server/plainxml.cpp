@@ -40,6 +40,23 @@ bool isSpace(char16_t c)
     return is(c, kSpace);
 }
 
+const char16_t *pastSpaces(const char16_t *p, const char16_t *end)
+{
+    while (p < end && is(*p, kSpace))
+        ++p;
+    return p;
+}
+
+// Past the name that starts at p; p itself when none does.
+const char16_t *pastName(const char16_t *p, const char16_t *end)
+{
+    if (p >= end || !is(*p, kNameStart))
+        return p;
+    while (++p < end && is(*p, kNameChar)) {
+    }
+    return p;
+}
+
 // Characters XML forbids, and a byte order mark past the first (decoding drops that one), are left
 // to Qt's reader. Valid UTF-8 holds no lone surrogate.
 bool isPlainChar(char16_t u)
@@ -128,13 +145,9 @@ bool PlainXml::element(std::vector<QStringView> &open, int maxDepth, int maxValu
     // The attributes are most of a document: read here with a local cursor, in one loop.
     const char16_t *p = _p;
     const char16_t *const end = _end;
-    const auto spacesAt = [&p, end] {
-        while (p < end && is(*p, kSpace))
-            ++p;
-    };
     for (;;) {
         const char16_t *const before = p;
-        spacesAt();
+        p = pastSpaces(p, end);
         if (p >= end)
             return false;
         const char16_t c = *p;
@@ -153,20 +166,18 @@ bool PlainXml::element(std::vector<QStringView> &open, int maxDepth, int maxValu
             return true;
         }
         const char16_t *const nameStart = p;
-        if (p == before || !is(*p, kNameStart))
+        p = pastName(p, end);
+        if (nameStart == before || p == nameStart)
             return false;
-        while (++p < end && is(*p, kNameChar)) {
-        }
         const QStringView attribute(nameStart, p - nameStart);
         if ((attribute.front() == u'x' || attribute.front() == u'X') &&
             attribute.startsWith("xml"_L1, Qt::CaseInsensitive))
             return false;
         // "=" with white space around it, and the quoted value.
-        spacesAt();
+        p = pastSpaces(p, end);
         if (p >= end || *p != u'=')
             return false;
-        ++p;
-        spacesAt();
+        p = pastSpaces(p + 1, end);
         if (p >= end || (*p != u'"' && *p != u'\''))
             return false;
         const char16_t quote = *p++;
@@ -202,12 +213,9 @@ bool PlainXml::element(std::vector<QStringView> &open, int maxDepth, int maxValu
 bool PlainXml::name(QStringView *out)
 {
     const char16_t *const start = _p;
-    if (_p >= _end || !is(*_p, kNameStart))
-        return false;
-    while (++_p < _end && is(*_p, kNameChar)) {
-    }
+    _p = pastName(_p, _end);
     *out = QStringView(start, _p - start);
-    return true;
+    return _p != start;
 }
 
 // What follows an attribute's name: "=" and its quoted value, with white space around the "=".
@@ -346,8 +354,7 @@ bool PlainXml::declaration()
 
 void PlainXml::spaces()
 {
-    while (_p < _end && is(*_p, kSpace))
-        ++_p;
+    _p = pastSpaces(_p, _end);
 }
 
 bool PlainXml::at(QLatin1StringView text) const

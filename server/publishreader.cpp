@@ -292,15 +292,8 @@ bool readFood(SafeReader &reader, QChar meal, PublishedFood *food)
     food->serving = reader.attribute("serving"_L1).toString();
     if (!reader.number("qty"_L1, &food->qty))
         return false;
-    // The names with their lengths, worked out once.
-    static const auto names = [] {
-        std::array<QLatin1StringView, kFoodValueNames.size()> views;
-        for (size_t i = 0; i < views.size(); ++i)
-            views[i] = QLatin1StringView(kFoodValueNames[i]);
-        return views;
-    }();
-    for (size_t i = 0; i < names.size(); ++i) {
-        if (!reader.number(names[i], &food->values[i], false))
+    for (size_t i = 0; i < kFoodValueNames.size(); ++i) {
+        if (!reader.number(kFoodValueNames[i], &food->values[i], false))
             return false;
         if (food->values[i] && *food->values[i] < 0)
             food->values[i].reset(); // the program's way of writing "unknown"

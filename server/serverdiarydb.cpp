@@ -206,14 +206,13 @@ public:
     }
 
     // ,"name":value. Numbers are finite: the update was checked.
-    void number(const char *name, double value)
+    void number(QLatin1StringView name, double value)
     {
         char text[64];
         char *end = text;
         *end++ = ',';
         *end++ = '"';
-        for (const char *c = name; *c; ++c)
-            *end++ = *c;
+        end = std::copy(name.begin(), name.end(), end);
         *end++ = '"';
         *end++ = ':';
         end = writeNumber(end, text + sizeof text, value);
@@ -254,7 +253,7 @@ QString foodsJson(const QList<PublishedFood> &foods)
             json.put(u',');
         json.ascii("{\"meal\":");
         json.string(QStringView(&food.meal, 1));
-        json.number("qty", food.qty);
+        json.number("qty"_L1, food.qty);
         json.ascii(",\"desc\":");
         json.string(food.desc);
         json.ascii(",\"serving\":");
@@ -278,8 +277,8 @@ QString exercisesJson(const QList<PublishedExercise> &exercises)
             json.put(u',');
         json.ascii("{\"desc\":");
         json.string(exercise.desc);
-        json.number("duration", exercise.duration);
-        json.number("calories", exercise.calories);
+        json.number("duration"_L1, exercise.duration);
+        json.number("calories"_L1, exercise.calories);
         json.put(u'}');
     }
     json.put(u']');
@@ -309,7 +308,7 @@ QList<PublishedFood> readFoods(const QVariant &json)
         food.desc = object.value("desc"_L1).toString();
         food.serving = object.value("serving"_L1).toString();
         for (size_t i = 0; i < food.values.size(); ++i) {
-            const QJsonValue value = object.value(QLatin1String(kFoodValueNames[i]));
+            const QJsonValue value = object.value(kFoodValueNames[i]);
             if (value.isDouble())
                 food.values[i] = value.toDouble();
         }

@@ -66,31 +66,27 @@ inline QString lmText(const char *text)
     return QString::fromUtf8(text);
 }
 
-// Runs the statement and checks that it ends in the given fatal message.
-#define LM_VERIFY_FATAL(statement, message)                                                                  \
+// Runs the statement and checks that it ends in an LmAbort of that kind and text; missing is the
+// failure when it does not.
+#define LM_VERIFY_ABORT_(statement, abortKind, expected, missing)                                            \
     do {                                                                                                     \
         ThrowingHandlers lmHandlers_;                                                                        \
         try {                                                                                                \
             statement;                                                                                       \
-            QFAIL("no fatal message from: " #statement);                                                     \
+            QFAIL(missing);                                                                                  \
         } catch (const LmAbort &abort_) {                                                                    \
-            QCOMPARE(abort_.kind, LmAbort::Fatal);                                                           \
-            QCOMPARE(abort_.text, lmText(message));                                                          \
+            QCOMPARE(abort_.kind, abortKind);                                                                \
+            QCOMPARE(abort_.text, lmText(expected));                                                         \
         }                                                                                                    \
     } while (false)
 
+// Runs the statement and checks that it ends in the given fatal message.
+#define LM_VERIFY_FATAL(statement, message)                                                                  \
+    LM_VERIFY_ABORT_(statement, LmAbort::Fatal, message, "no fatal message from: " #statement)
+
 // Runs the statement and checks that it fails the assertion with the given expression text.
 #define LM_VERIFY_ASSERT(statement, expression)                                                              \
-    do {                                                                                                     \
-        ThrowingHandlers lmHandlers_;                                                                        \
-        try {                                                                                                \
-            statement;                                                                                       \
-            QFAIL("no assertion failed in: " #statement);                                                    \
-        } catch (const LmAbort &abort_) {                                                                    \
-            QCOMPARE(abort_.kind, LmAbort::Assertion);                                                       \
-            QCOMPARE(abort_.text, lmText(expression));                                                       \
-        }                                                                                                    \
-    } while (false)
+    LM_VERIFY_ABORT_(statement, LmAbort::Assertion, expression, "no assertion failed in: " #statement)
 
 // Folder of the test reference files, and of the built executables and resource files.
 inline QString testDataDir()
