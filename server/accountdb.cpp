@@ -8,10 +8,10 @@
 #include <QMessageAuthenticationCode>
 #include <QMutex>
 #include <QRandomGenerator>
-#include <QRegularExpression>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 
+#include <algorithm>
 #include <mutex>
 
 using namespace Qt::StringLiterals;
@@ -114,8 +114,14 @@ void AccountDB::setClock(std::function<qint64()> clock)
 
 bool AccountDB::validName(const QString &name)
 {
-    static const QRegularExpression pattern(u"\\A[A-Za-z0-9._@-]{1,64}\\z"_s);
-    return pattern.match(name).hasMatch();
+    // Letters and digits of ASCII and "._@-", 1 to 64 of them; checked on every login.
+    if (name.isEmpty() || name.size() > 64)
+        return false;
+    return std::all_of(name.begin(), name.end(), [](QChar c) {
+        const char16_t u = c.unicode();
+        return (u >= u'a' && u <= u'z') || (u >= u'A' && u <= u'Z') || (u >= u'0' && u <= u'9') ||
+               u == u'.' || u == u'_' || u == u'@' || u == u'-';
+    });
 }
 
 bool AccountDB::addMember(const QString &name, const QString &password, QString *error)
@@ -240,11 +246,14 @@ AccountDB::Login AccountDB::checkPwHash(const QString &name, const QString &pwha
     QString stored;
     {
         QSqlQuery *query = _db.cached(
-            u"SELECT key, failures, window_start, NULL, NULL FROM login_failures WHERE key IN (?, ?) "
-            "UNION ALL SELECT NULL, NULL, NULL, id, pw_hash FROM members WHERE name = ?"_s);
+            // Two lookups rather than "key IN (?, ?)", for which SQLite builds a temporary table.
+            // The member comes first so that PostgreSQL takes each column's type from a value.
+            u"SELECT NULL, NULL, NULL, id, pw_hash FROM members WHERE name = ? "
+            "UNION ALL SELECT key, failures, window_start, NULL, NULL FROM login_failures WHERE key = ? "
+            "UNION ALL SELECT key, failures, window_start, NULL, NULL FROM login_failures WHERE key = ?"_s);
         // A name that cannot be a member is looked up as NULL, which matches none.
         if (!query ||
-            !ServerDB::execPrepared(*query, {keys.constFirst(), keys.constLast(), nameOk ? name : QString()}))
+            !ServerDB::execPrepared(*query, {nameOk ? name : QString(), keys.constFirst(), keys.constLast()}))
             return Login::Wrong; // a store that cannot say is no reason to let anyone in
         while (query->next()) {
             if (query->isNull(0)) {

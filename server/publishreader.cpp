@@ -20,9 +20,9 @@ class SafeReader
 {
 public:
     explicit SafeReader(QByteArrayView xml)
-        : _xml(QByteArray::fromRawData(xml.data(), xml.size()))
+        : _xml(std::in_place, QByteArray::fromRawData(xml.data(), xml.size()))
     {
-        _xml.setNamespaceProcessing(false); // the documents use none; resolving prefixes is work
+        _xml->setNamespaceProcessing(false); // the documents use none; resolving prefixes is work
     }
     explicit SafeReader(const PlainXml &plain)
         : _plain(&plain)
@@ -49,11 +49,11 @@ public:
         while (!_failed) {
             // Let go of the last element's attributes first: the reader would copy them otherwise.
             _attributes = QXmlStreamAttributes();
-            switch (_xml.readNext()) {
+            switch (_xml->readNext()) {
             case QXmlStreamReader::StartElement:
                 if (++_depth > kMaxDepth)
                     return fail(QStringLiteral("elements nested too deep"));
-                _attributes = _xml.attributes();
+                _attributes = _xml->attributes();
                 for (const QXmlStreamAttribute &a : std::as_const(_attributes)) {
                     if (a.value().size() > kMaxAttributeLength)
                         return fail(QStringLiteral("attribute %1 too long").arg(a.name()));
@@ -67,7 +67,7 @@ public:
             case QXmlStreamReader::EntityReference:
                 return fail(QStringLiteral("entity references are not allowed"));
             case QXmlStreamReader::Invalid:
-                return fail(_xml.errorString());
+                return fail(_xml->errorString());
             case QXmlStreamReader::EndDocument:
                 return false;
             default:
@@ -90,10 +90,10 @@ public:
         if (_plain)
             return !_failed; // PlainXml read the document to its end
         _attributes = QXmlStreamAttributes();
-        while (!_failed && !_xml.atEnd()) {
-            const QXmlStreamReader::TokenType token = _xml.readNext();
+        while (!_failed && !_xml->atEnd()) {
+            const QXmlStreamReader::TokenType token = _xml->readNext();
             if (token == QXmlStreamReader::Invalid)
-                return fail(_xml.errorString());
+                return fail(_xml->errorString());
             if (token == QXmlStreamReader::DTD || token == QXmlStreamReader::StartElement)
                 return fail(QStringLiteral("content after the document"));
         }
@@ -104,12 +104,13 @@ public:
     {
         if (!_failed) {
             _failed = true;
-            _error = QStringLiteral("line %1: %2").arg(_xml.lineNumber()).arg(why);
+            // A replay's failure is only a reason to read again with Qt's reader, which says where.
+            _error = QStringLiteral("line %1: %2").arg(_xml ? _xml->lineNumber() : 0).arg(why);
         }
         return false;
     }
 
-    QStringView name() const { return _plain ? _current->name : _xml.name(); }
+    QStringView name() const { return _plain ? _current->name : _xml->name(); }
     // The value of the current element's attribute of that (qualified) name, if it has one.
     std::optional<QStringView> find(QLatin1StringView wanted) const
     {
@@ -257,8 +258,8 @@ private:
         return QDate(parts[0], parts[1], parts[2]);
     }
 
-    QXmlStreamReader _xml;
-    QXmlStreamAttributes _attributes; // of the current start element
+    std::optional<QXmlStreamReader> _xml; // none when replaying: it is costly to make
+    QXmlStreamAttributes _attributes;     // of the current start element
     const PlainXml *_plain = nullptr;
     size_t _next = 0;                          // in _plain's events
     const PlainXml::Event *_current = nullptr; // the last start element of _plain

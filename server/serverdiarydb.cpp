@@ -18,9 +18,25 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+// "yyyy-MM-dd" for the dates a store takes (years 1000 to 9999), written by hand: a publish
+// writes a few dozen and QDate::toString() formats through printf.
 QString dateText(const QDate &date)
 {
-    return date.toString(Qt::ISODate);
+    int year = 0, month = 0, day = 0;
+    date.getDate(&year, &month, &day);
+    if (year < 1000 || year > 9999)
+        return date.toString(Qt::ISODate);
+    const char16_t text[10] = {char16_t(u'0' + year / 1000),
+                               char16_t(u'0' + year / 100 % 10),
+                               char16_t(u'0' + year / 10 % 10),
+                               char16_t(u'0' + year % 10),
+                               u'-',
+                               char16_t(u'0' + month / 10),
+                               char16_t(u'0' + month % 10),
+                               u'-',
+                               char16_t(u'0' + day / 10),
+                               char16_t(u'0' + day % 10)};
+    return QString(reinterpret_cast<const QChar *>(text), 10);
 }
 
 // Dates are kept as "yyyy-MM-dd" text and compared as text, which holds for four-digit years.
