@@ -19,12 +19,40 @@ QDate toQDate(const QString &day)
     return QDate::fromString(toWebDate(day), Qt::ISODate);
 }
 
+namespace {
+
+// The date's digits, year, month and day, with the separator between them unless it is null;
+// empty when the year has no four digits. Written by hand: days are keyed by the thousand, and
+// Qt's formatting goes through a format string.
+QString digits(const QDate &date, char16_t separator)
+{
+    int year = 0, month = 0, day = 0;
+    date.getDate(&year, &month, &day);
+    if (!date.isValid() || year < 1 || year > 9999)
+        return QString();
+    char16_t text[10];
+    qsizetype n = 0;
+    for (const int digit : {year / 1000, year / 100 % 10, year / 10 % 10, year % 10})
+        text[n++] = char16_t(u'0' + digit);
+    for (const int part : {month, day}) {
+        if (separator)
+            text[n++] = separator;
+        text[n++] = char16_t(u'0' + part / 10);
+        text[n++] = char16_t(u'0' + part % 10);
+    }
+    return QString(reinterpret_cast<const QChar *>(text), n);
+}
+
+} // namespace
+
 QString fromQDate(const QDate &date)
 {
-    // Years before 1 or after 9999 have no 8-character form.
-    if (!date.isValid() || date.year() < 1 || date.year() > 9999)
-        return QString();
-    return QLocale::c().toString(date, QStringLiteral("yyyyMMdd"));
+    return digits(date, 0);
+}
+
+QString toWebDate(const QDate &date)
+{
+    return digits(date, u'-');
 }
 
 QString toWebDate(const QString &day)

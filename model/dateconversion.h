@@ -15,6 +15,8 @@ QDate toQDate(const QString &day);
 QString fromQDate(const QDate &date);
 // "yyyy-MM-dd" from a day string, character by character.
 QString toWebDate(const QString &day);
+// "yyyy-MM-dd"; empty for an invalid date or one outside the years 1 to 9999, as Qt::ISODate.
+QString toWebDate(const QDate &date);
 // "Monday, March 15 2007": English whatever the locale.
 QString longDayName(const QDate &date);
 

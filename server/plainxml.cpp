@@ -142,7 +142,7 @@ bool PlainXml::element(std::vector<QStringView> &open, int maxDepth, int maxValu
     // A bit for each name by its length and outer letters: a name whose bit is not set yet is
     // new, and only the others are compared with the names before them.
     quint64 seen = 0;
-    // The attributes are most of a document: read here with a local cursor, in one loop.
+    // The attributes are most of a document: read here with a local cursor.
     const char16_t *p = _p;
     const char16_t *const end = _end;
     for (;;) {
@@ -173,29 +173,10 @@ bool PlainXml::element(std::vector<QStringView> &open, int maxDepth, int maxValu
         if ((attribute.front() == u'x' || attribute.front() == u'X') &&
             attribute.startsWith("xml"_L1, Qt::CaseInsensitive))
             return false;
-        // "=" with white space around it, and the quoted value.
-        p = pastSpaces(p, end);
-        if (p >= end || *p != u'=')
-            return false;
-        p = pastSpaces(p + 1, end);
-        if (p >= end || (*p != u'"' && *p != u'\''))
-            return false;
-        const char16_t quote = *p++;
-        const char16_t *const valueStart = p;
-        while (p < end && *p < 128 && !(kClasses[*p] & kValueStop))
-            ++p;
         QStringView content;
-        if (p < end && *p == quote) {
-            content = QStringView(valueStart, p - valueStart);
-            ++p;
-            if (content.size() > maxValueLength)
-                return false;
-        } else { // a reference, the other quote, a character past ASCII: the general way
-            _p = valueStart;
-            if (!value(quote, maxValueLength, &content))
-                return false;
-            p = _p;
-        }
+        p = assignment(p, maxValueLength, &content);
+        if (!p)
+            return false;
         const quint64 bit = quint64(1) << ((attribute.size() * 7 + attribute.front().unicode() * 3 +
                                             attribute.back().unicode()) &
                                            63);
@@ -218,18 +199,29 @@ bool PlainXml::name(QStringView *out)
     return _p != start;
 }
 
-// What follows an attribute's name: "=" and its quoted value, with white space around the "=".
-bool PlainXml::assignment(int maxValueLength, QStringView *out)
+// What follows an attribute's name, from p: "=" and its quoted value, with white space around
+// the "="; where it ends, past the closing quote, or null when it is not one. The attributes are
+// most of a document, so a value of plain ASCII is taken where it stands.
+Q_ALWAYS_INLINE const char16_t *PlainXml::assignment(const char16_t *p, int maxValueLength, QStringView *out)
 {
-    spaces();
-    if (_p >= _end || *_p != u'=')
-        return false;
-    ++_p;
-    spaces();
-    if (_p >= _end || (*_p != u'"' && *_p != u'\''))
-        return false;
-    const char16_t quote = *_p++;
-    return value(quote, maxValueLength, out);
+    const char16_t *const end = _end;
+    p = pastSpaces(p, end);
+    if (p >= end || *p != u'=')
+        return nullptr;
+    p = pastSpaces(p + 1, end);
+    if (p >= end || (*p != u'"' && *p != u'\''))
+        return nullptr;
+    const char16_t quote = *p++;
+    const char16_t *const valueStart = p;
+    while (p < end && *p < 128 && !(kClasses[*p] & kValueStop))
+        ++p;
+    if (p < end && *p == quote) {
+        *out = QStringView(valueStart, p - valueStart);
+        return out->size() <= maxValueLength ? p + 1 : nullptr;
+    }
+    // A reference, the other quote, a character past ASCII: the general way.
+    _p = valueStart;
+    return value(quote, maxValueLength, out) ? _p : nullptr;
 }
 
 // Passes over what stands in an attribute value as it is, up to its quote or a reference; false
@@ -341,7 +333,8 @@ bool PlainXml::declaration()
             return false;
         if (next == std::size(names))
             return false;
-        if (!assignment(16, &content))
+        _p = assignment(_p, 16, &content);
+        if (!_p)
             return false;
         const bool fits = next == 0   ? content == "1.0"_L1
                           : next == 1 ? content.compare("UTF-8"_L1, Qt::CaseInsensitive) == 0

@@ -40,7 +40,7 @@ private:
     bool declaration();
     bool element(std::vector<QStringView> &open, int maxDepth, int maxValueLength);
     bool name(QStringView *out);
-    bool assignment(int maxValueLength, QStringView *out);
+    const char16_t *assignment(const char16_t *p, int maxValueLength, QStringView *out);
     bool value(char16_t quote, int maxValueLength, QStringView *out);
     bool valueRun(char16_t quote);
     bool reference(QString *out);

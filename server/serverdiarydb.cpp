@@ -1,5 +1,6 @@
 #include "server/serverdiarydb.h"
 
+#include "model/dateconversion.h"
 #include "server/serverdb.h"
 
 #include <QJsonArray>
@@ -17,27 +18,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// "yyyy-MM-dd" for the dates a store takes (years 1000 to 9999), written by hand: a publish
-// writes a few dozen and QDate::toString() formats through printf.
-QString dateText(const QDate &date)
-{
-    int year = 0, month = 0, day = 0;
-    date.getDate(&year, &month, &day);
-    if (year < 1000 || year > 9999)
-        return date.toString(Qt::ISODate);
-    const char16_t text[10] = {char16_t(u'0' + year / 1000),
-                               char16_t(u'0' + year / 100 % 10),
-                               char16_t(u'0' + year / 10 % 10),
-                               char16_t(u'0' + year % 10),
-                               u'-',
-                               char16_t(u'0' + month / 10),
-                               char16_t(u'0' + month % 10),
-                               u'-',
-                               char16_t(u'0' + day / 10),
-                               char16_t(u'0' + day % 10)};
-    return QString(reinterpret_cast<const QChar *>(text), 10);
-}
 
 // Dates are kept as "yyyy-MM-dd" text and compared as text, which holds for four-digit years.
 bool usableDate(const QDate &date)
@@ -63,13 +43,15 @@ QString problem(const DiaryUpdate &update)
             return u"a day has no usable date"_s;
         for (const PublishedFood &food : day.foods) {
             if (!isMeal(food.meal))
-                return u"a food on %1 has no meal (B, L, D or S)"_s.arg(dateText(day.date));
+                return u"a food on %1 has no meal (B, L, D or S)"_s.arg(DateConversion::toWebDate(day.date));
             if (!std::isfinite(food.qty) || !std::all_of(food.values.cbegin(), food.values.cend(), finite))
-                return u"a food on %1 has a number that is not one"_s.arg(dateText(day.date));
+                return u"a food on %1 has a number that is not one"_s.arg(
+                    DateConversion::toWebDate(day.date));
         }
         for (const PublishedExercise &exercise : day.exercises) {
             if (!std::isfinite(exercise.duration) || !std::isfinite(exercise.calories))
-                return u"an exercise on %1 has a number that is not one"_s.arg(dateText(day.date));
+                return u"an exercise on %1 has a number that is not one"_s.arg(
+                    DateConversion::toWebDate(day.date));
         }
     }
     for (const PublishedCheckin &checkin : update.checkins) {
@@ -77,13 +59,14 @@ QString problem(const DiaryUpdate &update)
             return u"a check-in has no usable date"_s;
         if (!finite(checkin.weight) || !finite(checkin.chest) || !finite(checkin.hips) ||
             !finite(checkin.thigh) || !finite(checkin.waist))
-            return u"the check-in of %1 has a number that is not one"_s.arg(dateText(checkin.date));
+            return u"the check-in of %1 has a number that is not one"_s.arg(
+                DateConversion::toWebDate(checkin.date));
     }
     for (const PublishedWater &water : update.waters) {
         if (!usableDate(water.date))
             return u"a water entry has no usable date"_s;
         if (water.cups < 0)
-            return u"the water of %1 is less than nothing"_s.arg(dateText(water.date));
+            return u"the water of %1 is less than nothing"_s.arg(DateConversion::toWebDate(water.date));
     }
     return {};
 }
@@ -369,7 +352,7 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
     QStringList dates, checkinDeletions;
     for (const PublishedCheckin &checkin : lastOfEachDate(update.checkins)) {
         if (checkin.isDeletion())
-            checkinDeletions.append(dateText(checkin.date));
+            checkinDeletions.append(DateConversion::toWebDate(checkin.date));
         else
             checkins.append(checkin);
     }
@@ -382,9 +365,10 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
     QStringList cleared;
     for (const PublishedDay &day : days) {
         if (day.foods.isEmpty() && day.exercises.isEmpty())
-            cleared.append(dateText(day.date));
+            cleared.append(DateConversion::toWebDate(day.date));
         else
-            filled.append({dateText(day.date), foodsJson(day.foods), exercisesJson(day.exercises)});
+            filled.append(
+                {DateConversion::toWebDate(day.date), foodsJson(day.foods), exercisesJson(day.exercises)});
     }
 
     const bool postgres = _db.kind() == ServerDB::Kind::PostgreSQL;
@@ -421,7 +405,7 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
                        u"checkins"_s, checkinColumns, u"member_id, date"_s, checkins.size(),
                        [&](qsizetype i, QVariantList &values) {
                            const PublishedCheckin &checkin = checkins.at(i);
-                           values << memberId << dateText(checkin.date)
+                           values << memberId << DateConversion::toWebDate(checkin.date)
                                   << ServerDB::realOrNull(checkin.weight)
                                   << ServerDB::realOrNull(checkin.chest) << ServerDB::realOrNull(checkin.hips)
                                   << ServerDB::realOrNull(checkin.thigh)
@@ -431,7 +415,8 @@ bool ServerDiaryDB::apply(qint64 memberId, const DiaryUpdate &update, QString *e
                    insertRows(
                        u"waters"_s, waterColumns, u"member_id, date"_s, waters.size(),
                        [&](qsizetype i, QVariantList &values) {
-                           values << memberId << dateText(waters.at(i).date) << waters.at(i).cups;
+                           values << memberId << DateConversion::toWebDate(waters.at(i).date)
+                                  << waters.at(i).cups;
                        },
                        workError) &&
                    insertRows(
@@ -514,7 +499,7 @@ ServerDiaryDB::Day ServerDiaryDB::day(qint64 memberId, const QDate &date)
 {
     Day day;
     day.date = date;
-    const QString text = dateText(date);
+    const QString text = DateConversion::toWebDate(date);
     QSqlQuery query(_db.connection());
 
     if (ServerDB::exec(query, u"SELECT foods, exercises FROM diary_days WHERE member_id = ? AND date = ?"_s,
@@ -541,7 +526,7 @@ ServerDiaryDB::Day ServerDiaryDB::day(qint64 memberId, const QDate &date)
 QList<QDate> ServerDiaryDB::loggedDays(qint64 memberId, const QDate &from, const QDate &to)
 {
     QList<QDate> days;
-    const QString first = dateText(from), last = dateText(to);
+    const QString first = DateConversion::toWebDate(from), last = DateConversion::toWebDate(to);
     QSqlQuery query(_db.connection());
     const QString sql = u"SELECT date FROM diary_days WHERE member_id = ? AND date BETWEEN ? AND ? "
                         "UNION SELECT date FROM checkins WHERE member_id = ? AND date BETWEEN ? AND ? "
@@ -561,7 +546,7 @@ QList<PublishedCheckin> ServerDiaryDB::checkins(qint64 memberId, const QDate &fr
     if (ServerDB::exec(query,
                        u"SELECT date, weight, chest, hips, thigh, waist, note FROM checkins "
                        "WHERE member_id = ? AND date BETWEEN ? AND ? ORDER BY date"_s,
-                       {memberId, dateText(from), dateText(to)})) {
+                       {memberId, DateConversion::toWebDate(from), DateConversion::toWebDate(to)})) {
         while (query.next())
             list.append(readCheckin(query));
     }
