@@ -5,6 +5,7 @@
 #include <QGridLayout>
 #include <QLabel>
 #include <QLocale>
+#include <QPalette>
 #include <QProgressBar>
 #include <QVBoxLayout>
 
@@ -20,9 +21,9 @@ DayStatus::DayStatus(QWidget *parent)
     : QWidget(parent)
     , _energy(new QLabel(this))
     , _shares(new QLabel(this))
-    , _nutrients(new QGridLayout)
     , _water(new QLabel(this))
     , _waterBar(new QProgressBar(this))
+    , _nutrients(new QGridLayout)
 {
     setObjectName(QStringLiteral("dayStatus"));
     _energy->setObjectName(QStringLiteral("energyStanding"));
@@ -87,11 +88,13 @@ void DayStatus::setStanding(const DayStanding &standing)
         row.bar->setValue(n.hasTarget() ? int(std::min(100.0f, std::round(100.0f * n.eaten / n.target))) : 0);
         row.bar->setFormat(nutrientRemainingText(n));
         row.bar->setProperty("offTrack", n.offTrack());
-        // Red over a limit, amber short of a goal.
-        row.bar->setStyleSheet(n.offTrack()
-                                   ? QStringLiteral("QProgressBar::chunk { background: %1; }")
-                                         .arg(n.limit ? QStringLiteral("#c0392b") : QStringLiteral("#d68910"))
-                                   : QString());
+        // Red over a limit, amber short of a goal. Through the palette, not a style sheet, so the
+        // bar keeps the style's look and its centred label.
+        QPalette palette;
+        if (n.offTrack())
+            palette.setColor(QPalette::Highlight,
+                             n.limit ? QColor(0xc0, 0x39, 0x2b) : QColor(0xd6, 0x89, 0x10));
+        row.bar->setPalette(palette);
     }
     _nutrients->setColumnStretch(2, 1);
     _shares->setText(energySharesText(standing));
