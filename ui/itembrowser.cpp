@@ -77,7 +77,7 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
     _matches->setObjectName(QStringLiteral("matches"));
     _matches->setItemDelegate(new MatchDelegate(_matches));
     _matches->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    // One line each: the list measures one row, not every name, as it is typed.
+    // All alike: the list measures one row, not every name, as it is typed.
     _matches->setUniformItemSizes(true);
     _searchNote = new QLabel(this);
     _searchNote->setObjectName(QStringLiteral("searchNote"));

@@ -21,23 +21,26 @@ void MatchDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
     const QRect text =
         style->subElementRect(QStyle::SE_ItemViewItemText, &item, widget).adjusted(2, 0, -2, 0);
     const QFontMetrics metrics(item.font);
-    // The name takes at least half; the energy keeps its number and loses the end of its serving.
-    const int energyWidth = std::min(metrics.horizontalAdvance(energy), text.width() / 2);
+    const int middle = text.top() + text.height() / 2;
+    const QRect nameRect(text.left(), middle - metrics.height(), text.width(), metrics.height());
+    const QRect energyRect(text.left() + metrics.averageCharWidth(), middle,
+                           text.width() - metrics.averageCharWidth(), metrics.height());
     const bool selected = item.state & QStyle::State_Selected;
     const QPalette::ColorRole role = selected ? QPalette::HighlightedText : QPalette::Text;
     painter->save();
     painter->setFont(item.font);
     painter->setPen(item.palette.color(QPalette::Normal, role));
-    const QRect nameRect = text.adjusted(0, 0, -energyWidth - metrics.averageCharWidth() * 2, 0);
-    painter->drawText(nameRect, Qt::AlignLeft | Qt::AlignVCenter,
-                      metrics.elidedText(index.data(kNameRole).toString(), Qt::ElideRight, nameRect.width()));
+    painter->drawText(
+        nameRect, Qt::AlignLeft | Qt::AlignVCenter,
+        metrics.elidedText(index.data(kNameRole).toString(), Qt::ElideMiddle, nameRect.width()));
     painter->setPen(item.palette.color(selected ? QPalette::Normal : QPalette::Disabled, role));
-    painter->drawText(text, Qt::AlignRight | Qt::AlignVCenter,
-                      metrics.elidedText(energy, Qt::ElideRight, energyWidth));
+    painter->drawText(energyRect, Qt::AlignLeft | Qt::AlignVCenter,
+                      metrics.elidedText(energy, Qt::ElideRight, energyRect.width()));
     painter->restore();
 }
 
 QSize MatchDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const
 {
-    return {1, QStyledItemDelegate::sizeHint(option, index).height()};
+    const int oneLine = QStyledItemDelegate::sizeHint(option, index).height();
+    return {1, oneLine + option.fontMetrics.height()};
 }

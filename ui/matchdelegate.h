@@ -1,8 +1,9 @@
 #pragma once
 
-// Draws a match of the food browser as its name, cut short when the list is narrow, with what
-// one of it brings ("95 cals per 1 medium") at the right in a quieter colour. The item's text
-// keeps both ("name — energy") for copying and for screen readers.
+// Draws a match of the food browser on two lines: its name across the whole list, cut in the
+// middle when it is longer (the food is named first and its preparation last, and both tell
+// matches apart), and below it, in a quieter colour, what one of it brings ("95 cals per
+// 1 medium"). The item's text keeps both ("name — energy") for copying and for screen readers.
 
 #include <QStyledItemDelegate>
 
@@ -15,6 +16,6 @@ public:
     using QStyledItemDelegate::QStyledItemDelegate;
     void paint(QPainter *painter, const QStyleOptionViewItem &option,
                const QModelIndex &index) const override;
-    // As wide as the list: names are cut short rather than scrolled.
+    // As wide as the list (names are cut short rather than scrolled), two lines high.
     QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
 };
