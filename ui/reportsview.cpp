@@ -228,6 +228,8 @@ ReportsView::ReportsView(QWidget *parent)
     for (int type = 0; type < kNutrientCount; ++type)
         _nutrient->addItem(nutrientTitle(type), type);
     _summary->setObjectName(QStringLiteral("report"));
+    // The summary's measurements table has no padding of its own: room between a label and its value.
+    _summary->document()->setDefaultStyleSheet(QStringLiteral("td { padding-right: 6px; }"));
     _chart->setObjectName(QStringLiteral("chart"));
     _chart->setRenderHint(QPainter::Antialiasing);
     _chart->setMinimumHeight(220);
