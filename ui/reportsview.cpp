@@ -118,6 +118,7 @@ QChart *lineChart(const ReportDocument &document, const ReportUnits &units)
                     piece = new QLineSeries;
                     // A day logged alone shows as its point.
                     piece->setPointsVisible(charted[i]->points.size() <= 120);
+                    piece->setMarkerSize(6);
                     if (!previous.isValid())
                         piece->setName(charted[i]->title);
                 }
@@ -143,7 +144,8 @@ QChart *lineChart(const ReportDocument &document, const ReportUnits &units)
             level->attachAxis(values);
         }
     }
-    dates->setRange(at(document.range.from()), at(last));
+    // Half a day past each end, so that a point on the first or the last day is drawn whole.
+    dates->setRange(at(document.range.from()).addSecs(-12 * 3600), at(last).addSecs(12 * 3600));
     if (std::isfinite(low)) {
         values->setRange(low, high > low ? high : low + 1);
         values->applyNiceNumbers();
