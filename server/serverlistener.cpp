@@ -272,7 +272,8 @@ private:
         if (_unsniffed && !data.isEmpty()) {
             _unsniffed = false;
             if (data.front() == kTlsHandshake)
-                return refuse(0, QStringLiteral("TLS without a certificate"));
+                return refuse(0, QStringLiteral("a TLS connection, and this server has no certificate "
+                                                "(serve --tls-cert FILE --tls-key FILE)"));
         }
         const ServerListener::Limits &limits = _listener->limits();
         qsizetype i = 0;
