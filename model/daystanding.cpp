@@ -86,3 +86,15 @@ QString energySharesText(const DayStanding &standing)
         .arg(percent(standing.energyShares[0]), percent(standing.energyShares[1]),
              percent(standing.energyShares[2]));
 }
+
+QString mainValuesText(const FoodDiaryItem &item)
+{
+    const UnitRegistry &units = UnitRegistry::instance();
+    QStringList parts = {units.getUnit(UNIT_ENERGY)->formatValueWithUnit(item.getNutrient(ENERGY))};
+    for (const int type : {CARB, FAT, PROTEIN})
+        parts.append(units.getUnitForNutrient(type)->getName() + QLatin1Char(' ') +
+                     units.getUnitForNutrient(type)->formatValueWithUnit(item.getNutrient(type)));
+    for (QString &part : parts)
+        part.replace(QLatin1Char(' '), QChar::Nbsp);
+    return parts.join(QStringLiteral(" \u00b7 "));
+}

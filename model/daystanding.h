@@ -49,3 +49,6 @@ QString energyStandingText(const DayStanding &standing, bool rich); // "Eaten 19
 QString nutrientFiguresText(const NutrientStanding &n);   // "50 of 225 g", or "50 g" without a target
 QString nutrientRemainingText(const NutrientStanding &n); // "25 g left", "5 g over" or "no target"
 QString energySharesText(const DayStanding &standing);    // empty when nothing was eaten
+// What an entry brings: "197 cals · Carbs 24.9 g · Fat 0.4 g · Protein 3.4 g". Each figure holds
+// together, so a narrow label breaks the line only between figures.
+QString mainValuesText(const FoodDiaryItem &item);

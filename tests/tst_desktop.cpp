@@ -911,7 +911,7 @@ void TestDesktop::noTrapsWhenAdding()
     QCOMPARE(quantity->value(), 1.0);
     QCOMPARE(serving->currentText(), QStringLiteral("1 medium (7\" to 7-7/8\" long)"));
     const QString preview = window.findChild<QLabel *>(QStringLiteral("preview"))->text();
-    QVERIFY2(preview.startsWith(QStringLiteral("105 cals \u00b7 Carbs 27.0 g")), qPrintable(preview));
+    QVERIFY2(preview.startsWith(QStringLiteral("105\u00a0cals \u00b7 Carbs\u00a027.0\u00a0g")), qPrintable(preview));
     // F3 shows all ten values, for the serving and per 100 g.
     bool shown = false;
     QTimer::singleShot(0, [&shown] {

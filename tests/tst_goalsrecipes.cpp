@@ -165,7 +165,7 @@ void TestGoalsRecipes::recipeOfThreeLoggedAsOnePortion()
                     }
                     QCOMPARE(child<QTableWidget>(editor, "ingredients")->rowCount(), 3);
                     const QString totals = child<QLabel>(editor, "recipeTotals")->text();
-                    QVERIFY2(totals.contains(u"A portion: 197 cals"_s), qPrintable(totals));
+                    QVERIFY2(totals.contains(u"A portion: 197\u00a0cals"_s), qPrintable(totals));
                     key(Qt::Key_S, Qt::ControlModifier);
                 },
                 &editorShown);

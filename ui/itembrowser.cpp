@@ -6,6 +6,7 @@
 #include "db/savedmealdb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
+#include "model/daystanding.h"
 #include "model/unitdescriptor.h"
 #include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"
@@ -463,11 +464,7 @@ void ItemBrowser::updatePreview()
         item.changeFood(_selectedId);
         item.setServing(_serving->currentData().toInt());
         item.setSize(float(_quantity->value()));
-        QStringList parts = {energy.formatValueWithUnit(item.getNutrient(ENERGY))};
-        for (const int type : {CARB, FAT, PROTEIN})
-            parts.append(units.getUnitForNutrient(type)->getName() + QLatin1Char(' ') +
-                         units.getUnitForNutrient(type)->formatValueWithUnit(item.getNutrient(type)));
-        text = parts.join(QStringLiteral(" \u00b7 "));
+        text = mainValuesText(item);
     } else if (_selectedId >= 0 && _browsing == BrowseExercises) {
         Exercise exercise;
         const auto weight = DiaryEdits::weightInForce(_userId, DateConversion::fromQDate(_date));

@@ -1,6 +1,7 @@
 #include "ui/recipedialog.h"
 
 #include "app/profilepreferences.h"
+#include "model/daystanding.h"
 #include "model/unitdescriptor.h"
 #include "ui/daymodel.h"
 #include "ui/foodpicker.h"
@@ -26,17 +27,6 @@ namespace {
 QString energyText(float calories)
 {
     return UnitRegistry::instance().getUnit(UNIT_ENERGY)->formatValueWithUnit(calories);
-}
-
-// "197 cals · carbohydrate 24.9 g · fat 0.4 g · protein 3.4 g"
-QString mainValues(const FoodDiaryItem &item)
-{
-    const UnitRegistry &units = UnitRegistry::instance();
-    QStringList parts = {energyText(item.getNutrient(ENERGY))};
-    for (const int type : {CARB, FAT, PROTEIN})
-        parts.append(units.getUnitForNutrient(type)->getName() + QLatin1Char(' ') +
-                     units.getUnitForNutrient(type)->formatValueWithUnit(item.getNutrient(type)));
-    return parts.join(QStringLiteral(" \u00b7 "));
 }
 
 } // namespace
@@ -151,7 +141,7 @@ void RecipeDialog::refresh()
     _totals->setText(_recipe.ingredients.isEmpty() ? tr("No ingredients yet.")
                                                    : tr("Whole dish: %1\nA portion: %2")
                                                          .arg(energyText(_recipe.whole().getNutrient(ENERGY)),
-                                                              mainValues(_recipe.portion())));
+                                                              mainValuesText(_recipe.portion())));
 }
 
 void RecipeDialog::removeIngredient()
