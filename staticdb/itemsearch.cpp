@@ -202,6 +202,49 @@ ItemSearchResult searchItems(IndexedDB &reference, DynamicDB *custom, const QStr
     return result;
 }
 
+ItemSearchResult usualItems(IndexedDB &reference, DynamicDB *custom, const SearchHistory &history,
+                            qsizetype limit)
+{
+    ItemSearchResult result;
+    if (history.favourites.isEmpty() && history.byId.isEmpty() && history.byName.isEmpty())
+        return result;
+    struct Usual
+    {
+        const IndexedDB *db;
+        const IndexEntry *entry;
+        bool custom;
+        bool favourite;
+        double usage;
+    };
+    std::vector<Usual> usual;
+    const auto visitor = [&](const IndexedDB &db, bool isCustom) {
+        return [&, isCustom](const IndexEntry *e, const IndexEntry *, quint64) {
+            const bool favourite = history.favourites.contains(int(e->id));
+            double usage = history.byId.value(int(e->id));
+            if (!history.byName.isEmpty())
+                usage += history.byName.value(db.nameText(e));
+            if (favourite || usage > 0)
+                usual.push_back({&db, e, isCustom, favourite, usage});
+        };
+    };
+    const auto noWords = [](const IndexEntry *) { return quint64(0); };
+    walkTree(reference, reference.rootId(), 0, noWords, visitor(reference, false));
+    for (const int root : {DynamicDB::rootIdOf(custom ? custom->userId() : -1), kSharedRootId}) {
+        if (custom && custom->lookup(quint32(root), true))
+            walkTree(*custom, quint32(root), 0, noWords, visitor(*custom, true));
+    }
+    // Favourites first, then the most used; otherwise in tree order.
+    std::stable_sort(usual.begin(), usual.end(), [](const Usual &a, const Usual &b) {
+        return a.favourite != b.favourite ? a.favourite : a.usage > b.usage;
+    });
+    for (const Usual &u : usual) {
+        if (result.items.size() >= limit)
+            break;
+        result.items.append({int(u.entry->id), u.db->nameText(u.entry), u.custom, false});
+    }
+    return result;
+}
+
 SearchHistory loadSearchHistory(int userId, bool exercises, const QDate &today)
 {
     SearchHistory history;

@@ -43,6 +43,11 @@ ItemSearchResult searchItems(IndexedDB &reference, DynamicDB *custom, const QStr
                              const SearchHistory &history, qsizetype limit,
                              SearchOrder order = SearchOrder::Ranked);
 
+// Before there are words to search: the profile's favourites, then the items it logs most (the
+// weights of its history), at most limit. Empty for a profile without either.
+ItemSearchResult usualItems(IndexedDB &reference, DynamicDB *custom, const SearchHistory &history,
+                            qsizetype limit);
+
 // The favourites and use of a profile's foods (or exercises) as the ranking weighs them.
 SearchHistory loadSearchHistory(int userId, bool exercises, const QDate &today = QDate::currentDate());
 

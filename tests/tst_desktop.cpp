@@ -271,6 +271,14 @@ void TestDesktop::searchAddsFoodToLunch()
     QVERIFY(!walk().isValid());
     QVERIFY(window.diary()->undo());
     QCOMPARE(cell(walk(), 1), QStringLiteral("60"));
+
+    // An empty box offers what the profile logs: the walk, then, back among foods, the apples.
+    search->clear();
+    QTRY_COMPARE(matches->count(), 1);
+    QVERIFY(matches->item(0)->text().startsWith(QLatin1String("Walking")));
+    window.findChild<QComboBox *>(QStringLiteral("kind"))->setCurrentIndex(0);
+    QTRY_COMPARE(matches->count(), 1);
+    QCOMPARE(matches->item(0)->data(Qt::UserRole).toInt(), 9003);
 }
 
 namespace {

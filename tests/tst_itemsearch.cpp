@@ -30,15 +30,20 @@ private:
     DbFixture _db;
     int _user = -1;
 
+    // As the desktop's list does: ranked matches, or before any words the usual items.
     ItemSearchResult search(const QString &query, bool exercises, qsizetype limit = 25)
     {
         const SearchHistory history = loadSearchHistory(_user, exercises);
+        const auto run = [&](IndexedDB &reference, DynamicDB *custom) {
+            const ItemSearchResult found = searchItems(reference, custom, query, history, limit);
+            return found.searched ? found : usualItems(reference, custom, history, limit);
+        };
         if (exercises) {
             ExDB db(_user);
-            return searchItems(*db.staticDB(), db.dynamicDB(), query, history, limit);
+            return run(*db.staticDB(), db.dynamicDB());
         }
         FoodDB db(_user);
-        return searchItems(*db.staticDB(), db.dynamicDB(), query, history, limit);
+        return run(*db.staticDB(), db.dynamicDB());
     }
 
 private slots:
@@ -63,6 +68,7 @@ private slots:
     void whatPeopleType();
     void historyLeads_data();
     void historyLeads();
+    void usualBeforeWords();
     void customNames_data();
     void customNames();
 };
@@ -206,6 +212,34 @@ void TestItemSearch::historyLeads()
     QVERIFY(!result.items.isEmpty());
     QFETCH(bool, leads);
     QCOMPARE(result.items.constFirst().id == id, leads);
+    // Before any words, the item is what the profile uses: alone in the list, whatever the query.
+    const ItemSearchResult before = search(QString(), exercises);
+    QCOMPARE(before.items.size(), 1);
+    QCOMPARE(before.items.constFirst().id, id);
+}
+
+void TestItemSearch::usualBeforeWords()
+{
+    QCOMPARE(search(QString(), false).items.size(), 0); // a new profile has none
+    const QString today = QDate::currentDate().toString(QStringLiteral("yyyyMMdd"));
+    const FoodDB foods(_user);
+    const auto log = [&](int food, int times) {
+        for (int i = 0; i < times; ++i) {
+            FoodDiaryItem entry;
+            entry.user_id = _user;
+            entry.changeFood(food);
+            entry.setDate(today);
+            entry.meal = LUNCH;
+            QVERIFY(DiaryDB().addFoodEntry(entry));
+        }
+    };
+    log(9003, 2);                                           // apples
+    log(9040, 5);                                           // bananas
+    QVERIFY(Favorites::add(_user, Favorites::FOODS, 1159)); // goat cheese, never logged
+    QStringList order;
+    for (const FoundItem &item : search(u"ba"_s, false).items) // too short to search
+        order.append(QString::number(item.id));
+    QCOMPARE(order, QStringList({u"1159"_s, u"9040"_s, u"9003"_s}));
 }
 
 void TestItemSearch::customNames_data()

@@ -31,6 +31,7 @@
 #include <QPushButton>
 #include <QScopeGuard>
 #include <QTabWidget>
+#include <QTimer>
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
@@ -39,6 +40,9 @@
 namespace {
 
 constexpr int kShownMatches = 100;
+// Before any words: enough of the usual items to choose from without scrolling far.
+constexpr int kUsualMatches = 30;
+constexpr int kUsualAfterShowMs = 100;
 constexpr float kLargeEntryCalories = 5000.0f; // an entry above this asks first
 
 QString number(double value)
@@ -248,10 +252,26 @@ void ItemBrowser::search(const QString &query)
         _history = loadSearchHistory(_userId, exercises);
     static const SearchHistory none;
     const SearchHistory &history = _history ? *_history : none;
-    const ItemSearchResult result =
-        exercises
-            ? searchItems(*_exercises->staticDB(), _exercises->dynamicDB(), query, history, kShownMatches)
-            : searchItems(*_foods->staticDB(), _foods->dynamicDB(), query, history, kShownMatches);
+    IndexedDB &reference =
+        exercises ? static_cast<IndexedDB &>(*_exercises->staticDB()) : *_foods->staticDB();
+    DynamicDB *custom = exercises ? static_cast<DynamicDB *>(_exercises->dynamicDB()) : _foods->dynamicDB();
+    ItemSearchResult result = searchItems(reference, custom, query, history, kShownMatches);
+    // No words yet: the profile's favourites and what it logs most. Before the window shows, its
+    // history is read a moment after it has (years of entries take a moment, and the window
+    // comes first).
+    const bool usual = !result.searched;
+    if (usual && !_history && isVisible())
+        _history = loadSearchHistory(_userId, exercises);
+    if (usual && _history) {
+        result = usualItems(reference, custom, *_history, kUsualMatches);
+    } else if (usual) {
+        QTimer::singleShot(kUsualAfterShowMs, this, [this] {
+            if (!_history && _userId >= 0 && longestSearchWord(_query->text()) < kShortestSearchWord) {
+                _history = loadSearchHistory(_userId, _browsing == BrowseExercises);
+                search(_query->text());
+            }
+        });
+    }
     // Exercises burn at the weight in force on the day shown.
     const double weight =
         exercises ? DiaryEdits::weightInForce(_userId, DateConversion::fromQDate(_date)).value_or(0.0) : 0.0;
@@ -278,11 +298,23 @@ void ItemBrowser::search(const QString &query)
     }
     if (_matches->count() > 0)
         _matches->setCurrentRow(0);
-    const QString note = result.searched && result.items.isEmpty()
-                             ? tr("No matches for \"%1\"").arg(query.trimmed())
-                             : result.closeMatchNote(query.trimmed());
+    QString note = result.searched && result.items.isEmpty()
+                       ? tr("No matches for \"%1\"").arg(query.trimmed())
+                       : result.closeMatchNote(query.trimmed());
+    if (usual && _history)
+        note = result.items.isEmpty()
+                   ? tr("Your favourites and what you log most show here; type 3 letters or more to search.")
+               : exercises ? tr("Your favourite and most logged exercises")
+                           : tr("Your favourite and most logged foods");
     _searchNote->setText(note);
     _searchNote->setVisible(!note.isEmpty());
+}
+
+void ItemBrowser::forgetHistory()
+{
+    _history.reset();
+    if (_browsing != BrowseSavedMeals && longestSearchWord(_query->text()) < kShortestSearchWord)
+        search(_query->text()); // the favourites and most logged, read again
 }
 
 void ItemBrowser::matchesMenu(const QPoint &at)
@@ -319,7 +351,7 @@ void ItemBrowser::matchesMenu(const QPoint &at)
                        [this, type, id, favourite] {
                            favourite ? Favorites::remove(_userId, type, id)
                                      : Favorites::add(_userId, type, id);
-                           _history.reset();
+                           forgetHistory();
                        });
     }
     menu.exec(_matches->viewport()->mapToGlobal(at));

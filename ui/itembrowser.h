@@ -56,7 +56,7 @@ public:
     // The search again, after its items changed.
     void searchAgain();
     // What the profile eats and does is read again for the order of the matches.
-    void forgetHistory() { _history.reset(); }
+    void forgetHistory();
     void savedMealsChanged();
 
     // The chosen item, serving and quantity; choosing another item starts it at its usual serving.
