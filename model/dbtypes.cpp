@@ -17,6 +17,19 @@ bool isSnack(int meal)
 
 } // namespace
 
+int mealAtTime(const QTime &time)
+{
+    static constexpr std::pair<int, int> kUntil[] = {{4 * 60, SNACK_3},       {10 * 60, BREAKFAST},
+                                                     {11 * 60 + 30, SNACK_1}, {14 * 60 + 30, LUNCH},
+                                                     {17 * 60 + 30, SNACK_2}, {21 * 60, DINNER}};
+    const int minute = time.hour() * 60 + time.minute();
+    for (const auto &[until, meal] : kUntil) {
+        if (minute < until)
+            return meal;
+    }
+    return SNACK_3;
+}
+
 QString mealName(int meal, int snackMode)
 {
     switch (meal) {
@@ -87,8 +100,8 @@ QList<FoodServing> servingsInOrder(QList<FoodServing> servings, bool metric)
     if (!metric)
         return servings;
     for (const int id : {kMillilitreServing, -3, -1}) {
-        const auto own =
-            std::find_if(servings.cbegin(), servings.cend(), [id](const FoodServing &s) { return s.id == id; });
+        const auto own = std::find_if(servings.cbegin(), servings.cend(),
+                                      [id](const FoodServing &s) { return s.id == id; });
         if (own != servings.cend()) {
             servings.move(own - servings.cbegin(), 0);
             break;

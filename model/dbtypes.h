@@ -10,6 +10,7 @@
 
 #include <QList>
 #include <QString>
+#include <QTime>
 
 #include <array>
 #include <optional>
@@ -51,6 +52,10 @@ enum MealCode {
 // The meal's display name for the user's snack mode (0 all snacks together, 1 between meals,
 // 2 below meals); a null text for codes without a name.
 QString mealName(int meal, int snackMode);
+// The meal most people eat at that time of day: breakfast until ten, a morning snack until half
+// past eleven, lunch until half past two, an afternoon snack until half past five, dinner until
+// nine, then an evening snack until four in the morning.
+int mealAtTime(const QTime &time);
 
 // The meal groups in the order a snack mode shows them, each named by its last code: mode 1 puts
 // each snack between the meals, mode 0 gathers all three snacks in one group, mode 2 lists them

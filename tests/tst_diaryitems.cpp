@@ -71,6 +71,8 @@ private slots:
     void dayStrings();
     void mealNames_data();
     void mealNames();
+    void mealAtTime_data();
+    void mealAtTime();
     void servings_data();
     void servings();
     void checkedLoadRefusesChangedFood();
@@ -133,6 +135,25 @@ void TestDiaryItems::mealNames()
     QTEST(mealName(meal, 2), "mode2");
     QTEST(mealName(meal, 5), "mode0"); // any other mode names snacks as mode 0
     QVERIFY(mealName(7, 1).isNull());
+}
+
+void TestDiaryItems::mealAtTime_data()
+{
+    QTest::addColumn<QTime>("time");
+    QTest::addColumn<int>("meal");
+    // Each boundary from both sides.
+    const std::pair<const char *, int> rows[] = {
+        {"03:59", SNACK_3}, {"04:00", BREAKFAST}, {"09:59", BREAKFAST}, {"10:00", SNACK_1},
+        {"11:29", SNACK_1}, {"11:30", LUNCH},     {"14:30", SNACK_2},   {"17:30", DINNER},
+        {"20:59", DINNER},  {"21:00", SNACK_3},   {"23:59", SNACK_3}};
+    for (const auto &[time, meal] : rows)
+        QTest::newRow(time) << QTime::fromString(QLatin1String(time), QStringLiteral("HH:mm")) << meal;
+}
+
+void TestDiaryItems::mealAtTime()
+{
+    QFETCH(QTime, time);
+    QTEST(::mealAtTime(time), "meal");
 }
 
 void TestDiaryItems::servings_data()

@@ -172,7 +172,8 @@ void TestGoalsRecipes::recipeOfThreeLoggedAsOnePortion()
             key(Qt::Key_N, Qt::ControlModifier);
             QApplication::setActiveWindow(recipes);
             child<QComboBox>(recipes, "recipeMeal")->setFocus(); // where Tab leads after the buttons
-            key(Qt::Key_Down);                                   // lunch after the morning snack
+            key(Qt::Key_Home);                                   // breakfast, the morning snack, lunch
+            key(Qt::Key_Down);
             key(Qt::Key_Down);
             key(Qt::Key_Return);
             key(Qt::Key_Escape);

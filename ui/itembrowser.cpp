@@ -192,7 +192,17 @@ void ItemBrowser::setUser(int userId)
     _meal->clear();
     for (const auto &[meal, name] : DayModel::meals(ProfilePreferences::load(userId).snackMode))
         _meal->addItem(name, meal);
+    if (_date == QDate::currentDate())
+        _meal->setCurrentIndex(std::max(0, _meal->findData(mealAtTime(QTime::currentTime()))));
     searchAgain();
+}
+
+void ItemBrowser::setDate(const QDate &date)
+{
+    const QDate today = QDate::currentDate();
+    if (date == today && _date != today)
+        _meal->setCurrentIndex(std::max(0, _meal->findData(mealAtTime(QTime::currentTime()))));
+    _date = date;
 }
 
 void ItemBrowser::setBrowsing(int what)

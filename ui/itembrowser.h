@@ -43,8 +43,9 @@ public:
     ~ItemBrowser() override;
 
     void setUser(int userId);
-    // The day items are added to; exercises burn at the weight in force on it.
-    void setDate(const QDate &date) { _date = date; }
+    // The day items are added to; exercises burn at the weight in force on it. Coming to today
+    // chooses the meal of the time of day.
+    void setDate(const QDate &date);
     int userId() const { return _userId; }
     FoodDB *foods() const { return _foods.get(); }
     ExDB *exercises() const { return _exercises.get(); }
