@@ -919,7 +919,8 @@ void TestDesktop::noTrapsWhenAdding()
     QCOMPARE(quantity->value(), 1.0);
     QCOMPARE(serving->currentText(), QStringLiteral("1 medium (7\" to 7-7/8\" long)"));
     const QString preview = window.findChild<QLabel *>(QStringLiteral("preview"))->text();
-    QVERIFY2(preview.startsWith(QStringLiteral("105\u00a0cals \u00b7 Carbs\u00a027.0\u00a0g")), qPrintable(preview));
+    QVERIFY2(preview.startsWith(QStringLiteral("105\u00a0cals \u00b7 Carbs\u00a027.0\u00a0g")),
+             qPrintable(preview));
     // F3 shows all ten values, for the serving and per 100 g.
     bool shown = false;
     QTimer::singleShot(0, [&shown] {
@@ -943,6 +944,9 @@ void TestDesktop::noTrapsWhenAdding()
     QVERIFY(matches->hasFocus());
     QTest::keyClick(quantity, Qt::Key_Return);
     QVERIFY2(total().contains(QLatin1String("105 cals")), qPrintable(total()));
+    // The search box has the keys again, its words selected for the next food.
+    QVERIFY(search->hasFocus());
+    QCOMPARE(search->selectedText(), QStringLiteral("banana"));
     // Where the day stands: what is left of the budget, each nutrient's bar, the energy's sources.
     const auto standing = [&window](const char *name) {
         return window.findChild<QWidget *>(QLatin1String(name));

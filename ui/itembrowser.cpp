@@ -19,6 +19,7 @@
 #include "ui/matchdelegate.h"
 #include "ui/nutrientsdialog.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QDoubleSpinBox>
 #include <QFormLayout>
@@ -527,6 +528,18 @@ bool ItemBrowser::showNutrients()
 }
 
 bool ItemBrowser::addSelectedFood()
+{
+    const bool fromHere = isAncestorOf(QApplication::focusWidget());
+    if (!addSelected())
+        return false;
+    if (fromHere) {
+        _query->setFocus();
+        _query->selectAll();
+    }
+    return true;
+}
+
+bool ItemBrowser::addSelected()
 {
     const bool current = _selectedId >= 0;
     const QString day = DateConversion::fromQDate(_date);

@@ -68,7 +68,8 @@ public:
     double quantity() const;
 
     // Adds the chosen item to the chosen meal: a food for the quantity of the serving, an
-    // exercise for the quantity's minutes, or a saved meal.
+    // exercise for the quantity's minutes, or a saved meal. Added from the browser, the search
+    // box takes the keys again with its words selected, for the next item.
     bool addSelectedFood();
     // Every value of the chosen food for the chosen amount and per 100 g, in a dialog (F3).
     bool showNutrients();
@@ -79,6 +80,7 @@ public:
     QList<QWidget *> tabOrder() const;
 
 private:
+    bool addSelected();
     void populateTree();
     void fillTreeItem(QTreeWidgetItem *parent);
     void matchesMenu(const QPoint &at);
