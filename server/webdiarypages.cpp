@@ -12,6 +12,17 @@ namespace WebPages {
 
 namespace {
 
+// A change to one decimal with its sign ("+0.4", or "−0.3" with the minus sign the day's totals
+// use too); "0.0" for none, where rounding would have left "-0.0".
+QString signedTenths(double value)
+{
+    const double tenths = std::round(value * 10.0) / 10.0;
+    if (tenths == 0.0)
+        return QStringLiteral("0.0");
+    return (tenths > 0 ? QStringLiteral("+") : QStringLiteral("\u2212")) +
+           QString::number(std::abs(tenths), 'f', 1);
+}
+
 // Sums count what is known and positive, as the desktop's totals do.
 void addTo(Sums &sums, const PublishedFood &food)
 {
@@ -49,8 +60,9 @@ QString day(const DayPage &view)
                      htmlEscape(QLocale::c().toString(date, QStringLiteral("MMMM yyyy"))));
     if (view.lastPublish) {
         const QDateTime published = view.lastPublish->toLocalTime();
-        html += QStringLiteral(" \u00b7 last published %1 %2")
-                    .arg(htmlEscape(shortDate(published.date())), published.toString(QStringLiteral("HH:mm")));
+        html +=
+            QStringLiteral(" \u00b7 last published %1 %2")
+                .arg(htmlEscape(shortDate(published.date())), published.toString(QStringLiteral("HH:mm")));
     }
     html += QLatin1String("</p>\n<table class=\"diary\"><thead><tr>") + headerCells() +
             QLatin1String("</tr></thead>\n");
@@ -297,7 +309,7 @@ QString checkins(const CheckinsPage &view)
                     "<p class=\"summary\">Latest weight %1 kg on %2; trend %3 kg, %4 kg since %5.</p>\n")
                     .arg(QString::number(lastPoint.weight, 'f', 1), htmlEscape(shortDate(lastPoint.date)),
                          QString::number(lastPoint.trend, 'f', 1),
-                         QString::asprintf("%+.1f", lastPoint.trend - firstPoint.trend),
+                         signedTenths(lastPoint.trend - firstPoint.trend),
                          htmlEscape(shortDate(firstPoint.date)));
     }
     if (!view.checkins.isEmpty()) {

@@ -336,7 +336,8 @@ void TestServerWeb::pages_data()
                               << QStringList{u"class=\"logged\"><a href=\"/day/"_s + d2 + u"\""_s};
     // Trend 80, then 79.8, then 79.72.
     QTest::newRow("check-ins") << u"ann"_s << u"/checkins?range=30"_s << 200
-                               << QStringList{u"<svg class=\"weightchart\""_s, u"trend 79.7 kg"_s, u"79.8"_s};
+                               << QStringList{u"<svg class=\"weightchart\""_s,
+                                              u"trend 79.7 kg, \u22120.3 kg since"_s, u"79.8"_s};
     QTest::newRow("statistics") << u"bob"_s << u"/stats"_s << 200
                                 << QStringList{u"<td class=\"num\">7</td>"_s};
     QTest::newRow("no such day") << u"ann"_s << u"/day/2025-02-30"_s << 404 << QStringList{u"no such page"_s};
