@@ -194,7 +194,7 @@ void ItemBrowser::setUser(int userId)
     for (const auto &[meal, name] : DayModel::meals(ProfilePreferences::load(userId).snackMode))
         _meal->addItem(name, meal);
     if (_date == QDate::currentDate())
-        _meal->setCurrentIndex(std::max(0, _meal->findData(mealAtTime(QTime::currentTime()))));
+        chooseMealOfNow();
     searchAgain();
 }
 
@@ -202,8 +202,13 @@ void ItemBrowser::setDate(const QDate &date)
 {
     const QDate today = QDate::currentDate();
     if (date == today && _date != today)
-        _meal->setCurrentIndex(std::max(0, _meal->findData(mealAtTime(QTime::currentTime()))));
+        chooseMealOfNow();
     _date = date;
+}
+
+void ItemBrowser::chooseMealOfNow()
+{
+    _meal->setCurrentIndex(std::max(0, _meal->findData(mealAtTime(QTime::currentTime()))));
 }
 
 void ItemBrowser::setBrowsing(int what)
@@ -267,9 +272,9 @@ void ItemBrowser::search(const QString &query)
         exercises ? static_cast<IndexedDB &>(*_exercises->staticDB()) : *_foods->staticDB();
     DynamicDB *custom = exercises ? static_cast<DynamicDB *>(_exercises->dynamicDB()) : _foods->dynamicDB();
     ItemSearchResult result = searchItems(reference, custom, query, history, kShownMatches);
-    // No words yet: the profile's favourites and what it logs most. Before the window shows, its
-    // history is read a moment after it has (years of entries take a moment, and the window
-    // comes first).
+    // No words yet: the profile's favourites and what it logs most. Its history is read at once
+    // when the list is on screen, else a moment later, so that the window's first showing does
+    // not wait for years of entries.
     const bool usual = !result.searched;
     if (usual && !_history && isVisible())
         _history = loadSearchHistory(_userId, exercises);

@@ -81,6 +81,7 @@ public:
 
 private:
     bool addSelected();
+    void chooseMealOfNow();
     void populateTree();
     void fillTreeItem(QTreeWidgetItem *parent);
     void matchesMenu(const QPoint &at);
