@@ -221,6 +221,9 @@ void ItemBrowser::setBrowsing(int what)
     _quantityLabel->setText(exercises ? tr("&Minutes:") : tr("&Quantity:"));
     _quantity->setEnabled(what != BrowseSavedMeals);
     _quantity->setValue(exercises ? 30 : 1);
+    _query->setPlaceholderText(what == BrowseSavedMeals ? tr("Find a saved meal by its name")
+                               : exercises ? tr("Search exercises (at least 3 letters; -word leaves out)")
+                                           : tr("Search foods (at least 3 letters; -word leaves out)"));
     if (_kind->currentIndex() != what)
         _kind->setCurrentIndex(what);
     searchAgain();
@@ -256,6 +259,11 @@ void ItemBrowser::search(const QString &query)
         }
         if (_matches->count() > 0)
             _matches->setCurrentRow(0);
+        if (meals.isEmpty()) {
+            _searchNote->setText(tr("No saved meals yet: a meal of the diary is saved from its menu "
+                                    "(right-click its name)."));
+            _searchNote->show();
+        }
         return;
     }
     // Reference items and the profile's own, best first, with what one of each brings.
