@@ -67,7 +67,9 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
     connect(_kind, &QComboBox::currentIndexChanged, this, &ItemBrowser::setBrowsing);
     _query = new QLineEdit(this);
     _query->setObjectName(QStringLiteral("search"));
-    _query->setPlaceholderText(tr("Search foods (at least 3 letters; -word leaves out)"));
+    _query->setPlaceholderText(tr("Search foods (3+ letters; -word leaves out)"));
+    _query->setToolTip(tr("Type 3 letters or more. A word after a minus sign (-salt) leaves out the "
+                          "items that have it."));
     addClearButton(_query);
     connect(_query, &QLineEdit::textChanged, this, &ItemBrowser::search);
     // Down or Enter goes on to the matches.
@@ -222,8 +224,8 @@ void ItemBrowser::setBrowsing(int what)
     _quantity->setEnabled(what != BrowseSavedMeals);
     _quantity->setValue(exercises ? 30 : 1);
     _query->setPlaceholderText(what == BrowseSavedMeals ? tr("Find a saved meal by its name")
-                               : exercises ? tr("Search exercises (at least 3 letters; -word leaves out)")
-                                           : tr("Search foods (at least 3 letters; -word leaves out)"));
+                               : exercises ? tr("Search exercises (3+ letters; -word leaves out)")
+                                           : tr("Search foods (3+ letters; -word leaves out)"));
     if (_kind->currentIndex() != what)
         _kind->setCurrentIndex(what);
     searchAgain();
