@@ -67,7 +67,7 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
     connect(_kind, &QComboBox::currentIndexChanged, this, &ItemBrowser::setBrowsing);
     _query = new QLineEdit(this);
     _query->setObjectName(QStringLiteral("search"));
-    _query->setPlaceholderText(tr("Search foods (3+ letters; -word leaves out)"));
+    _query->setPlaceholderText(tr("Search foods (3+ letters; -word omits)"));
     _query->setToolTip(tr("Type 3 letters or more. A word after a minus sign (-salt) leaves out the "
                           "items that have it."));
     addClearButton(_query);
@@ -224,8 +224,8 @@ void ItemBrowser::setBrowsing(int what)
     _quantity->setEnabled(what != BrowseSavedMeals);
     _quantity->setValue(exercises ? 30 : 1);
     _query->setPlaceholderText(what == BrowseSavedMeals ? tr("Find a saved meal by its name")
-                               : exercises ? tr("Search exercises (3+ letters; -word leaves out)")
-                                           : tr("Search foods (3+ letters; -word leaves out)"));
+                               : exercises              ? tr("Search exercises (3+ letters; -word omits)")
+                                                        : tr("Search foods (3+ letters; -word omits)"));
     if (_kind->currentIndex() != what)
         _kind->setCurrentIndex(what);
     searchAgain();
