@@ -46,6 +46,22 @@ private:
         return run(*db.staticDB(), db.dynamicDB());
     }
 
+    // The food logged today that many times; false when the diary refused an entry.
+    bool logFood(int food, int times)
+    {
+        const FoodDB foods(_user); // entries read their food's name and servings
+        for (int i = 0; i < times; ++i) {
+            FoodDiaryItem entry;
+            entry.user_id = _user;
+            entry.changeFood(food);
+            entry.setDate(QDate::currentDate().toString(QStringLiteral("yyyyMMdd")));
+            entry.meal = BREAKFAST;
+            if (!DiaryDB().addFoodEntry(entry))
+                return false;
+        }
+        return true;
+    }
+
 private slots:
     void initTestCase()
     {
@@ -181,30 +197,20 @@ void TestItemSearch::historyLeads()
     QFETCH(int, id);
     QFETCH(int, logged);
     QFETCH(bool, favourite);
-    const QString today = QDate::currentDate().toString(QStringLiteral("yyyyMMdd"));
-    {
-        const FoodDB foods(_user); // entries read their food's name and servings
+    if (exercises) {
         Exercise activity;
-        if (exercises)
-            QVERIFY(ExDB(_user).exercise(id, &activity));
+        QVERIFY(ExDB(_user).exercise(id, &activity));
         for (int i = 0; i < logged; ++i) {
-            if (exercises) {
-                ExerciseDiaryItem entry;
-                entry.user_id = _user;
-                entry.date = today;
-                entry.duration = 30;
-                entry.rate = activity.scale * 70;
-                entry.name = activity.name;
-                QVERIFY(DiaryDB().addExerciseEntry(entry));
-            } else {
-                FoodDiaryItem entry;
-                entry.user_id = _user;
-                entry.changeFood(id);
-                entry.setDate(today);
-                entry.meal = BREAKFAST;
-                QVERIFY(DiaryDB().addFoodEntry(entry));
-            }
+            ExerciseDiaryItem entry;
+            entry.user_id = _user;
+            entry.date = QDate::currentDate().toString(QStringLiteral("yyyyMMdd"));
+            entry.duration = 30;
+            entry.rate = activity.scale * 70;
+            entry.name = activity.name;
+            QVERIFY(DiaryDB().addExerciseEntry(entry));
         }
+    } else {
+        QVERIFY(logFood(id, logged));
     }
     if (favourite)
         QVERIFY(Favorites::add(_user, exercises ? Favorites::EXERCISES : Favorites::FOODS, id));
@@ -220,21 +226,9 @@ void TestItemSearch::historyLeads()
 
 void TestItemSearch::usualBeforeWords()
 {
-    QCOMPARE(search(QString(), false).items.size(), 0); // a new profile has none
-    const QString today = QDate::currentDate().toString(QStringLiteral("yyyyMMdd"));
-    const FoodDB foods(_user);
-    const auto log = [&](int food, int times) {
-        for (int i = 0; i < times; ++i) {
-            FoodDiaryItem entry;
-            entry.user_id = _user;
-            entry.changeFood(food);
-            entry.setDate(today);
-            entry.meal = LUNCH;
-            QVERIFY(DiaryDB().addFoodEntry(entry));
-        }
-    };
-    log(9003, 2);                                           // apples
-    log(9040, 5);                                           // bananas
+    QCOMPARE(search(QString(), false).items.size(), 0);     // a new profile has none
+    QVERIFY(logFood(9003, 2));                              // apples
+    QVERIFY(logFood(9040, 5));                              // bananas
     QVERIFY(Favorites::add(_user, Favorites::FOODS, 1159)); // goat cheese, never logged
     QStringList order;
     for (const FoundItem &item : search(u"ba"_s, false).items) // too short to search

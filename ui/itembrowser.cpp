@@ -6,8 +6,6 @@
 #include "db/savedmealdb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
-#include "model/daystanding.h"
-#include "model/unitdescriptor.h"
 #include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"
 #include "staticdb/itemsearch.h"
@@ -17,9 +15,7 @@
 #include "ui/dragstarter.h"
 #include "ui/keyfilter.h"
 #include "ui/matchdelegate.h"
-#include "ui/nutrientsdialog.h"
 
-#include <QApplication>
 #include <QComboBox>
 #include <QDoubleSpinBox>
 #include <QFormLayout>
@@ -44,13 +40,6 @@ constexpr int kShownMatches = 100;
 // Before any words: enough of the usual items to choose from without scrolling far.
 constexpr int kUsualMatches = 30;
 constexpr int kUsualAfterShowMs = 100;
-constexpr float kLargeEntryCalories = 5000.0f; // an entry above this asks first
-
-QString number(double value)
-{
-    return QLocale::c().toString(value, 'g', 6);
-}
-
 } // namespace
 
 ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
@@ -67,7 +56,7 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
     connect(_kind, &QComboBox::currentIndexChanged, this, &ItemBrowser::setBrowsing);
     _query = new QLineEdit(this);
     _query->setObjectName(QStringLiteral("search"));
-    _query->setPlaceholderText(tr("Search foods (3+ letters; -word omits)"));
+    _query->setPlaceholderText(searchHint());
     _query->setToolTip(tr("Type 3 letters or more. A word after a minus sign (-salt) leaves out the "
                           "items that have it."));
     addClearButton(_query);
@@ -208,11 +197,6 @@ void ItemBrowser::setDate(const QDate &date)
     _date = date;
 }
 
-void ItemBrowser::chooseMealOfNow()
-{
-    _meal->setCurrentIndex(std::max(0, _meal->findData(mealAtTime(QTime::currentTime()))));
-}
-
 void ItemBrowser::setBrowsing(int what)
 {
     _browsing = what;
@@ -223,12 +207,22 @@ void ItemBrowser::setBrowsing(int what)
     _quantityLabel->setText(exercises ? tr("&Minutes:") : tr("&Quantity:"));
     _quantity->setEnabled(what != BrowseSavedMeals);
     _quantity->setValue(exercises ? 30 : 1);
-    _query->setPlaceholderText(what == BrowseSavedMeals ? tr("Find a saved meal by its name")
-                               : exercises              ? tr("Search exercises (3+ letters; -word omits)")
-                                                        : tr("Search foods (3+ letters; -word omits)"));
+    _query->setPlaceholderText(searchHint());
     if (_kind->currentIndex() != what)
         _kind->setCurrentIndex(what);
     searchAgain();
+}
+
+QString ItemBrowser::searchHint() const
+{
+    switch (_browsing) {
+    case BrowseSavedMeals:
+        return tr("Find a saved meal by its name");
+    case BrowseExercises:
+        return tr("Search exercises (3+ letters; -word omits)");
+    default:
+        return tr("Search foods (3+ letters; -word omits)");
+    }
 }
 
 void ItemBrowser::searchAgain()
@@ -272,9 +266,12 @@ void ItemBrowser::search(const QString &query)
     if (!_foods || !_foods->staticDB() || !_exercises->staticDB())
         return;
     const bool exercises = _browsing == BrowseExercises;
-    // The profile's years of entries are read for the order only once there is something to
-    // order: words too short to search (an empty box at the start) find nothing.
-    if (!_history && longestSearchWord(query) >= kShortestSearchWord)
+    // The profile's years of entries order the matches, and without words to search (too short,
+    // or an empty box) they are the list: the profile's favourites and what it logs most. They
+    // are read when there are words, or when the list is on screen; before the window first
+    // shows, a moment later, so that its showing does not wait for them.
+    const bool words = longestSearchWord(query) >= kShortestSearchWord;
+    if (!_history && (words || isVisible()))
         _history = loadSearchHistory(_userId, exercises);
     static const SearchHistory none;
     const SearchHistory &history = _history ? *_history : none;
@@ -282,12 +279,7 @@ void ItemBrowser::search(const QString &query)
         exercises ? static_cast<IndexedDB &>(*_exercises->staticDB()) : *_foods->staticDB();
     DynamicDB *custom = exercises ? static_cast<DynamicDB *>(_exercises->dynamicDB()) : _foods->dynamicDB();
     ItemSearchResult result = searchItems(reference, custom, query, history, kShownMatches);
-    // No words yet: the profile's favourites and what it logs most. Its history is read at once
-    // when the list is on screen, else a moment later, so that the window's first showing does
-    // not wait for years of entries.
     const bool usual = !result.searched;
-    if (usual && !_history && isVisible())
-        _history = loadSearchHistory(_userId, exercises);
     if (usual && _history) {
         result = usualItems(reference, custom, *_history, kUsualMatches);
     } else if (usual) {
@@ -383,43 +375,6 @@ void ItemBrowser::matchesMenu(const QPoint &at)
     menu.exec(_matches->viewport()->mapToGlobal(at));
 }
 
-bool ItemBrowser::dropItem(const QString &kind, int id, int meal)
-{
-    const int browse = kind == QLatin1String("exercise") ? BrowseExercises
-                       : kind == QLatin1String("meal")   ? BrowseSavedMeals
-                                                         : BrowseFoods;
-    if (browse != _browsing)
-        return false; // drags come from the browser as it is
-    if (meal > 0)
-        _meal->setCurrentIndex(_meal->findData(meal));
-    select(id);
-    return addSelectedFood();
-}
-
-void ItemBrowser::select(int id)
-{
-    const bool another = id != _selectedId;
-    _selectedId = id;
-    const float usual = updateServings();
-    // Another food starts at one of its usual serving: a quantity typed for the last one
-    // (200 g of milk) would mean something else for this one (200 bananas).
-    if (another && usual > 0)
-        _quantity->setValue(usual);
-    updatePreview();
-}
-
-std::optional<int> ItemBrowser::servingId() const
-{
-    if (_serving->currentIndex() < 0)
-        return std::nullopt;
-    return _serving->currentData().toInt();
-}
-
-double ItemBrowser::quantity() const
-{
-    return _quantity->value();
-}
-
 void ItemBrowser::populateTree()
 {
     _tree->clear();
@@ -489,125 +444,4 @@ void ItemBrowser::fillTreeItem(QTreeWidgetItem *parent)
     }
     for (QTreeWidgetItem *item : expand)
         item->setExpanded(true);
-}
-
-int ItemBrowser::meal() const
-{
-    return _meal->currentData().toInt();
-}
-
-float ItemBrowser::updateServings()
-{
-    _serving->clear();
-    if (_selectedId < 0 || _browsing != BrowseFoods || !_foods->contains(_selectedId))
-        return 0;
-    FoodDiaryItem item;
-    item.changeFood(_selectedId);
-    const QList<FoodServing> servings = servingsInOrder(item.getServings(), _metric);
-    for (const FoodServing &serving : servings)
-        _serving->addItem(serving.name, serving.id);
-    // The serving the matches list counts in.
-    const ServingChoice usual = preferredServing(servings);
-    _serving->setCurrentIndex(std::max(0, _serving->findData(usual.servingId)));
-    return usual.size;
-}
-
-void ItemBrowser::updatePreview()
-{
-    QString text;
-    const UnitRegistry &units = UnitRegistry::instance();
-    const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
-    if (_selectedId >= 0 && _browsing == BrowseFoods && _serving->currentIndex() >= 0) {
-        FoodDiaryItem item;
-        item.changeFood(_selectedId);
-        item.setServing(_serving->currentData().toInt());
-        item.setSize(float(_quantity->value()));
-        text = mainValuesText(item);
-    } else if (_selectedId >= 0 && _browsing == BrowseExercises) {
-        Exercise exercise;
-        const auto weight = DiaryEdits::weightInForce(_userId, DateConversion::fromQDate(_date));
-        if (weight && _exercises->exercise(_selectedId, &exercise))
-            text =
-                tr("%1 burned")
-                    .arg(energy.formatValueWithUnit(double(exercise.scale) * *weight * _quantity->value()));
-    }
-    _preview->setText(text);
-}
-
-bool ItemBrowser::showNutrients()
-{
-    if (_selectedId < 0 || _browsing != BrowseFoods || _serving->currentIndex() < 0)
-        return false;
-    NutrientsDialog(_selectedId, _serving->currentData().toInt(), float(_quantity->value()), this).exec();
-    return true;
-}
-
-bool ItemBrowser::addSelectedFood()
-{
-    const bool fromHere = isAncestorOf(QApplication::focusWidget());
-    if (!addSelected())
-        return false;
-    if (fromHere) {
-        _query->setFocus();
-        _query->selectAll();
-    }
-    return true;
-}
-
-bool ItemBrowser::addSelected()
-{
-    const bool current = _selectedId >= 0;
-    const QString day = DateConversion::fromQDate(_date);
-    if (current && _userId >= 0 && _browsing == BrowseSavedMeals) {
-        QList<FoodDiaryItem> added;
-        if (!DiaryEdits::addSavedMeal(_selectedId, _userId, day, _meal->currentData().toInt(), &added) ||
-            added.isEmpty())
-            return false;
-        _undo->record(
-            DiaryCommand::AddsAndRemoves,
-            tr("Add %1").arg(_matches->currentItem() ? _matches->currentItem()->text() : tr("Saved Meal")),
-            {}, {added, {}});
-        return true;
-    }
-    if (current && _userId >= 0 && _browsing == BrowseExercises) {
-        Exercise exercise;
-        if (!_exercises->exercise(_selectedId, &exercise))
-            return false;
-        // The energy burned follows the body weight in force that day.
-        ExerciseDiaryItem entry;
-        const DiaryEdits::Logged logged = DiaryEdits::logExercise(_userId, day, exercise.name, exercise.scale,
-                                                                  float(_quantity->value()), &entry);
-        if (logged == DiaryEdits::Logged::NoWeight) {
-            QMessageBox::information(
-                this, tr("Exercise"),
-                tr("Record your weight in a check-in first: the energy an exercise burns "
-                   "depends on it."));
-            return false;
-        }
-        if (!diaryWritten(this, logged == DiaryEdits::Logged::Stored))
-            return false;
-        _undo->record(DiaryCommand::AddsAndRemoves, tr("Add %1").arg(entry.name), {}, {{}, {entry}});
-        return true;
-    }
-    if (!current || _userId < 0 || _serving->currentIndex() < 0)
-        return false;
-    // What it would add, asked about first when it is a lot (150 cups of rice).
-    FoodDiaryItem item;
-    item.changeFood(_selectedId);
-    item.setServing(_serving->currentData().toInt());
-    item.setSize(float(_quantity->value()));
-    if (const float energy = item.getNutrient(ENERGY); energy > kLargeEntryCalories) {
-        const UnitDescriptor &unit = *UnitRegistry::instance().getUnit(UNIT_ENERGY);
-        if (QMessageBox::question(this, tr("Add to Diary"),
-                                  tr("%1 x %2 of %3 is %4. Add it?")
-                                      .arg(number(_quantity->value()), _serving->currentText(),
-                                           item.food_name, unit.formatValueWithUnit(energy))) !=
-            QMessageBox::Yes)
-            return false;
-    }
-    if (!diaryWritten(this, DiaryEdits::logFood(_userId, day, _meal->currentData().toInt(), _selectedId,
-                                                item.serving_id, item.size, &item)))
-        return false;
-    _undo->record(DiaryCommand::AddsAndRemoves, tr("Add %1").arg(item.food_name), {}, {{item}, {}});
-    return true;
 }

@@ -82,6 +82,7 @@ public:
 private:
     bool addSelected();
     void chooseMealOfNow();
+    QString searchHint() const; // the search box's, for the kind browsed
     void populateTree();
     void fillTreeItem(QTreeWidgetItem *parent);
     void matchesMenu(const QPoint &at);
