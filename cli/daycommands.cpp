@@ -8,6 +8,7 @@
 #include "db/diarydb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
+#include "model/daystanding.h"
 #include "model/energy.h"
 #include "model/greenticks.h"
 #include "model/summaryreport.h"
@@ -151,12 +152,11 @@ int day(Context &context, const QStringList &args)
             continue;
         printLine(mealName(group.constLast(), preferences.snackMode));
         for (const FoodDiaryItem &food : foods) {
-            printLine(
-                QStringLiteral("  %1\t%2\t%3 x %4\t")
-                    .arg(food.food_id)
-                    .arg(escapeField(food.food_name))
-                    .arg(QLocale::c().toString(double(food.size), 'g', 6), escapeField(food.serv_name)) +
-                nutrientsText(food.nutrients()));
+            printLine(QStringLiteral("  %1\t%2\t%3 x %4\t")
+                          .arg(food.food_id)
+                          .arg(escapeField(food.food_name))
+                          .arg(quantityText(food.size), escapeField(food.serv_name)) +
+                      nutrientsText(food.nutrients()));
         }
         printLine(QStringLiteral("  Total\t") + nutrientsText(sum(foods)));
     }
@@ -165,8 +165,7 @@ int day(Context &context, const QStringList &args)
         for (const ExerciseDiaryItem &exercise : diary.exercises) {
             printLine(QStringLiteral("  %1\t%2\t%3 min\t%4")
                           .arg(exercise.ex_id)
-                          .arg(escapeField(exercise.name),
-                               QLocale::c().toString(double(exercise.duration), 'g', 6),
+                          .arg(escapeField(exercise.name), quantityText(exercise.duration),
                                energy.formatSignedWithUnit(exercise.energy())));
         }
     }

@@ -98,3 +98,16 @@ QString mainValuesText(const FoodDiaryItem &item)
         part.replace(QLatin1Char(' '), QChar::Nbsp);
     return parts.join(QStringLiteral(" \u00b7 "));
 }
+
+QString quantityText(double value)
+{
+    const QLocale c = QLocale::c();
+    if (value != 0 && std::abs(value) < 0.005)
+        return c.toString(value, 'g', 2);
+    QString text = c.toString(value, 'f', 2);
+    while (text.endsWith(QLatin1Char('0')))
+        text.chop(1);
+    if (text.endsWith(QLatin1Char('.')))
+        text.chop(1);
+    return text == QLatin1String("-0") ? QStringLiteral("0") : text;
+}

@@ -52,3 +52,6 @@ QString energySharesText(const DayStanding &standing);    // empty when nothing 
 // What an entry brings: "197 cals · Carbs 24.9 g · Fat 0.4 g · Protein 3.4 g". Each figure holds
 // together, so a narrow label breaks the line only between figures.
 QString mainValuesText(const FoodDiaryItem &item);
+// A quantity or a duration as a person writes it: at most two decimals, no trailing zeros
+// ("0.33", "1.5", "2"); a tiny amount keeps two significant digits rather than showing as 0.
+QString quantityText(double value);

@@ -2,17 +2,13 @@
 
 #include "db/diarydb.h"
 #include "model/dateconversion.h"
+#include "model/daystanding.h"
 #include "model/unitdescriptor.h"
 
 #include <QCoreApplication>
 #include <QLocale>
 
 namespace {
-
-QString number(double value)
-{
-    return QLocale::c().toString(value, 'g', 6);
-}
 
 QString tr(const char *text)
 {
@@ -70,7 +66,7 @@ DayTable DayTable::read(int userId, const QDate &date, const QList<int> &columns
         for (const FoodDiaryItem &food : std::as_const(diary.foods)) {
             if (!meals.contains(food.meal))
                 continue;
-            QStringList texts = {food.food_name, number(food.size), food.serv_name};
+            QStringList texts = {food.food_name, quantityText(food.size), food.serv_name};
             for (const int type : columns)
                 texts.append(units.getUnitForNutrient(type)->formatValue(food.getNutrient(type)));
             group.entries.append({FoodRow, food.food_id, texts, food.food_name});
@@ -94,7 +90,7 @@ DayTable DayTable::read(int userId, const QDate &date, const QList<int> &columns
     const UnitDescriptor &energy = *units.getUnit(UNIT_ENERGY);
     for (const ExerciseDiaryItem &e : std::as_const(diary.exercises)) {
         QStringList texts = blank(e.name);
-        texts[QuantityColumn] = number(e.duration);
+        texts[QuantityColumn] = quantityText(e.duration);
         texts[ServingColumn] = tr("minutes");
         if (energyColumn >= 0)
             texts[FirstNutrientColumn + energyColumn] = energy.formatValue(e.energy());

@@ -1,5 +1,7 @@
 #include "server/webhtml.h"
 
+#include "model/daystanding.h"
+
 #include <QFile>
 #include <QLocale>
 #include <QUrl>
@@ -62,7 +64,7 @@ QString formatNutrient(std::optional<double> value)
 
 QString formatQuantity(double value)
 {
-    return QLocale::c().toString(value, 'g', 6);
+    return quantityText(value);
 }
 
 QString longDayName(const QDate &date)

@@ -1,5 +1,6 @@
 // Display units: conversion factors and their drift, formatting, preferences, the height split.
 
+#include "model/daystanding.h"
 #include "model/dbtypes.h"
 #include "model/unitdescriptor.h"
 #include "testsupport.h"
@@ -15,6 +16,8 @@ private slots:
 
     void formatting_data();
     void formatting();
+    void quantities_data();
+    void quantities();
     void conversions_data();
     void conversions();
     void preferences();
@@ -32,16 +35,46 @@ void TestUnits::formatting_data()
     QTest::addColumn<QString>("longForm");
     QTest::addColumn<QString>("signedWithUnit"); // of a value that is real below zero too
 
-    QTest::newRow("energy") << int(UNIT_ENERGY) << 1234.4 << "1234" << "1234 cals" << "1234 cals" << "1234 cals";
-    QTest::newRow("energy below zero") << int(UNIT_ENERGY) << -150.0 << "-" << "-" << "-" << "-150 cals";
-    QTest::newRow("rounds to zero, no sign") << int(UNIT_ENERGY) << -0.2 << "-" << "-" << "-" << "0 cals";
-    QTest::newRow("energy zero") << int(UNIT_ENERGY) << 0.0 << "0" << "0 cals" << "0 cals" << "0 cals";
-    QTest::newRow("fat has no long form") << int(UNIT_FAT) << 0.0 << "0.0" << "0.0 g" << "" << "0.0 g";
-    QTest::newRow("unknown") << int(UNIT_CARB) << -1.0 << "-" << "-" << "-" << "-1.0 g";
-    QTest::newRow("fibre spelled by the brand") << int(UNIT_FIBER) << 2.45 << "2.5" << "2.5 g" << "2.5g of fibre" << "2.5 g";
-    QTest::newRow("iron percent") << int(UNIT_IRON) << 12.0 << "12.0" << "12.0 %" << "12.0% of iron" << "12.0 %";
-    QTest::newRow("potassium says sodium") << int(UNIT_POTASSIUM) << 3.0 << "3.0" << "3.0 mg" << "3.0mg of sodium" << "3.0 mg";
-    QTest::newRow("steps") << int(UNIT_STEPS) << 10234.0 << "10234" << "10234" << "10234 steps" << "10234";
+    QTest::newRow("energy") << int(UNIT_ENERGY) << 1234.4 << "1234"
+                            << "1234 cals"
+                            << "1234 cals"
+                            << "1234 cals";
+    QTest::newRow("energy below zero") << int(UNIT_ENERGY) << -150.0 << "-"
+                                       << "-"
+                                       << "-"
+                                       << "-150 cals";
+    QTest::newRow("rounds to zero, no sign") << int(UNIT_ENERGY) << -0.2 << "-"
+                                             << "-"
+                                             << "-"
+                                             << "0 cals";
+    QTest::newRow("energy zero") << int(UNIT_ENERGY) << 0.0 << "0"
+                                 << "0 cals"
+                                 << "0 cals"
+                                 << "0 cals";
+    QTest::newRow("fat has no long form") << int(UNIT_FAT) << 0.0 << "0.0"
+                                          << "0.0 g"
+                                          << ""
+                                          << "0.0 g";
+    QTest::newRow("unknown") << int(UNIT_CARB) << -1.0 << "-"
+                             << "-"
+                             << "-"
+                             << "-1.0 g";
+    QTest::newRow("fibre spelled by the brand") << int(UNIT_FIBER) << 2.45 << "2.5"
+                                                << "2.5 g"
+                                                << "2.5g of fibre"
+                                                << "2.5 g";
+    QTest::newRow("iron percent") << int(UNIT_IRON) << 12.0 << "12.0"
+                                  << "12.0 %"
+                                  << "12.0% of iron"
+                                  << "12.0 %";
+    QTest::newRow("potassium says sodium") << int(UNIT_POTASSIUM) << 3.0 << "3.0"
+                                           << "3.0 mg"
+                                           << "3.0mg of sodium"
+                                           << "3.0 mg";
+    QTest::newRow("steps") << int(UNIT_STEPS) << 10234.0 << "10234"
+                           << "10234"
+                           << "10234 steps"
+                           << "10234";
 }
 
 void TestUnits::formatting()
@@ -56,6 +89,22 @@ void TestUnits::formatting()
     QTEST(descriptor->formatSignedWithUnit(stored), "signedWithUnit");
 }
 
+void TestUnits::quantities_data()
+{
+    QTest::addColumn<double>("value");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("a third") << 1 / 3.0 << "0.33";
+    QTest::newRow("trailing zeros go") << 1.5 << "1.5";
+    QTest::newRow("whole") << 150.0 << "150";
+    QTest::newRow("tiny is not zero") << 0.0012 << "0.0012";
+}
+
+void TestUnits::quantities()
+{
+    QFETCH(double, value);
+    QTEST(quantityText(value), "text");
+}
+
 void TestUnits::conversions_data()
 {
     QTest::addColumn<int>("unit");
@@ -66,9 +115,10 @@ void TestUnits::conversions_data()
     QTest::addColumn<double>("parsed");
 
     QTest::newRow("calories") << int(UNIT_ENERGY) << 0 << 1000.0 << 1000.0 << "250" << 250.0;
-    QTest::newRow("kilojoules: 4.18, not 4.184") << int(UNIT_ENERGY) << 1 << 1000.0 << 4180.0 << "418" << 100.0;
-    QTest::newRow("pounds drift in the 8th digit") << int(UNIT_WEIGHT) << 1 << 45.35924 << 99.999994 << "100"
-                                                   << 45.35924;
+    QTest::newRow("kilojoules: 4.18, not 4.184")
+        << int(UNIT_ENERGY) << 1 << 1000.0 << 4180.0 << "418" << 100.0;
+    QTest::newRow("pounds drift in the 8th digit")
+        << int(UNIT_WEIGHT) << 1 << 45.35924 << 99.999994 << "100" << 45.35924;
     QTest::newRow("inches") << int(UNIT_MEASUREMENT) << 1 << 254.0 << 100.0 << "10" << 25.4;
     QTest::newRow("centimetres") << int(UNIT_MEASUREMENT) << 0 << 170.0 << 170.0 << "170.5" << 170.5;
 }

@@ -122,7 +122,7 @@ void DayView::layOutColumns()
     const int margins = 2 * (style()->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, this) + 1) +
                         metrics.averageCharWidth();
     for (int c = DayModel::QuantityColumn; c < _model->columnCount(); ++c) {
-        const int text = c == DayModel::QuantityColumn ? metrics.horizontalAdvance(QStringLiteral("0.333333"))
+        const int text = c == DayModel::QuantityColumn  ? metrics.horizontalAdvance(QStringLiteral("888.88"))
                          : c == DayModel::ServingColumn ? metrics.averageCharWidth() * 20
                                                         : metrics.horizontalAdvance(QStringLiteral("88888"));
         head->resizeSection(c, std::max(head->sectionSizeHint(c), text + margins));
