@@ -357,10 +357,19 @@ void TestDesktop::checkInKeepsWhatIsTyped()
     view->setDate(today);
     QCOMPARE(storedWeight(today.addDays(-1)), 60.5);
 
-    // Only the days before the shown one are earlier.
-    QCOMPARE(history->topLevelItemCount(), 1);
+    // Only the days before the shown one are earlier, each weight with its change since the
+    // one weighed before it.
+    CheckIn before;
+    before.date = today.addDays(-3).toString(QStringLiteral("yyyyMMdd"));
+    before.weight = 60.0;
+    UserDB::setCheckIn(user, before);
+    view->setDate(today.addDays(-2)); // away and back: the history is read again
+    view->setDate(today);
+    QCOMPARE(history->topLevelItemCount(), 2);
+    QCOMPARE(history->topLevelItem(0)->text(2), QStringLiteral("+0.5 kg"));
+    QCOMPARE(history->topLevelItem(1)->text(2), QString());
     view->setDate(today.addDays(-1));
-    QCOMPARE(history->topLevelItemCount(), 0);
+    QCOMPARE(history->topLevelItemCount(), 1);
 
     // Delete removes the shown day's check-in, after asking.
     QTimer::singleShot(0, [] {

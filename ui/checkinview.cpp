@@ -79,6 +79,8 @@ CheckInView::CheckInView(QWidget *parent)
     _note = new QLineEdit(this);
     _note->setObjectName(QStringLiteral("note"));
     auto *form = new QFormLayout;
+    // Figures keep the width they need; only the note takes the rest of the line.
+    form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
     form->addRow(tr("&Weight:"), _weight);
     const QPair<const char *, QPair<QString, QWidget *>> optional[] = {
         {"chest_measurement_enabled", {tr("&Chest:"), _chest}},
@@ -93,6 +95,13 @@ CheckInView::CheckInView(QWidget *parent)
             row.second->hide();
     }
     form->addRow(tr("&Note:"), _note);
+    int fieldWidth = 0;
+    for (QAbstractSpinBox *box :
+         std::initializer_list<QAbstractSpinBox *>{_weight, _chest, _waist, _hip, _thigh, _steps})
+        fieldWidth = std::max(fieldWidth, box->sizeHint().width());
+    for (QAbstractSpinBox *box :
+         std::initializer_list<QAbstractSpinBox *>{_weight, _chest, _waist, _hip, _thigh, _steps})
+        box->setMinimumWidth(fieldWidth);
     auto *saveButton = new QPushButton(tr("&Save Check-in"), this);
     saveButton->setObjectName(QStringLiteral("save"));
     connect(saveButton, &QPushButton::clicked, this, [this] { save(); });
@@ -109,7 +118,7 @@ CheckInView::CheckInView(QWidget *parent)
     _history = new QTreeWidget(this);
     _history->setObjectName(QStringLiteral("history"));
     _history->setRootIsDecorated(false);
-    _history->setHeaderLabels({tr("Date"), tr("Weight"), tr("Waist"), tr("Note")});
+    _history->setHeaderLabels({tr("Date"), tr("Weight"), tr("Change"), tr("Waist"), tr("Note")});
     connect(_history, &QTreeWidget::itemActivated, this, [this](QTreeWidgetItem *item) {
         setDate(QDate::fromString(item->data(0, Qt::UserRole).toString(), QStringLiteral("yyyyMMdd")));
     });
@@ -179,16 +188,29 @@ void CheckInView::fillHistory()
     if (_userId < 0)
         return;
     const QString shown = DateConversion::fromQDate(_date);
-    for (const CheckIn &earlier : UserDB::getCheckIns(_userId)) {
-        if (earlier.date >= shown)
-            continue;
+    const QList<CheckIn> all = UserDB::getCheckIns(_userId);
+    // Oldest first, so that each weight is set against the one weighed before it.
+    QList<QTreeWidgetItem *> items;
+    double before = -1;
+    for (auto it = all.crbegin(); it != all.crend() && it->date < shown; ++it) {
+        const CheckIn &earlier = *it;
+        QString change;
+        if (earlier.weight > 0 && before > 0) {
+            change = weightUnit().formatSignedWithUnit(earlier.weight - before);
+            if (earlier.weight > before && change != weightUnit().formatSignedWithUnit(0))
+                change.prepend(QLatin1Char('+'));
+        }
+        if (earlier.weight > 0)
+            before = earlier.weight;
         auto *item = new QTreeWidgetItem(
-            _history,
             {DateConversion::toWebDate(earlier.date),
-             earlier.weight > 0 ? weightUnit().formatValueWithUnit(earlier.weight) : QString(),
+             earlier.weight > 0 ? weightUnit().formatValueWithUnit(earlier.weight) : QString(), change,
              earlier.waist > 0 ? lengthUnit().formatValueWithUnit(earlier.waist) : QString(), earlier.note});
         item->setData(0, Qt::UserRole, earlier.date);
+        item->setTextAlignment(2, Qt::AlignRight | Qt::AlignVCenter);
+        items.prepend(item);
     }
+    _history->addTopLevelItems(items);
 }
 
 CheckIn CheckInView::formValues() const
