@@ -49,7 +49,9 @@
 #include <QTimer>
 #include <QTreeView>
 #include <QTreeWidget>
+#include <QValueAxis>
 #include <QWizard>
+#include <QXYSeries>
 
 class TestDesktop : public QObject
 {
@@ -873,14 +875,27 @@ void TestDesktop::printPreviewAndPdf()
     soup.user_id = window.currentUser();
     soup.date = DateConversion::fromQDate(QDate::currentDate());
     soup.food_name = QStringLiteral("Soup");
-    soup.setNutrient(ENERGY, 250);
+    soup.setNutrient(ENERGY, 2000); // a round figure, where the axis would end
     QVERIFY(DiaryDB().addFoodEntry(soup));
     window.showSection(MainWindow::ReportsSection);
     window.findChild<QListWidget *>(QStringLiteral("reportList"))->setCurrentRow(ReportsView::Energy);
-    QVERIFY(!window.findChild<QChartView *>(QStringLiteral("chart"))->chart()->series().isEmpty());
+    const QChart *energyChart = window.findChild<QChartView *>(QStringLiteral("chart"))->chart();
+    QVERIFY(!energyChart->series().isEmpty());
+    // The highest point is drawn whole, below the axis's end; energy never shows below zero.
+    qreal highest = 0;
+    for (const QAbstractSeries *series : energyChart->series()) {
+        for (const QPointF &p : qobject_cast<const QXYSeries *>(series)->points())
+            highest = std::max(highest, p.y());
+    }
+    const auto *energyAxis = qobject_cast<QValueAxis *>(energyChart->axes(Qt::Vertical).constFirst());
+    QVERIFY2(energyAxis->max() > highest && energyAxis->min() >= 0,
+             qPrintable(QStringLiteral("%1 to %2, highest %3")
+                            .arg(energyAxis->min())
+                            .arg(energyAxis->max())
+                            .arg(highest)));
     QVERIFY(window.findChild<QTextBrowser *>(QStringLiteral("reportTables"))
                 ->toPlainText()
-                .contains(QLatin1String("250")));
+                .contains(QLatin1String("2000")));
     // Between two dates, and the breakdown by meal as bars.
     auto *reports = window.findChild<ReportsView *>();
     reports->setDates(QDate::currentDate().addDays(-3), QDate::currentDate());

@@ -147,7 +147,11 @@ QChart *lineChart(const ReportDocument &document, const ReportUnits &units)
     // Half a day past each end, so that a point on the first or the last day is drawn whole.
     dates->setRange(at(document.range.from()).addSecs(-12 * 3600), at(last).addSecs(12 * 3600));
     if (std::isfinite(low)) {
-        values->setRange(low, high > low ? high : low + 1);
+        // A little room above and below, so that a point at the top or the bottom is drawn whole
+        // and not on the axis; a quantity that cannot go below zero is not shown below it.
+        const double margin = (high > low ? high - low : 1) * 0.04;
+        values->setRange(low >= 0 ? std::max(0.0, low - margin) : low - margin,
+                         std::max(high, low + 1) + margin);
         values->applyNiceNumbers();
     }
     return chart;
