@@ -93,6 +93,7 @@ NewProfileWizard::NewProfileWizard(QWidget *parent)
     // Body and aims
     auto *body = new QWizardPage(this);
     body->setTitle(tr("Body and aims"));
+    body->setSubTitle(tr("Your height and weight, how active you are, and what you aim for."));
     _units = new QComboBox(body);
     _units->setObjectName(QStringLiteral("units"));
     _units->addItems({tr("Metric (kg, cm)"), tr("Imperial (lb, ft and in)")});
@@ -139,8 +140,14 @@ NewProfileWizard::NewProfileWizard(QWidget *parent)
     _plan->addItems(offeredDietPlans(brand.idExists(brandPlan) && brand.getBool(brandPlan)));
     auto *bodyForm = new QFormLayout(body);
     bodyForm->addRow(tr("&Units:"), _units);
-    bodyForm->addRow(tr("&Height:"), heightRow);
-    bodyForm->addRow(tr("&Weight:"), _weight);
+    _heightLabel = new QLabel(tr("&Height:"), body); // its buddy follows the units
+    bodyForm->addRow(_heightLabel, heightRow);
+    auto *weightRow = new QHBoxLayout;
+    weightRow->addWidget(_weight);
+    weightRow->addStretch();
+    auto *weightLabel = new QLabel(tr("&Weight:"), body);
+    weightLabel->setBuddy(_weight);
+    bodyForm->addRow(weightLabel, weightRow);
     bodyForm->addRow(tr("&Activity:"), _activity);
     bodyForm->addRow(tr("&Goal:"), _goal);
     if (_plan->count() > 1)
@@ -195,6 +202,7 @@ void NewProfileWizard::unitsChanged()
                                      : _heightCm->value();
     const double kg = _imperialShown ? _weight->value() * kKgPerPound : _weight->value();
     _heightCm->setVisible(!toImperial);
+    _heightLabel->setBuddy(toImperial ? static_cast<QWidget *>(_heightFeet) : _heightCm);
     _heightFeet->setVisible(toImperial);
     _heightInches->setVisible(toImperial);
     if (toImperial) {

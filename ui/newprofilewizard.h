@@ -36,6 +36,7 @@ private:
     QRadioButton *_male;
     QDateEdit *_born;
     QComboBox *_units;
+    QLabel *_heightLabel;
     QDoubleSpinBox *_heightCm;
     QSpinBox *_heightFeet;
     QSpinBox *_heightInches;
