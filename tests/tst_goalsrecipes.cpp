@@ -169,7 +169,12 @@ void TestGoalsRecipes::recipeOfThreeLoggedAsOnePortion()
                     key(Qt::Key_S, Qt::ControlModifier);
                 },
                 &editorShown);
+            // Without recipes the list says how one is made, and nothing can be logged.
+            QVERIFY(!child<QLabel>(recipes, "noRecipes")->isHidden());
+            QVERIFY(!child<QPushButton>(recipes, "logRecipe")->isEnabled());
             key(Qt::Key_N, Qt::ControlModifier);
+            QVERIFY(child<QLabel>(recipes, "noRecipes")->isHidden());
+            QVERIFY(child<QPushButton>(recipes, "logRecipe")->isEnabled());
             QApplication::setActiveWindow(recipes);
             child<QComboBox>(recipes, "recipeMeal")->setFocus(); // where Tab leads after the buttons
             key(Qt::Key_Home);                                   // breakfast, the morning snack, lunch

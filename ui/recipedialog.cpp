@@ -182,6 +182,11 @@ RecipesDialog::RecipesDialog(int userId, FoodDB *foods, int meal, Log log, QWidg
     setProperty("helpPage", QStringLiteral("recipes-and-meals"));
     _list = new QListWidget(this);
     _list->setObjectName(QStringLiteral("recipeList"));
+    _emptyHint = new QLabel(tr("No recipes yet. New... builds one from its ingredients and the number of "
+                               "portions it makes; it is then logged like a food."),
+                            this);
+    _emptyHint->setObjectName(QStringLiteral("noRecipes"));
+    _emptyHint->setWordWrap(true);
     auto *add = new QPushButton(tr("&New..."), this);
     add->setObjectName(QStringLiteral("newRecipe"));
     auto *change = new QPushButton(tr("&Edit..."), this);
@@ -225,9 +230,13 @@ RecipesDialog::RecipesDialog(int userId, FoodDB *foods, int meal, Log log, QWidg
     side->addWidget(change);
     side->addWidget(remove);
     side->addStretch();
+    auto *lists = new QVBoxLayout;
+    lists->addWidget(_emptyHint);
+    lists->addWidget(_list, 1);
     auto *top = new QHBoxLayout;
-    top->addWidget(_list, 1);
+    top->addLayout(lists, 1);
     top->addLayout(side);
+    _needRecipe = {change, remove, _meal, _amount, _unit, logButton};
     auto *logRow = new QHBoxLayout;
     logRow->addWidget(new QLabel(tr("Log to"), this));
     logRow->addWidget(_meal);
@@ -260,6 +269,7 @@ void RecipesDialog::refresh(int select)
     }
     if (!_list->currentItem() && _list->count() > 0)
         _list->setCurrentRow(0);
+    _emptyHint->setVisible(_list->count() == 0);
     updateUnits();
 }
 
@@ -278,6 +288,8 @@ void RecipesDialog::updateUnits()
     if (recipe && recipe->cookedWeight > 0)
         _unit->addItem(tr("g"));
     _unit->setCurrentIndex(wasGrams && _unit->count() > 1 ? 1 : 0);
+    for (QWidget *w : std::as_const(_needRecipe))
+        w->setEnabled(recipe.has_value());
 }
 
 void RecipesDialog::edit(int id)

@@ -65,6 +65,8 @@ private:
     FoodDB *_foods;
     Log _log;
     QListWidget *_list;
+    QLabel *_emptyHint;
+    QList<QWidget *> _needRecipe; // what acts on the chosen recipe
     QComboBox *_meal;
     QDoubleSpinBox *_amount;
     QComboBox *_unit;
