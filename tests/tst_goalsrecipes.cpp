@@ -244,6 +244,20 @@ void TestGoalsRecipes::savedMealEditedAndLoggedInPart()
     QCOMPARE(saved.size(), 2);
     QCOMPARE(saved.constFirst().size, 2.0f);
     QCOMPARE(qRound(saved.constFirst().getNutrient(ENERGY)), 189);
+
+    // With none left, the dialog says how a meal is saved, and nothing can be logged.
+    QVERIFY(SavedMealDB::deleteMeal(meal.meal_id));
+    shown = false;
+    whenShown(
+        u"savedMeals"_s,
+        [](QDialog *dialog) {
+            QVERIFY(!child<QLabel>(dialog, "noSavedMeals")->isHidden());
+            QVERIFY(!child<QPushButton>(dialog, "logSavedMeal")->isEnabled());
+            dialog->reject();
+        },
+        &shown);
+    child<QAction>(&window, "savedMeals")->trigger();
+    QVERIFY(shown);
 }
 
 QTEST_MAIN(TestGoalsRecipes)

@@ -88,10 +88,21 @@ SavedMealsDialog::SavedMealsDialog(int userId, FoodDB *foods, int meal, Log log,
     mealButtons->addWidget(deleteMeal);
     mealButtons->addWidget(removeFood);
     mealButtons->addStretch();
+    _emptyHint = new QLabel(tr("No saved meals yet. To save one, right-click a meal in the diary and "
+                               "choose Save as a Meal."),
+                            this);
+    _emptyHint->setObjectName(QStringLiteral("noSavedMeals"));
+    _emptyHint->setWordWrap(true);
+    auto *lists = new QHBoxLayout;
+    lists->addWidget(_meals, 1);
+    lists->addWidget(_table, 3);
+    auto *left = new QVBoxLayout;
+    left->addWidget(_emptyHint);
+    left->addLayout(lists, 1);
     auto *top = new QHBoxLayout;
-    top->addWidget(_meals, 1);
-    top->addWidget(_table, 3);
+    top->addLayout(left, 1);
     top->addLayout(mealButtons);
+    _needMeal = {rename, deleteMeal, removeFood, _meal, logButton};
     auto *logRow = new QHBoxLayout;
     logRow->addStretch();
     logRow->addWidget(new QLabel(tr("Log to"), this));
@@ -129,6 +140,9 @@ void SavedMealsDialog::refreshMeals(int select)
     }
     if (!_meals->currentItem() && _meals->count() > 0)
         _meals->setCurrentRow(0);
+    _emptyHint->setVisible(_meals->count() == 0);
+    for (QWidget *w : std::as_const(_needMeal))
+        w->setEnabled(_meals->count() > 0);
     showFoods();
 }
 

@@ -11,6 +11,7 @@
 
 class FoodDB;
 class QComboBox;
+class QLabel;
 class QListWidget;
 class QTableWidget;
 
@@ -37,6 +38,8 @@ private:
     Log _log;
     QList<FoodDiaryItem> _foods;
     QListWidget *_meals;
+    QLabel *_emptyHint;
+    QList<QWidget *> _needMeal; // what acts on the chosen meal
     QTableWidget *_table;
     QComboBox *_meal;
 };
