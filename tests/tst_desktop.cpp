@@ -16,6 +16,7 @@
 #include "ui/customfooddialog.h"
 #include "ui/diaryview.h"
 #include "ui/mainwindow.h"
+#include "ui/matchdelegate.h"
 #include "ui/newprofilewizard.h"
 #include "ui/preferencesdialog.h"
 #include "ui/printing.h"
@@ -584,6 +585,24 @@ void TestDesktop::browseTreeAndCustomFoods()
     QCOMPARE(food.name, QStringLiteral("Cheddar sandwich filling"));
     QCOMPARE(food.servings.constFirst().name, QStringLiteral("2 x 1 slice (1 oz)"));
     QVERIFY(qAbs(food.values[FV_CALORIES] - 226.2f) < 0.01f); // 2 x 28 g at 404 per 100 g, to a tenth
+
+    // A food the search does not know is offered as one's own, named as it was sought.
+    search->setText(QStringLiteral("grandma lasagne -frozen"));
+    auto *note = window.findChild<QLabel *>(QStringLiteral("searchNote"));
+    QVERIFY(note->text().contains(QLatin1String("<a href")));
+    QTimer::singleShot(0, [] {
+        auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+        QVERIFY(dialog);
+        QCOMPARE(dialog->findChild<QLineEdit *>(QStringLiteral("name"))->text(),
+                 QStringLiteral("Grandma lasagne"));
+        dialog->findChild<QLineEdit *>(QStringLiteral("serving"))->setText(QStringLiteral("1 piece"));
+        dialog->findChild<QDoubleSpinBox *>(QStringLiteral("value%1").arg(FV_CALORIES))->setValue(450);
+        dialog->accept();
+    });
+    emit note->linkActivated(QStringLiteral("new"));
+    QVERIFY(matches->currentItem());
+    QCOMPARE(matches->currentItem()->data(MatchDelegate::kNameRole).toString(),
+             QStringLiteral("Grandma lasagne"));
 
     // A category of one's own, found again by the search.
     const int category =

@@ -37,9 +37,11 @@ CustomFoodDialog::CustomFoodDialog(FoodDBDynamic *foods, int food_id, int catego
         food = *prefill;
     _name = new QLineEdit(food.name, this);
     _name->setObjectName(QStringLiteral("name"));
+    _name->setMinimumWidth(_name->fontMetrics().averageCharWidth() * 36); // room for a long name
     _serving = new QLineEdit(food.servings.isEmpty() ? QString() : food.servings.constFirst().name, this);
     _serving->setObjectName(QStringLiteral("serving"));
     auto *form = new QFormLayout;
+    form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow); // the figures stay compact
     form->addRow(tr("&Name:"), _name);
     form->addRow(tr("&Serving:"), _serving);
     const UnitRegistry &units = UnitRegistry::instance();
@@ -56,6 +58,11 @@ CustomFoodDialog::CustomFoodDialog(FoodDBDynamic *foods, int food_id, int catego
         form->addRow(unit.getName() + QLatin1Char(':'), box);
         _values[size_t(value)] = box;
     }
+    int boxWidth = 0;
+    for (const auto &[value, type] : kFields)
+        boxWidth = std::max(boxWidth, _values[size_t(value)]->sizeHint().width());
+    for (const auto &[value, type] : kFields)
+        _values[size_t(value)]->setMinimumWidth(boxWidth);
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel, this);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);

@@ -194,14 +194,18 @@ int CustomItems::newCustomCategory(int parent, const QString &name)
     return id;
 }
 
-int CustomItems::newCustomFood(int category)
+int CustomItems::newCustomFood(int category, const QString &name)
 {
     const int userId = _browser->userId();
     if (userId < 0)
         return -1;
     if (category < 0)
         category = FoodDBDynamic::userRootId(userId);
-    CustomFoodDialog dialog(_browser->foods()->dynamicDB(), -1, category, nullptr, _browser);
+    Food prefill;
+    prefill.name = name.simplified();
+    if (!prefill.name.isEmpty())
+        prefill.name[0] = prefill.name[0].toUpper();
+    CustomFoodDialog dialog(_browser->foods()->dynamicDB(), -1, category, &prefill, _browser);
     if (dialog.exec() != QDialog::Accepted)
         return -1;
     _browser->searchAgain();

@@ -20,9 +20,9 @@ class CustomItems : public QObject
 public:
     explicit CustomItems(ItemBrowser *browser);
 
-    // A new food in a category (or the profile's root), or a copy of the browser's reference
-    // food for its serving and quantity. The new food's id, -1 if none.
-    int newCustomFood(int category = -1);
+    // A new food in a category (or the profile's root), named name to begin with, or a copy of
+    // the browser's reference food for its serving and quantity. The new food's id, -1 if none.
+    int newCustomFood(int category = -1, const QString &name = {});
     int copySelectedToCustom();
     int newCustomCategory(int parent, const QString &name);
     // Where a custom item or category of the kind browsed can move: (category, path) of the

@@ -80,6 +80,15 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
     _searchNote->setObjectName(QStringLiteral("searchNote"));
     _searchNote->setWordWrap(true);
     _searchNote->hide();
+    connect(_searchNote, &QLabel::linkActivated, this, [this] {
+        const QStringList words = _query->text().split(QLatin1Char(' '), Qt::SkipEmptyParts);
+        QStringList name; // the words sought, not those left out
+        for (const QString &word : words) {
+            if (!word.startsWith(QLatin1Char('-')))
+                name.append(word);
+        }
+        _custom->newCustomFood(-1, name.join(QLatin1Char(' ')));
+    });
     connect(_matches, &QListWidget::currentItemChanged, this,
             [this](QListWidgetItem *item) { select(item ? item->data(Qt::UserRole).toInt() : -1); });
     connect(_matches, &QListWidget::itemActivated, this, [this] { addSelectedFood(); });
@@ -316,9 +325,15 @@ void ItemBrowser::search(const QString &query)
     }
     if (_matches->count() > 0)
         _matches->setCurrentRow(0);
-    QString note = result.searched && result.items.isEmpty()
-                       ? tr("No matches for \"%1\"").arg(query.trimmed())
-                       : result.closeMatchNote(query.trimmed());
+    const bool nothing = result.searched && result.items.isEmpty();
+    QString note =
+        nothing ? tr("No matches for \"%1\"").arg(query.trimmed()) : result.closeMatchNote(query.trimmed());
+    // A food the reference does not know is one the profile can add, named as searched.
+    const bool offerNew = nothing && !exercises && _userId >= 0;
+    if (offerNew)
+        note = note.toHtmlEscaped() +
+               QStringLiteral(". <a href=\"new\">%1</a>").arg(tr("Add it as your own food..."));
+    _searchNote->setTextFormat(offerNew ? Qt::RichText : Qt::PlainText);
     if (usual && _history)
         note = result.items.isEmpty()
                    ? tr("Your favourites and what you log most show here; type 3 letters or more to search.")
