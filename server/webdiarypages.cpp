@@ -251,10 +251,17 @@ QString calendar(const CalendarPage &view)
                 classes << QStringLiteral("logged");
             if (cell == view.today)
                 classes << QStringLiteral("today");
-            const QString label = view.logged.contains(cell)
-                                      ? QStringLiteral("<span class=\"mark\" "
-                                                       "title=\"entries\">\u25cf</span>")
-                                      : QString();
+            // A day with foods or exercises shows its net energy; one with only a check-in or
+            // water, a mark.
+            const auto net = view.net.constFind(cell);
+            const QString label =
+                net != view.net.cend()
+                    ? QStringLiteral(
+                          "<span class=\"net\" title=\"net energy: eaten less burned\">%1 cals</span>")
+                          .arg(formatEnergy(*net))
+                : view.logged.contains(cell)
+                    ? QStringLiteral("<span class=\"mark\" title=\"entries\">\u25cf</span>")
+                    : QString();
             html +=
                 QStringLiteral("<td%1>%2</td>")
                     .arg(

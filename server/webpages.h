@@ -46,6 +46,7 @@ struct CalendarPage
     PageFrame frame;
     int year = 0, month = 0;
     QSet<QDate> logged;
+    QHash<QDate, double> net; // eaten less burned, of the days with foods or exercises
     QDate today;
 };
 QString calendar(const CalendarPage &view);

@@ -369,11 +369,15 @@ QHttpServerResponse WebApp::calendar(const WebRequest &r, const Visit &v, const 
         if (!shape.match(monthText).hasMatch() || !first.isValid())
             return notFound(v);
     }
-    const QList<QDate> days =
-        ServerDiaryDB(db()).loggedDays(v.subjectId, first, first.addMonths(1).addDays(-1));
+    ServerDiaryDB diary(db());
+    const QDate last = first.addMonths(1).addDays(-1);
+    const QList<QDate> days = diary.loggedDays(v.subjectId, first, last);
     WebPages::CalendarPage view{v.frame(QLocale::c().toString(first, QStringLiteral("MMMM yyyy")),
                                         QStringLiteral("calendar"), r.path),
-                                first.year(), first.month(), QSet<QDate>(days.cbegin(), days.cend()),
+                                first.year(),
+                                first.month(),
+                                QSet<QDate>(days.cbegin(), days.cend()),
+                                diary.netEnergies(v.subjectId, first, last),
                                 today()};
     return htmlResponse(WebPages::calendar(view));
 }

@@ -333,7 +333,9 @@ void TestServerWeb::pages_data()
                                         u"no target"_s,
                                         u"&lt;script&gt;alert(&quot;x&quot;)&lt;/script&gt; &amp; crisps"_s};
     QTest::newRow("calendar") << u"ann"_s << u"/calendar/"_s + d2.left(7) << 200
-                              << QStringList{u"class=\"logged\"><a href=\"/day/"_s + d2 + u"\""_s};
+                              << QStringList{u"class=\"logged\"><a href=\"/day/"_s + d2 + u"\""_s,
+                                             u">720 cals<"_s,         // net, as on the day's page
+                                             u"title=\"entries\""_s}; // a day of check-in alone
     // Trend 80, then 79.8, then 79.72.
     QTest::newRow("check-ins") << u"ann"_s << u"/checkins?range=30"_s << 200
                                << QStringList{u"<svg class=\"weightchart\""_s,
