@@ -4,7 +4,10 @@
 #include "model/unitdescriptor.h"
 
 #include <QDialogButtonBox>
+#include <QGuiApplication>
 #include <QHeaderView>
+#include <QScreen>
+#include <QScrollBar>
 #include <QTableWidget>
 #include <QVBoxLayout>
 
@@ -50,10 +53,20 @@ NutrientsDialog::NutrientsDialog(int foodId, int servingId, float quantity, QWid
         }
     }
     table->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    table->verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    // The whole table at once where the screen has room: every figure, no scrolling.
+    const int frame = 2 * table->frameWidth();
+    const int width =
+        table->verticalHeader()->sizeHint().width() + table->horizontalHeader()->length() + frame;
+    const int height =
+        table->horizontalHeader()->sizeHint().height() + table->verticalHeader()->length() + frame;
+    const QScreen *screen = parent ? parent->screen() : QGuiApplication::primaryScreen();
+    const int room = screen ? screen->availableGeometry().height() * 3 / 4 : height;
+    table->setMinimumSize(width + (height > room ? table->verticalScrollBar()->sizeHint().width() : 0),
+                          std::min(height, room));
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(table);
     layout->addWidget(buttons);
-    resize(table->horizontalHeader()->length() + table->verticalHeader()->width() + 60, 380);
 }
