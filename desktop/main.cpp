@@ -12,11 +12,11 @@
 #include "common/lmconstants.h"
 #include "db/lmsqldb.h"
 #include "db/userdb.h"
+#include "staticdb/staticdbupdater.h"
 #include "ui/deferredicons.h"
 #include "ui/mainwindow.h"
 #include "ui/messageboxes.h"
 #include "ui/singleapplication.h"
-#include "staticdb/staticdbupdater.h"
 #include "ui/updatedialog.h"
 
 #include <QDialog>
@@ -158,9 +158,10 @@ int main(int argc, char *argv[])
         window.reset();
         return shutDown(0);
     }
-    if (brandFlag("metrics_enabled"))
-        UserDB::countStart(window->currentUser());
     window->show();
+    // Counted once the window is up: the count is a write that waits for the disk.
+    if (brandFlag("metrics_enabled"))
+        QTimer::singleShot(0, window.get(), [user = window->currentUser()] { UserDB::countStart(user); });
     if (brand.getBool(QStringLiteral("conduit_enabled")))
         qDebug("No handheld conduit to register on this platform");
     QObject::connect(&app, &QApplication::lastWindowClosed, &app, &QApplication::quit);
