@@ -31,6 +31,17 @@
 
 namespace {
 
+// Nice numbers for the axis, written with a decimal only where its steps need one: "1800",
+// not "1800.0"; "62.5" stays.
+void niceValueAxis(QValueAxis *axis)
+{
+    axis->applyNiceNumbers();
+    const double step = (axis->max() - axis->min()) / std::max(1, axis->tickCount() - 1);
+    const bool whole =
+        std::abs(step - std::round(step)) < 1e-9 && std::abs(axis->min() - std::round(axis->min())) < 1e-9;
+    axis->setLabelFormat(whole ? QStringLiteral("%.0f") : QStringLiteral("%.1f"));
+}
+
 // The tables of a report as HTML, in the order every form of it follows.
 class HtmlLayout : public ReportLayout
 {
@@ -152,7 +163,7 @@ QChart *lineChart(const ReportDocument &document, const ReportUnits &units)
         const double margin = (high > low ? high - low : 1) * 0.04;
         values->setRange(low >= 0 ? std::max(0.0, low - margin) : low - margin,
                          std::max(high, low + 1) + margin);
-        values->applyNiceNumbers();
+        niceValueAxis(values);
     }
     return chart;
 }
@@ -190,7 +201,7 @@ QChart *mealChart(const ReportDocument &document, const ReportUnits &units, int 
     values->setTitleText(units.unitText(chosen.quantity, chosen.nutrient));
     chart->addAxis(values, Qt::AlignLeft);
     series->attachAxis(values);
-    values->applyNiceNumbers();
+    niceValueAxis(values);
     return chart;
 }
 
