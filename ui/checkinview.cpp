@@ -17,6 +17,8 @@
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
+#include <cmath>
+
 namespace {
 
 // A measurement field whose lowest value reads "not measured".
@@ -196,8 +198,13 @@ void CheckInView::fillHistory()
         const CheckIn &earlier = *it;
         QString change;
         if (earlier.weight > 0 && before > 0) {
-            change = weightUnit().formatSignedWithUnit(earlier.weight - before);
-            if (earlier.weight > before && change != weightUnit().formatSignedWithUnit(0))
+            // Between the weights as shown (to a tenth), so that the column adds up for the reader.
+            const auto shownWeight = [](double stored) {
+                return std::round(weightUnit().toDisplay(stored) * 10) / 10;
+            };
+            const double difference = shownWeight(earlier.weight) - shownWeight(before);
+            change = weightUnit().formatSignedWithUnit(weightUnit().fromDisplayValue(difference));
+            if (difference > 0.05)
                 change.prepend(QLatin1Char('+'));
         }
         if (earlier.weight > 0)
