@@ -39,6 +39,7 @@ FoodPicker::FoodPicker(int userId, FoodDB *foods, QWidget *parent)
     _quantity->setObjectName(QStringLiteral("pickerQuantity"));
     _quantity->setRange(0.01, 100000);
     _quantity->setDecimals(2);
+    _quantity->setValue(1);
     _preview = new QLabel(this);
     _add = new QPushButton(tr("&Add"), this);
     _add->setObjectName(QStringLiteral("pickerAdd"));
