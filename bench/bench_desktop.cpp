@@ -160,7 +160,7 @@ void BM_OpenWeightChartYear(benchmark::State &state)
     window.openProfile(g_user);
     window.diary()->setDate(BenchDiary::kFirstDay.addYears(9));
     window.show();
-    auto *reports = window.findChild<ReportsView *>();
+    ReportsView *reports = window.reports();
     reports->setRange(ReportRange::Year);
     reports->setReport(ReportsView::Weight);
     for (auto _ : state) {

@@ -70,12 +70,12 @@ MainWindow::MainWindow(QWidget *parent)
     _diary = new DiaryView(this);
     _checkInPage = new QWidget(this);
     (new QVBoxLayout(_checkInPage))->setContentsMargins(0, 0, 0, 0);
-    _reports = new ReportsView(this);
-    _reports->setObjectName(QStringLiteral("reports"));
+    _reportsPage = new QWidget(this);
+    (new QVBoxLayout(_reportsPage))->setContentsMargins(0, 0, 0, 0);
     _pages = new QStackedWidget(this);
     _pages->addWidget(_diary);
     _pages->addWidget(_checkInPage);
-    _pages->addWidget(_reports);
+    _pages->addWidget(_reportsPage);
     // F1 opens the help page of the section with focus.
     const char *const helpPages[] = {"logging", "check-ins-and-goals", "reports"};
     for (int s = 0; s < int(std::size(helpPages)) && s < _pages->count(); ++s)
@@ -370,12 +370,24 @@ CheckInView *MainWindow::checkIn()
     return _checkIn;
 }
 
+ReportsView *MainWindow::reports()
+{
+    if (!_reports) {
+        _reports = new ReportsView(_reportsPage);
+        _reports->setObjectName(QStringLiteral("reports"));
+        _reportsPage->layout()->addWidget(_reports);
+    }
+    return _reports;
+}
+
 void MainWindow::showSection(int section)
 {
     if (section < 0 || section > ReportsSection)
         return;
     if (section == CheckInSection)
         checkIn();
+    else if (section == ReportsSection)
+        reports();
     _sections->setCurrentRow(section);
     _pages->setCurrentIndex(section);
     if (section == ReportsSection)
@@ -384,7 +396,7 @@ void MainWindow::showSection(int section)
 
 void MainWindow::updateReport()
 {
-    if (_userId >= 0 && _pages->currentIndex() == ReportsSection) {
+    if (_userId >= 0 && _pages->currentIndex() == ReportsSection && _reports) {
         _reports->setUser(_userId);
         _reports->setDay(_diary->date());
         _reports->refresh();
@@ -465,7 +477,7 @@ DiaryPrinting *MainWindow::printing()
         _printing = new DiaryPrinting(this);
     _printing->setDay(_userId, _diary->date());
     // The shown report, when there is one; else the diary.
-    const bool report = _pages->currentIndex() == ReportsSection && _reports->document();
+    const bool report = _pages->currentIndex() == ReportsSection && _reports && _reports->document();
     _printing->setReport(report ? _reports->document() : std::nullopt);
     return _printing;
 }

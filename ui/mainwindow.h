@@ -31,6 +31,7 @@ public:
     DiaryView *diary() const { return _diary; }
     // Made when first wanted: the window starts faster without it.
     CheckInView *checkIn();
+    ReportsView *reports(); // made when first asked for: the window shows the diary first
     void showSection(int section);
     // The preferences dialog; true when they changed.
     bool editPreferences();
@@ -72,7 +73,8 @@ private:
     DiaryView *_diary;
     QWidget *_checkInPage;
     CheckInView *_checkIn = nullptr;
-    ReportsView *_reports;
+    QWidget *_reportsPage;
+    ReportsView *_reports = nullptr;
     BackgroundServices *_background;
     DiaryPrinting *_printing = nullptr;
 };
