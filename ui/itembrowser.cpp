@@ -81,7 +81,7 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
     _searchNote->setWordWrap(true);
     _searchNote->hide();
     connect(_searchNote, &QLabel::linkActivated, this, [this] {
-        const QStringList words = _query->text().split(QLatin1Char(' '), Qt::SkipEmptyParts);
+        const QStringList words = _query->text().simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts);
         QStringList name; // the words sought, not those left out
         for (const QString &word : words) {
             if (!word.startsWith(QLatin1Char('-')))
