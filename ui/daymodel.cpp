@@ -138,7 +138,8 @@ QVariant DayModel::headerData(int section, Qt::Orientation orientation, int role
         return {};
     if (role == Qt::DisplayRole)
         return _table.headers.value(section);
-    if (role == Qt::TextAlignmentRole && section >= FirstNutrientColumn)
+    // Over the figures, on their side.
+    if (role == Qt::TextAlignmentRole && (section == QuantityColumn || section >= FirstNutrientColumn))
         return int(Qt::AlignRight | Qt::AlignVCenter);
     return {};
 }
