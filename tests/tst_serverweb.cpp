@@ -517,27 +517,34 @@ public:
                                u"--user-data-dir="_s + _profile.path(), u"about:blank"_s});
         _process.setStandardErrorFile(QProcess::nullDevice()); // its complaints about D-Bus
         _process.start();
-        // The browser writes the port it chose into its profile.
-        QFile portFile(_profile.path() + u"/DevToolsActivePort"_s);
+        // The browser writes the port it chose into its profile, and opens its first page a
+        // moment later: both are waited for, a busy machine takes its time.
         QElapsedTimer timer;
         timer.start();
-        while (!portFile.exists() && timer.elapsed() < 30000 && _process.state() != QProcess::NotRunning)
-            QTest::qWait(100);
-        if (!portFile.open(QIODevice::ReadOnly)) {
+        QByteArray port;
+        QString page;
+        QNetworkAccessManager network;
+        while (page.isEmpty() && timer.elapsed() < 30000 && _process.state() != QProcess::NotRunning) {
+            QFile portFile(_profile.path() + u"/DevToolsActivePort"_s);
+            if (port.isEmpty() && portFile.open(QIODevice::ReadOnly))
+                port = portFile.readLine().trimmed();
+            if (!port.isEmpty()) {
+                QNetworkReply *list = network.get(
+                    QNetworkRequest(QUrl(u"http://127.0.0.1:%1/json/list"_s.arg(QString::fromLatin1(port)))));
+                QSignalSpy(list, &QNetworkReply::finished).wait(5000);
+                for (const QJsonValue &target : QJsonDocument::fromJson(list->readAll()).array()) {
+                    if (target[QLatin1String("type")].toString() == QLatin1String("page"))
+                        page = target[QLatin1String("webSocketDebuggerUrl")].toString();
+                }
+                delete list;
+            }
+            if (page.isEmpty())
+                QTest::qWait(100);
+        }
+        if (port.isEmpty()) {
             *why = u"chromium did not open its debugging port"_s;
             return false;
         }
-        const QByteArray port = portFile.readLine().trimmed();
-        QNetworkAccessManager network;
-        QNetworkReply *list = network.get(
-            QNetworkRequest(QUrl(u"http://127.0.0.1:%1/json/list"_s.arg(QString::fromLatin1(port)))));
-        QSignalSpy(list, &QNetworkReply::finished).wait(20000);
-        QString page;
-        for (const QJsonValue &target : QJsonDocument::fromJson(list->readAll()).array()) {
-            if (target[QLatin1String("type")].toString() == QLatin1String("page"))
-                page = target[QLatin1String("webSocketDebuggerUrl")].toString();
-        }
-        delete list;
         connect(&_socket, &QWebSocket::textMessageReceived, this, [this](const QString &text) {
             _messages.append(QJsonDocument::fromJson(text.toUtf8()).object());
         });
