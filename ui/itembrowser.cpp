@@ -69,7 +69,6 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
         }
     };
     _query->installEventFilter(new KeyFilter(this, Qt::Key_Down, intoMatches));
-    connect(_query, &QLineEdit::returnPressed, this, intoMatches);
     _matches = new QListWidget(this);
     _matches->setObjectName(QStringLiteral("matches"));
     _matches->setItemDelegate(new MatchDelegate(_matches));
@@ -80,7 +79,7 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
     _searchNote->setObjectName(QStringLiteral("searchNote"));
     _searchNote->setWordWrap(true);
     _searchNote->hide();
-    connect(_searchNote, &QLabel::linkActivated, this, [this] {
+    const auto addSoughtFood = [this] {
         const QStringList words = _query->text().simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts);
         QStringList name; // the words sought, not those left out
         for (const QString &word : words) {
@@ -88,6 +87,14 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
                 name.append(word);
         }
         _custom->newCustomFood(-1, name.join(QLatin1Char(' ')));
+    };
+    connect(_searchNote, &QLabel::linkActivated, this, addSoughtFood);
+    // Enter on words that found nothing takes the note's offer, as a click on it does.
+    connect(_query, &QLineEdit::returnPressed, this, [this, intoMatches, addSoughtFood] {
+        if (_matches->count() == 0 && _searchNote->textFormat() == Qt::RichText && !_searchNote->isHidden())
+            addSoughtFood();
+        else
+            intoMatches();
     });
     connect(_matches, &QListWidget::currentItemChanged, this,
             [this](QListWidgetItem *item) { select(item ? item->data(Qt::UserRole).toInt() : -1); });
