@@ -539,24 +539,23 @@ QList<QDate> ServerDiaryDB::loggedDays(qint64 memberId, const QDate &from, const
     return days;
 }
 
-QHash<QDate, double> ServerDiaryDB::netEnergies(qint64 memberId, const QDate &from, const QDate &to)
+QList<ServerDiaryDB::Day> ServerDiaryDB::diaryDays(qint64 memberId, const QDate &from, const QDate &to)
 {
-    QHash<QDate, double> net;
+    QList<Day> days;
     QSqlQuery query(_db.connection());
-    if (!ServerDB::exec(
-            query,
-            u"SELECT date, foods, exercises FROM diary_days WHERE member_id = ? AND date BETWEEN ? AND ?"_s,
-            {memberId, DateConversion::toWebDate(from), DateConversion::toWebDate(to)}))
-        return net;
-    while (query.next()) {
-        double energy = 0;
-        for (const PublishedFood &food : readFoods(query.value(1)))
-            energy += food.values[0].value_or(0); // calories come first
-        for (const PublishedExercise &exercise : readExercises(query.value(2)))
-            energy -= exercise.calories;
-        net.insert(QDate::fromString(query.value(0).toString(), Qt::ISODate), energy);
+    if (ServerDB::exec(query,
+                       u"SELECT date, foods, exercises FROM diary_days "
+                       "WHERE member_id = ? AND date BETWEEN ? AND ? ORDER BY date"_s,
+                       {memberId, DateConversion::toWebDate(from), DateConversion::toWebDate(to)})) {
+        while (query.next()) {
+            Day day;
+            day.date = QDate::fromString(query.value(0).toString(), Qt::ISODate);
+            day.foods = readFoods(query.value(1));
+            day.exercises = readExercises(query.value(2));
+            days.append(std::move(day));
+        }
     }
-    return net;
+    return days;
 }
 
 QList<PublishedCheckin> ServerDiaryDB::checkins(qint64 memberId, const QDate &from, const QDate &to)

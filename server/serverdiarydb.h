@@ -7,7 +7,6 @@
 
 #include <QDate>
 #include <QDateTime>
-#include <QHash>
 #include <QList>
 #include <QStringList>
 #include <QVariantList>
@@ -39,8 +38,8 @@ public:
     Day day(qint64 memberId, const QDate &date);
     // Days from..to (inclusive) with a food, exercise, check-in or water entry, in order.
     QList<QDate> loggedDays(qint64 memberId, const QDate &from, const QDate &to);
-    // Eaten less burned, in calories, of each day in the range with foods or exercises.
-    QHash<QDate, double> netEnergies(qint64 memberId, const QDate &from, const QDate &to);
+    // The days from..to (inclusive) with foods or exercises, in order, with those alone.
+    QList<Day> diaryDays(qint64 memberId, const QDate &from, const QDate &to);
     QList<PublishedCheckin> checkins(qint64 memberId, const QDate &from, const QDate &to);
     std::optional<QDateTime> lastPublish(qint64 memberId); // UTC
 

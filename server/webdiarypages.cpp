@@ -1,6 +1,8 @@
+#include "model/daystanding.h"
 #include "server/webpagecells.h"
 #include "server/webpages.h"
 
+#include <QHash>
 #include <QLocale>
 #include <QTimeZone>
 
@@ -31,6 +33,17 @@ void addTo(Sums &sums, const PublishedFood &food)
         if (v && *v > 0)
             sums[size_t(c)] += *v;
     }
+}
+
+// What a day's exercise burned, counted as the foods are: what is known and positive.
+double burnedBy(const QList<PublishedExercise> &exercises)
+{
+    double burned = 0;
+    for (const PublishedExercise &e : exercises) {
+        if (e.calories > 0)
+            burned += e.calories;
+    }
+    return burned;
 }
 
 QString dayLink(const PageFrame &frame, const QDate &date, const QString &text)
@@ -77,7 +90,7 @@ QString day(const DayPage &view)
             addTo(sums, food);
             rows += QStringLiteral(
                         "<tr class=\"entry\"><td class=\"name\">%1</td><td class=\"num\">%2</td><td>%3</td>")
-                        .arg(htmlEscape(food.desc), formatQuantity(food.qty), htmlEscape(food.serving));
+                        .arg(htmlEscape(food.desc), quantityText(food.qty), htmlEscape(food.serving));
             for (int c = 0; c < ColumnCount; ++c)
                 rows += numberCell(figure(c, food.values[kColumns[size_t(c)].valueIndex]));
             rows += QLatin1String("</tr>\n");
@@ -93,16 +106,14 @@ QString day(const DayPage &view)
         for (int c = 0; c < ColumnCount; ++c)
             eaten[size_t(c)] += sums[size_t(c)];
     }
-    double burned = 0;
+    const double burned = burnedBy(day.exercises);
     if (!day.exercises.isEmpty()) {
         QString rows;
         for (const PublishedExercise &e : day.exercises) {
-            if (e.calories > 0)
-                burned += e.calories;
             rows +=
                 QStringLiteral("<tr class=\"entry\"><td class=\"name\">%1</td><td class=\"num\">%2</td>"
                                "<td>minutes</td>%3<td colspan=\"%4\"></td></tr>\n")
-                    .arg(htmlEscape(e.desc), formatQuantity(e.duration), numberCell(formatEnergy(e.calories)))
+                    .arg(htmlEscape(e.desc), quantityText(e.duration), numberCell(formatEnergy(e.calories)))
                     .arg(ColumnCount - 1);
         }
         html +=
@@ -232,6 +243,13 @@ QString calendar(const CalendarPage &view)
     html += QStringLiteral("<p class=\"meta\">Diary of <strong>%1</strong> \u00b7 %2 days with entries</p>\n")
                 .arg(htmlEscape(frame.subject))
                 .arg(view.logged.size());
+    QHash<QDate, double> nets;
+    for (const ServerDiaryDB::Day &d : view.diary) {
+        Sums eaten{};
+        for (const PublishedFood &food : d.foods)
+            addTo(eaten, food);
+        nets.insert(d.date, eaten[Energy] - burnedBy(d.exercises));
+    }
     html += QLatin1String("<table class=\"calendar\"><thead><tr>");
     for (int d = 1; d <= 7; ++d)
         html +=
@@ -251,11 +269,11 @@ QString calendar(const CalendarPage &view)
                 classes << QStringLiteral("logged");
             if (cell == view.today)
                 classes << QStringLiteral("today");
-            // A day with foods or exercises shows its net energy; one with only a check-in or
-            // water, a mark.
-            const auto net = view.net.constFind(cell);
+            // A day with foods or exercises shows its net energy, as its page works it out; one
+            // with only a check-in or water, a mark.
+            const auto net = nets.constFind(cell);
             const QString label =
-                net != view.net.cend()
+                net != nets.cend()
                     ? QStringLiteral(
                           "<span class=\"net\" title=\"net energy: eaten less burned\">%1 cals</span>")
                           .arg(formatEnergy(*net))

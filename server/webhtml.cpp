@@ -1,7 +1,5 @@
 #include "server/webhtml.h"
 
-#include "model/daystanding.h"
-
 #include <QFile>
 #include <QLocale>
 #include <QUrl>
@@ -60,11 +58,6 @@ QString formatEnergy(std::optional<double> value)
 QString formatNutrient(std::optional<double> value)
 {
     return known(value) ? QString::asprintf("%.1f", *value + 0.0) : QString();
-}
-
-QString formatQuantity(double value)
-{
-    return quantityText(value);
 }
 
 QString longDayName(const QDate &date)

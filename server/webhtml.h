@@ -16,12 +16,11 @@ QString htmlEscape(QStringView text);
 // A query or path component, percent-encoded and then escaped for an attribute.
 QString urlPart(const QString &text);
 
-// Figures as the desktop shows them: energy whole ("1250"), nutrients to a tenth ("12.5"), a
-// quantity with up to six significant digits ("0.333333"); unknown values (none, or negative:
-// the program's "not known") as an empty cell.
+// Figures as the desktop shows them: energy whole ("1250"), nutrients to a tenth ("12.5");
+// unknown values (none, or negative: the program's "not known") as an empty cell. Quantities
+// are the model's quantityText().
 QString formatEnergy(std::optional<double> value);
 QString formatNutrient(std::optional<double> value);
-QString formatQuantity(double value);
 // "Monday, March 3 2025", the desktop's long day name.
 QString longDayName(const QDate &date);
 

@@ -46,7 +46,7 @@ struct CalendarPage
     PageFrame frame;
     int year = 0, month = 0;
     QSet<QDate> logged;
-    QHash<QDate, double> net; // eaten less burned, of the days with foods or exercises
+    QList<ServerDiaryDB::Day> diary; // the days with foods or exercises, without water or check-in
     QDate today;
 };
 QString calendar(const CalendarPage &view);

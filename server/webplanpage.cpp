@@ -1,3 +1,4 @@
+#include "model/daystanding.h"
 #include "server/webpagecells.h"
 #include "server/webpages.h"
 
@@ -124,7 +125,7 @@ QString plan(const PlanPage &view)
                 rows +=
                     QStringLiteral(
                         "<tr class=\"entry\"><td class=\"name\">%1</td><td class=\"num\">%2</td><td>%3</td>")
-                        .arg(htmlEscape(p.foodName), formatQuantity(p.qty), htmlEscape(p.servName));
+                        .arg(htmlEscape(p.foodName), quantityText(p.qty), htmlEscape(p.servName));
                 for (int c = 0; c < Sodium; ++c) {
                     rows += numberCell(figure(c, values[size_t(c)]));
                     if (values[size_t(c)])

@@ -1,5 +1,7 @@
 #include "server/webroutes.h"
 
+#include "model/daystanding.h"
+
 #include "server/accountdb.h"
 #include "server/mealplandb.h"
 #include "server/metricsdb.h"
@@ -377,7 +379,7 @@ QHttpServerResponse WebApp::calendar(const WebRequest &r, const Visit &v, const 
                                 first.year(),
                                 first.month(),
                                 QSet<QDate>(days.cbegin(), days.cend()),
-                                diary.netEnergies(v.subjectId, first, last),
+                                diary.diaryDays(v.subjectId, first, last),
                                 today()};
     return htmlResponse(WebPages::calendar(view));
 }
@@ -464,7 +466,7 @@ QHttpServerResponse WebApp::planPage(const WebRequest &r, const Visit &v, const 
             const int serving = value(QStringLiteral("serving")).toInt(&servingOk);
             view.servingId = servingOk ? serving : view.chosen->preferred.servingId;
             view.quantity = r.isPost() ? r.field(QStringLiteral("qty"))
-                                       : formatQuantity(double(view.chosen->preferred.size));
+                                       : quantityText(double(view.chosen->preferred.size));
         }
     }
     if (view.searchUnavailable.isEmpty() && !view.chosen && !view.query.isEmpty())

@@ -4,6 +4,7 @@
 #include "db/userdb.h"
 #include "model/dateconversion.h"
 #include "model/unitdescriptor.h"
+#include "ui/formlayouts.h"
 
 #include <QDoubleSpinBox>
 #include <QFormLayout>
@@ -81,8 +82,6 @@ CheckInView::CheckInView(QWidget *parent)
     _note = new QLineEdit(this);
     _note->setObjectName(QStringLiteral("note"));
     auto *form = new QFormLayout;
-    // Figures keep the width they need; only the note takes the rest of the line.
-    form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
     form->addRow(tr("&Weight:"), _weight);
     const QPair<const char *, QPair<QString, QWidget *>> optional[] = {
         {"chest_measurement_enabled", {tr("&Chest:"), _chest}},
@@ -97,13 +96,7 @@ CheckInView::CheckInView(QWidget *parent)
             row.second->hide();
     }
     form->addRow(tr("&Note:"), _note);
-    int fieldWidth = 0;
-    for (QAbstractSpinBox *box :
-         std::initializer_list<QAbstractSpinBox *>{_weight, _chest, _waist, _hip, _thigh, _steps})
-        fieldWidth = std::max(fieldWidth, box->sizeHint().width());
-    for (QAbstractSpinBox *box :
-         std::initializer_list<QAbstractSpinBox *>{_weight, _chest, _waist, _hip, _thigh, _steps})
-        box->setMinimumWidth(fieldWidth);
+    compactFigures(form, {_weight, _chest, _waist, _hip, _thigh, _steps});
     auto *saveButton = new QPushButton(tr("&Save Check-in"), this);
     saveButton->setObjectName(QStringLiteral("save"));
     connect(saveButton, &QPushButton::clicked, this, [this] { save(); });
@@ -193,15 +186,15 @@ void CheckInView::fillHistory()
     const QList<CheckIn> all = UserDB::getCheckIns(_userId);
     // Oldest first, so that each weight is set against the one weighed before it.
     QList<QTreeWidgetItem *> items;
+    // Changes are taken between the weights as shown (to a tenth), so that the column adds up.
+    const auto shownWeight = [](double stored) {
+        return std::round(weightUnit().toDisplay(stored) * 10) / 10;
+    };
     double before = -1;
     for (auto it = all.crbegin(); it != all.crend() && it->date < shown; ++it) {
         const CheckIn &earlier = *it;
         QString change;
         if (earlier.weight > 0 && before > 0) {
-            // Between the weights as shown (to a tenth), so that the column adds up for the reader.
-            const auto shownWeight = [](double stored) {
-                return std::round(weightUnit().toDisplay(stored) * 10) / 10;
-            };
             const double difference = shownWeight(earlier.weight) - shownWeight(before);
             change = weightUnit().formatSignedWithUnit(weightUnit().fromDisplayValue(difference));
             if (difference > 0.05)

@@ -1,6 +1,7 @@
 #include "ui/customfooddialog.h"
 
 #include "model/unitdescriptor.h"
+#include "ui/formlayouts.h"
 
 #include <QDialogButtonBox>
 #include <QDoubleSpinBox>
@@ -41,7 +42,6 @@ CustomFoodDialog::CustomFoodDialog(FoodDBDynamic *foods, int food_id, int catego
     _serving = new QLineEdit(food.servings.isEmpty() ? QString() : food.servings.constFirst().name, this);
     _serving->setObjectName(QStringLiteral("serving"));
     auto *form = new QFormLayout;
-    form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow); // the figures stay compact
     form->addRow(tr("&Name:"), _name);
     form->addRow(tr("&Serving:"), _serving);
     const UnitRegistry &units = UnitRegistry::instance();
@@ -58,11 +58,10 @@ CustomFoodDialog::CustomFoodDialog(FoodDBDynamic *foods, int food_id, int catego
         form->addRow(unit.getName() + QLatin1Char(':'), box);
         _values[size_t(value)] = box;
     }
-    int boxWidth = 0;
+    QList<QWidget *> figures;
     for (const auto &[value, type] : kFields)
-        boxWidth = std::max(boxWidth, _values[size_t(value)]->sizeHint().width());
-    for (const auto &[value, type] : kFields)
-        _values[size_t(value)]->setMinimumWidth(boxWidth);
+        figures.append(_values[size_t(value)]);
+    compactFigures(form, figures);
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel, this);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);

@@ -5,6 +5,7 @@
 #include "model/unitdescriptor.h"
 #include "ui/daymodel.h"
 #include "ui/foodpicker.h"
+#include "ui/formlayouts.h"
 #include "ui/keyfilter.h"
 
 #include <QComboBox>
@@ -86,10 +87,7 @@ RecipeDialog::RecipeDialog(int userId, FoodDB *foods, Recipe recipe, QWidget *pa
     connect(_portions, &QDoubleSpinBox::valueChanged, this, &RecipeDialog::refresh);
 
     auto *form = new QFormLayout;
-    form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow); // the figures stay compact
-    const int figureWidth = std::max(_portions->sizeHint().width(), _cooked->sizeHint().width());
-    _portions->setMinimumWidth(figureWidth);
-    _cooked->setMinimumWidth(figureWidth);
+    compactFigures(form, {_portions, _cooked});
     form->addRow(tr("&Name:"), _name);
     form->addRow(tr("&Portions:"), _portions);
     form->addRow(tr("&Cooked weight:"), _cooked);
