@@ -83,7 +83,7 @@ void collect(IndexedDB &reference, DynamicDB *custom, const Pass &pass, QSet<con
             if (isCustom) {
                 text = db.nameText(e);
                 folded = foldText(text);
-                original = text.toLatin1();
+                // No brands among one's own: capitals there are how the profile writes.
             } else {
                 foldLatin1(db.namePointer(e), db.nameLength(e), &folded);
                 original = QByteArray::fromRawData(db.namePointer(e), db.nameLength(e));

@@ -120,12 +120,14 @@ bool isLower(uchar c)
     return (c >= 'a' && c <= 'z') || (c >= 0xDF && c != 0xF7);
 }
 
-// A word in capitals ("McDONALD'S", "QUAKER") in the first parts of a name, as brands are.
-bool brandIn(QByteArrayView original, int parts)
+// A word in capitals ("McDONALD'S", "QUAKER") in the first parts of a name, as brands are, that
+// is not one of the query's words (named(folded word)).
+template <typename Named> bool brandIn(QByteArrayView original, int parts, const Named &named)
 {
     int part = 0;
     int upper = 0;
     int lower = 0;
+    qsizetype begin = 0;
     for (qsizetype i = 0; i <= original.size() && part < parts; ++i) {
         const uchar c = i < original.size() ? uchar(original[i]) : ' ';
         if (isUpper(c) || isLower(c) || c == '\'') {
@@ -133,9 +135,11 @@ bool brandIn(QByteArrayView original, int parts)
             lower += isLower(c);
             continue;
         }
-        if (upper >= 3 && upper * 4 >= (upper + lower) * 3)
+        if (upper >= 3 && upper * 4 >= (upper + lower) * 3 &&
+            !named(original.sliced(begin, i - begin).toByteArray().toLower()))
             return true;
         upper = lower = 0;
+        begin = i + 1;
         part += c == ',';
     }
     return false;
@@ -178,6 +182,8 @@ SearchWords SearchWords::parse(const QByteArray &text)
             lists.classes.insert(line);
         } else if (section == "lowered groups") {
             lists.loweredGroups.insert(line);
+        } else if (section == "fillers") {
+            lists.fillers.insert(line);
         } else if (section == "group stop words") {
             lists.groupStopWords.insert(line);
         }
@@ -315,15 +321,20 @@ SearchRanker::SearchRanker(const QString &query, bool tolerant, const SearchWord
     }
 }
 
-bool SearchRanker::sameWord(const Word &word, QByteArrayView token) const
+int SearchRanker::matchOf(const Word &word, QByteArrayView token) const
 {
     if (samePlural(word.text, token))
-        return true;
+        return kSame;
     for (const QByteArray &other : word.same) {
         if (samePlural(other, token))
-            return true;
+            return kSame;
     }
-    return _tolerant && word.text.size() >= 5 && closeToToken(word.text, token);
+    return _tolerant && word.text.size() >= 5 && closeToToken(word.text, token) ? kTypo : kNone;
+}
+
+bool SearchRanker::sameWord(const Word &word, QByteArrayView token) const
+{
+    return matchOf(word, token) != kNone;
 }
 
 int SearchRanker::groupScore(QByteArrayView foldedGroup) const
@@ -341,52 +352,84 @@ int SearchRanker::groupScore(QByteArrayView foldedGroup) const
 
 SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
 {
-    const QByteArrayView name = c.folded;
-    const Tokens tokens = tokenize(name);
+    QByteArrayView name = c.folded;
     const qsizetype comma = name.indexOf(',');
     const bool classFirst = comma > 0 && _lists.classes.contains(trimmed(name.first(comma)));
-    const int thingParts = classFirst ? 2 : 1;
+    const int thing = classFirst ? 1 : 0; // the part the thing begins with
+    int thingParts = thing + 1;           // the parts up to the thing's end
+    // A part right after the thing that nobody types ("Chicken, broilers or fryers, breast") is
+    // passed over, and the part after it belongs to the thing.
+    QByteArray withoutFiller;
+    const qsizetype fillerStart = classFirst ? name.indexOf(',', comma + 1) : comma;
+    if (const qsizetype fillerEnd = fillerStart < 0 ? -1 : name.indexOf(',', fillerStart + 1);
+        fillerEnd > 0 &&
+        _lists.fillers.contains(trimmed(name.sliced(fillerStart + 1, fillerEnd - fillerStart - 1)))) {
+        withoutFiller = name.first(fillerStart).toByteArray() + name.sliced(fillerEnd).toByteArray();
+        name = withoutFiller;
+        ++thingParts;
+    }
+    const Tokens tokens = tokenize(name);
 
-    QVarLengthArray<bool, 48> used(tokens.size(), false);
-    int missingWhole = 0;
-    int outsideThing = 0;
-    int inFirstPart = 0;
-    for (const Word &word : _words) {
-        // A word of the thing is the better occurrence when a name holds it twice.
-        qsizetype found = -1;
-        for (qsizetype i = 0; i < tokens.size(); ++i) {
-            if (sameWord(word, tokenText(name, tokens[i])) && (found < 0 || tokens[i].part < thingParts)) {
-                found = i;
-                if (tokens[i].part < thingParts)
-                    break;
+    // Where each word of the query is: a whole word, spelled right and in the thing if it can be.
+    QVarLengthArray<qsizetype, 8> at(_words.size(), -1);
+    QVarLengthArray<bool, 8> typo(_words.size(), false);
+    for (qsizetype w = 0; w < _words.size(); ++w) {
+        int best = std::numeric_limits<int>::max();
+        for (qsizetype i = 0; i < tokens.size() && best > 0; ++i) {
+            const int how = matchOf(_words.at(w), tokenText(name, tokens[i]));
+            const int worse = (how == kTypo ? 2 : 0) + (tokens[i].part < thingParts ? 0 : 1);
+            if (how != kNone && worse < best) {
+                best = worse;
+                at[w] = i;
+                typo[w] = how == kTypo;
             }
         }
-        if (found >= 0) {
-            used[found] = true;
-            const int part = tokens[found].part;
-            outsideThing += part >= thingParts;
-            inFirstPart += part == 0;
+    }
+    // Two words typed apart that a name writes as one: "soy milk" is "Soymilk".
+    for (qsizetype w = 0; w + 1 < _words.size(); ++w) {
+        if (at[w] >= 0 && at[w + 1] >= 0)
             continue;
+        const QByteArray joined = _words.at(w).text + _words.at(w + 1).text;
+        for (qsizetype i = 0; i < tokens.size(); ++i) {
+            if (samePlural(joined, tokenText(name, tokens[i]))) {
+                at[w] = at[w + 1] = i;
+                typo[w] = typo[w + 1] = false;
+                break;
+            }
         }
-        ++missingWhole;
-        const qsizetype at = name.indexOf(word.text);
-        const int part = at < 0 ? thingParts : int(name.first(at).count(','));
+    }
+
+    QVarLengthArray<int, 48> covers(tokens.size(), 0); // the query's words each word of the name is
+    int missingWhole = 0;
+    int typos = 0;
+    int outsideThing = 0;
+    for (qsizetype w = 0; w < _words.size(); ++w) {
+        int part;
+        if (at[w] >= 0) {
+            ++covers[at[w]];
+            typos += typo[w];
+            part = tokens[at[w]].part;
+        } else {
+            ++missingWhole;
+            const qsizetype inside = name.indexOf(_words.at(w).text);
+            part = inside < 0 ? thingParts : int(name.first(inside).count(','));
+        }
         outsideThing += part >= thingParts;
-        inFirstPart += part == 0;
     }
     // The thing is exactly the query: every word in the parts, and nothing else there.
     const auto exactParts = [&](int first, int last) {
+        qsizetype inParts = 0;
+        qsizetype used = 0;
         qsizetype words = 0;
-        qsizetype found = 0;
         for (qsizetype i = 0; i < tokens.size(); ++i) {
             if (tokens[i].part >= first && tokens[i].part <= last) {
-                ++words;
-                found += used[i];
+                ++inParts;
+                used += covers[i] > 0;
+                words += covers[i];
             }
         }
-        return missingWhole == 0 && found == _words.size() && words == _words.size();
+        return missingWhole == 0 && words == _words.size() && used == inParts;
     };
-    const int thing = thingParts - 1;
     const bool exact = !_words.isEmpty() && (exactParts(0, 0) || exactParts(thing, thing) ||
                                              exactParts(0, thing + 1) || exactParts(thing, thing + 1));
 
@@ -395,9 +438,14 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     int plain = 0;
     int plainForm = 2;
     int processed = 0;
-    // A form the query names itself ("apple raw", "dried apricots") settles the form.
-    for (qsizetype i = 0; i < tokens.size() && !_namesForm; ++i) {
-        if (used[i])
+    int used = 0;
+    for (qsizetype i = 0; i < tokens.size(); ++i) {
+        if (covers[i] > 0) {
+            ++used;
+            continue;
+        }
+        // A form the query names itself ("apple raw", "dried apricots") settles the form.
+        if (_namesForm)
             continue;
         const QByteArray text = tokenText(name, tokens[i]).toByteArray();
         if (_lists.plain.contains(text)) {
@@ -406,14 +454,26 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         }
         processed += _lists.processed.contains(text);
     }
-    const int extra = int(tokens.size()) - (int(_words.size()) - missingWhole);
-    const bool brand = inFirstPart == 0 && brandIn(c.original, thingParts);
-    const int group = c.group == 0 ? 0 : (c.group == 2 || brand) ? 2 : 1;
-    const int tier = missingWhole > 0 ? 2 : c.favourite ? 0 : c.usage > 0 ? 1 : 2;
+    const int extra = int(tokens.size()) - used;
+    // A thing of more than the query's words is another thing: "Oat bran" for "oats cooked".
+    const bool otherThing = std::any_of(tokens.cbegin(), tokens.cend(), [&](const Token &t) {
+        return t.part >= thing && t.part < thingParts && covers[&t - tokens.cbegin()] == 0;
+    });
+    // Capitals the query names are the thing asked for, not a brand it did not ask for.
+    const bool brand = brandIn(c.original, thingParts, [this](const QByteArray &word) {
+        return std::any_of(_words.cbegin(), _words.cend(),
+                           [&](const Word &w) { return matchOf(w, word) == kSame; });
+    });
+    // A brand in a lowered group falls below the group's plain names.
+    const int group = c.group == 0 ? 0 : c.group == 2 ? 2 + brand : brand ? 2 : 1;
+    // What the profile eats leads when the query names it, not a word on its side ("salt" is not
+    // "Broccoli, boiled, with salt").
+    const bool named = missingWhole == 0 && typos == 0 && outsideThing < _words.size();
+    const int tier = !named ? 2 : c.favourite ? 0 : c.usage > 0 ? 1 : 2;
     const qint32 usage =
         tier < 2 ? -qint32(std::min(c.usage, double(std::numeric_limits<qint32>::max() / 1000)) * 1000) : 0;
-    return {tier,      usage, missingWhole, exact ? 0 : 1,      group, outsideThing, plainForm,
-            processed, extra, -plain,       qint32(name.size())};
+    return {tier,      usage,     missingWhole, typos,  exact ? 0 : 1,      group, outsideThing, otherThing,
+            plainForm, processed, extra,        -plain, qint32(name.size())};
 }
 
 bool SearchRanker::occursClosely(const Word &word, QByteArrayView folded) const

@@ -3,19 +3,24 @@
 // The order in which people see the items a search matched. The word search decides what
 // matches; this decides what comes first, strongest rule first:
 //  1. What the profile eats: favourites, then the items it has logged, most used first. Only
-//     names that hold every word as a whole word ("oat" that is a goat does not count).
+//     names that hold every word as a whole word, spelled as typed, one of them in the thing
+//     or its kind ("oat" that is a goat does not count, nor "salt" in "Broccoli, with salt").
 //  2. Whole words over words found inside others: "salmon" is not "Salmonberries". A plural in
 //     -s, -es or -ies is the same word, and so are the words of a set in searchwords.txt
-//     ("yoghurt" and "yogurt", "cycling" and "bicycling").
+//     ("yoghurt" and "yogurt", "cycling" and "bicycling"), and two words a name writes as one
+//     ("soy milk", "Soymilk"). A word as typed comes before one a typo away ("fried", "dried").
 //  3. The thing itself over its preparation: a name whose first comma-separated part is
 //     exactly the query (or with the next part, its kind: "Rice, brown" for "brown rice") comes
-//     first, then names with more of the words in that part. After a class ("Beverages,
-//     coffee", "Fish, salmon") the thing is the part that follows.
+//     first, then names with more of the words in the thing, then those whose thing holds no
+//     other word ("Cereals, oats" before "Oat bran" for "oats cooked"). After a class
+//     ("Beverages, coffee", "Fish, salmon") the thing is the part that follows; a filler
+//     after the thing ("Chicken, broilers or fryers, breast") is passed over.
 //  4. Groups: a group whose name holds a word of the query (the "Walking" activities for
-//     "walking") lifts its items; brand names (a word in capitals in the thing: "McDONALD'S",
-//     "Cereals, QUAKER") and the lowered groups ("Baby Foods", "Fast Foods", ...) fall unless
-//     the query names them. This weighs more than where in the thing the words are: "cola" is
-//     "Beverages, carbonated, cola" before "Beverages, The COCA-COLA company, ...".
+//     "walking") lifts its items; brand names (a word in capitals in the thing that the query
+//     does not name: "McDONALD'S", "Cereals, QUAKER", "PIZZA HUT 12" Cheese Pizza") and the
+//     lowered groups ("Baby Foods", "Fast Foods", ...) fall unless the query names them. This weighs more
+//     than where in the thing the words are: "cola" is "Beverages, carbonated, cola" before "Beverages, The
+//     COCA-COLA company, ...".
 //  5. Plain forms: a plain word ("raw", "whole", "brewed", ...) right after the thing ("Milk,
 //     whole"), then one anywhere in the name; then fewer processed forms ("dried", "canned").
 //  6. Fewer words besides the query's, then more plain words, then shorter names; the rest keeps
@@ -42,6 +47,7 @@ struct SearchWords
     QSet<QByteArray> plain;
     QSet<QByteArray> processed;
     QSet<QByteArray> classes;
+    QSet<QByteArray> fillers;
     QSet<QByteArray> loweredGroups;
     QSet<QByteArray> groupStopWords;
 
@@ -86,16 +92,16 @@ class SearchRanker
 {
 public:
     // Lower keys come first; equal keys keep the order of the candidates.
-    using Key = std::array<qint32, 11>;
+    using Key = std::array<qint32, 13>;
 
     // tolerant: words also match words one typo away, as close matches do.
     explicit SearchRanker(const QString &query, bool tolerant = false,
                           const SearchWords &lists = SearchWords::instance());
 
     Key key(const RankCandidate &candidate) const;
-    // Rule 4 for a top category's folded name: 0 named by the query, 2 lowered, else 1.
     // Whether a key is of a name whose thing is exactly the query.
-    static bool isExactThing(const Key &key) { return key[2] == 0 && key[3] == 0; }
+    static bool isExactThing(const Key &key) { return key[2] == 0 && key[3] == 0 && key[4] == 0; }
+    // Rule 4 for a top category's folded name: 0 named by the query, 2 lowered, else 1.
     int groupScore(QByteArrayView foldedGroup) const;
     // Close matching, part by part along an item's path: the words of the query a folded text
     // holds closely (bit i for the i-th word; forgiving one typo in five letters or more, or in
@@ -111,6 +117,10 @@ private:
         QByteArray text;
         QList<QByteArray> same;
     };
+    enum Match { kNone, kSame, kTypo };
+    // How a word of the query matches a word of a name: as itself (its plural, another word of
+    // its sets), one typo away (when tolerant), or not.
+    int matchOf(const Word &word, QByteArrayView token) const;
     bool sameWord(const Word &word, QByteArrayView token) const;
     bool occursClosely(const Word &word, QByteArrayView folded) const;
 

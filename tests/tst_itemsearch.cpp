@@ -95,11 +95,13 @@ void TestItemSearch::whatPeopleType_data()
     QTest::addColumn<bool>("exercises");
     QTest::addColumn<QString>("meant");
     QTest::addColumn<bool>("exact"); // found by the word search itself
-    const auto food = [](const char *query, const char *meant, bool exact = true) {
-        QTest::newRow(query) << QString::fromUtf8(query) << false << QString::fromUtf8(meant) << exact;
+    QTest::addColumn<int>("within"); // of the first
+    const auto food = [](const char *query, const char *meant, bool exact = true, int within = 3) {
+        QTest::newRow(query) << QString::fromUtf8(query) << false << QString::fromUtf8(meant) << exact
+                             << within;
     };
     const auto exercise = [](const char *query, const char *meant, bool exact = true) {
-        QTest::newRow(query) << QString::fromUtf8(query) << true << QString::fromUtf8(meant) << exact;
+        QTest::newRow(query) << QString::fromUtf8(query) << true << QString::fromUtf8(meant) << exact << 3;
     };
     // One word: the plain food, not its brands, baby foods or the words that hold it.
     food("apple", "Apples, raw, with skin");
@@ -131,6 +133,14 @@ void TestItemSearch::whatPeopleType_data()
     food("chicken noodle soup", "Soup, chicken noodle, canned, condensed");
     food("ground beef", "Beef, ground, unspecified fat content, cooked");
     food("peanut butter", "Peanut butter, chunk style, with salt");
+    food("chicken breast", "Chicken, broilers or fryers, breast, meat and skin, raw"); // not the deli's
+    food("cheese pizza", "Pizza, cheese topping, regular crust, frozen, cooked");      // not a chain's
+    food("soy milk", "Soymilk, original and vanilla, unfortified");
+    food("milk 2%", "Milk, reduced fat, fluid, 2% milkfat, with added vitamin A and vitamin D", true, 1);
+    food("oats cooked",
+         "Cereals, oats, regular and quick, unenriched, cooked with water (includes boiling and "
+         "microwaving), without salt",
+         true, 1); // not "Oat bran, cooked"
     // Exclusions.
     food("egg -white", "Egg, whole, raw, fresh");
     food("broccoli -cooked", "Broccoli, raw");
@@ -152,6 +162,7 @@ void TestItemSearch::whatPeopleType_data()
     food("bannana", "Bananas, raw", false);
     food("strawbery", "Strawberries, raw", false);
     food("jalapeño", "Peppers, jalapeno, raw", false);
+    food("fried egg", "Egg, whole, cooked, fried", true, 1); // before "dried", a typo away
     // Activities: the activity itself, from its own heading.
     exercise("walking", "Walking, 2.8 to 3.2 mph, level, moderate pace, firm surface");
     exercise("cycling", "Bicycling, general");
@@ -169,8 +180,9 @@ void TestItemSearch::whatPeopleType()
     QFETCH(bool, exercises);
     QFETCH(QString, meant);
     QFETCH(bool, exact);
+    QFETCH(int, within);
     const ItemSearchResult result = search(query, exercises);
-    QVERIFY2(top(result, 3).contains(meant), qPrintable(top(result, 3).join(QStringLiteral(" | "))));
+    QVERIFY2(top(result, within).contains(meant), qPrintable(top(result, 3).join(QStringLiteral(" | "))));
     // Close matches come only when the word search finds little, and say so.
     QCOMPARE(result.exact > 0, exact);
     QCOMPARE(result.closeMatchNote(query).isEmpty(), result.close == 0);
@@ -188,6 +200,7 @@ void TestItemSearch::historyLeads_data()
     QTest::newRow("a favourite") << "apple" << false << 9016 << 0 << true << true;        // Apple juice
     QTest::newRow("the profile's activity") << "walking" << true << 17165 << 6 << false << true; // the dog
     QTest::newRow("inside a word: no") << "oat" << false << 1159 << 10 << true << false; // goat cheese
+    QTest::newRow("a word on its side: no") << "salt" << false << 11742 << 10 << false << false; // broccoli
 }
 
 void TestItemSearch::historyLeads()
