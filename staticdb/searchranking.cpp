@@ -438,12 +438,11 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     int plain = 0;
     int plainForm = 2;
     int processed = 0;
-    int used = 0;
+    int extra = 0; // the class ("Beverages") is not a word besides the query's
     for (qsizetype i = 0; i < tokens.size(); ++i) {
-        if (covers[i] > 0) {
-            ++used;
+        if (covers[i] > 0)
             continue;
-        }
+        extra += tokens[i].part >= thing;
         // A form the query names itself ("apple raw", "dried apricots") settles the form.
         if (_namesForm)
             continue;
@@ -454,7 +453,6 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         }
         processed += _lists.processed.contains(text);
     }
-    const int extra = int(tokens.size()) - used;
     // A thing of more than the query's words is another thing: "Oat bran" for "oats cooked".
     const bool otherThing = std::any_of(tokens.cbegin(), tokens.cend(), [&](const Token &t) {
         return t.part >= thing && t.part < thingParts && covers[&t - tokens.cbegin()] == 0;

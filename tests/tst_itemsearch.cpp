@@ -136,6 +136,8 @@ void TestItemSearch::whatPeopleType_data()
     food("chicken breast", "Chicken, broilers or fryers, breast, meat and skin, raw"); // not the deli's
     food("cheese pizza", "Pizza, cheese topping, regular crust, frozen, cooked");      // not a chain's
     food("soy milk", "Soymilk, original and vanilla, unfortified");
+    food("mayonnaise", "Salad dressing, mayonnaise, regular"); // after its class
+    food("sugar", "Sugars, granulated", true, 1);
     food("milk 2%", "Milk, reduced fat, fluid, 2% milkfat, with added vitamin A and vitamin D", true, 1);
     food("oats cooked",
          "Cereals, oats, regular and quick, unenriched, cooked with water (includes boiling and "
@@ -157,6 +159,7 @@ void TestItemSearch::whatPeopleType_data()
     food("yoghurt", "Yogurt, plain, whole milk, 8 grams protein per 8 ounce", false);
     food("courgette", "Squash, summer, zucchini, includes skin, raw", false);
     food("aubergine", "Eggplant, raw", false);
+    food("kiwi", "Kiwifruit, green, raw");
     // Typos and accents.
     food("brocoli", "Broccoli, raw", false);
     food("bannana", "Bananas, raw", false);
