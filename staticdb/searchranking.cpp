@@ -166,17 +166,19 @@ SearchWords SearchWords::parse(const QByteArray &text)
             section = line.mid(1, line.size() - 2);
             continue;
         }
-        if (section == "same") {
+        if (section == "same" || section == "ways of cooking") {
+            auto &sets = section == "same" ? lists.same : lists.waysOfCooking;
             const QList<QByteArray> words = line.simplified().split(' ');
             for (const QByteArray &word : words) {
+                QList<QByteArray> &others = sets[word];
                 for (const QByteArray &other : words) {
-                    if (other != word && !lists.same[word].contains(other))
-                        lists.same[word].append(other);
+                    if (other != word && !others.contains(other))
+                        others.append(other);
                 }
             }
         } else if (section == "plain") {
             lists.plain.insert(line);
-        } else if (section == "processed") {
+        } else if (section == "processed" || section == "lesser parts") {
             lists.processed.insert(line);
         } else if (section == "classes") {
             lists.classes.insert(line);
@@ -287,6 +289,8 @@ QStringList otherFormQueries(const QString &query, const SearchWords &lists)
                     forms.append(QString::fromUtf8(other));
             }
         }
+        if (lists.waysOfCooking.contains(folded))
+            forms.append(QStringLiteral("cooked"));
         for (const QString &form : std::as_const(forms)) {
             if (form.size() < 3 || form == lower)
                 continue;
@@ -311,6 +315,10 @@ SearchRanker::SearchRanker(const QString &query, bool tolerant, const SearchWord
             continue;
         }
         Word w{foldText(word), {}};
+        if (const auto way = lists.waysOfCooking.constFind(w.text); way != lists.waysOfCooking.cend()) {
+            w.wayOfCooking = true;
+            w.alike = *way;
+        }
         // The sets name words in the singular and the plural forms they are typed in.
         for (auto it = lists.same.cbegin(); it != lists.same.cend(); ++it) {
             if (samePlural(it.key(), w.text))
@@ -329,7 +337,13 @@ int SearchRanker::matchOf(const Word &word, QByteArrayView token) const
         if (samePlural(other, token))
             return kSame;
     }
-    return _tolerant && word.text.size() >= 5 && closeToToken(word.text, token) ? kTypo : kNone;
+    if (!_tolerant)
+        return kNone;
+    if (word.wayOfCooking && word.alike.contains(token))
+        return kAlike;
+    if (word.wayOfCooking && token == "cooked")
+        return kLoose;
+    return word.text.size() >= 5 && closeToToken(word.text, token) ? kLoose : kNone;
 }
 
 bool SearchRanker::sameWord(const Word &word, QByteArrayView token) const
@@ -372,16 +386,17 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
 
     // Where each word of the query is: a whole word, spelled right and in the thing if it can be.
     QVarLengthArray<qsizetype, 8> at(_words.size(), -1);
-    QVarLengthArray<bool, 8> typo(_words.size(), false);
+    QVarLengthArray<int, 8> how(_words.size(), kNone);
     for (qsizetype w = 0; w < _words.size(); ++w) {
         int best = std::numeric_limits<int>::max();
         for (qsizetype i = 0; i < tokens.size() && best > 0; ++i) {
-            const int how = matchOf(_words.at(w), tokenText(name, tokens[i]));
-            const int worse = (how == kTypo ? 2 : 0) + (tokens[i].part < thingParts ? 0 : 1);
-            if (how != kNone && worse < best) {
+            const int match = matchOf(_words.at(w), tokenText(name, tokens[i]));
+            const int worse =
+                (match == kLoose ? 4 : 0) + (tokens[i].part < thingParts ? 0 : 2) + (match == kAlike ? 1 : 0);
+            if (match != kNone && worse < best) {
                 best = worse;
                 at[w] = i;
-                typo[w] = how == kTypo;
+                how[w] = match;
             }
         }
     }
@@ -393,7 +408,7 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         for (qsizetype i = 0; i < tokens.size(); ++i) {
             if (samePlural(joined, tokenText(name, tokens[i]))) {
                 at[w] = at[w + 1] = i;
-                typo[w] = typo[w + 1] = false;
+                how[w] = how[w + 1] = kSame;
                 break;
             }
         }
@@ -401,13 +416,15 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
 
     QVarLengthArray<int, 48> covers(tokens.size(), 0); // the query's words each word of the name is
     int missingWhole = 0;
-    int typos = 0;
+    int loose = 0;
+    int alike = 0;
     int outsideThing = 0;
     for (qsizetype w = 0; w < _words.size(); ++w) {
         int part;
         if (at[w] >= 0) {
             ++covers[at[w]];
-            typos += typo[w];
+            loose += how[w] == kLoose;
+            alike += how[w] == kAlike;
             part = tokens[at[w]].part;
         } else {
             ++missingWhole;
@@ -451,11 +468,13 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
             ++plain;
             plainForm = std::min(plainForm, tokens[i].part == thingParts ? 0 : 1);
         }
-        processed += _lists.processed.contains(text);
+        // "Dry heat" is a way of cooking, not a dried food.
+        processed += _lists.processed.contains(text) &&
+                     !(i + 1 < tokens.size() && tokenText(name, tokens[i + 1]) == "heat");
     }
     // A thing of more than the query's words is another thing: "Oat bran" for "oats cooked".
     const bool otherThing = std::any_of(tokens.cbegin(), tokens.cend(), [&](const Token &t) {
-        return t.part >= thing && t.part < thingParts && covers[&t - tokens.cbegin()] == 0;
+        return t.part == thing && covers[&t - tokens.cbegin()] == 0;
     });
     // Capitals the query names are the thing asked for, not a brand it did not ask for.
     const bool brand = brandIn(c.original, thingParts, [this](const QByteArray &word) {
@@ -466,12 +485,12 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     const int group = c.group == 0 ? 0 : c.group == 2 ? 2 + brand : brand ? 2 : 1;
     // What the profile eats leads when the query names it, not a word on its side ("salt" is not
     // "Broccoli, boiled, with salt").
-    const bool named = missingWhole == 0 && typos == 0 && outsideThing < _words.size();
+    const bool named = missingWhole == 0 && loose == 0 && outsideThing < _words.size();
     const int tier = !named ? 2 : c.favourite ? 0 : c.usage > 0 ? 1 : 2;
     const qint32 usage =
         tier < 2 ? -qint32(std::min(c.usage, double(std::numeric_limits<qint32>::max() / 1000)) * 1000) : 0;
-    return {tier,      usage,     missingWhole, typos,  exact ? 0 : 1,      group, outsideThing, otherThing,
-            plainForm, processed, extra,        -plain, qint32(name.size())};
+    return {tier,       usage, missingWhole, loose,     exact ? 0 : 1, group,  outsideThing,
+            otherThing, alike, plainForm,    processed, extra,         -plain, qint32(name.size())};
 }
 
 bool SearchRanker::occursClosely(const Word &word, QByteArrayView folded) const

@@ -8,18 +8,21 @@
 //  2. Whole words over words found inside others: "salmon" is not "Salmonberries". A plural in
 //     -s, -es or -ies is the same word, and so are the words of a set in searchwords.txt
 //     ("yoghurt" and "yogurt", "cycling" and "bicycling"), and two words a name writes as one
-//     ("soy milk", "Soymilk"). A word as typed comes before one a typo away ("fried", "dried").
+//     ("soy milk", "Soymilk"). A word as typed comes before one matched loosely: a typo away
+//     ("fried", "dried"), or "cooked" for a way of cooking ("Fish, salmon, cooked" for "baked").
 //  3. The thing itself over its preparation: a name whose first comma-separated part is
 //     exactly the query (or with the next part, its kind: "Rice, brown" for "brown rice") comes
 //     first, then names with more of the words in the thing, then those whose thing holds no
 //     other word ("Cereals, oats" before "Oat bran" for "oats cooked"). After a class
 //     ("Beverages, coffee", "Fish, salmon") the thing is the part that follows; a filler
-//     after the thing ("Chicken, broilers or fryers, breast") is passed over.
+//     after the thing ("Chicken, broilers or fryers, breast") is passed over. Then the way of
+//     cooking as typed before one alike ("roasted" for "baked").
 //  4. Groups: a group whose name holds a word of the query (the "Walking" activities for
 //     "walking") lifts its items; brand names (a word in capitals in the thing that the query
 //     does not name: "McDONALD'S", "Cereals, QUAKER", "PIZZA HUT 12" Cheese Pizza") and the
-//     lowered groups ("Baby Foods", "Fast Foods", ...) fall unless the query names them. This weighs more
-//     than where in the thing the words are: "cola" is "Beverages, carbonated, cola" before "Beverages, The
+//     lowered groups ("Baby Foods", "Fast Foods", ...) fall unless the query names them, a
+//     brand in a lowered group below the group's plain names. This weighs more than where in
+//     the thing the words are: "cola" is "Beverages, carbonated, cola" before "Beverages, The
 //     COCA-COLA company, ...".
 //  5. Plain forms: a plain word ("raw", "whole", "brewed", ...) right after the thing ("Milk,
 //     whole"), then one anywhere in the name; then fewer processed forms ("dried", "canned").
@@ -27,7 +30,8 @@
 //     tree order.
 //
 // Close matches: when the word search finds little, a search that forgives one typo in a word
-// of five letters or more, accents, and the other spellings of a set finds what was meant.
+// of five letters or more, accents, the other spellings of a set and cooked foods for a way of
+// cooking finds what was meant.
 // Names are compared folded: lower case, without accents.
 
 #include <QByteArray>
@@ -48,6 +52,7 @@ struct SearchWords
     QSet<QByteArray> processed;
     QSet<QByteArray> classes;
     QSet<QByteArray> fillers;
+    QHash<QByteArray, QList<QByteArray>> waysOfCooking; // a way -> those alike
     QSet<QByteArray> loweredGroups;
     QSet<QByteArray> groupStopWords;
 
@@ -67,7 +72,8 @@ QByteArray foldText(const QString &text);
 // The same for a Latin-1 name, into out (replaced).
 void foldLatin1(const char *text, qsizetype length, QByteArray *out);
 // The queries that look for the other forms of a query's words: each word in turn replaced by
-// its singular or plural ("blueberry" and "blueberries") or by another word of its sets.
+// its singular or plural ("blueberry" and "blueberries"), by another word of its sets, or a
+// way of cooking by "cooked".
 QStringList otherFormQueries(const QString &query, const SearchWords &lists = SearchWords::instance());
 
 // What a profile does: its favourites and how much it uses each item (see DiaryDB's usage).
@@ -92,7 +98,7 @@ class SearchRanker
 {
 public:
     // Lower keys come first; equal keys keep the order of the candidates.
-    using Key = std::array<qint32, 13>;
+    using Key = std::array<qint32, 14>;
 
     // tolerant: words also match words one typo away, as close matches do.
     explicit SearchRanker(const QString &query, bool tolerant = false,
@@ -116,10 +122,13 @@ private:
     {
         QByteArray text;
         QList<QByteArray> same;
+        bool wayOfCooking = false;
+        QList<QByteArray> alike; // ways of cooking
     };
-    enum Match { kNone, kSame, kTypo };
+    enum Match { kNone, kSame, kAlike, kLoose };
     // How a word of the query matches a word of a name: as itself (its plural, another word of
-    // its sets), one typo away (when tolerant), or not.
+    // its sets), when tolerant as a way of cooking alike ("roasted" for "baked") or loosely (one
+    // typo away, "cooked" for a way of cooking), or not.
     int matchOf(const Word &word, QByteArrayView token) const;
     bool sameWord(const Word &word, QByteArrayView token) const;
     bool occursClosely(const Word &word, QByteArrayView folded) const;

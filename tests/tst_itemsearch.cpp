@@ -109,6 +109,7 @@ void TestItemSearch::whatPeopleType_data()
     food("banana", "Bananas, raw");
     food("milk", "Milk, whole, 3.25% milkfat, with added vitamin D");
     food("egg", "Egg, whole, raw, fresh");
+    food("chicken", "Chicken, broilers or fryers, meat only, raw", true, 1); // not its giblets
     food("eggs", "Egg, whole, raw, fresh");
     food("rice", "Rice, brown, long-grain, cooked");
     food("salmon", "Fish, salmon, pink, raw");
@@ -165,7 +166,8 @@ void TestItemSearch::whatPeopleType_data()
     food("bannana", "Bananas, raw", false);
     food("strawbery", "Strawberries, raw", false);
     food("jalapeño", "Peppers, jalapeno, raw", false);
-    food("fried egg", "Egg, whole, cooked, fried", true, 1); // before "dried", a typo away
+    food("fried egg", "Egg, whole, cooked, fried", true, 1);             // before "dried", a typo away
+    food("baked salmon", "Fish, salmon, pink, cooked, dry heat", false); // named otherwise
     // Activities: the activity itself, from its own heading.
     exercise("walking", "Walking, 2.8 to 3.2 mph, level, moderate pace, firm surface");
     exercise("cycling", "Bicycling, general");
