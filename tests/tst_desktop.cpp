@@ -215,6 +215,7 @@ void TestDesktop::searchAddsFoodToLunch()
     auto *quantity = entries->viewport()->findChild<QDoubleSpinBox *>();
     QVERIFY(quantity);
     QCOMPARE(quantity->value(), 2.0);
+    QVERIFY(quantity->width() >= quantity->sizeHint().width());
     quantity->selectAll();
     QTest::keyClicks(quantity, QStringLiteral("3"));
     QTest::keyClick(quantity, Qt::Key_Return);
@@ -238,6 +239,7 @@ void TestDesktop::searchAddsFoodToLunch()
     auto *servings = entries->viewport()->findChild<QComboBox *>();
     QVERIFY(servings);
     QCOMPARE(servings->currentText(), QStringLiteral("1 medium (3\" dia)"));
+    QVERIFY(servings->width() >= servings->sizeHint().width()); // not cut to the column
     servings->setCurrentIndex(servings->findText(QStringLiteral("1 large (3-1/4\" dia)")));
     QTest::keyClick(servings, Qt::Key_Return);
     QTRY_COMPARE(cell(apples(), 2), QStringLiteral("1 large (3-1/4\" dia)"));

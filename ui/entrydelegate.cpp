@@ -7,6 +7,8 @@
 #include <QComboBox>
 #include <QDoubleSpinBox>
 
+#include <algorithm>
+
 namespace {
 
 bool isExercise(const QModelIndex &index)
@@ -31,6 +33,7 @@ QWidget *EntryDelegate::createEditor(QWidget *parent, const QStyleOptionViewItem
         minutes->setRange(1, 1440);
         minutes->setDecimals(0);
         minutes->setFrame(false);
+        minutes->setAlignment(Qt::AlignRight);
         return minutes;
     }
     if (!entryId.isValid() || isExercise(index) ||
@@ -40,6 +43,7 @@ QWidget *EntryDelegate::createEditor(QWidget *parent, const QStyleOptionViewItem
         auto *quantity = new QDoubleSpinBox(parent);
         quantity->setRange(0.01, 10000);
         quantity->setFrame(false);
+        quantity->setAlignment(Qt::AlignRight);
         return quantity;
     }
     FoodDiaryItem entry = DiaryDB().getFoodEntry(entryId.toInt());
@@ -63,6 +67,21 @@ void EntryDelegate::setEditorData(QWidget *editor, const QModelIndex &index) con
         quantity->setValue(entry.size);
     else if (auto *serving = qobject_cast<QComboBox *>(editor))
         serving->setCurrentIndex(serving->findData(entry.serving_id));
+}
+
+void EntryDelegate::updateEditorGeometry(QWidget *editor, const QStyleOptionViewItem &option,
+                                         const QModelIndex &index) const
+{
+    // A narrow column would squeeze the editor's arrows over its figure: it takes the room it
+    // needs, over the name for a figure (which stands on the right) and over the columns to its
+    // right for a serving.
+    QRect rect = option.rect;
+    const int width = std::max(rect.width(), editor->sizeHint().width());
+    if (index.column() == DayModel::QuantityColumn)
+        rect.setLeft(std::max(0, rect.right() + 1 - width));
+    else
+        rect.setWidth(width);
+    editor->setGeometry(rect);
 }
 
 void EntryDelegate::setModelData(QWidget *editor, QAbstractItemModel *, const QModelIndex &index) const
