@@ -150,6 +150,16 @@ QByteArray trimmed(QByteArrayView text)
     return text.trimmed().toByteArray();
 }
 
+// The name without the filler part that begins at a comma ("Chicken, broilers or fryers,
+// breast" reads "Chicken, breast"); empty when the part there is none.
+QByteArray withoutFiller(QByteArrayView name, qsizetype comma, const QSet<QByteArray> &fillers)
+{
+    const qsizetype end = comma < 0 ? -1 : name.indexOf(',', comma + 1);
+    if (end < 0 || !fillers.contains(trimmed(name.sliced(comma + 1, end - comma - 1))))
+        return QByteArray();
+    return name.first(comma).toByteArray() + name.sliced(end).toByteArray();
+}
+
 } // namespace
 
 SearchWords SearchWords::parse(const QByteArray &text)
@@ -371,15 +381,12 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     const bool classFirst = comma > 0 && _lists.classes.contains(trimmed(name.first(comma)));
     const int thing = classFirst ? 1 : 0; // the part the thing begins with
     int thingParts = thing + 1;           // the parts up to the thing's end
-    // A part right after the thing that nobody types ("Chicken, broilers or fryers, breast") is
-    // passed over, and the part after it belongs to the thing.
-    QByteArray withoutFiller;
-    const qsizetype fillerStart = classFirst ? name.indexOf(',', comma + 1) : comma;
-    if (const qsizetype fillerEnd = fillerStart < 0 ? -1 : name.indexOf(',', fillerStart + 1);
-        fillerEnd > 0 &&
-        _lists.fillers.contains(trimmed(name.sliced(fillerStart + 1, fillerEnd - fillerStart - 1)))) {
-        withoutFiller = name.first(fillerStart).toByteArray() + name.sliced(fillerEnd).toByteArray();
-        name = withoutFiller;
+    // A part right after the thing that nobody types is passed over, and the part after it
+    // belongs to the thing.
+    const QByteArray shortened =
+        withoutFiller(name, classFirst ? name.indexOf(',', comma + 1) : comma, _lists.fillers);
+    if (!shortened.isEmpty()) {
+        name = shortened;
         ++thingParts;
     }
     const Tokens tokens = tokenize(name);
