@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QLocale>
+#include <QRegularExpression>
 
 #include <cmath>
 
@@ -97,6 +98,27 @@ QString mainValuesText(const FoodDiaryItem &item)
     for (QString &part : parts)
         part.replace(QLatin1Char(' '), QChar::Nbsp);
     return parts.join(QStringLiteral(" \u00b7 "));
+}
+
+std::optional<double> fractionValue(QStringView text)
+{
+    static const QRegularExpression written(
+        QStringLiteral(R"(^\s*(?:(\d{1,6})\s+)?(\d{1,6})\s*/\s*(\d{1,6})\s*$)"));
+    static const QRegularExpression vulgar(QStringLiteral(R"(^\s*(\d{1,6})?\s*(\S)\s*$)"));
+    static const QString glyphs = QStringLiteral("½⅓⅔¼¾⅕⅖⅗⅘⅙⅚⅛⅜⅝⅞");
+    static const double parts[] = {1 / 2.0, 1 / 3.0, 2 / 3.0, 1 / 4.0, 3 / 4.0, 1 / 5.0, 2 / 5.0, 3 / 5.0,
+                                   4 / 5.0, 1 / 6.0, 5 / 6.0, 1 / 8.0, 3 / 8.0, 5 / 8.0, 7 / 8.0};
+    if (const QRegularExpressionMatch m = written.match(text.toString()); m.hasMatch()) {
+        const double below = m.capturedView(3).toDouble();
+        if (below == 0)
+            return std::nullopt;
+        return m.capturedView(1).toDouble() + m.capturedView(2).toDouble() / below;
+    }
+    if (const QRegularExpressionMatch m = vulgar.match(text.toString()); m.hasMatch()) {
+        if (const qsizetype glyph = glyphs.indexOf(m.capturedView(2)); glyph >= 0)
+            return m.capturedView(1).toDouble() + parts[glyph];
+    }
+    return std::nullopt;
 }
 
 QString quantityText(double value)

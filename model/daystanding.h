@@ -10,6 +10,7 @@
 #include <QString>
 
 #include <array>
+#include <optional>
 
 struct NutrientStanding
 {
@@ -55,3 +56,5 @@ QString mainValuesText(const FoodDiaryItem &item);
 // A quantity or a duration as a person writes it: at most two decimals, no trailing zeros
 // ("0.33", "1.5", "2"); a tiny amount keeps two significant digits rather than showing as 0.
 QString quantityText(double value);
+// A quantity written as a fraction: "1/2", "1 1/2", "½", "1½". Nothing when the text is not one.
+std::optional<double> fractionValue(QStringView text);

@@ -217,9 +217,10 @@ void TestDesktop::searchAddsFoodToLunch()
     QCOMPARE(quantity->value(), 2.0);
     QVERIFY(quantity->width() >= quantity->sizeHint().width());
     quantity->selectAll();
-    QTest::keyClicks(quantity, QStringLiteral("3"));
+    QTest::keyClicks(quantity, QStringLiteral("1 1/2")); // as a recipe writes it
     QTest::keyClick(quantity, Qt::Key_Return);
-    QTRY_COMPARE(cell(apples(), 3), QStringLiteral("284"));
+    QTRY_COMPARE(cell(apples(), 3), QStringLiteral("142"));
+    QCOMPARE(cell(apples(), 1), QStringLiteral("1.5"));
     QCOMPARE(entries->currentIndex(), apples().siblingAtColumn(1));
     QVERIFY(!entries->isExpanded(rowsNamed(entries, QStringLiteral("Breakfast")).value(0)));
     QVERIFY(entries->isExpanded(lunch()));
@@ -244,7 +245,7 @@ void TestDesktop::searchAddsFoodToLunch()
     QTest::keyClick(servings, Qt::Key_Return);
     QTRY_COMPARE(cell(apples(), 2), QStringLiteral("1 large (3-1/4\" dia)"));
     QVERIFY(window.diary()->undo());
-    QCOMPARE(cell(apples(), 3), QStringLiteral("284"));
+    QCOMPARE(cell(apples(), 3), QStringLiteral("142"));
 
     // Half an hour's walk: its minutes change in place too, Delete removes it, undo brings it back.
     window.findChild<QComboBox *>(QStringLiteral("kind"))->setCurrentIndex(1);

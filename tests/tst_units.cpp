@@ -7,6 +7,8 @@
 
 #include <QValidator>
 
+using namespace Qt::StringLiterals;
+
 class TestUnits : public QObject
 {
     Q_OBJECT
@@ -18,6 +20,8 @@ private slots:
     void formatting();
     void quantities_data();
     void quantities();
+    void fractions_data();
+    void fractions();
     void conversions_data();
     void conversions();
     void preferences();
@@ -103,6 +107,27 @@ void TestUnits::quantities()
 {
     QFETCH(double, value);
     QTEST(quantityText(value), "text");
+}
+
+void TestUnits::fractions_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<double>("value"); // -1: not a fraction
+    QTest::newRow("half") << u"1/2"_s << 0.5;
+    QTest::newRow("one and a half") << u" 1 1/2 "_s << 1.5;
+    QTest::newRow("a glyph") << u"⅓"_s << 1 / 3.0;
+    QTest::newRow("a whole and a glyph") << u"2¾"_s << 2.75;
+    QTest::newRow("over nothing") << u"1/0"_s << -1.0;
+    QTest::newRow("a decimal is not one") << u"1.5"_s << -1.0;
+    QTest::newRow("half-typed") << u"1 1/"_s << -1.0;
+    QTest::newRow("another sign") << u"2%"_s << -1.0;
+}
+
+void TestUnits::fractions()
+{
+    QFETCH(QString, text);
+    QFETCH(double, value);
+    QCOMPARE(fractionValue(text).value_or(-1), value);
 }
 
 void TestUnits::conversions_data()

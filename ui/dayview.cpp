@@ -8,6 +8,7 @@
 #include "ui/dragstarter.h"
 #include "ui/entrydelegate.h"
 #include "ui/keyfilter.h"
+#include "ui/quantityspinbox.h"
 
 #include <QComboBox>
 #include <QDateEdit>
@@ -327,7 +328,7 @@ void DayView::editSelectedEntryInDialog()
         serving->addItem(entry.serv_name, entry.serving_id);
         serving->setEnabled(false);
     }
-    auto *quantity = new QDoubleSpinBox(&dialog);
+    auto *quantity = new QuantitySpinBox(&dialog);
     quantity->setRange(0.01, 10000);
     quantity->setValue(entry.size);
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);

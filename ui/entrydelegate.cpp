@@ -3,6 +3,7 @@
 #include "db/diarydb.h"
 #include "db/diaryedits.h"
 #include "ui/dayview.h"
+#include "ui/quantityspinbox.h"
 
 #include <QComboBox>
 #include <QDoubleSpinBox>
@@ -40,7 +41,7 @@ QWidget *EntryDelegate::createEditor(QWidget *parent, const QStyleOptionViewItem
         (index.column() != DayModel::QuantityColumn && index.column() != DayModel::ServingColumn))
         return nullptr;
     if (index.column() == DayModel::QuantityColumn) {
-        auto *quantity = new QDoubleSpinBox(parent);
+        auto *quantity = new QuantitySpinBox(parent);
         quantity->setRange(0.01, 10000);
         quantity->setFrame(false);
         quantity->setAlignment(Qt::AlignRight);

@@ -5,6 +5,7 @@
 #include "staticdb/fooddb.h"
 #include "staticdb/itemsearch.h"
 #include "ui/keyfilter.h"
+#include "ui/quantityspinbox.h"
 
 #include <QComboBox>
 #include <QDoubleSpinBox>
@@ -35,10 +36,9 @@ FoodPicker::FoodPicker(int userId, FoodDB *foods, QWidget *parent)
     _matches->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff); // whole names in the tooltips
     _serving = new QComboBox(this);
     _serving->setObjectName(QStringLiteral("pickerServing"));
-    _quantity = new QDoubleSpinBox(this);
+    _quantity = new QuantitySpinBox(this);
     _quantity->setObjectName(QStringLiteral("pickerQuantity"));
     _quantity->setRange(0.01, 100000);
-    _quantity->setDecimals(2);
     _quantity->setValue(1);
     _preview = new QLabel(this);
     _add = new QPushButton(tr("&Add"), this);

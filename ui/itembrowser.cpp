@@ -15,6 +15,7 @@
 #include "ui/dragstarter.h"
 #include "ui/keyfilter.h"
 #include "ui/matchdelegate.h"
+#include "ui/quantityspinbox.h"
 
 #include <QComboBox>
 #include <QDoubleSpinBox>
@@ -136,7 +137,7 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
     _meal->setObjectName(QStringLiteral("meal"));
     _serving = new QComboBox(this);
     _serving->setObjectName(QStringLiteral("serving"));
-    _quantity = new QDoubleSpinBox(this);
+    _quantity = new QuantitySpinBox(this);
     _quantity->setObjectName(QStringLiteral("quantity"));
     _quantity->setRange(0.01, 10000);
     _quantity->setValue(1);

@@ -7,6 +7,7 @@
 #include "ui/foodpicker.h"
 #include "ui/formlayouts.h"
 #include "ui/keyfilter.h"
+#include "ui/quantityspinbox.h"
 
 #include <QComboBox>
 #include <QDialogButtonBox>
@@ -214,7 +215,7 @@ RecipesDialog::RecipesDialog(int userId, FoodDB *foods, int meal, Log log, QWidg
     _meal->setObjectName(QStringLiteral("recipeMeal"));
     fillMeals(_meal, userId);
     _meal->setCurrentIndex(std::max(0, _meal->findData(meal)));
-    _amount = new QDoubleSpinBox(this);
+    _amount = new QuantitySpinBox(this);
     _amount->setObjectName(QStringLiteral("recipeAmount"));
     _amount->setRange(0.01, 100000);
     _amount->setValue(1);

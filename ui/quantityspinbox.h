@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QDoubleSpinBox>
+
+// The amount of a serving: takes fractions as people write them ("1/2", "1 1/2", "½") as well
+// as decimals, and shows a value without trailing zeros ("0.333", "1.5", "2").
+class QuantitySpinBox : public QDoubleSpinBox
+{
+public:
+    explicit QuantitySpinBox(QWidget *parent = nullptr);
+
+protected:
+    QValidator::State validate(QString &text, int &pos) const override;
+    double valueFromText(const QString &text) const override;
+    QString textFromValue(double value) const override;
+};
