@@ -496,7 +496,15 @@ QHttpServerResponse WebApp::plan(const WebRequest &r, const Visit &v)
     bool idOk = false, servingOk = false, qtyOk = false;
     const int foodId = r.field(QStringLiteral("food")).toInt(&idOk);
     const int servingId = r.field(QStringLiteral("serving")).toInt(&servingOk);
-    const double qty = QLocale::c().toDouble(r.field(QStringLiteral("qty")).trimmed(), &qtyOk);
+    // As the program takes it: a number, or a fraction as recipes write it ("1 1/2").
+    const QString qtyText = r.field(QStringLiteral("qty")).trimmed();
+    double qty = 0;
+    if (const std::optional<double> fraction = fractionValue(qtyText)) {
+        qty = *fraction;
+        qtyOk = true;
+    } else {
+        qty = QLocale::c().toDouble(qtyText, &qtyOk);
+    }
     if (!date.isValid() || date < first || date > last)
         return planPage(r, v, QStringLiteral("Choose a day of the coming week."));
     if (meal.size() != 1 || !WebPages::kMealLetters.contains(meal.at(0)))
@@ -507,7 +515,9 @@ QHttpServerResponse WebApp::plan(const WebRequest &r, const Visit &v)
     PlannedFood entry;
     if (!qtyOk || !servingOk || !WebFoodSearch::planEntry(*food, servingId, qty, &entry))
         return planPage(
-            r, v, QStringLiteral("Enter the quantity as a number greater than 0, and choose a serving."));
+            r, v,
+            QStringLiteral(
+                "Enter the quantity as a number (or a fraction, 1/2) greater than 0, and choose a serving."));
     entry.date = date;
     entry.meal = meal.at(0);
     QString error;

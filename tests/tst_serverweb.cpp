@@ -467,19 +467,19 @@ void TestServerWeb::planEditor()
                                                       {u"action"_s, u"add"_s},
                                                       {u"food"_s, u"100"_s},
                                                       {u"serving"_s, u"2"_s},
-                                                      {u"qty"_s, u"2"_s},
+                                                      {u"qty"_s, u"1 1/2"_s},
                                                       {u"date"_s, date},
                                                       {u"meal"_s, u"L"_s}});
     QCOMPARE(added.status, 303);
-    // Two of 182 g at 52 cals per 100 g.
+    // One and a half of 182 g at 52 cals per 100 g, typed as a recipe writes it.
     const QList<PlannedFood> planned = MealPlanDB(*_db).planned(_ann, _today, _today.addDays(7));
     QCOMPARE(planned.size(), 1);
     QCOMPARE(planned[0].foodName, u"Apples, raw"_s);
     QCOMPARE(planned[0].meal, QLatin1Char('L'));
-    QCOMPARE(qRound(planned[0].calories.value_or(-1)), 189);
+    QCOMPARE(qRound(planned[0].calories.value_or(-1)), 142);
     QVERIFY(!planned[0].fiber); // the reference food does not know it
     const QString page = QString::fromUtf8(ann.get(u"/plan"_s).body);
-    QVERIFY(page.contains(QLatin1String("<td class=\"num\">189</td>")));
+    QVERIFY(page.contains(QLatin1String("<td class=\"num\">142</td>")));
     QCOMPARE(ann.post(u"/plan"_s, {{u"csrf"_s, ann.csrf()},
                                    {u"action"_s, u"remove"_s},
                                    {u"id"_s, QString::number(planned[0].id)}})
