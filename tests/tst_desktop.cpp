@@ -181,6 +181,16 @@ void TestDesktop::searchAddsFoodToLunch()
     QVERIFY(matches->count() > 10);
     QCOMPARE(matches->item(0)->text(),
              QStringLiteral("Apples, raw, with skin \u2014 95 cals per 1 medium (3\" dia)"));
+    // A name longer than the list is wide takes a second line rather than losing its middle.
+    QListWidgetItem *longest = matches->item(0);
+    for (int i = 0; i < matches->count(); ++i) {
+        if (matches->item(i)->text().size() > longest->text().size())
+            longest = matches->item(i);
+    }
+    QVERIFY(matches->fontMetrics().horizontalAdvance(longest->data(MatchDelegate::kNameRole).toString()) >
+            matches->viewport()->width());
+    QCOMPARE(matches->visualItemRect(longest).height(),
+             matches->visualItemRect(matches->item(0)).height() + matches->fontMetrics().height());
     window.findChild<QComboBox *>(QStringLiteral("meal"))->setCurrentIndex(2); // lunch
     auto *serving = window.findChild<QComboBox *>(QStringLiteral("serving"));
     serving->setCurrentIndex(serving->findText(QStringLiteral("1 medium (3\" dia)")));

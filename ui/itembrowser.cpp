@@ -74,8 +74,7 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
     _matches->setObjectName(QStringLiteral("matches"));
     _matches->setItemDelegate(new MatchDelegate(_matches));
     _matches->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    // All alike: the list measures one row, not every name, as it is typed.
-    _matches->setUniformItemSizes(true);
+    _matches->setResizeMode(QListView::Adjust); // long names break anew at another width
     _searchNote = new QLabel(this);
     _searchNote->setObjectName(QStringLiteral("searchNote"));
     _searchNote->setWordWrap(true);

@@ -1,7 +1,38 @@
 #include "ui/matchdelegate.h"
 
+#include <QAbstractItemView>
 #include <QApplication>
 #include <QPainter>
+
+namespace {
+
+// The name on one line, or on two broken after a word, the second cut in the middle when the
+// name is longer still.
+QStringList nameLines(const QString &name, const QFontMetrics &metrics, int width)
+{
+    if (metrics.horizontalAdvance(name) <= width)
+        return {name};
+    qsizetype cut = -1;
+    for (qsizetype i = name.indexOf(QLatin1Char(' ')); i > 0; i = name.indexOf(QLatin1Char(' '), i + 1)) {
+        if (metrics.horizontalAdvance(name.left(i)) > width)
+            break;
+        cut = i;
+    }
+    if (cut < 0)
+        return {metrics.elidedText(name, Qt::ElideMiddle, width)};
+    return {name.left(cut), metrics.elidedText(name.mid(cut + 1), Qt::ElideMiddle, width)};
+}
+
+// Where an item's text goes, across the given width.
+QRect textRect(QStyleOptionViewItem item, const QRect &rect)
+{
+    item.rect = rect;
+    const QWidget *widget = item.widget;
+    QStyle *style = widget ? widget->style() : QApplication::style();
+    return style->subElementRect(QStyle::SE_ItemViewItemText, &item, widget).adjusted(2, 0, -2, 0);
+}
+
+} // namespace
 
 void MatchDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
                           const QModelIndex &index) const
@@ -18,29 +49,44 @@ void MatchDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
     QStyle *style = widget ? widget->style() : QApplication::style();
     style->drawControl(QStyle::CE_ItemViewItem, &item, painter, widget);
 
-    const QRect text =
-        style->subElementRect(QStyle::SE_ItemViewItemText, &item, widget).adjusted(2, 0, -2, 0);
+    const QRect text = textRect(item, item.rect);
     const QFontMetrics metrics(item.font);
-    const int middle = text.top() + text.height() / 2;
-    const QRect nameRect(text.left(), middle - metrics.height(), text.width(), metrics.height());
-    const QRect energyRect(text.left() + metrics.averageCharWidth(), middle,
-                           text.width() - metrics.averageCharWidth(), metrics.height());
+    const QStringList name = nameLines(index.data(kNameRole).toString(), metrics, text.width());
+    const int lineHeight = metrics.height();
+    int top = text.top() + (text.height() - lineHeight * int(name.size() + 1)) / 2;
     const bool selected = item.state & QStyle::State_Selected;
     const QPalette::ColorRole role = selected ? QPalette::HighlightedText : QPalette::Text;
     painter->save();
     painter->setFont(item.font);
     painter->setPen(item.palette.color(QPalette::Normal, role));
-    painter->drawText(
-        nameRect, Qt::AlignLeft | Qt::AlignVCenter,
-        metrics.elidedText(index.data(kNameRole).toString(), Qt::ElideMiddle, nameRect.width()));
+    for (const QString &line : name) {
+        painter->drawText(QRect(text.left(), top, text.width(), lineHeight), Qt::AlignLeft | Qt::AlignVCenter,
+                          line);
+        top += lineHeight;
+    }
+    const int indent = metrics.averageCharWidth();
     painter->setPen(item.palette.color(selected ? QPalette::Normal : QPalette::Disabled, role));
-    painter->drawText(energyRect, Qt::AlignLeft | Qt::AlignVCenter,
-                      metrics.elidedText(energy, Qt::ElideRight, energyRect.width()));
+    painter->drawText(QRect(text.left() + indent, top, text.width() - indent, lineHeight),
+                      Qt::AlignLeft | Qt::AlignVCenter,
+                      metrics.elidedText(energy, Qt::ElideRight, text.width() - indent));
     painter->restore();
 }
 
 QSize MatchDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const
 {
-    const int oneLine = QStyledItemDelegate::sizeHint(option, index).height();
-    return {1, oneLine + option.fontMetrics.height()};
+    // Measured once for the list's width and font, as every row is alike but for its name.
+    const auto *view = qobject_cast<const QAbstractItemView *>(option.widget);
+    const int width = view ? view->viewport()->width() : 0;
+    if (width != _measured.listWidth || option.font != _measured.font) {
+        QStyleOptionViewItem item = option;
+        initStyleOption(&item, index);
+        _measured.listWidth = width;
+        _measured.font = option.font;
+        _measured.oneLine = QStyledItemDelegate::sizeHint(option, index).height();
+        _measured.textWidth = textRect(item, QRect(0, 0, width, _measured.oneLine)).width();
+    }
+    const int lineHeight = option.fontMetrics.height();
+    const bool twoLines =
+        view && option.fontMetrics.horizontalAdvance(index.data(kNameRole).toString()) > _measured.textWidth;
+    return {1, _measured.oneLine + (twoLines ? 2 : 1) * lineHeight};
 }

@@ -1,9 +1,10 @@
 #pragma once
 
-// Draws a match of the food browser on two lines: its name across the whole list, cut in the
-// middle when it is longer (the food is named first and its preparation last, and both tell
-// matches apart), and below it, in a quieter colour, what one of it brings ("95 cals per
-// 1 medium"). The item's text keeps both ("name — energy") for copying and for screen readers.
+// Draws a match of the food browser: its name across the whole list, on a second line when it is
+// longer and cut in the middle only beyond that (the food is named first and its preparation
+// last, and both tell matches apart), and below it, in a quieter colour, what one of it brings
+// ("95 cals per 1 medium"). The item's text keeps both ("name — energy") for copying and for
+// screen readers.
 
 #include <QStyledItemDelegate>
 
@@ -16,6 +17,16 @@ public:
     using QStyledItemDelegate::QStyledItemDelegate;
     void paint(QPainter *painter, const QStyleOptionViewItem &option,
                const QModelIndex &index) const override;
-    // As wide as the list (names are cut short rather than scrolled), two lines high.
+    // As wide as the list (names are broken or cut short rather than scrolled), two or three lines
+    // high.
     QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+
+private:
+    mutable struct
+    {
+        int listWidth = -1;
+        QFont font;
+        int oneLine = 0;
+        int textWidth = 0;
+    } _measured;
 };
