@@ -5,6 +5,7 @@
 #include "staticdb/fooddb.h"
 #include "staticdb/itemsearch.h"
 #include "ui/keyfilter.h"
+#include "ui/matchdelegate.h"
 #include "ui/quantityspinbox.h"
 
 #include <QComboBox>
@@ -33,7 +34,10 @@ FoodPicker::FoodPicker(int userId, FoodDB *foods, QWidget *parent)
     addClearButton(_query);
     _matches = new QListWidget(this);
     _matches->setObjectName(QStringLiteral("pickerMatches"));
-    _matches->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff); // whole names in the tooltips
+    _matches->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    // As the food search shows them: whole names, and what one of each brings.
+    _matches->setItemDelegate(new MatchDelegate(_matches));
+    _matches->setResizeMode(QListView::Adjust);
     _serving = new QComboBox(this);
     _serving->setObjectName(QStringLiteral("pickerServing"));
     _quantity = new QuantitySpinBox(this);
@@ -92,9 +96,15 @@ void FoodPicker::search(const QString &query)
     const ItemSearchResult result =
         searchItems(*_foods->staticDB(), _foods->dynamicDB(), query, _history, kShownMatches);
     for (const FoundItem &found : result.items) {
-        auto *item = new QListWidgetItem(found.name, _matches);
+        auto energy = _energies.constFind(found.id);
+        if (energy == _energies.cend())
+            energy = _energies.insert(found.id, describeEnergy(foodEnergy(found.id)));
+        auto *item = new QListWidgetItem(
+            energy->isEmpty() ? found.name : found.name + QStringLiteral(" \u2014 ") + *energy, _matches);
         item->setData(Qt::UserRole, found.id);
-        item->setToolTip(found.name);
+        item->setData(MatchDelegate::kNameRole, found.name);
+        item->setData(MatchDelegate::kEnergyRole, *energy);
+        item->setToolTip(item->text());
     }
     if (_matches->count() > 0)
         _matches->setCurrentRow(0);

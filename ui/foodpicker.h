@@ -41,6 +41,7 @@ private:
     FoodDB *_foods;
     bool _metric;
     SearchHistory _history;
+    QHash<int, QString> _energies; // what one usual serving of a food brings, worked out once
     QLineEdit *_query;
     QListWidget *_matches;
     QComboBox *_serving;
