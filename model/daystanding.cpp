@@ -121,6 +121,27 @@ std::optional<double> fractionValue(QStringView text)
     return std::nullopt;
 }
 
+LeadingAmount leadingAmount(const QString &search)
+{
+    const QStringList words = search.simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    // A whole and a fraction ("1 1/2") first, then one word.
+    for (const qsizetype count : {2, 1}) {
+        if (words.size() <= count)
+            continue;
+        const QString head = words.first(count).join(QLatin1Char(' '));
+        std::optional<double> amount = fractionValue(head);
+        bool number = false;
+        if (!amount && count == 1) {
+            const double value = QLocale::c().toDouble(head, &number);
+            if (number)
+                amount = value;
+        }
+        if (amount && *amount > 0 && *amount <= kMostLeadingAmount)
+            return {amount, words.sliced(count).join(QLatin1Char(' '))};
+    }
+    return {std::nullopt, search};
+}
+
 QString quantityText(double value)
 {
     const QLocale c = QLocale::c();

@@ -58,3 +58,13 @@ QString mainValuesText(const FoodDiaryItem &item);
 QString quantityText(double value);
 // A quantity written as a fraction: "1/2", "1 1/2", "½", "1½". Nothing when the text is not one.
 std::optional<double> fractionValue(QStringView text);
+// A search that begins with how many ("2 eggs", "1/2 avocado", "1 1/2 bagel"): the count (a
+// number above 0 up to kMostLeadingAmount, or a fraction) and the words after it. Without one,
+// no count and the search as it is.
+inline constexpr double kMostLeadingAmount = 20; // "100 grand" is a name, not a hundred of one
+struct LeadingAmount
+{
+    std::optional<double> amount;
+    QString rest;
+};
+LeadingAmount leadingAmount(const QString &search);

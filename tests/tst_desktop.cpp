@@ -975,6 +975,11 @@ void TestDesktop::noTrapsWhenAdding()
     search->setText(QStringLiteral("banana"));
     QCOMPARE(quantity->value(), 1.0);
     QCOMPARE(serving->currentText(), QStringLiteral("1 medium (7\" to 7-7/8\" long)"));
+    search->setText(QStringLiteral("2 banana")); // as many of the usual serving
+    QCOMPARE(matches->currentItem()->data(MatchDelegate::kNameRole).toString(),
+             QStringLiteral("Bananas, raw"));
+    QCOMPARE(quantity->value(), 2.0);
+    search->setText(QStringLiteral("banana"));
     const QString preview = window.findChild<QLabel *>(QStringLiteral("preview"))->text();
     QVERIFY2(preview.startsWith(QStringLiteral("105\u00a0cals \u00b7 Carbs\u00a027.0\u00a0g")),
              qPrintable(preview));

@@ -22,6 +22,8 @@ private slots:
     void quantities();
     void fractions_data();
     void fractions();
+    void leadingAmounts_data();
+    void leadingAmounts();
     void conversions_data();
     void conversions();
     void preferences();
@@ -128,6 +130,26 @@ void TestUnits::fractions()
     QFETCH(QString, text);
     QFETCH(double, value);
     QCOMPARE(fractionValue(text).value_or(-1), value);
+}
+
+void TestUnits::leadingAmounts_data()
+{
+    QTest::addColumn<QString>("search");
+    QTest::addColumn<double>("amount"); // -1: none
+    QTest::addColumn<QString>("rest");
+    QTest::newRow("a count") << u"2 eggs"_s << 2.0 << u"eggs"_s;
+    QTest::newRow("a whole and a fraction") << u"1 1/2 bagel -plain"_s << 1.5 << u"bagel -plain"_s;
+    QTest::newRow("part of a name") << u"2% milk"_s << -1.0 << u"2% milk"_s;
+    QTest::newRow("too many to be a count") << u"100 grand"_s << -1.0 << u"100 grand"_s;
+    QTest::newRow("nothing after it") << u"2"_s << -1.0 << u"2"_s;
+}
+
+void TestUnits::leadingAmounts()
+{
+    QFETCH(QString, search);
+    const LeadingAmount lead = leadingAmount(search);
+    QTEST(lead.amount.value_or(-1), "amount");
+    QTEST(lead.rest, "rest");
 }
 
 void TestUnits::conversions_data()

@@ -6,6 +6,7 @@
 #include "db/savedmealdb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
+#include "model/daystanding.h"
 #include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"
 #include "staticdb/itemsearch.h"
@@ -80,7 +81,8 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
     _searchNote->setWordWrap(true);
     _searchNote->hide();
     const auto addSoughtFood = [this] {
-        const QStringList words = _query->text().simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts);
+        const QStringList words =
+            leadingAmount(_query->text()).rest.split(QLatin1Char(' '), Qt::SkipEmptyParts);
         QStringList name; // the words sought, not those left out
         for (const QString &word : words) {
             if (!word.startsWith(QLatin1Char('-')))
@@ -253,11 +255,16 @@ void ItemBrowser::savedMealsChanged()
         searchAgain();
 }
 
-void ItemBrowser::search(const QString &query)
+void ItemBrowser::search(const QString &typed)
 {
     _matches->clear();
     _searchNote->hide();
     select(-1);
+    // "2 eggs": two of the usual serving of what the words find.
+    const LeadingAmount lead =
+        _browsing == BrowseFoods ? leadingAmount(typed) : LeadingAmount{std::nullopt, typed};
+    _leadingAmount = lead.amount.value_or(1);
+    const QString &query = lead.rest;
     // The tree follows the search once the words are long enough.
     const QScopeGuard tree([this] { populateTree(); });
     if (_browsing == BrowseSavedMeals) {

@@ -103,6 +103,7 @@ private:
     std::optional<SearchHistory> _history;
     QHash<int, ItemEnergy> _foodEnergies;
     int _selectedId = -1;
+    double _leadingAmount = 1; // how many of the usual serving the search asked for ("2 eggs")
     CustomItems *_custom;
 
     QComboBox *_kind;

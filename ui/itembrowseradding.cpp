@@ -57,10 +57,11 @@ void ItemBrowser::select(int id)
     const bool another = id != _selectedId;
     _selectedId = id;
     const float usual = updateServings();
-    // Another food starts at one of its usual serving: a quantity typed for the last one
-    // (200 g of milk) would mean something else for this one (200 bananas).
+    // Another food starts at one of its usual serving, or as many as the search began with: a
+    // quantity typed for the last one (200 g of milk) would mean something else for this one
+    // (200 bananas).
     if (another && usual > 0)
-        _quantity->setValue(usual);
+        _quantity->setValue(usual * _leadingAmount);
     updatePreview();
 }
 
