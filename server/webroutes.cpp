@@ -451,6 +451,8 @@ QHttpServerResponse WebApp::planPage(const WebRequest &r, const Visit &v, const 
     if (!view.editable)
         return htmlResponse(WebPages::plan(view), error.isEmpty() ? Status::Ok : Status::BadRequest);
     view.query = value(QStringLiteral("q")).left(200);
+    // "2 apples": two of the usual serving of what the words find, as in the program.
+    const LeadingAmount lead = leadingAmount(view.query);
     QString unavailable;
     const QString foodText = value(QStringLiteral("food"));
     if (!view.query.isEmpty() || !foodText.isEmpty()) {
@@ -465,12 +467,13 @@ QHttpServerResponse WebApp::planPage(const WebRequest &r, const Visit &v, const 
             bool servingOk = false;
             const int serving = value(QStringLiteral("serving")).toInt(&servingOk);
             view.servingId = servingOk ? serving : view.chosen->preferred.servingId;
-            view.quantity = r.isPost() ? r.field(QStringLiteral("qty"))
-                                       : quantityText(double(view.chosen->preferred.size));
+            view.quantity = r.isPost()
+                                ? r.field(QStringLiteral("qty"))
+                                : quantityText(double(view.chosen->preferred.size) * lead.amount.value_or(1));
         }
     }
     if (view.searchUnavailable.isEmpty() && !view.chosen && !view.query.isEmpty())
-        view.found = _foods.search(view.query, kSearchResults, &view.searchNote);
+        view.found = _foods.search(lead.rest, kSearchResults, &view.searchNote);
     return htmlResponse(WebPages::plan(view), error.isEmpty() ? Status::Ok : Status::BadRequest);
 }
 

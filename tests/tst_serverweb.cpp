@@ -457,12 +457,14 @@ void TestServerWeb::planEditor()
 {
     Client ann(_base);
     QVERIFY(ann.logIn(u"ann"_s, kPassword));
-    const QString found = QString::fromUtf8(ann.get(u"/plan?q=apple"_s).body);
+    const QString found = QString::fromUtf8(ann.get(u"/plan?q=2+apple"_s).body);
     QVERIFY(found.contains(QLatin1String(">Apples, raw</a>")));
     QVERIFY(found.contains(QLatin1String("Apple crisp &lt;b&gt;baked&lt;/b&gt;")));
     const QString date = _today.addDays(3).toString(Qt::ISODate);
-    const QString chosen = QString::fromUtf8(ann.get(u"/plan?food=100&meal=L&date="_s + date).body);
+    const QString chosen = QString::fromUtf8(ann.get(u"/plan?food=100&meal=L&q=2+apple&date="_s + date).body);
     QVERIFY2(chosen.contains(u"1 medium (3&quot; dia) \u2013 95 cals"_s), qPrintable(chosen));
+    QVERIFY(
+        chosen.contains(u"name=\"qty\" inputmode=\"decimal\" size=\"6\" value=\"2\""_s)); // as many as sought
     const Client::Reply added = ann.post(u"/plan"_s, {{u"csrf"_s, ann.csrf()},
                                                       {u"action"_s, u"add"_s},
                                                       {u"food"_s, u"100"_s},
