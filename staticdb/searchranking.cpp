@@ -86,11 +86,14 @@ bool withinOneEdit(QByteArrayView a, QByteArrayView b)
     return a.sliced(i) == b.sliced(i + 1);
 }
 
-// A word one typo away from a word of a name, or from its beginning.
+// A word one typo away from a word of a name, or, from six letters, from its beginning
+// ("bannana", "bananas"); a shorter word would find too much ("latte" in "platter").
 bool closeToToken(QByteArrayView word, QByteArrayView token)
 {
     if (withinOneEdit(word, token))
         return true;
+    if (word.size() < 6)
+        return false;
     for (qsizetype k = word.size() - 1; k <= word.size() + 1; ++k) {
         if (k < token.size() && withinOneEdit(word, token.first(k)))
             return true;
@@ -194,6 +197,8 @@ SearchWords SearchWords::parse(const QByteArray &text)
             lists.classes.insert(line);
         } else if (section == "lowered groups") {
             lists.loweredGroups.insert(line);
+        } else if (section == "all kinds") {
+            lists.allKinds.insert(line);
         } else if (section == "fillers") {
             lists.fillers.insert(line);
         } else if (section == "group stop words") {
@@ -479,6 +484,16 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         processed += _lists.processed.contains(text) &&
                      !(i + 1 < tokens.size() && tokenText(name, tokens[i + 1]) == "heat");
     }
+    // A name of all kinds of the thing ("Oranges, raw, all commercial varieties") stands for it
+    // better than one of them.
+    bool allKinds = false;
+    for (qsizetype from = 0; from <= c.folded.size() && !allKinds;) {
+        qsizetype end = c.folded.indexOf(',', from);
+        if (end < 0)
+            end = c.folded.size();
+        allKinds = _lists.allKinds.contains(trimmed(c.folded.sliced(from, end - from)));
+        from = end + 1;
+    }
     // A thing of more than the query's words is another thing: "Oat bran" for "oats cooked".
     const bool otherThing = std::any_of(tokens.cbegin(), tokens.cend(), [&](const Token &t) {
         return t.part == thing && covers[&t - tokens.cbegin()] == 0;
@@ -496,8 +511,8 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     const int tier = !named ? 2 : c.favourite ? 0 : c.usage > 0 ? 1 : 2;
     const qint32 usage =
         tier < 2 ? -qint32(std::min(c.usage, double(std::numeric_limits<qint32>::max() / 1000)) * 1000) : 0;
-    return {tier,       usage, missingWhole, loose,     exact ? 0 : 1, group,  outsideThing,
-            otherThing, alike, plainForm,    processed, extra,         -plain, qint32(name.size())};
+    return {tier,  usage,     missingWhole, loose,     exact ? 0 : 1, group,  outsideThing,       otherThing,
+            alike, plainForm, processed,    !allKinds, extra,         -plain, qint32(name.size())};
 }
 
 bool SearchRanker::occursClosely(const Word &word, QByteArrayView folded) const

@@ -25,7 +25,9 @@
 //     the thing the words are: "cola" is "Beverages, carbonated, cola" before "Beverages, The
 //     COCA-COLA company, ...".
 //  5. Plain forms: a plain word ("raw", "whole", "brewed", ...) right after the thing ("Milk,
-//     whole"), then one anywhere in the name; then fewer processed forms ("dried", "canned").
+//     whole"), then one anywhere in the name; then fewer processed forms ("dried", "canned");
+//     then a name of all kinds of the thing before one kind ("Oranges, raw, all commercial
+//     varieties" before "Oranges, raw, navels").
 //  6. Fewer words besides the query's, then more plain words, then shorter names; the rest keeps
 //     tree order.
 //
@@ -50,6 +52,7 @@ struct SearchWords
     QHash<QByteArray, QList<QByteArray>> same; // a word -> the other words of its sets
     QSet<QByteArray> plain;
     QSet<QByteArray> processed;
+    QSet<QByteArray> allKinds;
     QSet<QByteArray> classes;
     QSet<QByteArray> fillers;
     QHash<QByteArray, QList<QByteArray>> waysOfCooking; // a way -> those alike
@@ -98,7 +101,7 @@ class SearchRanker
 {
 public:
     // Lower keys come first; equal keys keep the order of the candidates.
-    using Key = std::array<qint32, 14>;
+    using Key = std::array<qint32, 15>;
 
     // tolerant: words also match words one typo away, as close matches do.
     explicit SearchRanker(const QString &query, bool tolerant = false,

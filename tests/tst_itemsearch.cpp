@@ -138,6 +138,9 @@ void TestItemSearch::whatPeopleType_data()
     food("soy milk", "Soymilk, original and vanilla, unfortified");
     food("mayonnaise", "Salad dressing, mayonnaise, regular"); // after its class
     food("sugar", "Sugars, granulated", true, 1);
+    food("tomato", "Tomatoes, red, ripe, raw, year round average", true, 1); // not one colour
+    food("diet cola",
+         "Beverages, carbonated, low calorie, cola or pepper-type, with aspartame, contains caffeine");
     food("milk 2%", "Milk, reduced fat, fluid, 2% milkfat, with added vitamin A and vitamin D", true, 1);
     food("oats cooked",
          "Cereals, oats, regular and quick, unenriched, cooked with water (includes boiling and "
