@@ -426,7 +426,23 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         }
     }
 
+    // And one word typed for two of a name's: "cornflakes" is "Corn Flakes".
+    QVarLengthArray<qsizetype, 8> second(_words.size(), -1);
+    for (qsizetype w = 0; w < _words.size(); ++w) {
+        const QByteArray &word = _words.at(w).text;
+        for (qsizetype i = 0; at[w] < 0 && i + 1 < tokens.size(); ++i) {
+            const QByteArrayView first = tokenText(name, tokens[i]);
+            if (word.size() > first.size() && word.startsWith(first) &&
+                samePlural(QByteArrayView(word).sliced(first.size()), tokenText(name, tokens[i + 1]))) {
+                at[w] = i;
+                second[w] = i + 1;
+                how[w] = kSame;
+            }
+        }
+    }
+
     QVarLengthArray<int, 48> covers(tokens.size(), 0); // the query's words each word of the name is
+    QVarLengthArray<bool, 48> used(tokens.size(), false);
     int missingWhole = 0;
     int loose = 0;
     int alike = 0;
@@ -435,6 +451,9 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         int part;
         if (at[w] >= 0) {
             ++covers[at[w]];
+            used[at[w]] = true;
+            if (second[w] >= 0)
+                used[second[w]] = true;
             loose += how[w] == kLoose;
             alike += how[w] == kAlike;
             part = tokens[at[w]].part;
@@ -448,16 +467,16 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     // The thing is exactly the query: every word in the parts, and nothing else there.
     const auto exactParts = [&](int first, int last) {
         qsizetype inParts = 0;
-        qsizetype used = 0;
+        qsizetype usedInParts = 0;
         qsizetype words = 0;
         for (qsizetype i = 0; i < tokens.size(); ++i) {
             if (tokens[i].part >= first && tokens[i].part <= last) {
                 ++inParts;
-                used += covers[i] > 0;
+                usedInParts += used[i];
                 words += covers[i];
             }
         }
-        return missingWhole == 0 && words == _words.size() && used == inParts;
+        return missingWhole == 0 && words == _words.size() && usedInParts == inParts;
     };
     const bool exact = !_words.isEmpty() && (exactParts(0, 0) || exactParts(thing, thing) ||
                                              exactParts(0, thing + 1) || exactParts(thing, thing + 1));
@@ -469,7 +488,7 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     int processed = 0;
     int extra = 0; // the class ("Beverages") is not a word besides the query's
     for (qsizetype i = 0; i < tokens.size(); ++i) {
-        if (covers[i] > 0)
+        if (used[i])
             continue;
         extra += tokens[i].part >= thing;
         // A form the query names itself ("apple raw", "dried apricots") settles the form.
@@ -496,7 +515,7 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     }
     // A thing of more than the query's words is another thing: "Oat bran" for "oats cooked".
     const bool otherThing = std::any_of(tokens.cbegin(), tokens.cend(), [&](const Token &t) {
-        return t.part == thing && covers[&t - tokens.cbegin()] == 0;
+        return t.part == thing && !used[&t - tokens.cbegin()];
     });
     // Capitals the query names are the thing asked for, not a brand it did not ask for.
     const bool brand = brandIn(c.original, thingParts, [this](const QByteArray &word) {
@@ -526,8 +545,17 @@ bool SearchRanker::occursClosely(const Word &word, QByteArrayView folded) const
     if (word.text.size() < 5)
         return false;
     const Tokens tokens = tokenize(folded);
-    return std::any_of(tokens.cbegin(), tokens.cend(),
-                       [&](const Token &t) { return closeToToken(word.text, tokenText(folded, t)); });
+    if (std::any_of(tokens.cbegin(), tokens.cend(),
+                    [&](const Token &t) { return closeToToken(word.text, tokenText(folded, t)); }))
+        return true;
+    // One word for two of the name's: "cornflakes" is "Corn Flakes", "icecream" "Ice cream".
+    for (qsizetype i = 0; i + 1 < tokens.size(); ++i) {
+        const QByteArrayView first = tokenText(folded, tokens[i]);
+        if (word.text.startsWith(first) &&
+            samePlural(word.text.sliced(first.size()), tokenText(folded, tokens[i + 1])))
+            return true;
+    }
+    return false;
 }
 
 quint64 SearchRanker::closeWords(QByteArrayView folded) const

@@ -162,6 +162,7 @@ void TestItemSearch::whatPeopleType_data()
     food("courgette", "Squash, summer, zucchini, includes skin, raw", false);
     food("aubergine", "Eggplant, raw", false);
     food("kiwi", "Kiwifruit, green, raw");
+    food("icecream", "Ice creams, vanilla", false); // two words typed as one
     // Typos and accents.
     food("brocoli", "Broccoli, raw", false);
     food("bannana", "Bananas, raw", false);
