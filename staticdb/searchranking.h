@@ -8,9 +8,9 @@
 //  2. Whole words over words found inside others: "salmon" is not "Salmonberries". A plural in
 //     -s, -es or -ies is the same word, and so are the words of a set in searchwords.txt
 //     ("yoghurt" and "yogurt", "cycling" and "bicycling"), two words a name writes as one
-//     ("soy milk", "Soymilk") and one word for two of a name's ("icecream", "Ice cream"). A word as typed
-//     comes before one matched loosely: a typo away
-//     ("fried", "dried"), or "cooked" for a way of cooking ("Fish, salmon, cooked" for "baked").
+//     ("soy milk", "Soymilk") and one word for two of a name's ("icecream", "Ice cream"). A
+//     word as typed comes before one matched loosely: a typo away ("fried", "dried"), or
+//     "cooked" for a way of cooking ("Fish, salmon, cooked" for "baked").
 //  3. The thing itself over its preparation: a name whose first comma-separated part is
 //     exactly the query (or with the next part, its kind: "Rice, brown" for "brown rice") comes
 //     first, then names with more of the words in the thing, then those whose thing holds no
