@@ -26,15 +26,16 @@
 //     the thing the words are: "cola" is "Beverages, carbonated, cola" before "Beverages, The
 //     COCA-COLA company, ...".
 //  5. Plain forms: a plain word ("raw", "whole", "brewed", ...) right after the thing ("Milk,
-//     whole"), then one anywhere in the name; then fewer processed forms ("dried", "canned");
+//     whole"), then one anywhere in the name; then fewer processed forms ("dried", "canned")
+//     and parts few people mean ("giblets");
 //     then a name of all kinds of the thing before one kind ("Oranges, raw, all commercial
 //     varieties" before "Oranges, raw, navels").
 //  6. Fewer words besides the query's, then more plain words, then shorter names; the rest keeps
 //     tree order.
 //
 // Close matches: when the word search finds little, a search that forgives one typo in a word
-// of five letters or more, accents, the other spellings of a set and cooked foods for a way of
-// cooking finds what was meant.
+// of five letters or more, accents, words run together, the other spellings of a set and
+// cooked foods for a way of cooking finds what was meant.
 // Names are compared folded: lower case, without accents.
 
 #include <QByteArray>
