@@ -14,6 +14,7 @@
 #include "ui/backgroundservices.h"
 #include "ui/checkinview.h"
 #include "ui/customfooddialog.h"
+#include "ui/daymodel.h"
 #include "ui/diaryview.h"
 #include "ui/mainwindow.h"
 #include "ui/matchdelegate.h"
@@ -256,6 +257,17 @@ void TestDesktop::searchAddsFoodToLunch()
     QTRY_COMPARE(cell(apples(), 2), QStringLiteral("1 large (3-1/4\" dia)"));
     QVERIFY(window.diary()->undo());
     QCOMPARE(cell(apples(), 3), QStringLiteral("142"));
+    // A third, as the tool logs it, shows as 0.333 in the editor; left as shown, it stays a third.
+    const int appleId = apples().data(DayModel::EntryIdRole).toInt();
+    FoodDiaryItem third = DiaryDB().getFoodEntry(appleId);
+    third.size = 1 / 3.0f;
+    QVERIFY(DiaryDB().updateFoodEntry(appleId, third));
+    entries->setCurrentIndex(apples().siblingAtColumn(1));
+    QTest::keyClick(entries, Qt::Key_F2);
+    QTest::keyClick(entries->viewport()->findChild<QDoubleSpinBox *>(), Qt::Key_Return);
+    QTRY_VERIFY(!entries->viewport()->findChild<QDoubleSpinBox *>()); // the editor is gone
+    QCoreApplication::processEvents();                                // and what it left to be done
+    QCOMPARE(DiaryDB().getFoodEntry(appleId).size, 1 / 3.0f);
 
     // Half an hour's walk: its minutes change in place too, Delete removes it, undo brings it back.
     window.findChild<QComboBox *>(QStringLiteral("kind"))->setCurrentIndex(1);
