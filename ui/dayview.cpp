@@ -339,7 +339,7 @@ void DayView::editSelectedEntryInDialog()
     form->addRow(tr("&Quantity:"), quantity);
     form->addRow(buttons);
     if (dialog.exec() == QDialog::Accepted)
-        editSelectedEntry(serving->currentData().toInt(), float(quantity->value()));
+        editSelectedEntry(serving->currentData().toInt(), float(quantity->valueKeeping(entry.size)));
 }
 
 void DayView::dragEnterEvent(QDragEnterEvent *event)

@@ -98,11 +98,9 @@ void EntryDelegate::setModelData(QWidget *editor, QAbstractItemModel *, const QM
     const FoodDiaryItem entry = DiaryDB().getFoodEntry(entryId);
     int servingId = entry.serving_id;
     float size = entry.size;
-    if (auto *quantity = qobject_cast<QDoubleSpinBox *>(editor)) {
-        // The editor shows a third as 0.333: left as it was shown, the entry keeps its own.
-        if (quantity->value() != quantity->valueFromText(quantity->textFromValue(entry.size)))
-            size = float(quantity->value());
-    } else if (auto *serving = qobject_cast<QComboBox *>(editor))
+    if (const auto *quantity = dynamic_cast<const QuantitySpinBox *>(editor))
+        size = float(quantity->valueKeeping(entry.size));
+    else if (auto *serving = qobject_cast<QComboBox *>(editor))
         servingId = serving->currentData().toInt();
     if (servingId == entry.serving_id && size == entry.size)
         return;

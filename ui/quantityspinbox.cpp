@@ -10,6 +10,11 @@ QuantitySpinBox::QuantitySpinBox(QWidget *parent)
     setDecimals(3); // a third is 0.333, not 0.33
 }
 
+double QuantitySpinBox::valueKeeping(double stored) const
+{
+    return value() == valueFromText(textFromValue(stored)) ? stored : value();
+}
+
 QValidator::State QuantitySpinBox::validate(QString &text, int &pos) const
 {
     if (const std::optional<double> value = fractionValue(text))

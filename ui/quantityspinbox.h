@@ -9,6 +9,10 @@ class QuantitySpinBox : public QDoubleSpinBox
 public:
     explicit QuantitySpinBox(QWidget *parent = nullptr);
 
+    // The amount to keep: the stored one while the box still shows it as it was shown (a third
+    // as 0.333), else the one typed.
+    double valueKeeping(double stored) const;
+
 protected:
     QValidator::State validate(QString &text, int &pos) const override;
     double valueFromText(const QString &text) const override;
