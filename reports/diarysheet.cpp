@@ -10,6 +10,7 @@
 #include <QCoreApplication>
 #include <QLocale>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -114,24 +115,62 @@ bool DiarySheet::print(QPagedPaintDevice *device)
     const auto isFigure = [](qsizetype column) {
         return column == DayTable::QuantityColumn || column >= DayTable::FirstNutrientColumn;
     };
-    const auto drawRow = [&](const QStringList &texts, const QFont &font, bool shaded) {
+    // A row's cells as lines: the words of a long name or serving go on to the lines below (a
+    // sheet has no tooltip to tell the rest), the figures stay on the first.
+    struct Laid
+    {
+        QList<QStringList> cells;
+        qsizetype lines = 1;
+    };
+    const auto layOutRow = [&](const QStringList &texts, const QFont &font) {
+        Laid laid;
+        for (qsizetype c = 0; c < columns.x.size(); ++c) {
+            laid.cells.append(isFigure(c)
+                                  ? QStringList{texts.value(c)}
+                                  : PageWriter::wrapped(texts.value(c), font, columns.width[c] - 4, 3));
+            laid.lines = std::max(laid.lines, laid.cells.constLast().size());
+        }
+        return laid;
+    };
+    const auto drawLaid = [&](const Laid &laid, const QFont &font, bool shaded) {
         if (shaded)
-            out.painter().fillRect(QRectF(out.left(), out.y(), out.width(), row), QColor(0xee, 0xf3, 0xee));
-        for (qsizetype c = 0; c < columns.x.size(); ++c)
-            out.text(out.left() + columns.x[c] + 2, columns.width[c] - 4, texts.value(c), font,
-                     isFigure(c) ? Qt::AlignRight : Qt::AlignLeft);
-        out.advance(row);
+            out.painter().fillRect(QRectF(out.left(), out.y(), out.width(), row * qreal(laid.lines)),
+                                   QColor(0xee, 0xf3, 0xee));
+        for (qsizetype c = 0; c < laid.cells.size(); ++c) {
+            if (isFigure(c))
+                out.text(out.left() + columns.x[c] + 2, columns.width[c] - 4, laid.cells[c].value(0), font,
+                         Qt::AlignRight);
+            else
+                out.lines(out.left() + columns.x[c] + 2, columns.width[c] - 4, laid.cells[c], font);
+        }
+        out.advance(row * qreal(laid.lines));
+    };
+    const auto drawRow = [&](const QStringList &texts, const QFont &font, bool shaded) {
+        drawLaid(layOutRow(texts, font), font, shaded);
     };
 
     for (QDate day = _from; day <= _to; day = day.addDays(1)) {
         const DayTable table = DayTable::read(_userId, day, nutrientColumns);
-        QList<const DayTable::Group *> shown;
+        // The meals with entries, each entry laid out once, and the height of each meal.
+        struct Meal
+        {
+            const DayTable::Group *group;
+            QList<Laid> entries;
+            qreal height;
+        };
+        QList<Meal> shown;
         for (const DayTable::Group &group : table.groups) {
-            if (!group.entries.isEmpty())
-                shown.append(&group);
+            if (group.entries.isEmpty())
+                continue;
+            Meal meal{&group, {}, row};
+            for (const DayTable::Row &entry : group.entries) {
+                meal.entries.append(layOutRow(entry.texts, plain));
+                meal.height += row * qreal(meal.entries.constLast().lines);
+            }
+            shown.append(meal);
         }
         // The day's heading stays with its first meal.
-        const qreal firstBlock = shown.isEmpty() ? row : row * qreal(1 + shown.first()->entries.size());
+        const qreal firstBlock = shown.isEmpty() ? row : shown.first().height;
         out.keepTogether(headingHeight + row + firstBlock);
         out.text(out.left(), out.width(), DateConversion::longDayName(day), heading);
         out.advance(headingHeight);
@@ -151,28 +190,33 @@ bool DiarySheet::print(QPagedPaintDevice *device)
             out.advance(row);
             drawRow(table.headers, bold, false);
         };
-        for (const DayTable::Group *group : std::as_const(shown)) {
-            const qreal height = row * qreal(1 + group->entries.size());
+        for (const Meal &meal : std::as_const(shown)) {
             // Longer than a page: at least its name and one entry together.
-            makeRoom(height <= out.pageHeight() - 2 * row ? height : row * 2);
-            Block block{day, group->row.texts.value(DayTable::NameColumn), out.page(), out.page()};
-            drawRow(group->row.texts, bold, true);
-            for (const DayTable::Row &entry : group->entries) {
-                makeRoom(row);
-                drawRow(entry.texts, plain, false);
+            makeRoom(meal.height <= out.pageHeight() - 2 * row ? meal.height : row * 2);
+            Block block{day, meal.group->row.texts.value(DayTable::NameColumn), out.page(), out.page()};
+            drawRow(meal.group->row.texts, bold, true);
+            for (const Laid &entry : meal.entries) {
+                makeRoom(row * qreal(entry.lines));
+                drawLaid(entry, plain, false);
             }
             block.lastPage = out.page();
             _blocks.append(block);
         }
         const int water = UserDB::getWater(_userId, DateConversion::fromQDate(day));
         if (!shown.isEmpty() || water > 0) {
-            const QStringList lines = standingLines(table, waterGoal, water);
+            // Each line whole, on as many as it takes (the green ticks' words run long).
+            QList<QStringList> lines;
+            qsizetype count = 0;
+            for (const QString &line : standingLines(table, waterGoal, water)) {
+                lines.append(PageWriter::wrapped(line, lines.isEmpty() ? bold : plain, out.width() - 4, 4));
+                count += lines.constLast().size();
+            }
             out.advance(row / 2);
-            makeRoom(row * qreal(lines.size()));
+            makeRoom(row * qreal(count));
             Block totals{day, tr("Totals"), out.page(), out.page()};
             for (qsizetype i = 0; i < lines.size(); ++i) {
-                out.text(out.left() + 2, out.width() - 4, lines.at(i), i == 0 ? bold : plain);
-                out.advance(row);
+                out.lines(out.left() + 2, out.width() - 4, lines.at(i), i == 0 ? bold : plain);
+                out.advance(row * qreal(lines.at(i).size()));
             }
             _blocks.append(totals);
         }

@@ -79,6 +79,47 @@ void PageWriter::text(qreal x, qreal width, const QString &text, const QFont &fo
     _painter.drawText(QRectF(x, _y, width, lineHeight(font)), int(alignment | Qt::AlignVCenter), shown);
 }
 
+void PageWriter::lines(qreal x, qreal width, const QStringList &lines, const QFont &font)
+{
+    _painter.setFont(font);
+    const qreal height = lineHeight(font);
+    for (qsizetype i = 0; i < lines.size(); ++i)
+        _painter.drawText(QRectF(x, _y + qreal(i) * height, width, height),
+                          int(Qt::AlignLeft | Qt::AlignVCenter), lines.at(i));
+}
+
+QStringList PageWriter::wrapped(const QString &text, const QFont &font, qreal width, int most)
+{
+    const QFontMetricsF metrics(font);
+    if (metrics.horizontalAdvance(text) <= width)
+        return {text};
+    QStringList lines;
+    qsizetype start = 0;
+    while (start < text.size() && lines.size() + 1 < most) {
+        // The longest run of whole words from start that fits; a word longer than the line
+        // makes a line of its own.
+        qsizetype end = -1;
+        for (qsizetype space = text.indexOf(QLatin1Char(' '), start); space > 0;
+             space = text.indexOf(QLatin1Char(' '), space + 1)) {
+            if (metrics.horizontalAdvance(text.sliced(start, space - start)) > width)
+                break;
+            end = space;
+        }
+        if (end < 0) {
+            end = text.indexOf(QLatin1Char(' '), start);
+            if (end < 0)
+                break;
+        }
+        lines.append(metrics.elidedText(text.sliced(start, end - start), Qt::ElideRight, width));
+        start = end + 1;
+        if (metrics.horizontalAdvance(text.sliced(start)) <= width)
+            break;
+    }
+    if (start < text.size())
+        lines.append(metrics.elidedText(text.sliced(start), Qt::ElideRight, width));
+    return lines;
+}
+
 void PageWriter::decorate()
 {
     const QFont small = font(8);

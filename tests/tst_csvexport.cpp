@@ -63,11 +63,15 @@ void TestCsvExport::init()
         diary.addFoodEntry(item);
         return item.food_id;
     };
-    add(QStringLiteral("20070102"), BREAKFAST, QStringLiteral("Toast"), QStringLiteral("slice"), 1, {80, 15, 1, 0.5f, 3});
-    add(QStringLiteral("20070102"), SNACK_1, QStringLiteral("12\" pizza"), QStringLiteral("slice"), 2.5f, {600, 70, 0, -1, 25});
-    const int gone = add(QStringLiteral("20070102"), DINNER, QStringLiteral("Deleted"), QStringLiteral("x"), 1, {1, 1, 1, 1, 1});
+    add(QStringLiteral("20070102"), BREAKFAST, QStringLiteral("Toast"), QStringLiteral("slice"), 1,
+        {80, 15, 1, 0.5f, 3});
+    add(QStringLiteral("20070102"), SNACK_1, QStringLiteral("12\" pizza"), QStringLiteral("slice"), 2.5f,
+        {600, 70, 0, -1, 25});
+    const int gone = add(QStringLiteral("20070102"), DINNER, QStringLiteral("Deleted"), QStringLiteral("x"),
+                         1, {1, 1, 1, 1, 1});
     diary.removeFoodEntry(gone);
-    add(QStringLiteral("20070104"), SNACK_3, QStringLiteral("Apple"), QStringLiteral("1 medium"), 1, {95, 25, 0.3f, 4.4f, 0.5f});
+    add(QStringLiteral("20070104"), SNACK_3, QStringLiteral("Apple"), QStringLiteral("1 medium"), 1,
+        {95, 25, 0.3f, 4.4f, 0.5f});
     ExerciseDiaryItem walk;
     walk.user_id = _user;
     walk.date = QStringLiteral("20070102");
@@ -84,14 +88,17 @@ void TestCsvExport::wholeRangeAndDayFiles()
     QVERIFY(QDir().mkpath(folder));
     QCOMPARE(exportDiary(_user, file, folder, QDate(2007, 1, 1), QDate(2007, 1, 4), true), QString());
 
-    const QByteArray header = "\"Date\",\"Time\",\"Group Type\",\"Group Label\",\"Item Name\",\"Qty\",\"Serving\","
-                              "\"Calories\",\"Carbs\",\"Fat\",\"Fibre\",\"Protein\"\n";
+    const QByteArray header =
+        "\"Date\",\"Time\",\"Group Type\",\"Group Label\",\"Item Name\",\"Qty\",\"Serving\","
+        "\"Calories\",\"Carbs\",\"Fat\",\"Fibre\",\"Protein\"\n";
     const QByteArray second =
-        "\"2007-01-02\",\"\",\"Breakfast\",\"\",\"Toast\",\"1.00\",\"slice\",\"80.00\",\"15.00\",\"1.00\",\"0.50\",\"3.00\",\n"
-        "\"2007-01-02\",\"\",\"Unknown\",\"\",\"12' pizza\",\"2.50\",\"slice\",\"600.00\",\"70.00\",\"0.00\",\"\",\"25.00\",\n"
+        "\"2007-01-02\",\"\",\"Breakfast\",\"\",\"Toast\",\"1.00\",\"slice\",\"80.00\",\"15.00\",\"1.00\","
+        "\"0.50\",\"3.00\",\n"
+        "\"2007-01-02\",\"\",\"Unknown\",\"\",\"12' "
+        "pizza\",\"2.50\",\"slice\",\"600.00\",\"70.00\",\"0.00\",\"\",\"25.00\",\n"
         "\"2007-01-02\",\"\",\"Exercise\",\"\",\"Walking\",\"30.00\",\"minutes\",\"-150.00\",\n";
-    const QByteArray fourth =
-        "\"2007-01-04\",\"\",\"Snack\",\"\",\"Apple\",\"1.00\",\"1 medium\",\"95.00\",\"25.00\",\"0.30\",\"4.40\",\"0.50\",\n";
+    const QByteArray fourth = "\"2007-01-04\",\"\",\"Snack\",\"\",\"Apple\",\"1.00\",\"1 "
+                              "medium\",\"95.00\",\"25.00\",\"0.30\",\"4.40\",\"0.50\",\n";
     QCOMPARE(read(file), header + second + fourth);
     QCOMPARE(read(folder + QStringLiteral("/2007-01-02")), header + second);
     QCOMPARE(read(folder + QStringLiteral("/2007-01-04")), header + fourth);
@@ -109,10 +116,12 @@ void TestCsvExport::failures_data()
     QTest::addColumn<QString>("error");
     QTest::newRow("no days") << QStringLiteral("x.csv") << QString() << QDate(2007, 1, 3)
                              << QStringLiteral("No days in the selected range have any recorded items");
-    QTest::newRow("file cannot be opened") << QStringLiteral("missing/x.csv") << QString() << QDate(2007, 1, 2)
-                                           << QStringLiteral("Could not open %1/missing/x.csv");
-    QTest::newRow("day file cannot be opened") << QString() << QStringLiteral("missing") << QDate(2007, 1, 2)
-                                               << QStringLiteral("Could not open %1/missing/2007-01-03 (and possibly other files)");
+    QTest::newRow("file cannot be opened")
+        << QStringLiteral("missing/x.csv") << QString() << QDate(2007, 1, 2)
+        << QStringLiteral("Could not open %1/missing/x.csv");
+    QTest::newRow("day file cannot be opened")
+        << QString() << QStringLiteral("missing") << QDate(2007, 1, 2)
+        << QStringLiteral("Could not open %1/missing/2007-01-03 (and possibly other files)");
 }
 
 void TestCsvExport::failures()
@@ -134,16 +143,19 @@ void TestCsvExport::failures()
 void TestCsvExport::daySummaryFigures_data()
 {
     QTest::addColumn<QString>("born");
-    QTest::addColumn<QString>("day");        // of the report
-    QTest::addColumn<double>("weight");      // the weight in force
-    QTest::addColumn<QString>("weighedOn");  // the day the requirement is worked out for; empty: none
+    QTest::addColumn<QString>("day");       // of the report
+    QTest::addColumn<double>("weight");     // the weight in force
+    QTest::addColumn<QString>("weighedOn"); // the day the requirement is worked out for; empty: none
     QTest::addColumn<int>("activity");
 
     // Check-ins: 70 kg on 2007-01-05, a waist without a weight on 2007-01-10. Activity 3 from March
     // only: before it, the first level recorded is the one in force.
-    QTest::newRow("the latest weighed check-in") << "19770615" << "20070112" << 70.0 << "20070105" << 3;
-    QTest::newRow("age on the weighing day") << "19771231" << "20080102" << 70.0 << "20070105" << 3;
-    QTest::newRow("under a year old on the weighing day") << "20070102" << "20080105" << 70.0 << "" << 3;
+    QTest::newRow("the latest weighed check-in") << "19770615"
+                                                 << "20070112" << 70.0 << "20070105" << 3;
+    QTest::newRow("age on the weighing day") << "19771231"
+                                             << "20080102" << 70.0 << "20070105" << 3;
+    QTest::newRow("under a year old on the weighing day") << "20070102"
+                                                          << "20080105" << 70.0 << "" << 3;
 }
 
 void TestCsvExport::daySummaryFigures()
@@ -194,6 +206,16 @@ void TestCsvExport::printedWeek()
         item.setNutrient(ENERGY, 35);
         QVERIFY(diary.addFoodEntry(item));
     }
+    // A name longer than its column: the sheet has no tooltip, so the end must be there too.
+    FoodDiaryItem oats;
+    oats.user_id = _user;
+    oats.date = QStringLiteral("20070104");
+    oats.meal = BREAKFAST;
+    oats.food_name =
+        QStringLiteral("Cereals, oats, regular and quick, unenriched, cooked with water (includes "
+                       "boiling and microwaving), without salt");
+    oats.serv_name = QStringLiteral("cup");
+    QVERIFY(diary.addFoodEntry(oats));
     const QString file = _db.path(QStringLiteral("week.pdf"));
     DiarySheet sheet(_user, QDate(2007, 1, 1), QDate(2007, 1, 7));
     {
@@ -212,9 +234,10 @@ void TestCsvExport::printedWeek()
     reader.start(pdftotext, {file, QStringLiteral("-")});
     QVERIFY(reader.waitForFinished(20000));
     const QString text = QString::fromUtf8(reader.readAllStandardOutput());
-    for (const QString &expected : {DateConversion::longDayName(QDate(2007, 1, 2)), QStringLiteral("Toast"),
-                                    QStringLiteral("Rice cake 44"), QStringLiteral("Walking"),
-                                    QStringLiteral("Nothing logged."), QStringLiteral("Page %1").arg(sheet.pages())})
+    for (const QString &expected :
+         {DateConversion::longDayName(QDate(2007, 1, 2)), QStringLiteral("Toast"),
+          QStringLiteral("Rice cake 44"), QStringLiteral("Walking"), QStringLiteral("without salt"),
+          QStringLiteral("Nothing logged."), QStringLiteral("Page %1").arg(sheet.pages())})
         QVERIFY2(text.contains(expected), qPrintable(expected));
 }
 
