@@ -9,6 +9,7 @@
 #include "db/savedmealdb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
+#include "model/daystanding.h"
 #include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"
 #include "staticdb/itemsearch.h"
@@ -117,6 +118,9 @@ int search(Context &context, const QStringList &args)
                       : tree                           ? 1000000
                                                        : 25;
     const bool exercises = a.has(QStringLiteral("--exercises"));
+    // As the program's food search reads it: a count before the words ("2 eggs") is how many,
+    // not a word to find.
+    const QString words = exercises ? query : leadingAmount(query).rest;
 
     const Session session(context);
     const int userId = session.userId();
@@ -137,13 +141,13 @@ int search(Context &context, const QStringList &args)
         }
     } else {
         FoodDB db(userId);
-        result = searchItems(*db.staticDB(), db.dynamicDB(), query, history, limit, order);
+        result = searchItems(*db.staticDB(), db.dynamicDB(), words, history, limit, order);
         for (const FoundItem &item : std::as_const(result.items))
             energies.append(foodEnergy(item.id));
     }
     if (result.items.isEmpty())
-        printNote(QStringLiteral("No matches for \"%1\"").arg(query));
-    else if (const QString note = result.closeMatchNote(query); !note.isEmpty())
+        printNote(QStringLiteral("No matches for \"%1\"").arg(words));
+    else if (const QString note = result.closeMatchNote(words); !note.isEmpty())
         printNote(note);
 
     if (context.options.json) {

@@ -348,6 +348,7 @@ void TestCli::foodsExercisesAndMeals()
     // with --tree, each once.
     QVERIFY(ok(args("search apple raw"))
                 .startsWith(u"9003\tApples, raw, with skin\t95 cals per 1 medium (3\" dia)\n"_s));
+    QCOMPARE(ok(args("search 2 apple raw")), ok(args("search apple raw"))); // a count is not a word
     QStringList apples = ok(args("search --tree apple raw")).split(QLatin1Char('\n'));
     QVERIFY(apples.size() > 20);
     QVERIFY(apples.constFirst().startsWith(u"9504\tApples, raw, fuji, with skin\t"_s));
@@ -451,22 +452,26 @@ void TestCli::goalsAndRecipes()
 
     // Three ingredients: two medium apples (189.28), a cup of rice (168.78), three slices of
     // chicken (35.28); two portions from 800 g cooked.
-    const QString id = ok({u"recipe-add"_s, u"--name"_s, u"Rice bowl"_s, u"--portions"_s, u"2"_s,
-                           u"--cooked-weight"_s, u"800"_s, u"9003:2"_s, u"20055:1:1 cup"_s, u"7961:3:1 slice"_s});
+    const QString id =
+        ok({u"recipe-add"_s, u"--name"_s, u"Rice bowl"_s, u"--portions"_s, u"2"_s, u"--cooked-weight"_s,
+            u"800"_s, u"9003:2"_s, u"20055:1:1 cup"_s, u"7961:3:1 slice"_s});
     QCOMPARE(ok(args("recipe-list")), id + u"\tRice bowl\t2 portions\t197 cals a portion"_s);
     const QString portion = ok({u"log-recipe"_s, u"2030-01-05"_s, u"lunch"_s, id});
     const QString grams = ok({u"log-recipe"_s, u"2030-01-05"_s, u"dinner"_s, id, u"--grams"_s, u"200"_s});
     ok({u"recipe-remove"_s, id}); // days logged keep their entries
     QCOMPARE(run({u"recipe"_s, id}).status, 2);
-    const QJsonArray meals =
-        QJsonDocument::fromJson(ok(args("--json day 2030-01-05")).toUtf8()).object().value(u"meals"_s).toArray();
+    const QJsonArray meals = QJsonDocument::fromJson(ok(args("--json day 2030-01-05")).toUtf8())
+                                 .object()
+                                 .value(u"meals"_s)
+                                 .toArray();
     QStringList entries;
     for (const QJsonValue &meal : meals) {
         for (const QJsonValue &entry : meal.toObject().value(u"entries"_s).toArray()) {
             const QJsonObject e = entry.toObject();
-            entries.append(u"%1 %2 %3"_s.arg(e.value(u"id"_s).toInt())
-                               .arg(e.value(u"name"_s).toString())
-                               .arg(e.value(u"nutrients"_s).toObject().value(u"calories"_s).toDouble(), 0, 'f', 1));
+            entries.append(
+                u"%1 %2 %3"_s.arg(e.value(u"id"_s).toInt())
+                    .arg(e.value(u"name"_s).toString())
+                    .arg(e.value(u"nutrients"_s).toObject().value(u"calories"_s).toDouble(), 0, 'f', 1));
         }
     }
     QCOMPARE(entries, (QStringList{portion + u" Rice bowl 196.7"_s, grams + u" Rice bowl 98.3"_s}));
@@ -645,12 +650,14 @@ void TestCli::invalidInputChangesNothing_data()
         << QStringList{QStringLiteral("food-add"), QStringLiteral("--name"), QStringLiteral("X"),
                        QStringLiteral("--serving"), QStringLiteral("1")}
         << QStringLiteral("food-add needs --name, --serving and --calories");
-    QTest::newRow("goal too fast") << args("goal --rate -1.5") << u"--rate: at most 1.0 kg a week either way"_s;
-    QTest::newRow("plan without a weight")
-        << args("goal --calories auto --from 2001-01-01")
-        << u"No weight recorded on or before 20010101: the plan needs a weight, a height and a date of birth. "
-           "Record a check-in first, or set the calories by hand."_s;
-    QTest::newRow("share over 100") << args("goal --carb 120%") << u"--carb: 120 is out of range (0 to 100)"_s;
+    QTest::newRow("goal too fast") << args("goal --rate -1.5")
+                                   << u"--rate: at most 1.0 kg a week either way"_s;
+    QTest::newRow("plan without a weight") << args("goal --calories auto --from 2001-01-01")
+                                           << u"No weight recorded on or before 20010101: the plan needs a "
+                                              u"weight, a height and a date of birth. "
+                                              "Record a check-in first, or set the calories by hand."_s;
+    QTest::newRow("share over 100") << args("goal --carb 120%")
+                                    << u"--carb: 120 is out of range (0 to 100)"_s;
     QTest::newRow("recipe of nothing known")
         << args("recipe-add --name X --portions 2 9003:1 12:1") << u"no food 12"_s;
     QTest::newRow("bad server address") << args("config server ftp://diary.home")
