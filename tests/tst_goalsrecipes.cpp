@@ -18,6 +18,7 @@
 #include <QListWidget>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QScopeGuard>
 #include <QSpinBox>
 #include <QTableWidget>
 #include <QTimer>
@@ -224,13 +225,20 @@ void TestGoalsRecipes::savedMealEditedAndLoggedInPart()
     whenShown(
         u"savedMeals"_s,
         [](QDialog *dialog) {
+            const QScopeGuard close([dialog] { dialog->reject(); }); // failing or not
             auto *table = child<QTableWidget>(dialog, "savedMealFoods");
             QCOMPARE(table->rowCount(), 2);
-            table->item(0, 1)->setData(Qt::EditRole, 2.0);   // two apples from now on
+            table->setCurrentCell(0, 1); // one and a half apples from now on, typed as written
+            table->editItem(table->item(0, 1));
+            auto *quantity = table->viewport()->findChild<QDoubleSpinBox *>();
+            QVERIFY(quantity);
+            quantity->selectAll();
+            QTest::keyClicks(quantity, u"1 1/2"_s);
+            QTest::keyClick(quantity, Qt::Key_Return);
+            QTRY_COMPARE(table->item(0, 1)->text(), u"1.5"_s);
             table->item(1, 0)->setCheckState(Qt::Unchecked); // and no rice today
             child<QComboBox>(dialog, "savedMealMeal")->setCurrentIndex(0);
             child<QPushButton>(dialog, "logSavedMeal")->click();
-            dialog->reject();
         },
         &shown);
     child<QAction>(&window, "savedMeals")->trigger();
@@ -239,11 +247,11 @@ void TestGoalsRecipes::savedMealEditedAndLoggedInPart()
     const QList<FoodDiaryItem> foods = todaysFoods(user);
     QCOMPARE(foods.size(), 1);
     QCOMPARE(foods.constFirst().ref_id, 9003); // so that its serving can still change
-    QCOMPARE(foods.constFirst().size, 2.0f);
+    QCOMPARE(foods.constFirst().size, 1.5f);
     const QList<FoodDiaryItem> saved = SavedMealDB::getMealFoods(meal.meal_id);
     QCOMPARE(saved.size(), 2);
-    QCOMPARE(saved.constFirst().size, 2.0f);
-    QCOMPARE(qRound(saved.constFirst().getNutrient(ENERGY)), 189);
+    QCOMPARE(saved.constFirst().size, 1.5f);
+    QCOMPARE(qRound(saved.constFirst().getNutrient(ENERGY)), 142);
 
     // With none left, the dialog says how a meal is saved, and nothing can be logged.
     QVERIFY(SavedMealDB::deleteMeal(meal.meal_id));

@@ -1,8 +1,10 @@
 #include "ui/savedmealsdialog.h"
 
+#include "model/daystanding.h"
 #include "model/unitdescriptor.h"
 #include "staticdb/fooddb.h"
 #include "ui/keyfilter.h"
+#include "ui/quantityspinbox.h"
 #include "ui/recipedialog.h"
 
 #include <QComboBox>
@@ -14,8 +16,43 @@
 #include <QListWidget>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QStyledItemDelegate>
 #include <QTableWidget>
 #include <QVBoxLayout>
+
+namespace {
+
+// A food's quantity as the diary shows and takes it: "0.33", "1.5"; typed as a fraction too.
+class QuantityDelegate : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    QString displayText(const QVariant &value, const QLocale &) const override
+    {
+        return quantityText(value.toDouble());
+    }
+    QWidget *createEditor(QWidget *parent, const QStyleOptionViewItem &, const QModelIndex &) const override
+    {
+        auto *box = new QuantitySpinBox(parent);
+        box->setRange(0.01, 10000);
+        box->setFrame(false);
+        box->setAlignment(Qt::AlignRight);
+        return box;
+    }
+    void setEditorData(QWidget *editor, const QModelIndex &index) const override
+    {
+        static_cast<QuantitySpinBox *>(editor)->setValue(index.data(Qt::EditRole).toDouble());
+    }
+    void setModelData(QWidget *editor, QAbstractItemModel *model, const QModelIndex &index) const override
+    {
+        // Left as shown (a third as 0.333), the amount stays its own.
+        const double stored = index.data(Qt::EditRole).toDouble();
+        model->setData(index, static_cast<QuantitySpinBox *>(editor)->valueKeeping(stored), Qt::EditRole);
+    }
+};
+
+} // namespace
 
 SavedMealsDialog::SavedMealsDialog(int userId, FoodDB *foods, int meal, Log log, QWidget *parent)
     : QDialog(parent)
@@ -38,6 +75,7 @@ SavedMealsDialog::SavedMealsDialog(int userId, FoodDB *foods, int meal, Log log,
     _table->setSelectionBehavior(QAbstractItemView::SelectRows);
     _table->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |
                             QAbstractItemView::AnyKeyPressed);
+    _table->setItemDelegateForColumn(1, new QuantityDelegate(_table));
     auto *removeFood = new QPushButton(tr("Remove &Food"), this);
     const auto remove = [this] {
         const int row = _table->currentRow();
