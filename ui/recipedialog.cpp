@@ -131,8 +131,8 @@ void RecipeDialog::refresh()
         const FoodDiaryItem &item = _recipe.ingredients.at(row);
         auto *name = new QTableWidgetItem(item.food_name);
         name->setToolTip(item.food_name);
-        auto *amount = new QTableWidgetItem(
-            QStringLiteral("%1 x %2").arg(QLocale().toString(item.size, 'g', 4), item.serv_name));
+        auto *amount =
+            new QTableWidgetItem(QStringLiteral("%1 x %2").arg(quantityText(item.size), item.serv_name));
         auto *energy = new QTableWidgetItem(energyText(item.getNutrient(ENERGY)));
         energy->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
         _ingredients->setItem(row, 0, name);
