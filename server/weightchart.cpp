@@ -54,8 +54,9 @@ QString weightChartSvg(const QList<WeightPoint> &points, const QDate &from, cons
         high = middle + 0.5;
     }
     const double step = niceStep(high - low, 5);
-    low = std::floor(low / step) * step;
-    high = std::ceil(high / step) * step;
+    // Room above the heaviest and below the lightest, so that no weighing sits on the frame.
+    low = std::max(0.0, std::floor((low - step / 4) / step) * step);
+    high = std::ceil((high + step / 4) / step) * step;
     const double plotWidth = kWidth - kLeft - kRight;
     const double plotHeight = kHeight - kTop - kBottom;
     const double days = std::max<qint64>(1, from.daysTo(to));

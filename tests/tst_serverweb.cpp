@@ -667,6 +667,13 @@ void TestServerWeb::chromium()
     QVERIFY(browser.open(_base + u"/checkins?range=30"_s));
     QCOMPARE(browser.evaluate(u"document.querySelectorAll('svg.weightchart circle.weighing').length"_s),
              u"4"_s); // three weighings and the key's
+    QCOMPARE(
+        browser.evaluate(u"(() => { const ys = [...document.querySelectorAll('svg.weightchart line.grid')]"
+                         ".map(l => +l.getAttribute('y1'));"
+                         "return [...document.querySelectorAll('svg.weightchart circle.weighing')]"
+                         ".filter(c => c.querySelector('title')).every(c => +c.getAttribute('cy') > "
+                         "Math.min(...ys) && +c.getAttribute('cy') < Math.max(...ys)); })()"_s),
+        u"true"_s); // none on the frame
     QVERIFY(browser.evaluate(u"document.querySelector('svg.weightchart').getBoundingClientRect().height"_s)
                 .toDouble() > 200);
     QVERIFY(browser.screenshot(shots + u"/checkins.png"_s));
