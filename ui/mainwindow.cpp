@@ -40,6 +40,7 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QProgressDialog>
+#include <QScreen>
 #include <QStackedWidget>
 #include <QStatusBar>
 #include <QTextBrowser>
@@ -91,9 +92,15 @@ MainWindow::MainWindow(QWidget *parent)
     createActions();
     _sections->setCurrentRow(DiarySection);
     statusBar()->showMessage(tr("Ready"));
-    resize(1100, 740);
     // Below this the day's columns and the matches no longer fit side by side.
     setMinimumSize(960, 600);
+    // Room for both and the day's standing below them; a smaller screen is filled instead of
+    // overrun (a saved size, restored below, is brought within the screen by Qt).
+    const QSize roomy(1100, 740);
+    const QSize available = screen()->availableGeometry().size();
+    resize(roomy.boundedTo(available));
+    if (available.width() < roomy.width() || available.height() < roomy.height())
+        setWindowState(Qt::WindowMaximized);
     restoreGeometry(LmSettings::readValue(QStringLiteral("/window/geometry")).toByteArray());
 }
 
