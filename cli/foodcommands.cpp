@@ -118,9 +118,9 @@ int search(Context &context, const QStringList &args)
                       : tree                           ? 1000000
                                                        : 25;
     const bool exercises = a.has(QStringLiteral("--exercises"));
-    // As the program's food search reads it: a count before the words ("2 eggs") is how many,
-    // not a word to find.
-    const QString words = exercises ? query : leadingAmount(query).rest;
+    // As the program's search reads it: a count before the words ("2 eggs", "30 walking") is how
+    // many or how long, not a word to find.
+    const QString words = exercises ? leadingMinutes(query).rest : leadingAmount(query).rest;
 
     const Session session(context);
     const int userId = session.userId();
@@ -131,7 +131,7 @@ int search(Context &context, const QStringList &args)
     QList<ItemEnergy> energies;
     if (exercises) {
         ExDB db(userId);
-        result = searchItems(*db.staticDB(), db.dynamicDB(), query, history, limit, order);
+        result = searchItems(*db.staticDB(), db.dynamicDB(), words, history, limit, order);
         const double weight =
             DiaryEdits::weightInForce(userId, DateConversion::fromQDate(QDate::currentDate())).value_or(0.0);
         for (const FoundItem &item : std::as_const(result.items)) {

@@ -121,7 +121,7 @@ std::optional<double> fractionValue(QStringView text)
     return std::nullopt;
 }
 
-LeadingAmount leadingAmount(const QString &search)
+LeadingAmount leadingAmount(const QString &search, double most)
 {
     const QStringList words = search.simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts);
     // A whole and a fraction ("1 1/2") first, then one word.
@@ -136,10 +136,24 @@ LeadingAmount leadingAmount(const QString &search)
             if (number)
                 amount = value;
         }
-        if (amount && *amount > 0 && *amount <= kMostLeadingAmount)
+        if (amount && *amount > 0 && *amount <= most)
             return {amount, words.sliced(count).join(QLatin1Char(' '))};
     }
     return {std::nullopt, search};
+}
+
+LeadingAmount leadingMinutes(const QString &search)
+{
+    LeadingAmount lead = leadingAmount(search, 24 * 60);
+    if (!lead.amount)
+        return lead;
+    static const QRegularExpression unit(QStringLiteral("^(min|mins|minute|minutes)\\b\\s*"),
+                                         QRegularExpression::CaseInsensitiveOption);
+    const QString rest = QString(lead.rest).remove(unit);
+    if (rest.isEmpty())
+        return {std::nullopt, search};
+    lead.rest = rest;
+    return lead;
 }
 
 QString quantityText(double value)

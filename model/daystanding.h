@@ -67,4 +67,7 @@ struct LeadingAmount
     std::optional<double> amount;
     QString rest;
 };
-LeadingAmount leadingAmount(const QString &search);
+LeadingAmount leadingAmount(const QString &search, double most = kMostLeadingAmount);
+// The same for an activity: the minutes before its words ("30 walking", "45 min running"), up to
+// a day's.
+LeadingAmount leadingMinutes(const QString &search);

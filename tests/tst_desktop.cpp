@@ -271,9 +271,11 @@ void TestDesktop::searchAddsFoodToLunch()
 
     // Half an hour's walk: its minutes change in place too, Delete removes it, undo brings it back.
     window.findChild<QComboBox *>(QStringLiteral("kind"))->setCurrentIndex(1);
-    search->setText(QStringLiteral("walking"));
+    search->setText(QStringLiteral("45 min walking")); // the minutes typed before the words
     QVERIFY(matches->count() > 0);
-    window.findChild<QDoubleSpinBox *>(QStringLiteral("quantity"))->setValue(30);
+    QCOMPARE(window.findChild<QDoubleSpinBox *>(QStringLiteral("quantity"))->value(), 45.0);
+    search->setText(QStringLiteral("30 walking"));
+    QCOMPARE(window.findChild<QDoubleSpinBox *>(QStringLiteral("quantity"))->value(), 30.0);
     QTest::keyClick(matches, Qt::Key_Return);
     const auto walk = [entries] { return firstEntry(entries, QStringLiteral("Exercise")); };
     QVERIFY(walk().isValid());

@@ -142,12 +142,14 @@ void TestUnits::leadingAmounts_data()
     QTest::newRow("part of a name") << u"2% milk"_s << -1.0 << u"2% milk"_s;
     QTest::newRow("too many to be a count") << u"100 grand"_s << -1.0 << u"100 grand"_s;
     QTest::newRow("nothing after it") << u"2"_s << -1.0 << u"2"_s;
+    QTest::newRow("minutes of an activity") << u"45 min walking"_s << 45.0 << u"walking"_s;
+    QTest::newRow("minutes and nothing else") << u"45 minutes"_s << -1.0 << u"45 minutes"_s;
 }
 
 void TestUnits::leadingAmounts()
 {
     QFETCH(QString, search);
-    const LeadingAmount lead = leadingAmount(search);
+    const LeadingAmount lead = search.contains(u"walk"_s) ? leadingMinutes(search) : leadingAmount(search);
     QTEST(lead.amount.value_or(-1), "amount");
     QTEST(lead.rest, "rest");
 }

@@ -260,10 +260,12 @@ void ItemBrowser::search(const QString &typed)
     _matches->clear();
     _searchNote->hide();
     select(-1);
-    // "2 eggs": two of the usual serving of what the words find.
-    const LeadingAmount lead =
-        _browsing == BrowseFoods ? leadingAmount(typed) : LeadingAmount{std::nullopt, typed};
+    // "2 eggs": two of the usual serving of what the words find; "30 walking": half an hour of it.
+    const LeadingAmount lead = _browsing == BrowseFoods       ? leadingAmount(typed)
+                               : _browsing == BrowseExercises ? leadingMinutes(typed)
+                                                              : LeadingAmount{std::nullopt, typed};
     _leadingAmount = lead.amount.value_or(1);
+    _leadingMinutes = _browsing == BrowseExercises ? lead.amount : std::nullopt;
     const QString &query = lead.rest;
     // The tree follows the search once the words are long enough.
     const QScopeGuard tree([this] { populateTree(); });

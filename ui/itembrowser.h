@@ -103,7 +103,8 @@ private:
     std::optional<SearchHistory> _history;
     QHash<int, ItemEnergy> _foodEnergies;
     int _selectedId = -1;
-    double _leadingAmount = 1; // how many of the usual serving the search asked for ("2 eggs")
+    double _leadingAmount = 1;             // how many of the usual serving the search asked for ("2 eggs")
+    std::optional<double> _leadingMinutes; // and for how long an activity ("30 walking")
     CustomItems *_custom;
 
     QComboBox *_kind;

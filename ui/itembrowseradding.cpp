@@ -62,6 +62,8 @@ void ItemBrowser::select(int id)
     // (200 bananas).
     if (another && usual > 0)
         _quantity->setValue(usual * _leadingAmount);
+    else if (another && id >= 0 && _leadingMinutes)
+        _quantity->setValue(*_leadingMinutes);
     updatePreview();
 }
 
