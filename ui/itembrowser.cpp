@@ -264,7 +264,7 @@ void ItemBrowser::search(const QString &typed)
     const LeadingAmount lead = _browsing == BrowseFoods       ? leadingAmount(typed)
                                : _browsing == BrowseExercises ? leadingMinutes(typed)
                                                               : LeadingAmount{std::nullopt, typed};
-    _leadingAmount = lead.amount.value_or(1);
+    _leadingAmount = _browsing == BrowseFoods ? lead.amount.value_or(1) : 1;
     _leadingMinutes = _browsing == BrowseExercises ? lead.amount : std::nullopt;
     const QString &query = lead.rest;
     // The tree follows the search once the words are long enough.
