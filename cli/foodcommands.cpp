@@ -9,7 +9,7 @@
 #include "db/savedmealdb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
-#include "model/daystanding.h"
+#include "model/quantitytext.h"
 #include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"
 #include "staticdb/itemsearch.h"

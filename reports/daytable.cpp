@@ -3,6 +3,7 @@
 #include "db/diarydb.h"
 #include "model/dateconversion.h"
 #include "model/daystanding.h"
+#include "model/quantitytext.h"
 #include "model/unitdescriptor.h"
 
 #include <QCoreApplication>

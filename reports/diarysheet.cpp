@@ -6,6 +6,7 @@
 #include "model/unitdescriptor.h"
 #include "reports/daytable.h"
 #include "reports/pagewriter.h"
+#include "reports/textlines.h"
 
 #include <QCoreApplication>
 #include <QLocale>
@@ -125,9 +126,8 @@ bool DiarySheet::print(QPagedPaintDevice *device)
     const auto layOutRow = [&](const QStringList &texts, const QFont &font) {
         Laid laid;
         for (qsizetype c = 0; c < columns.x.size(); ++c) {
-            laid.cells.append(isFigure(c)
-                                  ? QStringList{texts.value(c)}
-                                  : PageWriter::wrapped(texts.value(c), font, columns.width[c] - 4, 3));
+            laid.cells.append(isFigure(c) ? QStringList{texts.value(c)}
+                                          : wrappedLines(texts.value(c), font, columns.width[c] - 4, 3));
             laid.lines = std::max(laid.lines, laid.cells.constLast().size());
         }
         return laid;
@@ -208,7 +208,7 @@ bool DiarySheet::print(QPagedPaintDevice *device)
             QList<QStringList> lines;
             qsizetype count = 0;
             for (const QString &line : standingLines(table, waterGoal, water)) {
-                lines.append(PageWriter::wrapped(line, lines.isEmpty() ? bold : plain, out.width() - 4, 4));
+                lines.append(wrappedLines(line, lines.isEmpty() ? bold : plain, out.width() - 4, 4));
                 count += lines.constLast().size();
             }
             out.advance(row / 2);

@@ -39,10 +39,7 @@ public:
     // fit.
     void text(qreal x, qreal width, const QString &text, const QFont &font,
               Qt::Alignment alignment = Qt::AlignLeft);
-    // A text broken after words into lines of the given width, at most the given number of
-    // them, the last elided when the text is longer still; and lines so made, one under another
-    // from the current line.
-    static QStringList wrapped(const QString &text, const QFont &font, qreal width, int most);
+    // Lines that fit the width (textlines.h), one under another from the current line.
     void lines(qreal x, qreal width, const QStringList &lines, const QFont &font);
     static qreal lineHeight(const QFont &font);
     static QFont font(qreal size, bool bold = false);

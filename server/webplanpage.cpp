@@ -1,4 +1,4 @@
-#include "model/daystanding.h"
+#include "model/quantitytext.h"
 #include "server/webpagecells.h"
 #include "server/webpages.h"
 

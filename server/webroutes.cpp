@@ -1,6 +1,6 @@
 #include "server/webroutes.h"
 
-#include "model/daystanding.h"
+#include "model/quantitytext.h"
 
 #include "server/accountdb.h"
 #include "server/mealplandb.h"

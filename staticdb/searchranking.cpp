@@ -153,12 +153,20 @@ QByteArray trimmed(QByteArrayView text)
     return text.trimmed().toByteArray();
 }
 
+// Whether a part of a name, spaces aside, is on one of the short lists: compared in place, as
+// the ranking asks it of every match.
+bool listed(const QSet<QByteArray> &list, QByteArrayView part)
+{
+    part = part.trimmed();
+    return std::any_of(list.cbegin(), list.cend(), [part](const QByteArray &entry) { return entry == part; });
+}
+
 // The name without the filler part that begins at a comma ("Chicken, broilers or fryers,
 // breast" reads "Chicken, breast"); empty when the part there is none.
 QByteArray withoutFiller(QByteArrayView name, qsizetype comma, const QSet<QByteArray> &fillers)
 {
     const qsizetype end = comma < 0 ? -1 : name.indexOf(',', comma + 1);
-    if (end < 0 || !fillers.contains(trimmed(name.sliced(comma + 1, end - comma - 1))))
+    if (end < 0 || !listed(fillers, name.sliced(comma + 1, end - comma - 1)))
         return QByteArray();
     return name.first(comma).toByteArray() + name.sliced(end).toByteArray();
 }
@@ -510,7 +518,7 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         qsizetype end = c.folded.indexOf(',', from);
         if (end < 0)
             end = c.folded.size();
-        allKinds = _lists.allKinds.contains(trimmed(c.folded.sliced(from, end - from)));
+        allKinds = listed(_lists.allKinds, c.folded.sliced(from, end - from));
         from = end + 1;
     }
     // A thing of more than the query's words is another thing: "Oat bran" for "oats cooked".

@@ -1,7 +1,7 @@
 // Display units: conversion factors and their drift, formatting, preferences, the height split.
 
-#include "model/daystanding.h"
 #include "model/dbtypes.h"
+#include "model/quantitytext.h"
 #include "model/unitdescriptor.h"
 #include "testsupport.h"
 

@@ -329,7 +329,6 @@ void DayView::editSelectedEntryInDialog()
         serving->setEnabled(false);
     }
     auto *quantity = new QuantitySpinBox(&dialog);
-    quantity->setRange(0.01, 10000);
     quantity->setValue(entry.size);
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
     connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);

@@ -41,11 +41,7 @@ QWidget *EntryDelegate::createEditor(QWidget *parent, const QStyleOptionViewItem
         (index.column() != DayModel::QuantityColumn && index.column() != DayModel::ServingColumn))
         return nullptr;
     if (index.column() == DayModel::QuantityColumn) {
-        auto *quantity = new QuantitySpinBox(parent);
-        quantity->setRange(0.01, 10000);
-        quantity->setFrame(false);
-        quantity->setAlignment(Qt::AlignRight);
-        return quantity;
+        return QuantitySpinBox::inCell(parent);
     }
     FoodDiaryItem entry = DiaryDB().getFoodEntry(entryId.toInt());
     if (!DiaryEdits::servingsKnown(entry))

@@ -6,7 +6,7 @@
 #include "db/savedmealdb.h"
 #include "db/userdb.h"
 #include "model/dateconversion.h"
-#include "model/daystanding.h"
+#include "model/quantitytext.h"
 #include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"
 #include "staticdb/itemsearch.h"
@@ -140,7 +140,6 @@ ItemBrowser::ItemBrowser(DiaryUndoStack *undo, QWidget *parent)
     _serving->setObjectName(QStringLiteral("serving"));
     _quantity = new QuantitySpinBox(this);
     _quantity->setObjectName(QStringLiteral("quantity"));
-    _quantity->setRange(0.01, 10000);
     _quantity->setValue(1);
     _quantity->installEventFilter(new KeyFilter(this, Qt::Key_Return, [this] { addSelectedFood(); }));
     _add = new QPushButton(tr("&Add to diary"), this);

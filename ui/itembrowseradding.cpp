@@ -6,6 +6,7 @@
 #include "db/diaryedits.h"
 #include "model/dateconversion.h"
 #include "model/daystanding.h"
+#include "model/quantitytext.h"
 #include "model/unitdescriptor.h"
 #include "staticdb/exdb.h"
 #include "staticdb/fooddb.h"

@@ -1,27 +1,12 @@
 #include "ui/matchdelegate.h"
 
+#include "reports/textlines.h"
+
 #include <QAbstractItemView>
 #include <QApplication>
 #include <QPainter>
 
 namespace {
-
-// The name on one line, or on two broken after a word, the second cut in the middle when the
-// name is longer still.
-QStringList nameLines(const QString &name, const QFontMetrics &metrics, int width)
-{
-    if (metrics.horizontalAdvance(name) <= width)
-        return {name};
-    qsizetype cut = -1;
-    for (qsizetype i = name.indexOf(QLatin1Char(' ')); i > 0; i = name.indexOf(QLatin1Char(' '), i + 1)) {
-        if (metrics.horizontalAdvance(name.left(i)) > width)
-            break;
-        cut = i;
-    }
-    if (cut < 0)
-        return {metrics.elidedText(name, Qt::ElideMiddle, width)};
-    return {name.left(cut), metrics.elidedText(name.mid(cut + 1), Qt::ElideMiddle, width)};
-}
 
 // Where an item's text goes, across the given width.
 QRect textRect(QStyleOptionViewItem item, const QRect &rect)
@@ -51,7 +36,9 @@ void MatchDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
 
     const QRect text = textRect(item, item.rect);
     const QFontMetrics metrics(item.font);
-    const QStringList name = nameLines(index.data(kNameRole).toString(), metrics, text.width());
+    // On a second line when longer than the list is wide, cut in its middle beyond that.
+    const QStringList name =
+        wrappedLines(index.data(kNameRole).toString(), item.font, text.width(), 2, Qt::ElideMiddle);
     const int lineHeight = metrics.height();
     int top = text.top() + (text.height() - lineHeight * int(name.size() + 1)) / 2;
     const bool selected = item.state & QStyle::State_Selected;

@@ -1,6 +1,6 @@
 #include "ui/quantityspinbox.h"
 
-#include "model/daystanding.h"
+#include "model/quantitytext.h"
 
 #include <QRegularExpression>
 
@@ -8,6 +8,15 @@ QuantitySpinBox::QuantitySpinBox(QWidget *parent)
     : QDoubleSpinBox(parent)
 {
     setDecimals(3); // a third is 0.333, not 0.33
+    setRange(0.01, 10000);
+}
+
+QuantitySpinBox *QuantitySpinBox::inCell(QWidget *parent)
+{
+    auto *box = new QuantitySpinBox(parent);
+    box->setFrame(false);
+    box->setAlignment(Qt::AlignRight);
+    return box;
 }
 
 double QuantitySpinBox::valueKeeping(double stored) const

@@ -7,7 +7,10 @@
 class QuantitySpinBox : public QDoubleSpinBox
 {
 public:
+    // From 0.01 to 10000 of a serving.
     explicit QuantitySpinBox(QWidget *parent = nullptr);
+    // As a table's cell editor: no frame, the figure on the right as the cell shows it.
+    static QuantitySpinBox *inCell(QWidget *parent);
 
     // The amount to keep: the stored one while the box still shows it as it was shown (a third
     // as 0.333), else the one typed.

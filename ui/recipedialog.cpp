@@ -2,6 +2,7 @@
 
 #include "app/profilepreferences.h"
 #include "model/daystanding.h"
+#include "model/quantitytext.h"
 #include "model/unitdescriptor.h"
 #include "ui/daymodel.h"
 #include "ui/foodpicker.h"

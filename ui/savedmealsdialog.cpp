@@ -1,6 +1,6 @@
 #include "ui/savedmealsdialog.h"
 
-#include "model/daystanding.h"
+#include "model/quantitytext.h"
 #include "model/unitdescriptor.h"
 #include "staticdb/fooddb.h"
 #include "ui/keyfilter.h"
@@ -34,11 +34,7 @@ public:
     }
     QWidget *createEditor(QWidget *parent, const QStyleOptionViewItem &, const QModelIndex &) const override
     {
-        auto *box = new QuantitySpinBox(parent);
-        box->setRange(0.01, 10000);
-        box->setFrame(false);
-        box->setAlignment(Qt::AlignRight);
-        return box;
+        return QuantitySpinBox::inCell(parent);
     }
     void setEditorData(QWidget *editor, const QModelIndex &index) const override
     {
