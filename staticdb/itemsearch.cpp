@@ -67,6 +67,7 @@ struct Pass
     bool close;
     bool everything;
     bool rank;
+    int missing = 0; // words of the query a name may be without, when ranked
 };
 
 void collect(IndexedDB &reference, DynamicDB *custom, const Pass &pass, QSet<const IndexEntry *> *seen,
@@ -88,9 +89,9 @@ void collect(IndexedDB &reference, DynamicDB *custom, const Pass &pass, QSet<con
                 foldLatin1(db.namePointer(e), db.nameLength(e), &folded);
                 original = QByteArray::fromRawData(db.namePointer(e), db.nameLength(e));
             }
-            if (pass.everything && !pass.ranker.matchesClosely(inherited | pass.ranker.closeWords(folded)))
+            if (pass.everything &&
+                !pass.ranker.matchesClosely(inherited | pass.ranker.closeWords(folded), pass.missing))
                 return;
-            seen->insert(e);
             Candidate c{&db, e, isCustom, pass.close, {}, qsizetype(out->size())};
             if (pass.rank) {
                 RankCandidate r;
@@ -109,7 +110,11 @@ void collect(IndexedDB &reference, DynamicDB *custom, const Pass &pass, QSet<con
                 if (!pass.history.byName.isEmpty())
                     r.usage += pass.history.byName.value(isCustom ? text : db.nameText(e));
                 c.key = pass.ranker.key(r);
+                // Without a word, the others must be whole: not "tea" in "steaks".
+                if (pass.missing > 0 && SearchRanker::missingWords(c.key) > pass.missing)
+                    return;
             }
+            seen->insert(e);
             out->push_back(c);
         };
     };
@@ -195,6 +200,11 @@ ItemSearchResult searchItems(IndexedDB &reference, DynamicDB *custom, const QStr
     // Few matches at all: every item, forgiving a typo or an accent.
     if (result.exact < kFewMatches)
         collect(reference, custom, {tolerant, history, true, true, rank}, &seen, &found);
+    // No name holds every word whole: those that hold all but one ("black coffee" is coffee).
+    if (rank && strict.wordCount() > 1 && std::none_of(found.cbegin(), found.cend(), [](const Candidate &c) {
+            return SearchRanker::missingWords(c.key) == 0;
+        }))
+        collect(reference, custom, {tolerant, history, true, true, rank, 1}, &seen, &found);
     result.close = qsizetype(found.size()) - result.exact;
     keepBest(&found, limit, rank);
     for (const Candidate &c : found)

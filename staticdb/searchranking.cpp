@@ -6,6 +6,7 @@
 #include <QVarLengthArray>
 
 #include <algorithm>
+#include <bit>
 #include <limits>
 
 namespace {
@@ -337,7 +338,8 @@ SearchRanker::SearchRanker(const QString &query, bool tolerant, const SearchWord
                 _excluded.append(foldText(word.mid(1)));
             continue;
         }
-        Word w{foldText(word), {}};
+        Word w;
+        w.text = foldText(word);
         if (const auto way = lists.waysOfCooking.constFind(w.text); way != lists.waysOfCooking.cend()) {
             w.wayOfCooking = true;
             w.alike = *way;
@@ -405,11 +407,14 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     const Tokens tokens = tokenize(name);
 
     // Where each word of the query is: a whole word, spelled right and in the thing if it can be.
+    // A word the name says it is without ("other than cola", "non-soy") is not there.
     QVarLengthArray<qsizetype, 8> at(_words.size(), -1);
     QVarLengthArray<int, 8> how(_words.size(), kNone);
     for (qsizetype w = 0; w < _words.size(); ++w) {
         int best = std::numeric_limits<int>::max();
         for (qsizetype i = 0; i < tokens.size() && best > 0; ++i) {
+            if (i > 0 && negates(tokenText(name, tokens[i - 1])))
+                continue;
             const int match = matchOf(_words.at(w), tokenText(name, tokens[i]));
             const int worse =
                 (match == kLoose ? 4 : 0) + (tokens[i].part < thingParts ? 0 : 2) + (match == kAlike ? 1 : 0);
@@ -452,6 +457,8 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     QVarLengthArray<int, 48> covers(tokens.size(), 0); // the query's words each word of the name is
     QVarLengthArray<bool, 48> used(tokens.size(), false);
     int missingWhole = 0;
+    int absent = 0;           // of those, not even inside another word
+    bool lastMissing = false; // the last word typed is most often the thing: "black coffee"
     int loose = 0;
     int alike = 0;
     int outsideThing = 0;
@@ -467,7 +474,9 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
             part = tokens[at[w]].part;
         } else {
             ++missingWhole;
+            lastMissing = lastMissing || w == _words.size() - 1;
             const qsizetype inside = name.indexOf(_words.at(w).text);
+            absent += inside < 0;
             part = inside < 0 ? thingParts : int(name.first(inside).count(','));
         }
         outsideThing += part >= thingParts;
@@ -503,7 +512,10 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         if (_namesForm)
             continue;
         const QByteArray text = tokenText(name, tokens[i]).toByteArray();
-        if (_lists.plain.contains(text)) {
+        // "Whole grain" and "whole wheat" are kinds of bread, not the whole food.
+        const bool kindOfGrain = i + 1 < tokens.size() && (tokenText(name, tokens[i + 1]) == "grain" ||
+                                                           tokenText(name, tokens[i + 1]) == "wheat");
+        if (_lists.plain.contains(text) && !kindOfGrain) {
             ++plain;
             plainForm = std::min(plainForm, tokens[i].part == thingParts ? 0 : 1);
         }
@@ -513,12 +525,25 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     }
     // A name of all kinds of the thing ("Oranges, raw, all commercial varieties") stands for it
     // better than one of them.
+    // What a part says in brackets is an example ("red or green (European type, such as ...)"),
+    // unless it names the query: "all (gin, rum, vodka, whiskey)" is not all kinds of vodka.
     bool allKinds = false;
     for (qsizetype from = 0; from <= c.folded.size() && !allKinds;) {
         qsizetype end = c.folded.indexOf(',', from);
         if (end < 0)
             end = c.folded.size();
-        allKinds = listed(_lists.allKinds, c.folded.sliced(from, end - from));
+        QByteArrayView part = c.folded.sliced(from, end - from);
+        if (const qsizetype bracket = part.indexOf('('); bracket > 0) {
+            const qsizetype closing = c.folded.indexOf(')', from + bracket);
+            const QByteArrayView example =
+                c.folded.sliced(from + bracket, (closing < 0 ? c.folded.size() : closing) - from - bracket);
+            if (std::any_of(_words.cbegin(), _words.cend(),
+                            [&](const Word &w) { return example.contains(w.text); }))
+                part = {};
+            else
+                part = part.first(bracket);
+        }
+        allKinds = listed(_lists.allKinds, part);
         from = end + 1;
     }
     // A thing of more than the query's words is another thing: "Oat bran" for "oats cooked".
@@ -538,8 +563,11 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     const int tier = !named ? 2 : c.favourite ? 0 : c.usage > 0 ? 1 : 2;
     const qint32 usage =
         tier < 2 ? -qint32(std::min(c.usage, double(std::numeric_limits<qint32>::max() / 1000)) * 1000) : 0;
-    return {tier,  usage,     missingWhole, loose,     exact ? 0 : 1, group,  outsideThing,       otherThing,
-            alike, plainForm, processed,    !allKinds, extra,         -plain, qint32(name.size())};
+    return {tier,         usage,         4 * missingWhole + 2 * absent + lastMissing,
+            loose,        exact ? 0 : 1, group,
+            outsideThing, otherThing,    alike,
+            plainForm,    processed,     !allKinds,
+            extra,        -plain,        qint32(name.size())};
 }
 
 bool SearchRanker::occursClosely(const Word &word, QByteArrayView folded) const
@@ -580,8 +608,16 @@ quint64 SearchRanker::closeWords(QByteArrayView folded) const
     return words;
 }
 
-bool SearchRanker::matchesClosely(quint64 words) const
+bool SearchRanker::matchesClosely(quint64 words, int missing) const
 {
     const quint64 all = (quint64(1) << _words.size()) - 1;
-    return !_words.isEmpty() && !(words & kExcludedWord) && (words & all) == all;
+    return !_words.isEmpty() && !(words & kExcludedWord) &&
+           std::popcount(words & all) + std::min<qsizetype>(missing, _words.size() - 1) >= _words.size();
+}
+
+bool SearchRanker::negates(QByteArrayView token) const
+{
+    static const QByteArrayView negations[] = {"than", "without", "non", "no"};
+    return std::find(std::cbegin(negations), std::cend(negations), token) != std::cend(negations) &&
+           std::none_of(_words.cbegin(), _words.cend(), [&](const Word &w) { return w.text == token; });
 }

@@ -110,8 +110,11 @@ public:
                           const SearchWords &lists = SearchWords::instance());
 
     Key key(const RankCandidate &candidate) const;
+    qsizetype wordCount() const { return _words.size(); } // excluded words aside
     // Whether a key is of a name whose thing is exactly the query.
     static bool isExactThing(const Key &key) { return key[2] == 0 && key[3] == 0 && key[4] == 0; }
+    // How many words of the query a name holds only inside other words, or not at all.
+    static int missingWords(const Key &key) { return key[2] / 4; }
     // Rule 4 for a top category's folded name: 0 named by the query, 2 lowered, else 1.
     int groupScore(QByteArrayView foldedGroup) const;
     // Close matching, part by part along an item's path: the words of the query a folded text
@@ -119,8 +122,9 @@ public:
     // another spelling of its set), with kExcludedWord when it holds an excluded one.
     static constexpr quint64 kExcludedWord = quint64(1) << 63;
     quint64 closeWords(QByteArrayView folded) const;
-    // Whether the words of an item's path, or-ed, match: all of the query's, none excluded.
-    bool matchesClosely(quint64 words) const;
+    // Whether the words of an item's path, or-ed, match: all of the query's but at most missing
+    // (one word always remains), none excluded.
+    bool matchesClosely(quint64 words, int missing = 0) const;
 
 private:
     struct Word
@@ -136,6 +140,8 @@ private:
     // typo away, "cooked" for a way of cooking), or not.
     int matchOf(const Word &word, QByteArrayView token) const;
     bool sameWord(const Word &word, QByteArrayView token) const;
+    // "other than", "without", "non", "no" before a word, unless the query says it too.
+    bool negates(QByteArrayView token) const;
     bool occursClosely(const Word &word, QByteArrayView folded) const;
 
     const SearchWords &_lists;

@@ -613,16 +613,18 @@ void TestDesktop::browseTreeAndCustomFoods()
     QCOMPARE(food.servings.constFirst().name, QStringLiteral("2 x 1 slice (1 oz)"));
     QVERIFY(qAbs(food.values[FV_CALORIES] - 226.2f) < 0.01f); // 2 x 28 g at 404 per 100 g, to a tenth
 
-    // A food the search does not know is offered as one's own, named as it was sought; Enter
-    // takes the offer.
-    search->setText(QStringLiteral("grandma lasagne -frozen"));
+    // A food the search does not know is offered as one's own, named as it was sought, beside
+    // close matches too; Enter on no matches at all takes the offer.
     auto *note = window.findChild<QLabel *>(QStringLiteral("searchNote"));
-    QVERIFY(note->text().contains(QLatin1String("<a href")));
+    search->setText(QStringLiteral("grandma lasagne"));
+    QVERIFY(matches->count() > 0 && note->text().contains(QLatin1String("<a href")));
+    search->setText(QStringLiteral("grandma kolaczki -frozen"));
+    QVERIFY(matches->count() == 0 && note->text().contains(QLatin1String("<a href")));
     QTimer::singleShot(0, [] {
         auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
         QVERIFY(dialog);
         QCOMPARE(dialog->findChild<QLineEdit *>(QStringLiteral("name"))->text(),
-                 QStringLiteral("Grandma lasagne"));
+                 QStringLiteral("Grandma kolaczki"));
         dialog->findChild<QLineEdit *>(QStringLiteral("serving"))->setText(QStringLiteral("1 piece"));
         dialog->findChild<QDoubleSpinBox *>(QStringLiteral("value%1").arg(FV_CALORIES))->setValue(450);
         dialog->accept();
@@ -630,7 +632,7 @@ void TestDesktop::browseTreeAndCustomFoods()
     QTest::keyClick(search, Qt::Key_Return); // as a click on the note's link does
     QVERIFY(matches->currentItem());
     QCOMPARE(matches->currentItem()->data(MatchDelegate::kNameRole).toString(),
-             QStringLiteral("Grandma lasagne"));
+             QStringLiteral("Grandma kolaczki"));
 
     // A category of one's own, found again by the search.
     const int category =

@@ -117,15 +117,11 @@ void TestItemSearch::whatPeopleType_data()
                  "microwaving), without salt");
     food("cheddar", "Cheese, cheddar");
     food("butter", "Butter, salted");
-    food("spinach", "Spinach, raw");
-    food("carrot", "Carrots, raw");
     food("avocado", "Avocados, raw, all commercial varieties");
     food("almonds", "Nuts, almonds");
     food("cola", "Beverages, carbonated, cola, regular");
     food("beer", "Alcoholic beverage, beer, regular, all");
     food("quinoa", "Quinoa, cooked");
-    food("lentils", "Lentils, raw");
-    food("broccoli", "Broccoli, raw");
     // Two words: the thing and its kind.
     food("brown rice", "Rice, brown, long-grain, cooked");
     food("greek yogurt", "Yogurt, Greek, plain, nonfat");
@@ -139,8 +135,14 @@ void TestItemSearch::whatPeopleType_data()
     food("mayonnaise", "Salad dressing, mayonnaise, regular"); // after its class
     food("sugar", "Sugars, granulated", true, 1);
     food("tomato", "Tomatoes, red, ripe, raw, year round average", true, 1); // not one colour
-    food("diet cola",
-         "Beverages, carbonated, low calorie, cola or pepper-type, with aspartame, contains caffeine");
+    food("diet cola",                                                        // not "other than cola"
+         "Beverages, carbonated, low calorie, cola or pepper-type, with aspartame, without caffeine", true,
+         1);
+    food("white rice", "Rice, white, long-grain, regular, enriched, cooked"); // the kind most eaten
+    food("grapes", "Grapes, red or green (European type, such as Thompson seedless), raw", true, 1);
+    food("vodka", "Alcoholic beverage, distilled, vodka, 80 proof", true, 1); // not "all (gin, rum, vodka"
+    food("bagel", "Bagels, plain, enriched, with calcium propionate (includes onion, poppy, sesame)", true,
+         1); // "whole grain" is not the whole food
     food("milk 2%", "Milk, reduced fat, fluid, 2% milkfat, with added vitamin A and vitamin D", true, 1);
     food("oats cooked",
          "Cereals, oats, regular and quick, unenriched, cooked with water (includes boiling and "
@@ -169,6 +171,7 @@ void TestItemSearch::whatPeopleType_data()
     food("jalapeño", "Peppers, jalapeno, raw", false);
     food("fried egg", "Egg, whole, cooked, fried", true, 1);             // before "dried", a typo away
     food("baked salmon", "Fish, salmon, pink, cooked, dry heat", false); // named otherwise
+    food("black coffee", "Beverages, coffee, brewed, prepared with tap water", false); // all but one word
     // Activities: the activity itself, from its own heading.
     exercise("walking", "Walking, 2.8 to 3.2 mph, level, moderate pace, firm surface");
     exercise("cycling", "Bicycling, general");

@@ -343,8 +343,9 @@ void ItemBrowser::search(const QString &typed)
     const bool nothing = result.searched && result.items.isEmpty();
     QString note =
         nothing ? tr("No matches for \"%1\"").arg(query.trimmed()) : result.closeMatchNote(query.trimmed());
-    // A food the reference does not know is one the profile can add, named as searched.
-    const bool offerNew = nothing && !exercises && _userId >= 0;
+    // A food the reference does not know is one the profile can add, named as searched: also
+    // beside close matches ("grandma's lasagne" finds lasagne, not hers).
+    const bool offerNew = result.searched && result.exact == 0 && !exercises && _userId >= 0;
     if (offerNew)
         note = note.toHtmlEscaped() +
                QStringLiteral(". <a href=\"new\">%1</a>").arg(tr("Add it as your own food..."));
