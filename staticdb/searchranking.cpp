@@ -201,7 +201,7 @@ SearchWords SearchWords::parse(const QByteArray &text)
         } else if (section == "plain") {
             lists.plain.insert(line);
         } else if (section == "processed" || section == "lesser parts") {
-            lists.processed.insert(line);
+            (line.contains(' ') ? lists.processedParts : lists.processed).insert(line);
         } else if (section == "classes") {
             lists.classes.insert(line);
         } else if (section == "lowered groups") {
@@ -349,6 +349,7 @@ SearchRanker::SearchRanker(const QString &query, bool tolerant, const SearchWord
             if (samePlural(it.key(), w.text))
                 w.same += it.value();
         }
+        w.form = w.wayOfCooking || lists.plain.contains(w.text) || lists.processed.contains(w.text);
         _namesForm = _namesForm || lists.plain.contains(w.text) || lists.processed.contains(w.text);
         _words.append(w);
     }
@@ -461,7 +462,8 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     bool lastMissing = false; // the last word typed is most often the thing: "black coffee"
     int loose = 0;
     int alike = 0;
-    int outsideThing = 0;
+    int outside = 0;
+    int outsideThing = 0; // forms and ways of cooking aside: names give them after the thing
     for (qsizetype w = 0; w < _words.size(); ++w) {
         int part;
         if (at[w] >= 0) {
@@ -479,7 +481,8 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
             absent += inside < 0;
             part = inside < 0 ? thingParts : int(name.first(inside).count(','));
         }
-        outsideThing += part >= thingParts;
+        outside += part >= thingParts;
+        outsideThing += part >= thingParts && !_words.at(w).form;
     }
     // The thing is exactly the query: every word in the parts, and nothing else there.
     const auto exactParts = [&](int first, int last) {
@@ -523,6 +526,17 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         processed += _lists.processed.contains(text) &&
                      !(i + 1 < tokens.size() && tokenText(name, tokens[i + 1]) == "heat");
     }
+    // Parts of more than a word ("skin only") the query has none of.
+    for (qsizetype from = 0, part = 0; !_namesForm && from <= name.size(); ++part) {
+        qsizetype end = name.indexOf(',', from);
+        if (end < 0)
+            end = name.size();
+        processed += listed(_lists.processedParts, name.sliced(from, end - from)) &&
+                     std::none_of(tokens.cbegin(), tokens.cend(), [&](const Token &t) {
+                         return t.part == part && used[&t - tokens.cbegin()];
+                     });
+        from = end + 1;
+    }
     // A name of all kinds of the thing ("Oranges, raw, all commercial varieties") stands for it
     // better than one of them.
     // What a part says in brackets is an example ("red or green (European type, such as ...)"),
@@ -559,7 +573,7 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     const int group = c.group == 0 ? 0 : c.group == 2 ? 2 + brand : brand ? 2 : 1;
     // What the profile eats leads when the query names it, not a word on its side ("salt" is not
     // "Broccoli, boiled, with salt").
-    const bool named = missingWhole == 0 && loose == 0 && outsideThing < _words.size();
+    const bool named = missingWhole == 0 && loose == 0 && outside < _words.size();
     const int tier = !named ? 2 : c.favourite ? 0 : c.usage > 0 ? 1 : 2;
     const qint32 usage =
         tier < 2 ? -qint32(std::min(c.usage, double(std::numeric_limits<qint32>::max() / 1000)) * 1000) : 0;

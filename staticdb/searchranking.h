@@ -54,6 +54,7 @@ struct SearchWords
     QHash<QByteArray, QList<QByteArray>> same; // a word -> the other words of its sets
     QSet<QByteArray> plain;
     QSet<QByteArray> processed;
+    QSet<QByteArray> processedParts; // of more than one word, matched as a whole part
     QSet<QByteArray> allKinds;
     QSet<QByteArray> classes;
     QSet<QByteArray> fillers;
@@ -132,6 +133,7 @@ private:
         QByteArray text;
         QList<QByteArray> same;
         bool wayOfCooking = false;
+        bool form = false;       // a way of cooking, a plain or a processed form
         QList<QByteArray> alike; // ways of cooking
     };
     enum Match { kNone, kSame, kAlike, kLoose };

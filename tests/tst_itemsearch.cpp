@@ -129,8 +129,9 @@ void TestItemSearch::whatPeopleType_data()
     food("chicken noodle soup", "Soup, chicken noodle, canned, condensed");
     food("ground beef", "Beef, ground, unspecified fat content, cooked");
     food("peanut butter", "Peanut butter, chunk style, with salt");
-    food("chicken breast", "Chicken, broilers or fryers, breast, meat and skin, raw"); // not the deli's
-    food("cheese pizza", "Pizza, cheese topping, regular crust, frozen, cooked");      // not a chain's
+    food("roasted chicken breast", "Chicken, broilers or fryers, breast, meat only, cooked, roasted", true,
+         1); // not the deli's "Oven-roasted chicken breast roll"
+    food("cheese pizza", "Pizza, cheese topping, regular crust, frozen, cooked"); // not a chain's
     food("soy milk", "Soymilk, original and vanilla, unfortified");
     food("mayonnaise", "Salad dressing, mayonnaise, regular"); // after its class
     food("sugar", "Sugars, granulated", true, 1);
