@@ -565,7 +565,7 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         return t.part == thing && !used[&t - tokens.cbegin()];
     });
     // Capitals the query names are the thing asked for, not a brand it did not ask for.
-    const bool brand = brandIn(c.original, thingParts, [this](const QByteArray &word) {
+    const bool brand = brandIn(c.original, thingParts + 1, [this](const QByteArray &word) {
         return std::any_of(_words.cbegin(), _words.cend(),
                            [&](const Word &w) { return matchOf(w, word) == kSame; });
     });

@@ -10,32 +10,36 @@
 //     ("yoghurt" and "yogurt", "cycling" and "bicycling"), two words a name writes as one
 //     ("soy milk", "Soymilk") and one word for two of a name's ("icecream", "Ice cream"). A
 //     word as typed comes before one matched loosely: a typo away ("fried", "dried"), or
-//     "cooked" for a way of cooking ("Fish, salmon, cooked" for "baked").
+//     "cooked" for a way of cooking ("Fish, salmon, cooked" for "baked"). A word the name says
+//     it is without ("other than cola", "non-soy") is not there. Of names without a word, those
+//     with the last word typed come first: it is most often the thing ("black coffee").
 //  3. The thing itself over its preparation: a name whose first comma-separated part is
 //     exactly the query (or with the next part, its kind: "Rice, brown" for "brown rice") comes
-//     first, then names with more of the words in the thing, then those whose thing holds no
-//     other word ("Cereals, oats" before "Oat bran" for "oats cooked"). After a class
+//     first, then names with more of the words in the thing (ways of cooking and forms aside:
+//     names give them after it), then those whose thing holds no other word ("Cereals, oats"
+//     before "Oat bran" for "oats cooked"). After a class
 //     ("Beverages, coffee", "Fish, salmon") the thing is the part that follows; a filler
 //     after the thing ("Chicken, broilers or fryers, breast") is passed over. Then the way of
 //     cooking as typed before one alike ("roasted" for "baked").
 //  4. Groups: a group whose name holds a word of the query (the "Walking" activities for
-//     "walking") lifts its items; brand names (a word in capitals in the thing that the query
-//     does not name: "McDONALD'S", "Cereals, QUAKER", "PIZZA HUT 12" Cheese Pizza") and the
+//     "walking") lifts its items; brand names (a word in capitals in the thing or its kind
+//     that the query does not name: "McDONALD'S", "Cereals, QUAKER", "PIZZA HUT 12" Cheese
+//     Pizza") and the
 //     lowered groups ("Baby Foods", "Fast Foods", ...) fall unless the query names them, a
 //     brand in a lowered group below the group's plain names. This weighs more than where in
 //     the thing the words are: "cola" is "Beverages, carbonated, cola" before "Beverages, The
 //     COCA-COLA company, ...".
 //  5. Plain forms: a plain word ("raw", "whole", "brewed", ...) right after the thing ("Milk,
 //     whole"), then one anywhere in the name; then fewer processed forms ("dried", "canned")
-//     and parts few people mean ("giblets");
-//     then a name of all kinds of the thing before one kind ("Oranges, raw, all commercial
-//     varieties" before "Oranges, raw, navels").
+//     and parts few people mean ("giblets", "skin only"); then a name of all kinds of the thing, or of the kind most eaten, before one kind
+//     ("Oranges, raw, all commercial varieties" before "Oranges, raw, navels").
 //  6. Fewer words besides the query's, then more plain words, then shorter names; the rest keeps
 //     tree order.
 //
 // Close matches: when the word search finds little, a search that forgives one typo in a word
 // of five letters or more, accents, words run together, the other spellings of a set and
-// cooked foods for a way of cooking finds what was meant.
+// cooked foods for a way of cooking finds what was meant; when no name holds every word whole,
+// the names that hold all but one.
 // Names are compared folded: lower case, without accents.
 
 #include <QByteArray>

@@ -164,6 +164,7 @@ void TestItemSearch::whatPeopleType_data()
     food("yoghurt", "Yogurt, plain, whole milk, 8 grams protein per 8 ounce", false);
     food("courgette", "Squash, summer, zucchini, includes skin, raw", false);
     food("aubergine", "Eggplant, raw", false);
+    food("bell pepper", "Peppers, sweet, red, raw", false);
     food("kiwi", "Kiwifruit, green, raw");
     food("icecream", "Ice creams, vanilla", false); // two words typed as one
     // Typos and accents.
