@@ -24,15 +24,15 @@
 //  4. Groups: a group whose name holds a word of the query (the "Walking" activities for
 //     "walking") lifts its items; brand names (a word in capitals in the thing or its kind
 //     that the query does not name: "McDONALD'S", "Cereals, QUAKER", "PIZZA HUT 12" Cheese
-//     Pizza") and the
-//     lowered groups ("Baby Foods", "Fast Foods", ...) fall unless the query names them, a
-//     brand in a lowered group below the group's plain names. This weighs more than where in
-//     the thing the words are: "cola" is "Beverages, carbonated, cola" before "Beverages, The
-//     COCA-COLA company, ...".
+//     Pizza") and the lowered groups ("Baby Foods", "Fast Foods", ...) fall unless the query
+//     names them, a brand in a lowered group below the group's plain names. This weighs more
+//     than where in the thing the words are: "cola" is "Beverages, carbonated, cola" before
+//     "Beverages, The COCA-COLA company, ...".
 //  5. Plain forms: a plain word ("raw", "whole", "brewed", ...) right after the thing ("Milk,
 //     whole"), then one anywhere in the name; then fewer processed forms ("dried", "canned")
-//     and parts few people mean ("giblets", "skin only"); then a name of all kinds of the thing, or of the kind most eaten, before one kind
-//     ("Oranges, raw, all commercial varieties" before "Oranges, raw, navels").
+//     and parts few people mean ("giblets", "skin only"); then a name of all kinds of the
+//     thing, or of the kind most eaten, before one kind ("Oranges, raw, all commercial
+//     varieties" before "Oranges, raw, navels").
 //  6. Fewer words besides the query's, then more plain words, then shorter names; the rest keeps
 //     tree order.
 //
