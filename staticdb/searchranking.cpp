@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cctype>
 #include <limits>
 
 namespace {
@@ -200,7 +201,7 @@ SearchWords SearchWords::parse(const QByteArray &text)
             }
         } else if (section == "plain") {
             lists.plain.insert(line);
-        } else if (section == "processed" || section == "lesser parts") {
+        } else if (section == "processed" || section == "lesser parts" || section == "intense") {
             (line.contains(' ') ? lists.processedParts : lists.processed).insert(line);
         } else if (section == "classes") {
             lists.classes.insert(line);
@@ -459,7 +460,7 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     QVarLengthArray<bool, 48> used(tokens.size(), false);
     int missingWhole = 0;
     int absent = 0;           // of those, not even inside another word
-    bool lastMissing = false; // the last word typed is most often the thing: "black coffee"
+    bool lastMissing = false; // the last word typed is more often the thing: "black coffee"
     int loose = 0;
     int alike = 0;
     int outside = 0;
@@ -484,7 +485,8 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         outside += part >= thingParts;
         outsideThing += part >= thingParts && !_words.at(w).form;
     }
-    // The thing is exactly the query: every word in the parts, and nothing else there.
+    // The thing is exactly the query: every word in the parts, and nothing else there. Of a name
+    // without some words (they weigh first), the words it has.
     const auto exactParts = [&](int first, int last) {
         qsizetype inParts = 0;
         qsizetype usedInParts = 0;
@@ -496,7 +498,7 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
                 words += covers[i];
             }
         }
-        return missingWhole == 0 && words == _words.size() && usedInParts == inParts;
+        return words > 0 && words == _words.size() - missingWhole && usedInParts == inParts;
     };
     const bool exact = !_words.isEmpty() && (exactParts(0, 0) || exactParts(thing, thing) ||
                                              exactParts(0, thing + 1) || exactParts(thing, thing + 1));
@@ -508,6 +510,13 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     int processed = 0;
     int extra = 0; // the class ("Beverages") is not a word besides the query's
     for (qsizetype i = 0; i < tokens.size(); ++i) {
+        // A reference to another list ("(Taylor Codes 280, 295)") says nothing of the item.
+        if (tokenText(name, tokens[i]) == "taylor" && i + 1 < tokens.size() &&
+            tokenText(name, tokens[i + 1]).startsWith("code")) {
+            for (++i; i + 1 < tokens.size() && std::isdigit(uchar(tokenText(name, tokens[i + 1]).front()));)
+                ++i;
+            continue;
+        }
         if (used[i])
             continue;
         extra += tokens[i].part >= thing;
@@ -577,11 +586,22 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     const int tier = !named ? 2 : c.favourite ? 0 : c.usage > 0 ? 1 : 2;
     const qint32 usage =
         tier < 2 ? -qint32(std::min(c.usage, double(std::numeric_limits<qint32>::max() / 1000)) * 1000) : 0;
-    return {tier,         usage,         4 * missingWhole + 2 * absent + lastMissing,
-            loose,        exact ? 0 : 1, group,
-            outsideThing, otherThing,    alike,
-            plainForm,    processed,     !allKinds,
-            extra,        -plain,        qint32(name.size())};
+    return {tier,
+            usage,
+            2 * missingWhole + absent,
+            loose,
+            exact ? 0 : 1,
+            lastMissing,
+            group,
+            outsideThing,
+            otherThing,
+            alike,
+            plainForm,
+            processed,
+            !allKinds,
+            extra,
+            -plain,
+            qint32(name.size())};
 }
 
 bool SearchRanker::occursClosely(const Word &word, QByteArrayView folded) const

@@ -12,7 +12,8 @@
 //     word as typed comes before one matched loosely: a typo away ("fried", "dried"), or
 //     "cooked" for a way of cooking ("Fish, salmon, cooked" for "baked"). A word the name says
 //     it is without ("other than cola", "non-soy") is not there. Of names without a word, those
-//     with the last word typed come first: it is most often the thing ("black coffee").
+//     whose thing is the other words come first ("Beverages, tea" for "iced tea", "Rowing,
+//     stationary" for "rowing machine"), then those with the last word typed ("black coffee").
 //  3. The thing itself over its preparation: a name whose first comma-separated part is
 //     exactly the query (or with the next part, its kind: "Rice, brown" for "brown rice") comes
 //     first, then names with more of the words in the thing (ways of cooking and forms aside:
@@ -30,11 +31,11 @@
 //     "Beverages, The COCA-COLA company, ...".
 //  5. Plain forms: a plain word ("raw", "whole", "brewed", ...) right after the thing ("Milk,
 //     whole"), then one anywhere in the name; then fewer processed forms ("dried", "canned")
-//     and parts few people mean ("giblets", "skin only"); then a name of all kinds of the
-//     thing, or of the kind most eaten, before one kind ("Oranges, raw, all commercial
-//     varieties" before "Oranges, raw, navels").
-//  6. Fewer words besides the query's, then more plain words, then shorter names; the rest keeps
-//     tree order.
+//     and parts or forms few people mean ("giblets", "skin only", "marathon"); then a name of
+//     all kinds of the thing, or of the kind most eaten, before one kind ("Oranges, raw, all
+//     commercial varieties" before "Oranges, raw, navels").
+//  6. Fewer words besides the query's (a reference to another list, "(Taylor Code 360)", is
+//     none), then more plain words, then shorter names; the rest keeps tree order.
 //
 // Close matches: when the word search finds little, a search that forgives one typo in a word
 // of five letters or more, accents, words run together, the other spellings of a set and
@@ -108,7 +109,7 @@ class SearchRanker
 {
 public:
     // Lower keys come first; equal keys keep the order of the candidates.
-    using Key = std::array<qint32, 15>;
+    using Key = std::array<qint32, 16>;
 
     // tolerant: words also match words one typo away, as close matches do.
     explicit SearchRanker(const QString &query, bool tolerant = false,
@@ -119,7 +120,7 @@ public:
     // Whether a key is of a name whose thing is exactly the query.
     static bool isExactThing(const Key &key) { return key[2] == 0 && key[3] == 0 && key[4] == 0; }
     // How many words of the query a name holds only inside other words, or not at all.
-    static int missingWords(const Key &key) { return key[2] / 4; }
+    static int missingWords(const Key &key) { return key[2] / 2; }
     // Rule 4 for a top category's folded name: 0 named by the query, 2 lowered, else 1.
     int groupScore(QByteArrayView foldedGroup) const;
     // Close matching, part by part along an item's path: the words of the query a folded text
