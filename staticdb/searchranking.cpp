@@ -339,6 +339,9 @@ SearchRanker::SearchRanker(const QString &query, bool tolerant, const SearchWord
                 _excluded.append(foldText(word.mid(1)));
             continue;
         }
+        // Each word has a bit of closeWords(); the word search itself takes far fewer.
+        if (_words.size() == 62)
+            break;
         Word w;
         w.text = foldText(word);
         if (const auto way = lists.waysOfCooking.constFind(w.text); way != lists.waysOfCooking.cend()) {
