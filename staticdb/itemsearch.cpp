@@ -200,11 +200,31 @@ ItemSearchResult searchItems(IndexedDB &reference, DynamicDB *custom, const QStr
     // Few matches at all: every item, forgiving a typo or an accent.
     if (result.exact < kFewMatches)
         collect(reference, custom, {tolerant, history, true, true, rank}, &seen, &found);
-    // No name holds every word whole: those that hold all but one ("black coffee" is coffee).
-    if (rank && strict.wordCount() > 1 && std::none_of(found.cbegin(), found.cend(), [](const Candidate &c) {
-            return SearchRanker::missingWords(c.key) == 0;
-        }))
-        collect(reference, custom, {tolerant, history, true, true, rank, 1}, &seen, &found);
+    // No name holds every word whole, and few hold them even inside other words: those that hold
+    // all but one ("black coffee" is coffee, "iced tea" not "sliced steaks"), found by the word
+    // search without each word in turn. A word being typed ("apple ra") is no whole word yet,
+    // but inside many.
+    const auto whole = std::count_if(found.cbegin(), found.cend(), [](const Candidate &c) {
+        return SearchRanker::missingWords(c.key) == 0;
+    });
+    const auto inside = std::count_if(found.cbegin(), found.cend(), [](const Candidate &c) {
+        return SearchRanker::absentWords(c.key) == 0;
+    });
+    if (rank && strict.wordCount() > 1 && whole == 0 && inside < kFewMatches) {
+        const QStringList words = splitSearchWords(query);
+        for (qsizetype i = 0; i < words.size(); ++i) {
+            if (words.at(i).startsWith(QLatin1Char('-')))
+                continue;
+            QStringList others = words;
+            others.removeAt(i);
+            const QString fewer = others.join(QLatin1Char(' '));
+            if (longestSearchWord(fewer) < kShortestSearchWord)
+                continue;
+            searchBoth(fewer);
+            collect(reference, custom, {tolerant, history, true, false, rank, 1}, &seen, &found);
+        }
+        searchBoth(query);
+    }
     result.close = qsizetype(found.size()) - result.exact;
     keepBest(&found, limit, rank);
     for (const Candidate &c : found)

@@ -591,7 +591,7 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         tier < 2 ? -qint32(std::min(c.usage, double(std::numeric_limits<qint32>::max() / 1000)) * 1000) : 0;
     return {tier,
             usage,
-            2 * missingWhole + absent,
+            missingWhole * 64 + absent,
             loose,
             exact ? 0 : 1,
             lastMissing,

@@ -119,8 +119,10 @@ public:
     qsizetype wordCount() const { return _words.size(); } // excluded words aside
     // Whether a key is of a name whose thing is exactly the query.
     static bool isExactThing(const Key &key) { return key[2] == 0 && key[3] == 0 && key[4] == 0; }
-    // How many words of the query a name holds only inside other words, or not at all.
-    static int missingWords(const Key &key) { return key[2] / 2; }
+    // How many words of the query a name holds only inside other words, or not at all; and of
+    // those, how many not at all.
+    static int missingWords(const Key &key) { return key[2] / 64; }
+    static int absentWords(const Key &key) { return key[2] % 64; }
     // Rule 4 for a top category's folded name: 0 named by the query, 2 lowered, else 1.
     int groupScore(QByteArrayView foldedGroup) const;
     // Close matching, part by part along an item's path: the words of the query a folded text
