@@ -582,7 +582,7 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
                            [&](const Word &w) { return matchOf(w, word) == kSame; });
     });
     // A brand in a lowered group falls below the group's plain names.
-    const int group = c.group == 0 ? 0 : c.group == 2 ? 2 + brand : brand ? 2 : 1;
+    const int group = c.group == 0 ? brand : c.group == 2 ? 2 + brand : brand ? 2 : 1;
     // What the profile eats leads when the query names it, not a word on its side ("salt" is not
     // "Broccoli, boiled, with salt").
     const bool named = missingWhole == 0 && loose == 0 && outside < _words.size();

@@ -132,6 +132,7 @@ void TestItemSearch::whatPeopleType_data()
     food("roasted chicken breast", "Chicken, broilers or fryers, breast, meat only, cooked, roasted", true,
          1); // not the deli's "Oven-roasted chicken breast roll"
     food("cheese pizza", "Pizza, cheese topping, regular crust, frozen, cooked"); // not a chain's
+    food("chicken soup", "Soup, chicken broth, ready-to-serve"); // its group named, brands still fall
     food("soy milk", "Soymilk, original and vanilla, unfortified");
     food("mayonnaise", "Salad dressing, mayonnaise, regular"); // after its class
     food("sugar", "Sugars, granulated", true, 1);
