@@ -201,8 +201,10 @@ SearchWords SearchWords::parse(const QByteArray &text)
             }
         } else if (section == "plain") {
             lists.plain.insert(line);
-        } else if (section == "processed" || section == "lesser parts" || section == "intense") {
-            (line.contains(' ') ? lists.processedParts : lists.processed).insert(line);
+        } else if (section == "processed" || section == "intense") {
+            lists.processed.insert(line);
+        } else if (section == "lesser parts") {
+            lists.lesserParts.insert(line);
         } else if (section == "classes") {
             lists.classes.insert(line);
         } else if (section == "lowered groups") {
@@ -538,15 +540,15 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         processed += _lists.processed.contains(text) &&
                      !(i + 1 < tokens.size() && tokenText(name, tokens[i + 1]) == "heat");
     }
-    // Parts of more than a word ("skin only") the query has none of.
-    for (qsizetype from = 0, part = 0; !_namesForm && from <= name.size(); ++part) {
+    // Parts few people mean ("giblets", "skin only") that the query does not name.
+    int lesser = 0;
+    for (qsizetype from = 0, part = 0; from <= name.size(); ++part) {
         qsizetype end = name.indexOf(',', from);
         if (end < 0)
             end = name.size();
-        processed += listed(_lists.processedParts, name.sliced(from, end - from)) &&
-                     std::none_of(tokens.cbegin(), tokens.cend(), [&](const Token &t) {
-                         return t.part == part && used[&t - tokens.cbegin()];
-                     });
+        lesser += listed(_lists.lesserParts, name.sliced(from, end - from)) &&
+                  std::none_of(tokens.cbegin(), tokens.cend(),
+                               [&](const Token &t) { return t.part == part && used[&t - tokens.cbegin()]; });
         from = end + 1;
     }
     // A name of all kinds of the thing ("Oranges, raw, all commercial varieties") stands for it
@@ -599,6 +601,7 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
             outsideThing,
             otherThing,
             alike,
+            lesser,
             plainForm,
             processed,
             !allKinds,

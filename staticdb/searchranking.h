@@ -29,11 +29,11 @@
 //     names them, a brand in a lowered group below the group's plain names. This weighs more
 //     than where in the thing the words are: "cola" is "Beverages, carbonated, cola" before
 //     "Beverages, The COCA-COLA company, ...".
-//  5. Plain forms: a plain word ("raw", "whole", "brewed", ...) right after the thing ("Milk,
-//     whole"), then one anywhere in the name; then fewer processed forms ("dried", "canned")
-//     and parts or forms few people mean ("giblets", "skin only", "marathon"); then a name of
-//     all kinds of the thing, or of the kind most eaten, before one kind ("Oranges, raw, all
-//     commercial varieties" before "Oranges, raw, navels").
+//  5. Plain forms: parts few people mean ("giblets", "skin") after the rest; then a plain word
+//     ("raw", "whole", "brewed", ...) right after the thing ("Milk, whole"), then one anywhere
+//     in the name; then fewer processed forms ("dried", "canned") and hardest forms of an
+//     activity ("marathon"); then a name of all kinds of the thing, or of the kind most eaten,
+//     before one kind ("Oranges, raw, all commercial varieties" before "Oranges, raw, navels").
 //  6. Fewer words besides the query's (a reference to another list, "(Taylor Code 360)", is
 //     none), then more plain words, then shorter names; the rest keeps tree order.
 //
@@ -59,7 +59,7 @@ struct SearchWords
     QHash<QByteArray, QList<QByteArray>> same; // a word -> the other words of its sets
     QSet<QByteArray> plain;
     QSet<QByteArray> processed;
-    QSet<QByteArray> processedParts; // of more than one word, matched as a whole part
+    QSet<QByteArray> lesserParts; // matched as a whole part of a name
     QSet<QByteArray> allKinds;
     QSet<QByteArray> classes;
     QSet<QByteArray> fillers;
@@ -109,7 +109,7 @@ class SearchRanker
 {
 public:
     // Lower keys come first; equal keys keep the order of the candidates.
-    using Key = std::array<qint32, 16>;
+    using Key = std::array<qint32, 17>;
 
     // tolerant: words also match words one typo away, as close matches do.
     explicit SearchRanker(const QString &query, bool tolerant = false,

@@ -109,6 +109,7 @@ void TestItemSearch::whatPeopleType_data()
     food("milk", "Milk, whole, 3.25% milkfat, with added vitamin D");
     food("egg", "Egg, whole, raw, fresh");
     food("chicken", "Chicken, broilers or fryers, meat only, raw", true, 1); // not its giblets
+    food("potato", "Potatoes, flesh and skin, raw", true, 1);                // nor the skin alone
     food("eggs", "Egg, whole, raw, fresh");
     food("rice", "Rice, brown, long-grain, cooked");
     food("salmon", "Fish, salmon, pink, raw");
