@@ -182,7 +182,8 @@ void TestItemSearch::whatPeopleType_data()
     exercise("biking", "Bicycling, general", false);
     exercise("jogging", "Jogging, general");
     exercise("yoga", "Yoga, Hatha");
-    exercise("running", "Running, (Taylor code 200)"); // not a marathon
+    exercise("running", "Running, (Taylor code 200)");                      // not a marathon
+    exercise("swimming", "Swimming, leisurely, not lap swimming, general"); // nor the butterfly
     exercise("gardening", "Gardening, general, moderate effort");
     exercise("aerobic", "Aerobic, general");
 }
