@@ -148,8 +148,11 @@ void keepBest(std::vector<Candidate> *candidates, qsizetype limit, bool rank)
 
 QString ItemSearchResult::closeMatchNote(const QString &query) const
 {
-    if (close == 0)
-        return QString();
+    if (close == 0) {
+        return exact > 0 && begun == 0
+                   ? QCoreApplication::translate("ItemSearch", "No exact matches for \"%1\"").arg(query)
+                   : QString();
+    }
     if (exact == 0)
         return QCoreApplication::translate("ItemSearch", "No exact matches; showing close matches for \"%1\"")
             .arg(query);
@@ -181,6 +184,9 @@ ItemSearchResult searchItems(IndexedDB &reference, DynamicDB *custom, const QStr
     QSet<const IndexEntry *> seen;
     collect(reference, custom, {strict, history, false, false, rank}, &seen, &found);
     result.exact = qsizetype(found.size());
+    result.begun = !rank ? result.exact : std::count_if(found.cbegin(), found.cend(), [](const Candidate &c) {
+        return SearchRanker::unbegunWords(c.key) == 0;
+    });
 
     // Few names that are the thing asked for: the other forms of its words may name it
     // ("blueberry" finds "Blueberries, raw"), found by the word search as quickly.

@@ -26,10 +26,14 @@ struct ItemSearchResult
 {
     QList<FoundItem> items; // best first (or in tree order), cut to the limit
     qsizetype exact = 0;    // matches of the word search in all
-    qsizetype close = 0;    // close matches in all
-    bool searched = false;  // the longest word was long enough to search
+    // Of those, names with every word as a word of their own or the beginning of one (ranked
+    // searches; else all): none when "latte" finds only platters.
+    qsizetype begun = 0;
+    qsizetype close = 0;   // close matches in all
+    bool searched = false; // the longest word was long enough to search
 
-    // What to tell the reader about close matches; empty when there are none.
+    // What to tell the reader about close matches, or about matches that only hold the words
+    // inside others; empty when there is nothing to say.
     QString closeMatchNote(const QString &query) const;
 };
 

@@ -47,6 +47,17 @@ Tokens tokenize(QByteArrayView text)
     return tokens;
 }
 
+// Whether word is in text where a word of it begins ("2%" in "2% milkfat", "ra" in "raw"; not
+// "latte" in "platter").
+bool beginsAWord(QByteArrayView text, QByteArrayView word)
+{
+    for (qsizetype i = text.indexOf(word); i >= 0; i = text.indexOf(word, i + 1)) {
+        if (i == 0 || !isWordByte(uchar(text[i - 1])))
+            return true;
+    }
+    return false;
+}
+
 QByteArrayView tokenText(QByteArrayView text, const Token &t)
 {
     return text.sliced(t.begin, t.end - t.begin);
@@ -150,17 +161,12 @@ template <typename Named> bool brandIn(QByteArrayView original, int parts, const
     return false;
 }
 
-QByteArray trimmed(QByteArrayView text)
-{
-    return text.trimmed().toByteArray();
-}
-
-// Whether a part of a name, spaces aside, is on one of the short lists: compared in place, as
-// the ranking asks it of every match.
+// Whether a part of a name, spaces aside, is on one of the lists: looked up without a copy, as
+// the ranking asks it of every part of every match.
 bool listed(const QSet<QByteArray> &list, QByteArrayView part)
 {
     part = part.trimmed();
-    return std::any_of(list.cbegin(), list.cend(), [part](const QByteArray &entry) { return entry == part; });
+    return list.contains(QByteArray::fromRawData(part.data(), part.size()));
 }
 
 // The name without the filler part that begins at a comma ("Chicken, broilers or fryers,
@@ -393,14 +399,14 @@ int SearchRanker::groupScore(QByteArrayView foldedGroup) const
                 return 0;
         }
     }
-    return _lists.loweredGroups.contains(trimmed(foldedGroup)) ? 2 : 1;
+    return listed(_lists.loweredGroups, foldedGroup) ? 2 : 1;
 }
 
 SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
 {
     QByteArrayView name = c.folded;
     const qsizetype comma = name.indexOf(',');
-    const bool classFirst = comma > 0 && _lists.classes.contains(trimmed(name.first(comma)));
+    const bool classFirst = comma > 0 && listed(_lists.classes, name.first(comma));
     const int thing = classFirst ? 1 : 0; // the part the thing begins with
     int thingParts = thing + 1;           // the parts up to the thing's end
     // A part right after the thing that nobody types is passed over, and the part after it
@@ -464,7 +470,8 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
     QVarLengthArray<int, 48> covers(tokens.size(), 0); // the query's words each word of the name is
     QVarLengthArray<bool, 48> used(tokens.size(), false);
     int missingWhole = 0;
-    int absent = 0;           // of those, not even inside another word
+    int unbegun = 0;          // of those, not the beginning of a word either ("apple ra" is begun)
+    int absent = 0;           // nor inside one
     bool lastMissing = false; // the last word typed is more often the thing: "black coffee"
     int loose = 0;
     int alike = 0;
@@ -485,6 +492,7 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
             lastMissing = lastMissing || w == _words.size() - 1;
             const qsizetype inside = name.indexOf(_words.at(w).text);
             absent += inside < 0;
+            unbegun += !beginsAWord(name, _words.at(w).text);
             part = inside < 0 ? thingParts : int(name.first(inside).count(','));
         }
         outside += part >= thingParts;
@@ -593,7 +601,7 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         tier < 2 ? -qint32(std::min(c.usage, double(std::numeric_limits<qint32>::max() / 1000)) * 1000) : 0;
     return {tier,
             usage,
-            missingWhole * 64 + absent,
+            (missingWhole * 64 + unbegun) * 64 + absent,
             loose,
             exact ? 0 : 1,
             lastMissing,

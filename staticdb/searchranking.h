@@ -119,9 +119,11 @@ public:
     qsizetype wordCount() const { return _words.size(); } // excluded words aside
     // Whether a key is of a name whose thing is exactly the query.
     static bool isExactThing(const Key &key) { return key[2] == 0 && key[3] == 0 && key[4] == 0; }
-    // How many words of the query a name holds only inside other words, or not at all; and of
-    // those, how many not at all.
-    static int missingWords(const Key &key) { return key[2] / 64; }
+    // How many words of the query a name does not hold as words of its own; of those, how many
+    // do not even begin one of its words (a word being typed, "apple ra", begins "raw"); and of
+    // those, how many it does not hold at all, not even inside a word.
+    static int missingWords(const Key &key) { return key[2] / 4096; }
+    static int unbegunWords(const Key &key) { return key[2] / 64 % 64; }
     static int absentWords(const Key &key) { return key[2] % 64; }
     // Rule 4 for a top category's folded name: 0 named by the query, 2 lowered, else 1.
     int groupScore(QByteArrayView foldedGroup) const;

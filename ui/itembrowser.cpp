@@ -344,8 +344,9 @@ void ItemBrowser::search(const QString &typed)
     QString note =
         nothing ? tr("No matches for \"%1\"").arg(query.trimmed()) : result.closeMatchNote(query.trimmed());
     // A food the reference does not know is one the profile can add, named as searched: also
-    // beside close matches ("grandma's lasagne" finds lasagne, not hers).
-    const bool offerNew = result.searched && result.exact == 0 && !exercises && _userId >= 0;
+    // beside close matches ("grandma's lasagne" finds lasagne, not hers) and beside names that
+    // only hold the words inside others ("latte" finds platters).
+    const bool offerNew = result.searched && result.begun == 0 && !exercises && _userId >= 0;
     if (offerNew)
         note = note.toHtmlEscaped() +
                QStringLiteral(". <a href=\"new\">%1</a>").arg(tr("Add it as your own food..."));
