@@ -29,6 +29,7 @@
 #include <csignal>
 #include <cstring>
 #include <ctime>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -285,7 +286,12 @@ double cpuMicroseconds(qint64 pid)
     return double(used.tv_sec) * 1e6 + double(used.tv_nsec) / 1e3;
 }
 
-void report(benchmark::State &state, std::vector<double> latencies, double seconds)
+// The floor's publishes per second by back end and clients, for the server's run to be set
+// beside.
+std::map<std::pair<int, int>, double> g_floorRates;
+
+// Publishes per second, p50 and p99; the rate.
+double report(benchmark::State &state, std::vector<double> latencies, double seconds)
 {
     std::sort(latencies.begin(), latencies.end());
     const auto at = [&](double q) {
@@ -294,6 +300,7 @@ void report(benchmark::State &state, std::vector<double> latencies, double secon
     state.counters["publishes_per_s"] = double(latencies.size()) / seconds;
     state.counters["p50_ms"] = at(0.50);
     state.counters["p99_ms"] = at(0.99);
+    return double(latencies.size()) / seconds;
 }
 
 // Enough publishes per round for the rate to settle: at least 200, at least 20 per client.
@@ -337,7 +344,10 @@ void BM_ServerPublish(benchmark::State &state)
     const double publishes = double(latencies.size());
     state.counters["server_cpu_us"] = (cpuMicroseconds(s->server.processId()) - serverCpu) / publishes;
     state.counters["loadgen_cpu_us"] = (cpuMicroseconds(::getpid()) - ownCpu) / publishes;
-    report(state, latencies, seconds);
+    const double rate = report(state, latencies, seconds);
+    // How many times the server's rate the floor's was, when the floor ran first.
+    if (const auto floor = g_floorRates.find({int(state.range(0)), clients}); floor != g_floorRates.end())
+        state.counters["floor_x"] = floor->second / rate;
 }
 
 // The floor: the same week applied by the store itself, from as many threads as clients.
@@ -403,7 +413,7 @@ void BM_ServerPublish_Floor(benchmark::State &state)
         }
     }
     state.counters["cpu_us"] = (cpuMicroseconds(::getpid()) - ownCpu) / double(latencies.size());
-    report(state, latencies, seconds);
+    g_floorRates[{int(state.range(0)), threads}] = report(state, latencies, seconds);
 }
 
 // One back end's runs together, so that neither works in the other's wake (PostgreSQL vacuums
