@@ -297,10 +297,11 @@ double report(benchmark::State &state, std::vector<double> latencies, double sec
     const auto at = [&](double q) {
         return latencies.at(std::min(latencies.size() - 1, size_t(q * latencies.size())));
     };
-    state.counters["publishes_per_s"] = double(latencies.size()) / seconds;
+    const double rate = double(latencies.size()) / seconds;
+    state.counters["publishes_per_s"] = rate;
     state.counters["p50_ms"] = at(0.50);
     state.counters["p99_ms"] = at(0.99);
-    return double(latencies.size()) / seconds;
+    return rate;
 }
 
 // Enough publishes per round for the rate to settle: at least 200, at least 20 per client.

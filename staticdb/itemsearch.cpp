@@ -170,11 +170,6 @@ ItemSearchResult searchItems(IndexedDB &reference, DynamicDB *custom, const QStr
             custom->reset();
         return result;
     }
-    const auto searchBoth = [&](const QString &words) {
-        reference.search(words, false, 0);
-        if (custom)
-            custom->search(words, false, 0);
-    };
     if (custom)
         custom->search(query, false, 0);
     const bool rank = order == SearchOrder::Ranked;
@@ -187,22 +182,25 @@ ItemSearchResult searchItems(IndexedDB &reference, DynamicDB *custom, const QStr
     result.begun = !rank ? result.exact : std::count_if(found.cbegin(), found.cend(), [](const Candidate &c) {
         return SearchRanker::unbegunWords(c.key) == 0;
     });
+    // The matches of other queries, found by the word search as quickly; its flags go back to
+    // the query's own matches afterwards, for the tree drawn from them.
+    bool strayed = false;
+    const auto collectFor = [&](const QStringList &queries, int missing) {
+        for (const QString &other : queries) {
+            reference.search(other, false, 0);
+            if (custom)
+                custom->search(other, false, 0);
+            collect(reference, custom, {tolerant, history, true, false, rank, missing}, &seen, &found);
+            strayed = true;
+        }
+    };
 
     // Few names that are the thing asked for: the other forms of its words may name it
-    // ("blueberry" finds "Blueberries, raw"), found by the word search as quickly.
+    // ("blueberry" finds "Blueberries, raw").
     const auto exactThings = std::count_if(
         found.cbegin(), found.cend(), [](const Candidate &c) { return SearchRanker::isExactThing(c.key); });
-    if (rank && exactThings < kFewMatches) {
-        const QStringList forms = otherFormQueries(query);
-        for (const QString &form : forms) {
-            searchBoth(form);
-            collect(reference, custom, {tolerant, history, true, false, rank}, &seen, &found);
-        }
-        if (!forms.isEmpty()) {
-            // The flags go back to the query's own matches, for the tree drawn from them.
-            searchBoth(query);
-        }
-    }
+    if (rank && exactThings < kFewMatches)
+        collectFor(otherFormQueries(query), 0);
     // Few matches at all: every item, forgiving a typo or an accent.
     if (result.exact < kFewMatches)
         collect(reference, custom, {tolerant, history, true, true, rank}, &seen, &found);
@@ -216,20 +214,12 @@ ItemSearchResult searchItems(IndexedDB &reference, DynamicDB *custom, const QStr
     const auto inside = std::count_if(found.cbegin(), found.cend(), [](const Candidate &c) {
         return SearchRanker::absentWords(c.key) == 0;
     });
-    if (rank && strict.wordCount() > 1 && whole == 0 && inside < kFewMatches) {
-        const QStringList words = splitSearchWords(query);
-        for (qsizetype i = 0; i < words.size(); ++i) {
-            if (words.at(i).startsWith(QLatin1Char('-')))
-                continue;
-            QStringList others = words;
-            others.removeAt(i);
-            const QString fewer = others.join(QLatin1Char(' '));
-            if (longestSearchWord(fewer) < kShortestSearchWord)
-                continue;
-            searchBoth(fewer);
-            collect(reference, custom, {tolerant, history, true, false, rank, 1}, &seen, &found);
-        }
-        searchBoth(query);
+    if (rank && whole == 0 && inside < kFewMatches)
+        collectFor(queriesWithoutAWord(query), 1);
+    if (strayed) {
+        reference.search(query, false, 0);
+        if (custom)
+            custom->search(query, false, 0);
     }
     result.close = qsizetype(found.size()) - result.exact;
     keepBest(&found, limit, rank);

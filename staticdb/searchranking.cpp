@@ -169,6 +169,19 @@ bool listed(const QSet<QByteArray> &list, QByteArrayView part)
     return list.contains(QByteArray::fromRawData(part.data(), part.size()));
 }
 
+// Each comma-separated part of a text in turn, as visit(from, end, index) of it, until visit
+// returns true.
+template <typename Visit> void eachPart(QByteArrayView text, const Visit &visit)
+{
+    for (qsizetype from = 0, index = 0; from <= text.size(); ++index) {
+        const qsizetype comma = text.indexOf(',', from);
+        const qsizetype end = comma < 0 ? text.size() : comma;
+        if (visit(from, end, int(index)))
+            return;
+        from = end + 1;
+    }
+}
+
 // The name without the filler part that begins at a comma ("Chicken, broilers or fryers,
 // breast" reads "Chicken, breast"); empty when the part there is none.
 QByteArray withoutFiller(QByteArrayView name, qsizetype comma, const QSet<QByteArray> &fillers)
@@ -219,6 +232,8 @@ SearchWords SearchWords::parse(const QByteArray &text)
             lists.allKinds.insert(line);
         } else if (section == "fillers") {
             lists.fillers.insert(line);
+        } else if (section == "not forms") {
+            lists.notForms.insert(line.simplified());
         } else if (section == "group stop words") {
             lists.groupStopWords.insert(line);
         }
@@ -337,6 +352,24 @@ QStringList otherFormQueries(const QString &query, const SearchWords &lists)
     return queries;
 }
 
+QStringList queriesWithoutAWord(const QString &query)
+{
+    const QStringList words = splitSearchWords(query);
+    const auto sought = std::count_if(words.cbegin(), words.cend(),
+                                      [](const QString &w) { return !w.startsWith(QLatin1Char('-')); });
+    QStringList queries;
+    for (qsizetype i = 0; sought > 1 && i < words.size(); ++i) {
+        if (words.at(i).startsWith(QLatin1Char('-')))
+            continue;
+        QStringList others = words;
+        others.removeAt(i);
+        const QString fewer = others.join(QLatin1Char(' '));
+        if (longestSearchWord(fewer) >= kShortestSearchWord)
+            queries.append(fewer);
+    }
+    return queries;
+}
+
 SearchRanker::SearchRanker(const QString &query, bool tolerant, const SearchWords &lists)
     : _lists(lists)
     , _tolerant(tolerant)
@@ -361,8 +394,9 @@ SearchRanker::SearchRanker(const QString &query, bool tolerant, const SearchWord
             if (samePlural(it.key(), w.text))
                 w.same += it.value();
         }
-        w.form = w.wayOfCooking || lists.plain.contains(w.text) || lists.processed.contains(w.text);
-        _namesForm = _namesForm || lists.plain.contains(w.text) || lists.processed.contains(w.text);
+        const bool namesForm = lists.plain.contains(w.text) || lists.processed.contains(w.text);
+        w.form = w.wayOfCooking || namesForm;
+        _namesForm = _namesForm || namesForm;
         _words.append(w);
     }
 }
@@ -395,7 +429,7 @@ int SearchRanker::groupScore(QByteArrayView foldedGroup) const
     for (const Word &word : _words) {
         for (const Token &t : tokens) {
             const QByteArrayView text = tokenText(foldedGroup, t);
-            if (!_lists.groupStopWords.contains(text.toByteArray()) && sameWord(word, text))
+            if (!listed(_lists.groupStopWords, text) && sameWord(word, text))
                 return 0;
         }
     }
@@ -421,12 +455,15 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
 
     // Where each word of the query is: a whole word, spelled right and in the thing if it can be.
     // A word the name says it is without ("other than cola", "non-soy") is not there.
+    QVarLengthArray<bool, 48> negated(tokens.size(), false);
+    for (qsizetype i = 1; i < tokens.size(); ++i)
+        negated[i] = negates(tokenText(name, tokens[i - 1]));
     QVarLengthArray<qsizetype, 8> at(_words.size(), -1);
     QVarLengthArray<int, 8> how(_words.size(), kNone);
     for (qsizetype w = 0; w < _words.size(); ++w) {
         int best = std::numeric_limits<int>::max();
         for (qsizetype i = 0; i < tokens.size() && best > 0; ++i) {
-            if (i > 0 && negates(tokenText(name, tokens[i - 1])))
+            if (negated[i])
                 continue;
             const int match = matchOf(_words.at(w), tokenText(name, tokens[i]));
             const int worse =
@@ -536,38 +573,34 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
         // A form the query names itself ("apple raw", "dried apricots") settles the form.
         if (_namesForm)
             continue;
-        const QByteArray text = tokenText(name, tokens[i]).toByteArray();
-        // "Whole grain" and "whole wheat" are kinds of bread, not the whole food.
-        const bool kindOfGrain = i + 1 < tokens.size() && (tokenText(name, tokens[i + 1]) == "grain" ||
-                                                           tokenText(name, tokens[i + 1]) == "wheat");
-        if (_lists.plain.contains(text) && !kindOfGrain) {
+        const QByteArrayView text = tokenText(name, tokens[i]);
+        const bool isPlain = listed(_lists.plain, text);
+        const bool isProcessed = listed(_lists.processed, text);
+        // A form's word with the next may be something else: "whole grain", "dry heat".
+        if ((!isPlain && !isProcessed) ||
+            (i + 1 < tokens.size() && _lists.notForms.contains(text.toByteArray() + ' ' +
+                                                               tokenText(name, tokens[i + 1]).toByteArray())))
+            continue;
+        if (isPlain) {
             ++plain;
             plainForm = std::min(plainForm, tokens[i].part == thingParts ? 0 : 1);
         }
-        // "Dry heat" is a way of cooking, not a dried food.
-        processed += _lists.processed.contains(text) &&
-                     !(i + 1 < tokens.size() && tokenText(name, tokens[i + 1]) == "heat");
+        processed += isProcessed;
     }
     // Parts few people mean ("giblets", "skin only") that the query does not name.
     int lesser = 0;
-    for (qsizetype from = 0, part = 0; from <= name.size(); ++part) {
-        qsizetype end = name.indexOf(',', from);
-        if (end < 0)
-            end = name.size();
+    eachPart(name, [&](qsizetype from, qsizetype end, int part) {
         lesser += listed(_lists.lesserParts, name.sliced(from, end - from)) &&
                   std::none_of(tokens.cbegin(), tokens.cend(),
                                [&](const Token &t) { return t.part == part && used[&t - tokens.cbegin()]; });
-        from = end + 1;
-    }
+        return false;
+    });
     // A name of all kinds of the thing ("Oranges, raw, all commercial varieties") stands for it
     // better than one of them.
     // What a part says in brackets is an example ("red or green (European type, such as ...)"),
     // unless it names the query: "all (gin, rum, vodka, whiskey)" is not all kinds of vodka.
     bool allKinds = false;
-    for (qsizetype from = 0; from <= c.folded.size() && !allKinds;) {
-        qsizetype end = c.folded.indexOf(',', from);
-        if (end < 0)
-            end = c.folded.size();
+    eachPart(c.folded, [&](qsizetype from, qsizetype end, int) {
         QByteArrayView part = c.folded.sliced(from, end - from);
         if (const qsizetype bracket = part.indexOf('('); bracket > 0) {
             const qsizetype closing = c.folded.indexOf(')', from + bracket);
@@ -580,8 +613,8 @@ SearchRanker::Key SearchRanker::key(const RankCandidate &c) const
                 part = part.first(bracket);
         }
         allKinds = listed(_lists.allKinds, part);
-        from = end + 1;
-    }
+        return allKinds;
+    });
     // A thing of more than the query's words is another thing: "Oat bran" for "oats cooked".
     const bool otherThing = std::any_of(tokens.cbegin(), tokens.cend(), [&](const Token &t) {
         return t.part == thing && !used[&t - tokens.cbegin()];

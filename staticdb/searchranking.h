@@ -60,6 +60,7 @@ struct SearchWords
     QSet<QByteArray> plain;
     QSet<QByteArray> processed;
     QSet<QByteArray> lesserParts; // matched as a whole part of a name
+    QSet<QByteArray> notForms;    // "whole grain": two words, the first no form there
     QSet<QByteArray> allKinds;
     QSet<QByteArray> classes;
     QSet<QByteArray> fillers;
@@ -86,6 +87,9 @@ void foldLatin1(const char *text, qsizetype length, QByteArray *out);
 // its singular or plural ("blueberry" and "blueberries"), by another word of its sets, or a
 // way of cooking by "cooked".
 QStringList otherFormQueries(const QString &query, const SearchWords &lists = SearchWords::instance());
+// The query without each of its words in turn (words left out with "-" stay), as long as the
+// rest can be searched; none for a query of one word.
+QStringList queriesWithoutAWord(const QString &query);
 
 // What a profile does: its favourites and how much it uses each item (see DiaryDB's usage).
 struct SearchHistory
@@ -116,7 +120,6 @@ public:
                           const SearchWords &lists = SearchWords::instance());
 
     Key key(const RankCandidate &candidate) const;
-    qsizetype wordCount() const { return _words.size(); } // excluded words aside
     // Whether a key is of a name whose thing is exactly the query.
     static bool isExactThing(const Key &key) { return key[2] == 0 && key[3] == 0 && key[4] == 0; }
     // How many words of the query a name does not hold as words of its own; of those, how many
